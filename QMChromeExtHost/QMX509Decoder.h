@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+class CkJsonObject;
+
+/// Turns the DER of an X.509 certificate into what the browser and the user get to see. Stateless, never
+/// throws on account of the bytes.
+class QMX509Decoder {
+public:
+    /// The certificate's record, a new object that the caller owns, never null. Members in this order:
+    /// "SelCertSubject", "CertThumbPrint", "eMail", "ValidFrom" (RFC 3339, UTC), "ExpDate" (RFC 822),
+    /// "PublicKey" and "Cert" (Base64); "ErrMsg" takes the place of what could not be read.
+    CkJsonObject* GetX509CertDetails(const char* der, std::size_t length);
+
+    /// The certificate's row in the window's list, as HTML; the text "ChainCert" for a certificate that is no
+    /// signing certificate; "QMHostError: " and the reason for bytes that are no certificate.
+    std::string GetX509CertHTML(const char* der, std::size_t length);
+};
