@@ -1,0 +1,3 @@
+import { browserTests } from "./lib/suite.mjs";
+
+browserTests("chromium");

@@ -1,0 +1,213 @@
+// Everything between a web page and a token: a browser with the extension, the installed signing program, a soft token,
+// sites, and a user.
+
+import { createHash } from "node:crypto";
+import { copyFile, mkdir, readdir, readFile, readlink, rm, writeFile } from "node:fs/promises";
+import { dirname, join, resolve } from "node:path";
+import { after, before } from "node:test";
+import { fileURLToPath } from "node:url";
+
+import { make, manifest } from "../../../extension/make.mjs";
+import { bin } from "../../program/lib/build.mjs";
+import { FakeToken } from "../../program/lib/fake-token.mjs";
+import { Cleanup, run, waitFor } from "../../program/lib/process.mjs";
+import { SoftToken } from "../../program/lib/soft-token.mjs";
+import { binaryId, World } from "../../program/lib/world.mjs";
+import { startBrowser } from "./browser.mjs";
+import { serve } from "./site.mjs";
+import { User } from "./user.mjs";
+
+const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
+const screenshots = join(root, "build/screenshots");
+const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
+
+// A page of a site that uses the page library. `ask` turns what an operation comes to into a value for the tests.
+const PAGE = `<!doctype html><meta charset="utf-8"><title>Test page</title><link rel="icon" href="data:,">
+<script type="module">
+  import * as library from "./quillmark.js";
+  import { prepareSignature, sampleDocument } from "./pdf-signing.js";
+  window.progress = [];
+  window.ask = async (operation, args, options = {}) => {
+    window.withdrawal = new AbortController();
+    const onProgress = ({ state, ahead }) => progress.push(state === "waiting" ? ahead : state);
+    try {
+      return { value: await library[operation](...args, { signal: withdrawal.signal, onProgress, ...options }) };
+    } catch ({ code, message, detail, ckr }) {
+      return { code, message, detail, ckr };
+    }
+  };
+  window.signPdf = async (name, thumbprint) => {
+    const pdf = await sampleDocument([name]);
+    let prepared;
+    const makeBytes = async () => (prepared = await prepareSignature(pdf, { reason: name })).covered;
+    const { hash, hashAlgorithm } = await library.suitableDigest(makeBytes);
+    const { value, ...failure } = await ask("signPdfHash", [hash, thumbprint], { hashAlgorithm });
+    if (!value) return failure;
+    return { value: btoa(Array.from(prepared.insert(value), (byte) => String.fromCharCode(byte)).join("")), hashAlgorithm };
+  };
+</script>`;
+
+// Python's expression ANSWER, of the request `request`, is the message that goes back.
+const BROKEN_PROGRAM = `#!/usr/bin/python3
+import json, struct, sys
+while prefix := sys.stdin.buffer.read(4):
+    request = json.loads(sys.stdin.buffer.read(struct.unpack("=I", prefix)[0]))
+    answer = ANSWER
+    message = (answer if isinstance(answer, str) else json.dumps(answer)).encode()
+    sys.stdout.buffer.write(struct.pack("=I", len(message)) + message)
+    sys.stdout.flush()
+`;
+
+export class Rig {
+  #cleanup = new Cleanup();
+  #pages = new WeakMap();
+
+  /** Call it once in a file, outside of the tests, with "chromium" or "firefox". */
+  static forThisFile(name) {
+    const rig = new Rig();
+    rig.name = name;
+    // In this order: the display is there before the browser, and goes after it.
+    after(() => rig.#cleanup.run());
+    rig.world = World.forThisFile();
+    before(() => rig.#create());
+    return rig;
+  }
+
+  async #create() {
+    // Node may begin all hooks of a file at once.
+    await waitFor("the display and the authority", () => this.world.judges);
+    this.home = await this.#cleanup.folder(`home-${this.name}`);
+    this.certificate = await this.world.certificate();
+    this.token = await SoftToken.create(this.home);
+    await this.token.addPair(this.certificate, binaryId);
+    await this.install();
+
+    this.extensions = await this.#cleanup.folder("extension");
+    await make(this.extensions);
+    const pages = { "/": PAGE };
+    const site = await serve(join(this.extensions, "example"), { pages });
+    this.#cleanup.add(site.close);
+    // One server, two origins; and an address at which the extension is not present.
+    this.origin = `http://localhost:${site.port}`;
+    this.otherOrigin = `http://127.0.0.1:${site.port}`;
+    pages["/framing"] = `${PAGE}<iframe src="${this.otherOrigin}/"></iframe>`;
+    const outside = await serve(join(this.extensions, "example"), { pages, address: "127.0.0.2" });
+    this.#cleanup.add(outside.close);
+    this.outsideOrigin = `http://127.0.0.2:${outside.port}`;
+
+    await this.#denyByPolicy(pages);
+    await mkdir(screenshots, { recursive: true });
+    this.user = new User(this.world.desktop, this.name);
+    this.#cleanup.add(() => this.browser.close());
+    await this.startBrowser();
+  }
+
+  // Firefox reads an administrator's settings from the home too; Chromium only from folders of all users.
+  async #denyByPolicy(pages) {
+    const site = await serve(join(this.extensions, "example"), { pages });
+    this.#cleanup.add(site.close);
+    this.deniedOrigin = `http://127.0.0.1:${site.port}`;
+    const { gecko } = (await manifest("firefox")).browser_specific_settings;
+    const folder = join(this.home, ".mozilla/managed-storage");
+    const policy = { name: gecko.id, description: "Policy", type: "storage", data: { deniedOrigins: [this.deniedOrigin] } };
+    await mkdir(folder, { recursive: true });
+    await writeFile(join(folder, `${gecko.id}.json`), JSON.stringify(policy));
+  }
+
+  /** Where the signing program is installed. */
+  get installed() {
+    return join(this.home, ".local/share/quillmark");
+  }
+
+  /** The thumbprint of the one certificate that the user can choose. */
+  get thumbprint() {
+    return createHash("sha1").update(this.certificate.bytes).digest("hex").toUpperCase();
+  }
+
+  /** The file by which the browser knows the program. */
+  get manifest() {
+    const folder = { chromium: ".config/chromium/NativeMessagingHosts", firefox: ".mozilla/native-messaging-hosts" };
+    return join(this.home, folder[this.name], `${registration.name}.json`);
+  }
+
+  /** Puts a scripted module in the driver's place until the test `t` ends; `script` as of FakeToken. */
+  async useFakeToken(t, script) {
+    const driver = join(this.installed, "QMTokenDriver.so");
+    const before = new Set(await readdir(this.installed));
+    await rm(driver);
+    await new FakeToken(script).install(this.installed);
+    t.after(async () => {
+      for (const file of await readdir(this.installed)) if (!before.has(file)) await rm(join(this.installed, file));
+      await rm(driver, { force: true });
+      await copyFile(join(bin, "QMTokenDriver.so"), driver);
+    });
+  }
+
+  /** Puts a script in the program's place until the test `t` ends. It answers each request by what it is given here. */
+  async useBrokenProgram(t, answer) {
+    const program = join(this.installed, "QMChromeExtHost");
+    await rm(program);
+    await writeFile(program, BROKEN_PROGRAM.replace("ANSWER", answer), { mode: 0o755 });
+    t.after(async () => {
+      await rm(program);
+      await copyFile(join(bin, "QMChromeExtHost"), program);
+    });
+  }
+
+  /** Runs the project's install script for this home. */
+  install(...options) {
+    return run(join(root, "install"), ["--from", bin, ...options], { env: { ...process.env, ...this.token.env } });
+  }
+
+  async startBrowser() {
+    const env = { ...this.world.desktop.env, ...this.token.env };
+    this.browser = await startBrowser(this.name, { home: this.home, extensions: this.extensions, env });
+  }
+
+  /** Opens a page that is closed with the test `t`, and with it what it has started. */
+  async page(t, { origin = this.origin, path = "/" } = {}) {
+    const page = await this.browser.newPage();
+    this.#pagesOf(t).push(page);
+    await page.goto(origin + path);
+    if (path !== "/index.html") await page.waitForFunction("window.ask");
+    return page;
+  }
+
+  // With the last of a test's pages the signing program ends, so that the next test begins without it.
+  #pagesOf(t) {
+    if (!this.#pages.has(t)) {
+      const pages = [];
+      this.#pages.set(t, pages);
+      t.after(async () => {
+        for (const page of pages) await page.close().catch(() => {});
+        await this.programGone();
+      });
+    }
+    return this.#pages.get(t);
+  }
+
+  /** The ids of this home's signing programs that run. */
+  async programs() {
+    const found = [];
+    for (const pid of await readdir("/proc")) {
+      if (!/^\d+$/.test(pid)) continue;
+      const program = await readlink(`/proc/${pid}/exe`).catch(() => "");
+      if (program.startsWith(this.home) && program.includes("QMChromeExtHost")) found.push(Number(pid));
+    }
+    return found;
+  }
+
+  /** A picture of the whole screen, kept in build/screenshots. */
+  screenshot(what) {
+    return this.world.desktop.screenshot(join(screenshots, `${this.name}-${what}.png`));
+  }
+
+  /** Waits until no signing program of this home runs. */
+  programGone(options) {
+    return waitFor("the signing program to end", async () => (await this.programs()).length === 0, options);
+  }
+}
+
+/** Calls an operation of the page library in a page or frame: { value } or { code, message, detail, ckr }. */
+export const ask = (page, operation, args = [], options = {}) =>
+  page.evaluate((...given) => window.ask(...given), operation, args, options);

@@ -1,0 +1,117 @@
+// The user in front of the browser: answers the extension's question and the signing program's windows, by mouse and keys.
+
+import { pinTitle, windowTitle } from "../../program/lib/host.mjs";
+import { sleep, waitFor } from "../../program/lib/process.mjs";
+
+/** What the browsers put behind the title of a page. */
+const BROWSER_TITLE = { chromium: " - Chromium", firefox: " — Mozilla Firefox" };
+
+/** How often Tab leads from the button that has the focus first to this one. */
+const TABS = { deny: 0, always: 1, once: 2 };
+
+export class User {
+  #desktop;
+  #browser;
+
+  constructor(desktop, browser) {
+    this.#desktop = desktop;
+    this.#browser = browser;
+  }
+
+  /** The window of the extension that asks about this origin, once its buttons take clicks. */
+  consentWindow(origin) {
+    const title = `Quillmark - Allow ${origin}?`;
+    return this.#desktop.window(this.#browser === "firefox" ? `Extension: (Quillmark) - ${title} — Mozilla Firefox` : title);
+  }
+
+  /** Answers "once", "always" or "deny" by the keyboard. */
+  async consent(origin, answer) {
+    const id = await this.consentWindow(origin);
+    for (let i = 0; i < TABS[answer]; i++) await this.#desktop.key(id, "Tab");
+    await this.#desktop.key(id, "Return");
+    await this.gone(id);
+  }
+
+  /** The browser's window while it shows the page of this title. */
+  browserWindow(title) {
+    return this.#desktop.window(title + BROWSER_TITLE[this.#browser]);
+  }
+
+  /** Opens an address in a new tab of the window, and waits for the page's title. */
+  async openTab(window, address, title) {
+    await this.press(window, "ctrl+t");
+    await sleep(500); // the new tab's own page takes the keyboard once more
+    await this.press(window, "ctrl+l");
+    await this.#desktop.type(window, address);
+    await this.press(window, "Return");
+    await this.browserWindow(title);
+  }
+
+  /** Presses keys, by their X names, in a window. */
+  async press(window, ...keys) {
+    for (const key of keys) await this.#desktop.key(window, key);
+  }
+
+  certificateWindow() {
+    return this.#desktop.window(windowTitle);
+  }
+
+  /**
+   * Chooses the certificate that is selected at first, in as many windows as come, until the request is answered or the
+   * PIN is asked for. A click that comes too early, while the window still loads or is placed, does nothing; hence again.
+   */
+  choose(request) {
+    return this.#clickUntilAnswered(request, +1);
+  }
+
+  cancel(request) {
+    return this.#clickUntilAnswered(request, -1);
+  }
+
+  pinWindow() {
+    return this.#desktop.window(pinTitle);
+  }
+
+  async typePin(pin = "1234") {
+    const id = await this.pinWindow();
+    await this.#desktop.type(id, pin);
+    await this.#desktop.key(id, "Return");
+  }
+
+  async chooseAndLogIn(request, pin) {
+    await this.choose(request);
+    await this.typePin(pin);
+  }
+
+  /** Whether the signing program shows any window. */
+  async seesAWindow() {
+    return (await Promise.all([windowTitle, pinTitle].map((title) => this.#desktop.windows(title)))).flat().length > 0;
+  }
+
+  async #clickUntilAnswered(request, side) {
+    let answered = false;
+    const end = () => (answered = true);
+    request.then(end, end);
+    await waitFor("the request to be answered", async () => {
+      if (answered || (await this.#desktop.windows(pinTitle)).length > 0) return true;
+      const [id] = await this.#desktop.windows(windowTitle);
+      if (id) await this.#clickButton(id, side).catch(() => {}); // it may close under the mouse
+      return false;
+    }, { interval: 300 });
+  }
+
+  // GTK puts Cancel left and OK right of the window's middle.
+  async #clickButton(id, side) {
+    const { width, height } = await this.#desktop.geometry(id);
+    await this.#desktop.click(id, width / 2 + side * 45, height * 0.875);
+  }
+
+  /** Waits until this window is closed. */
+  async gone(id) {
+    await waitFor("the window to close", async () => !(await this.#isVisible(id)));
+  }
+
+  async #isVisible(id) {
+    return (await this.#desktop.property(id, "WM_STATE").catch(() => "")).includes("Normal");
+  }
+}

@@ -1,0 +1,89 @@
+// The failure texts against the codes: the documentation is the list, and the program has to know each text in it.
+
+import assert from "node:assert/strict";
+import { readdirSync, readFileSync } from "node:fs";
+import { test } from "node:test";
+
+import { ERRORS } from "../../extension/quillmark.js";
+import { classifyDisconnect, classifyFailure } from "../../extension/src/failures.js";
+
+const root = new URL("../../", import.meta.url);
+const read = (path) => readFileSync(new URL(path, root), "utf8");
+const documentation = read("docs/errors.md");
+
+/** The rows of the table under a heading, each as its cells. */
+function table(heading) {
+  const section = documentation.split(`## ${heading}\n`)[1].split("\n## ")[0];
+  const rows = section.split("\n").filter((line) => line.startsWith("|")).slice(2);
+  return rows.map((row) => row.split("|").slice(1, -1).map((cell) => cell.trim().replace(/^`(.*)`$/, "$1")));
+}
+
+const hostTexts = table("What the signing program says");
+const exampleOf = (text) => text.replace("(nothing)", "").replaceAll("…", "something");
+const classify = (text, loggedIn = false) => classifyFailure(text, { loggedIn });
+
+test("The table of codes and the code's table have the same codes", () => {
+  assert.deepEqual(table("Codes").map(([code]) => code).sort(), Object.keys(ERRORS).sort());
+});
+
+test("The page library's declarations name the same codes", () => {
+  const union = read("extension/quillmark.d.ts").split("type ErrorCode =")[1].split(";")[0];
+  assert.deepEqual(union.match(/\w+/g).sort(), Object.keys(ERRORS).sort());
+});
+
+test("Every failure text of the documentation has the code that stands there, with and without prefixes", () => {
+  assert.ok(hostTexts.length >= 19);
+  for (const [text, code] of hostTexts) {
+    for (const prefix of ["", "Error  in GetPDFSignature(): ", "Error  in GenCMSSign(): Error  in TokenSignData(): "]) {
+      assert.equal(classify(prefix + exampleOf(text)).code, code, prefix + text);
+    }
+  }
+});
+
+test("Every rule of the code stands in the documentation", () => {
+  const rules = [...read("extension/src/failures.js").matchAll(/\{ text: \/\^(.+?)\/, code: "(\w+)"/g)];
+  assert.ok(rules.length >= 12);
+  for (const [, pattern, code] of rules) {
+    const rule = new RegExp(`^${pattern}`);
+    assert.ok(hostTexts.some(([text, itsCode]) => itsCode === code && rule.test(exampleOf(text))), pattern);
+  }
+});
+
+test("Every text of the documentation is one that the program's sources have", () => {
+  const folder = new URL("QMChromeExtHost/", root);
+  const sources = readdirSync(folder).filter((name) => /\.(cpp|h)$/.test(name)).map((name) => read(`QMChromeExtHost/${name}`));
+  const fixed = hostTexts.map(([text]) => text).filter((text) => !/^\(|^\[|^any /.test(text));
+  assert.ok(fixed.length >= 12);
+  for (const text of fixed) {
+    const start = text.split("…")[0].trim();
+    assert.ok(sources.some((source) => source.includes(`"${start}`)), text);
+  }
+});
+
+test("Every browser's text of the documentation has the code that stands there", () => {
+  for (const [text, browser, code] of table("What the browser says")) {
+    const answered = !browser.includes("before the program has answered");
+    assert.equal(classifyDisconnect(text === "(nothing)" ? undefined : text, { answered }), code, `${text} (${browser})`);
+  }
+});
+
+test("A token's error has the PKCS#11 name of its code, and the number where there is no name", () => {
+  const ckr = (code) => classify(`[CKR_ERROR in C_Sign] ErrCode = 0x${code}.`).ckr;
+  assert.equal(ckr("00000020"), "CKR_DATA_INVALID");
+  assert.equal(ckr("00000191"), "CKR_CRYPTOKI_ALREADY_INITIALIZED");
+  assert.equal(ckr("80000001"), "0x80000001");
+});
+
+test("After what spoils the program's run it is started anew, after what the user did it is not", () => {
+  for (const text of ["[CKR_ERROR in C_Sign] ErrCode = 0x00000030.", "Private Key NOT Found", "std::bad_alloc"]) {
+    assert.equal(classify(text).restart, true, text);
+  }
+  for (const text of ["User Canceled without Selecting Certificate.", "No slot with token attached.", "Unsupported hash algorithm", ""]) {
+    assert.equal(classify(text).restart, false, text);
+  }
+  assert.equal(classify("", true).restart, true);
+});
+
+test("A page's own text in an echo is not taken for a failure of the token", () => {
+  assert.equal(classify("echo: [CKR_ERROR in C_Login] ErrCode = 0x000000A0.").code, "UNKNOWN_ACTION");
+});

@@ -1,0 +1,277 @@
+// A browser in a few lines: pages with the page library, the extension's script in them, its background, and a signing
+// program that answers as a test says. Nothing of it needs a browser.
+
+import { webcrypto } from "node:crypto";
+import { readFile } from "node:fs/promises";
+import { setImmediate as turn } from "node:timers/promises";
+import vm from "node:vm";
+
+import { Consent } from "../../extension/src/consent.js";
+import { Host } from "../../extension/src/host.js";
+import { Permissions } from "../../extension/src/permissions.js";
+import { Service } from "../../extension/src/service.js";
+
+globalThis.crypto ??= webcrypto;
+
+const extension = new URL("../../extension/", import.meta.url);
+
+class Event {
+  #listeners = [];
+
+  addListener(listener) {
+    this.#listeners.push(listener);
+  }
+
+  emit(...args) {
+    for (const listener of this.#listeners) listener(...args);
+  }
+}
+
+/** Both ends of a port of the browser. Messages arrive later, as copies; a disconnect is told to the other end only. */
+export function portPair(name, sender) {
+  const end = () => ({ name, onMessage: new Event(), onDisconnect: new Event() });
+  const [one, other] = [end(), end()];
+  other.sender = sender;
+  let open = true;
+  for (const [from, to] of [[one, other], [other, one]]) {
+    from.postMessage = (message) => {
+      if (!open) throw new Error("Attempting to use a disconnected port object");
+      const copy = structuredClone(message);
+      setImmediate(() => open && to.onMessage.emit(copy, to));
+    };
+    from.disconnect = () => {
+      if (!open) return;
+      open = false;
+      setImmediate(() => to.onDisconnect.emit(to));
+    };
+  }
+  return [one, other];
+}
+
+/** Lets everything that was posted arrive, and what follows from it. */
+export async function settle(turns = 30) {
+  for (let i = 0; i < turns; i++) await turn();
+}
+
+/** Stops the clock of setTimeout until the test `t` ends; `tick(milliseconds)` moves it on. */
+export function stopClock(t) {
+  const real = { setTimeout, clearTimeout };
+  const timers = new Map();
+  let now = 0;
+  let lastId = 0;
+  globalThis.setTimeout = (callback, delay) => (timers.set(++lastId, { callback, at: now + delay }), lastId);
+  globalThis.clearTimeout = (id) => timers.delete(id) || real.clearTimeout(id);
+  t.after(() => Object.assign(globalThis, real));
+  return {
+    tick(milliseconds) {
+      now += milliseconds;
+      for (const [id, { callback, at }] of timers) if (at <= now && timers.delete(id)) callback();
+    },
+  };
+}
+
+/** A storage area that holds `values`. */
+export function storage(values = {}) {
+  return {
+    values,
+    get: async (name) => structuredClone(name === undefined ? values : { [name]: values[name] }),
+    set: async (changes) => void Object.assign(values, structuredClone(changes)),
+  };
+}
+
+/** The browser's windows as far as the consent needs them. */
+export class FakeWindows {
+  onRemoved = new Event();
+  open = new Map();
+  #lastId = 0;
+
+  async getLastFocused() {
+    return { left: 0, top: 0, width: 1000, height: 700 };
+  }
+
+  async create({ url }) {
+    await turn();
+    const id = ++this.#lastId;
+    this.open.set(id, url);
+    return { id };
+  }
+
+  async remove(id) {
+    if (!this.open.delete(id)) throw new Error(`no window ${id}`);
+    this.onRemoved.emit(id);
+  }
+}
+
+/** A signing program. `answer(request)` gives { ok, text }, nothing for silence, or a promise of these. */
+export class FakeProgram {
+  starts = 0;
+  requests = [];
+  exitText = null;
+  startError = null;
+  #port;
+
+  constructor(answer) {
+    this.answer = answer;
+  }
+
+  connectNative = () => {
+    const [extensionEnd, programEnd] = portPair("native");
+    this.starts++;
+    this.running = true;
+    this.#port = programEnd;
+    programEnd.onDisconnect.addListener(() => (this.running = false));
+    programEnd.onMessage.addListener(async (request) => {
+      this.requests.push(request);
+      const answer = await this.answer(request);
+      if (answer && this.running) this.reply(request.nonce, answer);
+    });
+    if (this.startError) this.exit(this.startError);
+    return extensionEnd;
+  };
+
+  lastError = () => this.exitText;
+
+  reply(nonce, { ok = true, text }) {
+    this.send({ status_cd: ok ? 1 : 0, result: ok ? text : `QMHost Error: ${text}`, nonce });
+  }
+
+  send(message) {
+    this.#port.postMessage(message);
+  }
+
+  exit(text) {
+    this.exitText = text;
+    this.running = false;
+    this.#port.disconnect();
+  }
+}
+
+export const RECORD = {
+  SelCertSubject: "C=IN, CN=Asha Rao", CertThumbPrint: "A".repeat(40), eMail: "asha@example.org",
+  ValidFrom: "2022-11-15T00:00:00Z", ExpDate: "Sat, 15 Nov 2042 00:00:00 GMT", PublicKey: "AAAA", Cert: "BBBB",
+  ChainCert: false, CKA_ID: "0102",
+};
+
+/** The answers of a program whose user chooses the one certificate and types the right PIN. */
+export function willing(request) {
+  switch (request.action) {
+    case "GetSelCertFromToken": return { text: JSON.stringify(RECORD) };
+    case undefined: return { ok: false, text: `echo: ${request.text}` };
+    default: return { text: btoa(`signed by ${request.action}`) };
+  }
+}
+
+/** The extension's background with its surroundings, and pages that use it. */
+export class FakeBrowser {
+  windows = new FakeWindows();
+  questions = [];
+  #pages = [];
+  #lastDocument = 0;
+
+  /** `answers`: what the user answers in consent windows, one after another; none leaves the window open. */
+  constructor({ program = new FakeProgram(willing), user = {}, managed = {}, answers = [] } = {}) {
+    this.program = program;
+    this.user = storage(user);
+    this.answers = answers;
+    this.consent = new Consent({ windows: this.windows, pageUrl: "extension:consent" });
+    this.host = new Host(program);
+    this.service = new Service({
+      permissions: new Permissions({ user: this.user, managed: storage(managed) }),
+      consent: this.consent,
+      host: this.host,
+      version: "9.9.9",
+    });
+    const create = this.windows.create.bind(this.windows);
+    this.windows.create = async (options) => {
+      const created = await create(options);
+      setImmediate(() => this.#answerConsent(options.url));
+      return created;
+    };
+  }
+
+  #answerConsent(url) {
+    const id = url.split("#")[1];
+    const [page, background] = portPair("consent", {});
+    this.consent.connect(background);
+    page.onMessage.addListener(({ type, question }) => {
+      if (type !== "question") return;
+      this.questions.push(question);
+      if (this.answers.length > 0) page.postMessage({ type: "answer", id, answer: this.answers.shift() });
+    });
+    page.postMessage({ type: "ready", id });
+  }
+
+  /** A page (or frame) of this origin: gives the page library as loaded in it. */
+  async page(origin = "https://site.example", { frameId = 0, incognito = false, extension: present = true } = {}) {
+    const page = { ports: [], sender: { origin, frameId, documentId: `doc-${++this.#lastDocument}`, tab: { id: 1, incognito } } };
+    const window = new FakeWindow(origin);
+    if (present) await this.#runBridge(window, page);
+    const library = await loadLibrary(window);
+    this.#pages.push({ window, page });
+    const stopExtension = () => page.ports.forEach((port) => port.disconnect());
+    const close = async () => {
+      page.ports.forEach((port) => port.disconnect());
+      await settle();
+    };
+    return { ...library, window, close, stopExtension };
+  }
+
+  async #runBridge(window, page) {
+    const connect = ({ name }) => {
+      if (this.extensionIsGone) throw new Error("Extension context invalidated.");
+      const [pageEnd, background] = portPair(name, page.sender);
+      // Either end's disconnect has to be told to both, as a document's end and the background's stop are.
+      page.ports.push({ disconnect: () => (pageEnd.disconnect(), pageEnd.onDisconnect.emit(pageEnd)) });
+      this.service.connect(background);
+      return pageEnd;
+    };
+    const context = vm.createContext({ window, chrome: { runtime: { connect } }, setInterval, clearInterval, Set });
+    vm.runInContext(await readFile(new URL("src/bridge.js", extension), "utf8"), context);
+  }
+
+  /** Ends what would keep the test's process alive. */
+  close() {
+    for (const { window, page } of this.#pages) {
+      window.close();
+      page.ports.forEach((port) => port.disconnect());
+    }
+    this.host.close();
+  }
+}
+
+/** A window as far as the page library and the bridge use it. */
+class FakeWindow extends EventTarget {
+  #ports = [];
+
+  constructor(origin) {
+    super();
+    this.origin = origin;
+    this.setTimeout = setTimeout;
+  }
+
+  postMessage(data, target, ports = []) {
+    if (target !== "/") throw new Error(`posted to ${target}`);
+    this.deliver(this, data, ports);
+  }
+
+  deliver(source, data, ports) {
+    this.#ports.push(...ports);
+    const event = Object.assign(new globalThis.Event("message"), { source, data: structuredClone(data), ports });
+    setImmediate(() => this.dispatchEvent(event));
+  }
+
+  close() {
+    for (const port of this.#ports) port.close();
+  }
+}
+
+let loaded = 0;
+
+// Each page has a library of its own: the module is loaded anew, with the page's window as `window`.
+async function loadLibrary(window) {
+  const source = await readFile(new URL("quillmark.js", extension), "utf8");
+  const key = `__page${++loaded}`;
+  globalThis[key] = window;
+  const module = `const window = globalThis[${JSON.stringify(key)}];\n${source}`;
+  return import(`data:text/javascript,${encodeURIComponent(module)}#${key}`);
+}

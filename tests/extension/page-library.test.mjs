@@ -1,0 +1,151 @@
+// What the page library does by itself: checks, digests, and a page without the extension.
+
+import assert from "node:assert/strict";
+import { createHash } from "node:crypto";
+import { afterEach, test } from "node:test";
+
+import { checkRequest, ERRORS, MAX_GST_TEXT_BYTES, QuillmarkError, suitableDigest } from "../../extension/quillmark.js";
+import { FakeBrowser, stopClock } from "./fakes.mjs"; // also gives Node.js 18 the global crypto that browsers have
+
+const THUMBPRINT = "0123456789ABCDEF0123456789ABCDEF01234567";
+const fails = (operation, values, code) => assert.throws(() => checkRequest(operation, values), { name: "QuillmarkError", code });
+
+let browser;
+afterEach(() => browser?.close());
+
+test("An error carries its code, and words for people that belong to it", () => {
+  const error = new QuillmarkError("TOKEN_MISSING", { detail: "No slot with token attached." });
+  assert.equal(error.message, ERRORS.TOKEN_MISSING);
+  assert.equal(error.detail, "No slot with token attached.");
+  assert.ok(error instanceof Error);
+});
+
+test("An error of a newer extension keeps the words that came with it", () => {
+  assert.equal(new QuillmarkError("BRAND_NEW", { message: "Something new." }).message, "Something new.");
+});
+
+test("A hash algorithm is taken in its usual spellings and travels in one", () => {
+  for (const name of ["SHA-384", "sha384", "Sha-384"]) {
+    assert.equal(checkRequest("signGstReturn", { text: "a", hashAlgorithm: name }).hashAlgorithm, "SHA-384");
+  }
+  assert.equal(checkRequest("signGstReturn", { text: "a" }).hashAlgorithm, "SHA-256");
+});
+
+test("A hash algorithm that the program would take for another is refused", () => {
+  for (const hashAlgorithm of ["SHA1", "SHA-1", "MD5", "", "SHA-224", "SHA2-56x"]) {
+    fails("signAuthToken", { authToken: "a", hashAlgorithm }, "UNSUPPORTED_HASH");
+  }
+});
+
+test("A text that would not be signed as it stands is refused", () => {
+  for (const text of ["", undefined, 7, "a\0b", "\uD800", "x\uDC00y"]) fails("signGstReturn", { text }, "INVALID_ARGUMENT");
+  assert.equal(checkRequest("signGstReturn", { text: "₹ 1,000 😀" }).text, "₹ 1,000 😀");
+});
+
+test("A GST text is measured in UTF-8 bytes against the limit", () => {
+  checkRequest("signGstReturn", { text: "a".repeat(MAX_GST_TEXT_BYTES) });
+  fails("signGstReturn", { text: "a".repeat(MAX_GST_TEXT_BYTES + 1) }, "TOO_LARGE");
+  fails("signGstReturn", { text: "₹".repeat(MAX_GST_TEXT_BYTES / 3 + 1) }, "TOO_LARGE");
+});
+
+test("The longest GST text leaves room for a certificate of 16 KiB in an answer of 1 MiB", () => {
+  const answer = Math.ceil((MAX_GST_TEXT_BYTES + 16 * 1024) / 3) * 4;
+  assert.ok(answer + 1024 < 1024 * 1024, `${answer} bytes`);
+});
+
+test("A request of more than 64 MiB is refused", () => {
+  fails("signAuthToken", { authToken: "a".repeat(64 * 1024 * 1024) }, "TOO_LARGE");
+});
+
+test("A PDF digest has the length of its algorithm", () => {
+  const hash = Buffer.alloc(32, 1).toString("base64");
+  assert.equal(checkRequest("signPdfHash", { hash, certThumbPrint: THUMBPRINT }).hash, hash);
+  fails("signPdfHash", { hash, certThumbPrint: THUMBPRINT, hashAlgorithm: "SHA-512" }, "INVALID_ARGUMENT");
+  fails("signPdfHash", { hash: "!!!", certThumbPrint: THUMBPRINT }, "INVALID_ARGUMENT");
+});
+
+test("A PDF digest with a zero byte is refused as unsuitable", () => {
+  const digest = Buffer.alloc(32, 1);
+  digest[31] = 0;
+  fails("signPdfHash", { hash: digest.toString("base64"), certThumbPrint: THUMBPRINT }, "DIGEST_UNSUITABLE");
+});
+
+test("A thumbprint travels in capitals and is 40 hexadecimal digits", () => {
+  const hash = Buffer.alloc(32, 1).toString("base64");
+  assert.equal(checkRequest("signPdfHash", { hash, certThumbPrint: THUMBPRINT.toLowerCase() }).certThumbPrint, THUMBPRINT);
+  fails("signPdfHash", { hash, certThumbPrint: "12" }, "INVALID_ARGUMENT");
+});
+
+test("An operation that does not exist is unknown, also one that every object has", () => {
+  for (const operation of ["signXml", "toString", "__proto__", undefined]) fails(operation, {}, "UNKNOWN_ACTION");
+});
+
+test("Values that an operation does not have are left out", () => {
+  assert.deepEqual(checkRequest("selectCertificate", { action: "SignXML", nonce: "1" }), {});
+});
+
+test("suitableDigest gives the digest of the bytes, by an algorithm under which it has no zero byte", async () => {
+  const tried = new Set();
+  for (let i = 0; i < 200; i++) {
+    const variant = (attempt) => new TextEncoder().encode(`document ${i}, variant ${attempt}`);
+    const { hash, hashAlgorithm, bytes, attempt } = await suitableDigest(variant);
+    assert.deepEqual(bytes, variant(attempt));
+    assert.equal(hash, createHash(hashAlgorithm.replace("-", "")).update(bytes).digest("base64"));
+    assert.ok(!Buffer.from(hash, "base64").includes(0));
+    tried.add(hashAlgorithm);
+  }
+  assert.ok(tried.size > 1, "200 documents need more than one algorithm");
+});
+
+// Found by counting up: the SHA-256, SHA-384 and SHA-512 digests of this text all hold a zero byte.
+async function unsuitableText() {
+  for (let i = 0; ; i++) {
+    const text = `unsuitable ${i}`;
+    if (["sha256", "sha384", "sha512"].every((name) => createHash(name).update(text).digest().includes(0))) return text;
+  }
+}
+
+test("suitableDigest varies the document when no algorithm suits it", async () => {
+  const bytes = new TextEncoder().encode(await unsuitableText());
+  const asked = [];
+  const found = await suitableDigest((attempt) => {
+    asked.push(attempt);
+    return attempt === 0 ? bytes : new TextEncoder().encode("varied");
+  });
+  assert.deepEqual(asked, [0, 1]);
+  assert.equal(found.attempt, 1);
+  assert.equal(new TextDecoder().decode(found.bytes), "varied");
+});
+
+test("suitableDigest of a document that cannot be varied fails when no algorithm suits it", async () => {
+  const bytes = new TextEncoder().encode(await unsuitableText());
+  await assert.rejects(suitableDigest(bytes), { code: "DIGEST_UNSUITABLE" });
+  await assert.rejects(suitableDigest((attempt) => (attempt === 0 ? bytes : null)), { code: "DIGEST_UNSUITABLE" });
+  await assert.rejects(suitableDigest(() => bytes, { maxAttempts: 3 }), { code: "DIGEST_UNSUITABLE" });
+});
+
+test("A page without the extension gets EXTENSION_MISSING, and status says so without failing", async (t) => {
+  browser = new FakeBrowser();
+  const page = await browser.page("https://site.example", { extension: false });
+  const clock = stopClock(t);
+  const request = page.selectCertificate();
+  const asked = assert.rejects(request, { code: "EXTENSION_MISSING" });
+  await Promise.resolve();
+  clock.tick(2_000);
+  await asked;
+  const status = page.status();
+  await Promise.resolve();
+  clock.tick(2_000);
+  assert.deepEqual(await status, { extension: null, permission: null, host: null, waiting: 0 });
+});
+
+test("What the checks find reaches the page as a rejection, before anything is sent", async () => {
+  browser = new FakeBrowser();
+  const page = await browser.page();
+  await assert.rejects(page.signPdfHash(new Uint8Array(32), THUMBPRINT), { code: "DIGEST_UNSUITABLE" });
+  await assert.rejects(page.signPdfHash(42, THUMBPRINT), { code: "INVALID_ARGUMENT" });
+  await assert.rejects(page.signGstReturn("a".repeat(MAX_GST_TEXT_BYTES + 1)), { code: "TOO_LARGE" });
+  await assert.rejects(page.signGstReturn("a", { timeout: 0 }), { code: "INVALID_ARGUMENT" });
+  assert.equal(browser.questions.length, 0);
+  assert.equal(browser.program.starts, 0);
+});

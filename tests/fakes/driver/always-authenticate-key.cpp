@@ -1,0 +1,11 @@
+#include "FakeToken.h"
+
+struct AlwaysAuthenticateKey : FakeToken {
+    std::vector<Object> MakeObjects() override {
+        std::vector<Object> objects = FakeToken::MakeObjects();
+        objects.back()[CKA_ALWAYS_AUTHENTICATE] = {CK_TRUE};
+        return objects;
+    }
+};
+
+FAKE_TOKEN(AlwaysAuthenticateKey)

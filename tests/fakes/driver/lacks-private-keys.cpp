@@ -1,0 +1,7 @@
+#include "FakeToken.h"
+
+struct LacksPrivateKeys : FakeToken {
+    std::vector<Object> MakeObjects() override { return {Certificate({0x01})}; }
+};
+
+FAKE_TOKEN(LacksPrivateKeys)

@@ -1,0 +1,3 @@
+#include "FakeToken.h"
+
+FAKE_TOKEN(FakeToken)

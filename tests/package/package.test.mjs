@@ -1,0 +1,97 @@
+// The Debian package: made by ./package, and as root installed, used by an ordinary user, and purged.
+
+import assert from "node:assert/strict";
+import { existsSync } from "node:fs";
+import { readdir, readFile, stat } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+import { fileURLToPath } from "node:url";
+
+import { run, runUnchecked } from "../program/lib/process.mjs";
+import { SoftToken } from "../program/lib/soft-token.mjs";
+import { chooseAndLogIn, World } from "../program/lib/world.mjs";
+
+const root = fileURLToPath(new URL("../../", import.meta.url));
+const world = World.forThisFile();
+const minutes = 60_000;
+
+const nobody = 65534;
+const asNobody = ["setpriv", `--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups"];
+
+const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
+  "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
+
+test("the package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
+  const before = await traces();
+  const deb = await makePackage();
+  t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
+  await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * minutes });
+  const { stdout: listed } = await run("dpkg", ["-L", "quillmark"]);
+  const files = listed.toString().split("\n").filter(Boolean);
+
+  for (const tool of ["quillmark-browsers", "quillmark-doctor", "quillmark-tokens"]) {
+    assert.ok(files.includes(`/usr/share/man/man1/${tool}.1.gz`), `${tool} has no manual page`);
+    assert.match((await run(tool, ["--help"])).stdout.toString(), /^usage: /i, tool);
+  }
+  const commands = await Promise.all(manifests.map(async (file) => JSON.parse(await readFile(file)).path));
+  assert.deepEqual([...new Set(commands)], ["/usr/lib/quillmark/quillmark-host"]);
+  const { stdout: status } = await runUnchecked("quillmark-browsers", ["status", "--system", "--json"]);
+  const states = JSON.parse(status).browsers.flatMap(({ system }) => (system ? [system.state] : []));
+  assert.deepEqual([...new Set(states)], ["registered"]);
+
+  await signsForUser(t, commands[0]);
+
+  await run("dpkg", ["--purge", "quillmark"]);
+  assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);
+  assert.deepEqual(await traces(), before);
+});
+
+test("the package has the version of the program", async () => {
+  const [, program] = /project\(Quillmark VERSION ([\d.]+)/.exec(await readFile(join(root, "CMakeLists.txt"), "utf8"));
+  const [, changelog] = /^quillmark \(([^)]+)\)/.exec(await readFile(join(root, "packaging/debian/changelog"), "utf8"));
+  const [, news] = /^## ([\d.]+)/m.exec(await readFile(join(root, "NEWS.md"), "utf8"));
+  assert.deepEqual([changelog, news], [program, program]);
+});
+
+async function reasonToSkip() {
+  if (process.getuid() !== 0) return "needs root";
+  const { code } = await runUnchecked("dpkg", ["-s", "quillmark"]);
+  return code === 0 ? "Quillmark is installed on this machine, and stays so" : false;
+}
+
+/** The path of the new package. Lintian's complaints are failures. */
+async function makePackage() {
+  await run(join(root, "package"), [], { timeout: 9 * minutes });
+  const folder = join(root, "build/package");
+  return join(folder, (await readdir(folder)).find((name) => /^quillmark_.*\.deb$/.test(name)));
+}
+
+/** What on this machine belongs to the package, or lies in folders that it makes. */
+async function traces() {
+  const { stdout } = await run("find", ["/etc", "/opt", "/usr", "/var/lib/dpkg/info", "(", "-path", "*quillmark*", "-o",
+    "-path", "/etc/opt*", "-o", "-path", "*native-messaging-hosts*", ")"]);
+  return stdout.toString().split("\n").sort();
+}
+
+/** One signature through the installed launcher, started as a browser does, by a user who has nothing of ours yet. */
+async function signsForUser(t, launcher) {
+  const home = await world.cleanupOf(t).folder("home");
+  const token = await SoftToken.create(home);
+  const certificate = await world.certificate();
+  await token.addPair(certificate, "a1b2c3");
+  await run("chown", ["-R", `${nobody}:${nobody}`, home]);
+
+  const workingFolder = join(home, ".local/share/quillmark");
+  const host = await world.host(t, {
+    wrapper: asNobody, program: launcher, folder: workingFolder,
+    env: { ...token.env, XDG_DATA_HOME: "", XDG_RUNTIME_DIR: home },
+  });
+  const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "a token" });
+  assert.equal(reply.status_cd, 1, reply.result);
+  await world.judges.rsa(Buffer.from(reply.result, "base64"), Buffer.from("a token"), certificate.pem);
+  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+
+  const { uid, mode } = await stat(workingFolder);
+  assert.deepEqual([uid, mode & 0o777], [nobody, 0o700]);
+  assert.match(await host.logText(), /Host Application Started/);
+}

@@ -1,0 +1,173 @@
+// Registering with the browsers that are there, and nothing else.
+
+import assert from "node:assert/strict";
+import { existsSync, lstatSync } from "node:fs";
+import { mkdir, readFile, rm, symlink } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+
+import { Computer, registration } from "./lib/computer.mjs";
+
+async function computerWith(t, ...browsers) {
+  const computer = await Computer.make(t, { browsers });
+  await computer.layOut();
+  return computer;
+}
+
+test("register writes a manifest for each browser that is there, and says so", async (t) => {
+  const computer = await computerWith(t, "chromium", "firefox-esr");
+  const { code, out } = await computer.tool("quillmark-browsers", "register");
+  assert.equal(code, 0);
+  assert.match(out, /^Chromium: registered, in .*\nFirefox: registered, in .*\n$/);
+  const common = {
+    name: "quillmark.host", description: registration.description, type: "stdio",
+    path: join(computer.installed, "quillmark-host"),
+  };
+  assert.deepEqual(await computer.read(computer.userManifest("chromium")), {
+    ...common, allowed_origins: ["chrome-extension://benpbclnimankdbnpnbfgmaldnhnimin/"],
+  });
+  assert.deepEqual(await computer.read(computer.userManifest("firefox")), {
+    ...common, allowed_extensions: ["extension@quillmark.example"],
+  });
+  assert.ok(!existsSync(computer.userManifest("google-chrome")));
+});
+
+test("A browser is also there when the user has settings of it", async (t) => {
+  const computer = await computerWith(t);
+  for (const folder of ["google-chrome-beta", "BraveSoftware/Brave-Browser"]) {
+    await mkdir(join(computer.home, ".config", folder), { recursive: true });
+  }
+  const { code, out } = await computer.tool("quillmark-browsers", "register");
+  assert.equal(code, 0);
+  assert.match(out, /^Google Chrome Beta: registered, in .*\nBrave: registered, in .*\n$/);
+});
+
+test("Without any browser register says so and fails", async (t) => {
+  const computer = await computerWith(t);
+  const { code, err } = await computer.tool("quillmark-browsers", "register");
+  assert.equal(code, 1);
+  assert.match(err, /No browser/);
+});
+
+test("--browser names the browsers that count", async (t) => {
+  const computer = await computerWith(t, "chromium", "firefox", "vivaldi");
+  await computer.tool("quillmark-browsers", "register", "--browser", "firefox", "--browser", "vivaldi");
+  assert.ok(existsSync(computer.userManifest("firefox")));
+  assert.ok(existsSync(computer.userManifest("vivaldi")));
+  assert.ok(!existsSync(computer.userManifest("chromium")));
+  assert.equal((await computer.tool("quillmark-browsers", "register", "--browser", "netscape")).code, 2);
+});
+
+test("A second register changes nothing, and renews what is of another place", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.tool("quillmark-browsers", "register");
+  const again = await computer.tool("quillmark-browsers", "register");
+  assert.match(again.out, /was registered already/);
+  const manifest = await computer.read(computer.userManifest("chromium"));
+  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
+  assert.match((await computer.tool("quillmark-browsers", "status")).out, /Chromium: stale for this user/);
+  assert.match((await computer.tool("quillmark-browsers", "register")).out, /registration renewed/);
+  assert.deepEqual(await computer.read(computer.userManifest("chromium")), manifest);
+});
+
+test("What this tool has not written is neither overwritten nor removed", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const file = computer.userManifest("chromium");
+  const foreign = [
+    { name: registration.name, description: "somebody else's", path: "/elsewhere", type: "stdio" },
+    "no JSON at all",
+    [],
+  ];
+  for (const content of foreign) {
+    await computer.write(file, content);
+    const before = await readFile(file, "utf8");
+    for (const action of ["register", "unregister"]) {
+      const { code, out } = await computer.tool("quillmark-browsers", action);
+      assert.equal(code, 1);
+      assert.match(out, /left alone/);
+      assert.equal(await readFile(file, "utf8"), before);
+    }
+  }
+});
+
+test("A link in the manifest's place is not followed", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const file = computer.userManifest("chromium");
+  const target = join(computer.folder, "target.json");
+  await mkdir(join(file, ".."), { recursive: true });
+  await symlink(target, file);
+  assert.equal((await computer.tool("quillmark-browsers", "register")).code, 1);
+  assert.ok(!existsSync(target));
+  assert.ok(lstatSync(file).isSymbolicLink());
+});
+
+test("A link into the program's own folder is the Debian package's: a registration, and not removed", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const file = computer.userManifest("chromium");
+  await computer.tool("quillmark-browsers", "register");
+  const kept = join(computer.installed, "manifests/chromium.json");
+  await computer.write(kept, await computer.read(file));
+  await rm(file);
+  await symlink(kept, file);
+  assert.match((await computer.tool("quillmark-browsers", "status")).out, /^Chromium: registered for this user /m);
+  assert.match((await computer.tool("quillmark-browsers", "register")).out, /was registered already/);
+  const { code, out } = await computer.tool("quillmark-browsers", "unregister");
+  assert.equal(code, 0);
+  assert.match(out, /left alone, .* goes with the Debian package/);
+  assert.ok(lstatSync(file).isSymbolicLink());
+});
+
+test("--all registers also with browsers that are not there", async (t) => {
+  const computer = await computerWith(t);
+  assert.equal((await computer.tool("quillmark-browsers", "register", "--system", "--all")).code, 0);
+  for (const folder of ["etc/chromium", "etc/opt/chrome", "etc/opt/edge", "usr/lib/mozilla"]) {
+    assert.ok(existsSync(computer.systemManifest(`${folder}/native-messaging-hosts`)), folder);
+  }
+});
+
+test("unregister removes what was written, also of a browser that is gone, and its empty folder", async (t) => {
+  const computer = await computerWith(t, "chromium", "firefox");
+  await computer.tool("quillmark-browsers", "register");
+  const other = join(computer.userManifest("firefox"), "../other.json");
+  await computer.write(other, {});
+  const { code, out } = await computer.tool("quillmark-browsers", "unregister");
+  assert.equal(code, 0);
+  assert.match(out, /Chromium: no longer registered/);
+  assert.ok(!existsSync(join(computer.userManifest("chromium"), "..")));
+  assert.ok(existsSync(other), "another program's registration stays");
+});
+
+test("--system writes once for browsers that share a folder, and says where there is none", async (t) => {
+  const computer = await computerWith(t, "google-chrome", "brave-browser", "firefox", "opera");
+  const { code, out } = await computer.tool("quillmark-browsers", "register", "--system");
+  assert.equal(code, 0);
+  assert.match(out, /^Google Chrome: registered, in .*\nOpera: has no settled folder .*\nFirefox: registered, in .*\n$/);
+  assert.ok(existsSync(computer.systemManifest("etc/opt/chrome/native-messaging-hosts")));
+  assert.ok(existsSync(computer.systemManifest("usr/lib/mozilla/native-messaging-hosts")));
+  assert.ok(!existsSync(computer.systemManifest("etc/chromium/native-messaging-hosts")));
+  assert.ok(!existsSync(computer.userManifest("firefox")));
+});
+
+test("status tells every state, in words and as JSON", async (t) => {
+  const computer = await computerWith(t, "chromium", "firefox");
+  assert.equal((await computer.tool("quillmark-browsers", "status")).code, 1);
+  await computer.tool("quillmark-browsers", "register", "--browser", "firefox");
+  await computer.write(computer.userManifest("chromium"), "{");
+  const { code, out } = await computer.tool("quillmark-browsers", "status");
+  assert.equal(code, 0);
+  assert.match(out, /^Chromium: foreign for this user /m);
+  assert.match(out, /^Firefox: registered for this user /m);
+  assert.match(out, /^Opera: not there$/m);
+  const { browsers } = JSON.parse((await computer.tool("quillmark-browsers", "status", "--json")).out);
+  const firefox = browsers.find(({ browser }) => browser === "firefox");
+  assert.equal(firefox.user.state, "registered");
+  assert.equal(firefox.system.state, "missing");
+});
+
+test("A folder that cannot be written is one clear line", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.write(join(computer.home, ".config/chromium"), "a file in the folder's place");
+  const { code, err } = await computer.tool("quillmark-browsers", "register");
+  assert.equal(code, 1);
+  assert.equal(err.trim().split("\n").length, 1, err);
+});

@@ -1,0 +1,235 @@
+// What the doctor finds, each with a computer that has this one fault.
+
+import assert from "node:assert/strict";
+import { chmod, mkdir, rm } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+
+import { bin } from "../program/lib/build.mjs";
+import { run, runUnchecked } from "../program/lib/process.mjs";
+import { World } from "../program/lib/world.mjs";
+import { Computer, GOOD_TOKENS, root } from "./lib/computer.mjs";
+
+/** A computer on which everything is right. */
+async function healthy(t, options) {
+  const computer = await Computer.make(t, options);
+  computer.more = { DISPLAY: ":stand-in" };
+  await computer.layOut();
+  await computer.tool("quillmark-browsers", "register");
+  await computer.write(join(computer.root, "run/pcscd/pcscd.comm"), "");
+  return computer;
+}
+
+async function examine(computer) {
+  const { code, out, err } = await computer.tool("quillmark-doctor", "--json");
+  assert.equal(err, "");
+  const { couldSign, findings } = JSON.parse(out);
+  assert.equal(code, couldSign ? 0 : 1);
+  return { couldSign, findings, problems: findings.filter(({ level }) => level !== "ok") };
+}
+
+/** The one problem that there is but the expired certificate, which is there on purpose. */
+async function onlyProblem(computer) {
+  const { couldSign, problems } = await examine(computer);
+  const others = problems.filter(({ text }) => !text.includes("CN=Old"));
+  assert.equal(others.length, 1, JSON.stringify(others, null, 1));
+  return { couldSign, ...others[0] };
+}
+
+test("All is well: status 0, and no remedy is needed", async (t) => {
+  const computer = await healthy(t);
+  const { couldSign, problems } = await examine(computer);
+  assert.equal(couldSign, true);
+  assert.deepEqual(problems.map(({ text }) => text), ['CN=Old on "Token" cannot sign: expired']);
+  const { out } = await computer.tool("quillmark-doctor");
+  assert.match(out, /A signature can be made\.\n$/);
+});
+
+test("The words name each fault with its remedy", async (t) => {
+  const computer = await healthy(t);
+  computer.more = {};
+  const { code, out } = await computer.tool("quillmark-doctor");
+  assert.equal(code, 1);
+  assert.match(out, /FAIL There is no display.*\n +-> Run this in your desktop session\n/);
+  assert.match(out, /No signature can be made/);
+});
+
+test("A browser without a registration is a note while another has one", async (t) => {
+  const computer = await healthy(t);
+  await rm(computer.userManifest("firefox"));
+  const { couldSign, text, remedy } = await onlyProblem(computer);
+  assert.equal(couldSign, true);
+  assert.match(text, /Firefox: the signing program is not registered/);
+  assert.equal(remedy, "quillmark-browsers register --browser firefox");
+});
+
+test("No browser with a registration, and no browser at all, are failures", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  await rm(computer.userManifest("chromium"));
+  assert.equal((await onlyProblem(computer)).couldSign, false);
+  const bare = await healthy(t, { browsers: [] });
+  assert.match((await onlyProblem(bare)).text, /No browser/);
+});
+
+test("A manifest that names a program that is gone, or may not be executed, is found", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const manifest = await computer.read(computer.userManifest("chromium"));
+  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
+  assert.match((await onlyProblem(computer)).text, /names \/gone\/quillmark-host, which is not there/);
+
+  await computer.tool("quillmark-browsers", "register");
+  await chmod(join(computer.installed, "quillmark-host"), 0o644);
+  const { text, remedy } = await onlyProblem(computer);
+  assert.match(text, /may not be executed/);
+  assert.match(remedy, /^chmod \+x /);
+});
+
+test("A user's manifest that hides the system's is found", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  await computer.tool("quillmark-browsers", "register", "--system");
+  const manifest = await computer.read(computer.userManifest("chromium"));
+  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
+  assert.match((await onlyProblem(computer)).text, /hides the registration for all users/);
+});
+
+test("Somebody else's manifest in the place is found", async (t) => {
+  const computer = await healthy(t, { browsers: ["firefox"] });
+  await computer.write(computer.userManifest("firefox"), { name: "quillmark.host", description: "x" });
+  assert.match((await onlyProblem(computer)).text, /is not Quillmark's/);
+});
+
+test("Chromium as a snap cannot start programs; Firefox as a snap asks", async (t) => {
+  const computer = await healthy(t, { browsers: [] });
+  await computer.addBrowser("chromium", "snap/bin");
+  assert.match((await onlyProblem(computer)).text, /Chromium: is a snap, which cannot start programs/);
+  await computer.addBrowser("firefox", "snap/bin");
+  await computer.tool("quillmark-browsers", "register", "--browser", "firefox");
+  const { couldSign, problems } = await examine(computer);
+  assert.equal(couldSign, true);
+  assert.ok(problems.some(({ text }) => text.startsWith("Firefox is a snap: it asks once")));
+});
+
+test("A browser as a Flatpak is noted", async (t) => {
+  const computer = await healthy(t);
+  await mkdir(join(computer.home, ".var/app/org.mozilla.firefox"), { recursive: true });
+  assert.match((await onlyProblem(computer)).text, /Firefox is also there as a Flatpak/);
+});
+
+test("Policies that forbid the program are found, and those that allow it are not", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const policy = join(computer.root, "etc/chromium/policies/managed/company.json");
+  await computer.write(policy, { NativeMessagingBlocklist: ["*"] });
+  assert.match((await onlyProblem(computer)).text, /company\.json forbids the signing program/);
+  await computer.write(policy, { NativeMessagingBlocklist: ["*"], NativeMessagingAllowlist: ["quillmark.host"] });
+  assert.equal((await examine(computer)).couldSign, true);
+  await computer.write(policy, { NativeMessagingUserLevelHosts: false });
+  const { text, remedy } = await onlyProblem(computer);
+  assert.match(text, /forbids programs of single users/);
+  assert.equal(remedy, "sudo ./install --system");
+});
+
+test("A working folder that others can change is a failure", async (t) => {
+  const computer = await healthy(t);
+  await chmod(computer.installed, 0o777);
+  const { couldSign, text } = await onlyProblem(computer);
+  assert.equal(couldSign, false);
+  assert.match(text, /can be changed by others/);
+});
+
+test("Settings that are no JSON are noted; settings that name a missing module are a failure", async (t) => {
+  const computer = await healthy(t);
+  const settings = join(computer.installed, "QMHostSettings.json");
+  await computer.write(settings, "{ nothing");
+  const noted = await onlyProblem(computer);
+  assert.equal(noted.couldSign, true);
+  assert.match(noted.text, /is no JSON object/);
+  await computer.write(settings, { TokenDriverFullPath: "/gone/module.so" });
+  const failed = await onlyProblem(computer);
+  assert.equal(failed.couldSign, false);
+  assert.match(failed.text, /\/gone\/module\.so is not there/);
+});
+
+test("A driver that cannot be loaded is a failure, with the loader's reason", async (t) => {
+  const computer = await healthy(t);
+  await computer.write(join(computer.installed, "QMTokenDriver.so"), "no library");
+  assert.match((await onlyProblem(computer)).text, /cannot be loaded: .*(too short|invalid ELF header)/);
+});
+
+test("A missing pcscd is a note", async (t) => {
+  const computer = await healthy(t);
+  await rm(join(computer.root, "run/pcscd/pcscd.comm"));
+  const { couldSign, text } = await onlyProblem(computer);
+  assert.equal(couldSign, true);
+  assert.match(text, /pcscd/);
+});
+
+test("No token, no certificate that can sign, and a listing that fails are failures", async (t) => {
+  const listings = [
+    [{ canSign: 0, modules: [{ name: "softhsm2", used: true, slots: [] }] }, /No token that can sign/],
+    [{ ...GOOD_TOKENS, canSign: 0 }, /No certificate can sign/],
+    [{ canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] }, /p11-kit knows no module/],
+  ];
+  for (const [listing, words] of listings) {
+    const computer = await Computer.make(t);
+    await computer.setTokens(listing);
+    computer.more = { DISPLAY: ":stand-in" };
+    await computer.layOut();
+    await computer.tool("quillmark-browsers", "register");
+    const { couldSign, problems } = await examine(computer);
+    assert.equal(couldSign, false);
+    assert.ok(problems.some(({ level, text }) => level === "failure" && words.test(text)), JSON.stringify(problems));
+  }
+  const computer = await healthy(t);
+  await rm(join(computer.installed, "quillmark-tokens"));
+  assert.match((await onlyProblem(computer)).text, /The tokens could not be listed/);
+});
+
+for (const [what, script, words] of [
+  ["ends at once", "#!/bin/sh\nexit 3\n", /ends without an answer, with status 3/],
+  ["answers something else", "#!/bin/sh\nprintf '\\002\\000\\000\\000{}'\n", /answers something else/],
+  ["is no program", "no program", /ends without an answer|cannot be started/],
+]) {
+  test(`A program that ${what} is a failure`, async (t) => {
+    const computer = await Computer.make(t, { browsers: ["chromium"] });
+    await computer.setProgram(script);
+    computer.more = { DISPLAY: ":stand-in" };
+    await computer.layOut();
+    await computer.tool("quillmark-browsers", "register");
+    const { couldSign, problems } = await examine(computer);
+    assert.equal(couldSign, false);
+    assert.ok(problems.some(({ text }) => words.test(text)), JSON.stringify(problems));
+  });
+}
+
+test("The program is started as each browser would start it", async (t) => {
+  const computer = await healthy(t, { browsers: ["firefox"] });
+  await examine(computer);
+  const { arguments: given, folder } = await computer.read(join(computer.installed, "started"));
+  assert.deepEqual(given, [computer.userManifest("firefox"), "extension@quillmark.example"]);
+  assert.equal(folder, computer.installed);
+});
+
+// ---- the real program
+
+const world = World.forThisFile();
+
+test("With the real program, driver and a soft token: status 0, and 1 once the token is gone", async (t) => {
+  const token = await world.softToken(t);
+  const env = { ...process.env, ...world.desktop.env, ...token.env };
+  await mkdir(join(token.env.HOME, ".config/chromium"), { recursive: true });
+  await run(join(root, "install"), ["--from", bin], { env });
+  const doctor = async () => {
+    const { code, stdout } = await runUnchecked(join(token.env.HOME, ".local/bin/quillmark-doctor"), ["--json"], { env });
+    return { code, texts: JSON.parse(stdout).findings.map(({ level, text }) => `${level}: ${text}`) };
+  };
+  const well = await doctor();
+  assert.equal(well.code, 0, well.texts.join("\n"));
+  assert.ok(well.texts.some((text) => /^ok: .*CN=user on "Quillmark" can sign/.test(text)), well.texts.join("\n"));
+  assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the program answers/.test(text)));
+
+  await rm(join(token.env.HOME, "tokens"), { recursive: true });
+  await mkdir(join(token.env.HOME, "tokens"));
+  const ill = await doctor();
+  assert.equal(ill.code, 1);
+  assert.ok(ill.texts.includes("failure: No token that can sign is there"), ill.texts.join("\n"));
+});

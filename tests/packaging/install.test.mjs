@@ -1,0 +1,153 @@
+// ./install and the launcher: what goes where, and that all of it goes away again.
+
+import assert from "node:assert/strict";
+import { existsSync, lstatSync, readlinkSync, statSync } from "node:fs";
+import { mkdir, readdir, rm, symlink, writeFile } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+
+import { run } from "../program/lib/process.mjs";
+import { Computer } from "./lib/computer.mjs";
+
+const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-tokens"];
+const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
+
+async function computerWith(t, ...browsers) {
+  const computer = await Computer.make(t, { browsers });
+  // The install script takes the browsers from the PATH.
+  computer.more = { PATH: `${join(computer.root, "usr/bin")}:${process.env.PATH}` };
+  return computer;
+}
+
+test("install puts everything into the user's own folder and registers", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const { code, out } = await computer.install();
+  assert.equal(code, 0, out);
+  const folder = folderOf(computer);
+  assert.deepEqual((await readdir(folder)).sort(), [
+    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host",
+    "quillmark-tokens", "registration.json",
+  ]);
+  assert.equal(statSync(folder).mode & 0o777, 0o700);
+  const manifest = await computer.read(computer.userManifest("chromium"));
+  assert.equal(manifest.path, join(folder, "quillmark-host"));
+  for (const name of COMMANDS) assert.equal(readlinkSync(join(computer.home, ".local/bin", name)), join(folder, name));
+});
+
+test("A folder that others could write is closed by the install", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await mkdir(folderOf(computer), { recursive: true, mode: 0o777 });
+  await computer.install();
+  assert.equal(statSync(folderOf(computer)).mode & 0o777, 0o700);
+});
+
+test("uninstall takes all of it away, with the program's own log and settings", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.install();
+  await writeFile(join(folderOf(computer), "QMSignerExtHostLog.txt"), "a line\n");
+  await writeFile(join(folderOf(computer), "QMHostSettings.json"), "{}");
+  const { code, out } = await computer.install("--uninstall");
+  assert.equal(code, 0);
+  assert.match(out, /Uninstalled/);
+  assert.ok(!existsSync(folderOf(computer)));
+  assert.ok(!existsSync(computer.userManifest("chromium")));
+  assert.deepEqual(await readdir(join(computer.home, ".local/bin")), []);
+});
+
+test("uninstall leaves what is not Quillmark's, and names it", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.install();
+  await writeFile(join(folderOf(computer), "notes.txt"), "mine");
+  const command = join(computer.home, ".local/bin/quillmark-doctor");
+  await rm(command);
+  await writeFile(command, "mine too");
+  const { out } = await computer.install("--uninstall");
+  assert.match(out, /notes\.txt/);
+  assert.deepEqual(await readdir(folderOf(computer)), ["notes.txt"]);
+  assert.ok(existsSync(command));
+});
+
+test("uninstall without an installation is one clear line", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const { code, err } = await computer.install("--uninstall");
+  assert.equal(code, 1);
+  assert.match(err, /^Quillmark is not installed in .*\n$/);
+});
+
+test("A second install renews the files, also while the program runs", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.install();
+  await computer.setProgram("#!/bin/sh\necho renewed\n");
+  assert.equal((await computer.install()).code, 0);
+  const { stdout } = await run(join(folderOf(computer), "QMChromeExtHost"), []);
+  assert.equal(stdout.toString(), "renewed\n");
+});
+
+test("--system installs for all users, and the paths are those without the folder that stands for /", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  const { code, out, err } = await computer.install("--system", "--root", computer.root);
+  assert.equal(code, 0, out + err);
+  assert.equal(statSync(join(computer.root, "usr/lib/quillmark")).mode & 0o777, 0o755);
+  assert.equal(readlinkSync(join(computer.root, "usr/bin/quillmark-doctor")), "/usr/lib/quillmark/quillmark-doctor");
+  const manifest = await computer.read(computer.systemManifest("etc/chromium/native-messaging-hosts"));
+  assert.equal(manifest.path, "/usr/lib/quillmark/quillmark-host");
+  assert.ok(!existsSync(computer.userManifest("chromium")));
+
+  assert.equal((await computer.install("--system", "--root", computer.root, "--uninstall")).code, 0);
+  assert.ok(!existsSync(join(computer.root, "usr/lib/quillmark")));
+  assert.ok(!existsSync(computer.systemManifest("etc/chromium/native-messaging-hosts")));
+});
+
+test("Options that do not go together are refused, and a missing file of the build is named", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  assert.match((await computer.install("--root", computer.root)).err, /--root goes with --system/);
+  assert.match((await computer.install("--everything")).err, /No such option/);
+  await rm(join(computer.program, "QMTokenDriver.so"));
+  assert.match((await computer.install()).err, /QMTokenDriver\.so is missing/);
+  assert.ok(!existsSync(folderOf(computer)));
+});
+
+// ---- the launcher
+
+const started = (folder, computer) => computer.read(join(folder, "started"));
+
+test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.install();
+  await run(join(folderOf(computer), "quillmark-host"), ["chrome-extension://abc/"], { cwd: "/", env: computer.env });
+  const { arguments: given, folder } = await started(folderOf(computer), computer);
+  assert.deepEqual(given, ["chrome-extension://abc/"]);
+  assert.equal(folder, folderOf(computer));
+});
+
+test("The launcher needs no argument", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await computer.install();
+  await run(join(folderOf(computer), "quillmark-host"), [], { cwd: "/", env: computer.env });
+  assert.deepEqual((await started(folderOf(computer), computer)).arguments, []);
+});
+
+async function forAllUsers(t) {
+  const computer = await computerWith(t, "chromium");
+  await computer.install("--system", "--root", computer.root);
+  const launch = () => run(join(computer.root, "usr/lib/quillmark/quillmark-host"), [], { cwd: "/", env: computer.env });
+  return { computer, launch, folder: folderOf(computer) };
+}
+
+test("Installed for all users, the launcher gives each user a folder with logo and driver in reach", async (t) => {
+  const { computer, launch, folder } = await forAllUsers(t);
+  await launch();
+  assert.deepEqual((await started(folder, computer)).files, ["QMLogo.png", "QMTokenDriver.so", "started"]);
+  assert.equal(statSync(folder).mode & 0o777, 0o700);
+  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
+});
+
+test("Links of an earlier version are renewed, and a file of the user's own stays", async (t) => {
+  const { launch, folder, computer } = await forAllUsers(t);
+  await mkdir(folder, { recursive: true });
+  await symlink("/gone/QMLogo.png", join(folder, "QMLogo.png"));
+  await writeFile(join(folder, "QMTokenDriver.so"), "a token maker's module");
+  await launch();
+  assert.equal(readlinkSync(join(folder, "QMLogo.png")), join(computer.root, "usr/lib/quillmark/QMLogo.png"));
+  assert.ok(lstatSync(join(folder, "QMTokenDriver.so")).isFile());
+});

@@ -1,0 +1,130 @@
+// A computer with a home and a root folder of its own, with browsers that are only there by name, and a signing program
+// that stands in for the real one.
+
+import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
+import { dirname, join, resolve } from "node:path";
+import { fileURLToPath } from "node:url";
+
+import { Cleanup, runUnchecked } from "../../program/lib/process.mjs";
+
+export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
+export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
+
+/** Answers every request by its echo, as the signing program does with one that has no action; tells where it runs. */
+const ECHOING = `#!/usr/bin/python3
+import json, os, struct, sys
+with open("started", "w") as file:
+    json.dump({"arguments": sys.argv[1:], "folder": os.getcwd(), "files": sorted(os.listdir())}, file)
+while prefix := sys.stdin.buffer.read(4):
+    request = json.loads(sys.stdin.buffer.read(struct.unpack("=I", prefix)[0]))
+    reply = {"status_cd": 0, "result": "QMHost Error: echo: " + request["text"], "nonce": request["nonce"]}
+    text = json.dumps(reply).encode()
+    sys.stdout.buffer.write(struct.pack("=I", len(text)) + text)
+    sys.stdout.flush()
+`;
+
+/** What quillmark-tokens says with one token and one certificate that can sign. */
+export const GOOD_TOKENS = {
+  canSign: 1,
+  modules: [{
+    name: "softhsm2", used: true,
+    slots: [{ description: "slot", token: { label: "Token", offered: true, certificates: [
+      { subject: "CN=Asha Rao", offered: true, needsLogin: true, reasons: [] },
+      { subject: "CN=Old", offered: false, needsLogin: false, reasons: ["expired"] },
+    ] } }],
+  }],
+};
+
+export class Computer {
+  /** Goes with the test `t`. `browsers` are commands that are there, in the folder that stands for /. */
+  static async make(t, { browsers = ["chromium", "firefox-esr"] } = {}) {
+    const computer = new Computer();
+    const cleanup = new Cleanup();
+    t.after(() => cleanup.run());
+    computer.folder = await cleanup.folder("computer");
+    computer.home = join(computer.folder, "home");
+    computer.root = join(computer.folder, "root");
+    computer.program = join(computer.folder, "program");
+    await mkdir(computer.home);
+    await mkdir(join(computer.root, "usr/bin"), { recursive: true });
+    for (const name of browsers) await computer.addBrowser(name);
+    await computer.#makeProgram();
+    return computer;
+  }
+
+  async addBrowser(name, folder = "usr/bin") {
+    await mkdir(join(this.root, folder), { recursive: true });
+    await writeFile(join(this.root, folder, name), "#!/bin/sh\n", { mode: 0o755 });
+  }
+
+  async #makeProgram() {
+    await mkdir(this.program);
+    await this.setProgram(ECHOING);
+    await this.setTokens(GOOD_TOKENS);
+    await writeFile(join(this.program, "QMLogo.png"), "a picture");
+    // Any library that loads and has a module's entry points will do.
+    await copyFile("/usr/lib/softhsm/libsofthsm2.so", join(this.program, "QMTokenDriver.so"));
+  }
+
+  /** Puts a script in the signing program's place. */
+  setProgram(script) {
+    return writeFile(join(this.program, "QMChromeExtHost"), script, { mode: 0o755 });
+  }
+
+  /** Has quillmark-tokens say this. */
+  setTokens(listing) {
+    const script = `#!/bin/sh\ncat <<'END'\n${JSON.stringify(listing)}\nEND\n`;
+    return writeFile(join(this.program, "quillmark-tokens"), script, { mode: 0o755 });
+  }
+
+  /** The folder with everything as `./install` lays it out, without registering anything. */
+  async layOut() {
+    const folder = join(this.home, ".local/share/quillmark");
+    await mkdir(folder, { recursive: true, mode: 0o700 });
+    await cp(this.program, folder, { recursive: true });
+    for (const name of ["quillmark-host", "quillmark-browsers", "quillmark-doctor", "registration.json"]) {
+      await cp(join(root, "packaging", name), join(folder, name));
+    }
+    this.installed = folder;
+    return folder;
+  }
+
+  /** Runs one of the tools as laid out; { code, out, err }. */
+  async tool(name, ...args) {
+    const options = name === "quillmark-host" ? [] : ["--root", this.root];
+    const result = await runUnchecked(join(this.installed, name), [...args, ...options], { env: this.env });
+    return { code: result.code, out: result.stdout.toString(), err: result.stderr };
+  }
+
+  /** Runs the project's install script. */
+  async install(...args) {
+    const result = await runUnchecked(join(root, "install"), ["--from", this.program, ...args], { env: this.env });
+    return { code: result.code, out: result.stdout.toString(), err: result.stderr };
+  }
+
+  get env() {
+    const { DISPLAY, WAYLAND_DISPLAY, XDG_CONFIG_HOME, XDG_DATA_HOME, ...rest } = process.env;
+    return { ...rest, HOME: this.home, ...this.more };
+  }
+
+  /** The path of the manifest of this user. */
+  userManifest(browser) {
+    const folder = browser === "firefox" ? ".mozilla/native-messaging-hosts" : `.config/${browser}/NativeMessagingHosts`;
+    return join(this.home, folder, `${registration.name}.json`);
+  }
+
+  systemManifest(folder) {
+    return join(this.root, folder, `${registration.name}.json`);
+  }
+
+  async read(file) {
+    return JSON.parse(await readFile(file, "utf8"));
+  }
+
+  /** Writes a file with its folders, in the place of what is there: never through a link to somewhere else. */
+  async write(file, content) {
+    await mkdir(dirname(file), { recursive: true });
+    await rm(file, { force: true });
+    await writeFile(file, typeof content === "string" ? content : JSON.stringify(content));
+  }
+}

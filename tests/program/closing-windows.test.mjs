@@ -1,0 +1,88 @@
+// Users who close windows that want an answer: no window that they close ends the host or answers for them.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { errorTitle, failurePrefix, noPinText, pinTitle, windowTitle } from "./lib/host.mjs";
+import { run, sleep } from "./lib/process.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const choose = { action: "GetSelCertFromToken" };
+const sign = { action: "SignAuthToken", authToken: "token" };
+const normalEnd = { code: 0, signal: null };
+
+/** The window manager draws its close box here whether the window offers closing or not. */
+async function clickCloseBox(id) {
+  const { width } = await world.desktop.geometry(id);
+  await world.desktop.click(id, width - 11, -11);
+}
+
+test("The title bar's close box and Alt+F4, many times: the window goes on waiting", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  for (let round = 0; round < 3; ++round) {
+    host.send(choose);
+    const id = await host.window();
+    for (let i = 0; i < 5; ++i) {
+      await clickCloseBox(id);
+      await world.desktop.key(id, "alt+F4");
+    }
+    await sleep(300);
+    await host.clickOk();
+    assert.equal((await host.reply()).status_cd, 1);
+    assert.equal((await host.request({ text: "on" })).result, `${failurePrefix}echo: on`);
+  }
+  assert.deepEqual(await host.finish(), normalEnd);
+});
+
+test("Alt+F4 while the token is read: the list comes all the same", async (t) => {
+  const { host } = await world.hostWithFake(t, { faults: [{ call: "C_OpenSession", delay: 1500 }] });
+  host.send(choose);
+  const id = await world.desktop.window(windowTitle);
+  for (let i = 0; i < 5; ++i) await world.desktop.key(id, "alt+F4");
+  await host.clickOk();
+  assert.equal((await host.reply()).status_cd, 1);
+  assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
+  assert.deepEqual(await host.finish(), normalEnd);
+});
+
+for (const [how, close] of [
+  ["close box", clickCloseBox],
+  ["Alt+F4", (id) => world.desktop.key(id, "alt+F4")],
+]) {
+  test(`The PIN dialog closed with ${how} is cancelled, also with a PIN in it`, async (t) => {
+    const { host, token } = await world.hostWithFake(t);
+    for (const typed of ["", "1234"]) {
+      host.send(sign);
+      await host.clickOk();
+      const dialog = await world.desktop.window(pinTitle);
+      if (typed) await world.desktop.type(dialog, typed);
+      await close(dialog);
+      assert.equal((await host.reply()).result, failurePrefix);
+      assert.equal((await host.logLines()).filter((line) => line.startsWith("Error in")).at(-1),
+        `Error in GetTokenPvtKey(): ${noPinText}`);
+    }
+    assert.deepEqual(await token.calls("C_Login"), []);
+    assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
+    assert.deepEqual(await host.finish(), normalEnd);
+  });
+}
+
+test("The message of a missing driver closed with Alt+F4 ends the host like its button", async (t) => {
+  const host = await world.host(t);
+  await world.desktop.key(await world.desktop.window(errorTitle), "alt+F4");
+  assert.deepEqual(await host.exit(), { code: 1, signal: null });
+});
+
+test("A user who kills the window ends the host at once, and without a signal", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(choose);
+  const id = await host.window();
+  await run("xdotool", ["windowkill", id], { env: { ...process.env, ...world.desktop.env } });
+  const { code, signal } = await host.exit({ timeout: 2000 });
+  assert.equal(signal, null);
+  assert.notEqual(code, 0);
+  const { host: next } = await world.hostWithFake(t);
+  assert.equal((await chooseFirst(next, choose)).status_cd, 1);
+});

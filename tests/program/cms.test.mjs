@@ -1,0 +1,124 @@
+// The CMS SignedData that carries the text of a GST return.
+
+import assert from "node:assert/strict";
+import { writeFile } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+
+import { contentOf, oid, parseDer, shapeOf } from "./lib/asn1.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+function signText(hash, more = {}) {
+  return { action: "GSTReturnSign", hash, ...more };
+}
+
+/** The encapsulated content and the SignerInfo of a SignedData. */
+async function partsOf(der) {
+  const [, explicit] = (await parseDer(der)).children;
+  const [, , content, , signerInfos] = explicit.children[0].children;
+  return { content, signerInfo: signerInfos.children[0] };
+}
+
+test("The structure has these elements, in this order, with nothing more", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const { result } = await chooseAndLogIn(host, signText("abc"));
+  const certificate = await parseDer((await world.certificate()).bytes);
+  const algorithm = ["SEQUENCE", "OBJECT", "NULL"];
+  assert.deepEqual(shapeOf(await parseDer(Buffer.from(result, "base64"))), ["SEQUENCE", "OBJECT", ["cont [ 0 ]", ["SEQUENCE",
+    "INTEGER",
+    ["SET", algorithm],
+    ["SEQUENCE", "OBJECT", ["cont [ 0 ]", "OCTET STRING"]],
+    ["cont [ 0 ]", shapeOf(certificate)],
+    ["SET", ["SEQUENCE",
+      "INTEGER",
+      ["SEQUENCE", shapeOf(certificate.children[0].children[3]), "INTEGER"],
+      algorithm,
+      algorithm,
+      "OCTET STRING"]],
+  ]]]);
+});
+
+test("The content holds the text, and the text is what the token signs", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  const { result } = await chooseAndLogIn(host, signText("abc"));
+  const { content, signerInfo } = await partsOf(Buffer.from(result, "base64"));
+  assert.deepEqual(contentOf(content.children[1]), Buffer.from("0403616263", "hex"));
+  assert.equal(signerInfo.children.length, 5);
+  assert.deepEqual(signerInfo.children[3].children[0].bytes, oid("1.2.840.113549.1.1.1"));
+  const [{ in: given }] = await token.calls("C_Sign");
+  assert.deepEqual([given.data, given.dataLength], ["616263", 3]);
+  assert.ok((await host.logLines()).includes("GST SIGN BYTES B4 SIGN: 616263"));
+});
+
+test("An empty text is an empty OCTET STRING, and the token signs no bytes", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  for (const request of [signText(""), { action: "GSTReturnSign" }]) {
+    const first = (await token.calls("C_Sign")).length === 0;
+    const { result } = await (first ? chooseAndLogIn : chooseFirst)(host, request);
+    const { content } = await partsOf(Buffer.from(result, "base64"));
+    assert.deepEqual(contentOf(content.children[1]), Buffer.from("0400", "hex"));
+    assert.equal((await token.calls("C_Sign")).at(-1).in.dataLength, 0);
+    assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).length, 0);
+  }
+});
+
+for (const hashAlgorithm of ["SHA256", "SHA-384", "SHA-512"]) {
+  test(`OpenSSL accepts the signature with ${hashAlgorithm} and finds the text in it`, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    const text = JSON.stringify({ gstin: "33ABCDE1234F1Z5", fp: "102026", name: "Gewürze €", total: 1234.5 });
+    const { result } = await chooseAndLogIn(host, signText(text, { hashAlgorithm }));
+    assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), text);
+  });
+}
+
+test("A return of 600 kB is signed whole, in one line of Base64", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, { settings: null });
+  const text = JSON.stringify(Array.from({ length: 20_000 }, (_, i) => ({ invoice: i, sum: "1,000.00" })));
+  const { result } = await chooseAndLogIn(host, signText(text));
+  assert.match(result, /^[A-Za-z0-9+/]+=*$/);
+  assert.ok((await world.judges.cms(Buffer.from(result, "base64"))).equals(Buffer.from(text)));
+});
+
+test("The signature is by the certificate that was chosen", async (t) => {
+  const certificates = [{ certificate: await world.certificate(), id: "1" }, { certificate: await world.certificate("second"), id: "2" }];
+  const { host } = await world.hostWithFake(t, { certificates });
+  host.send(signText("abc"));
+  await host.clickCard(1, 2);
+  await host.enterPin("1234");
+  const der = Buffer.from((await host.reply()).result, "base64");
+  assert.equal((await world.judges.cms(der)).toString(), "abc");
+  const [, explicit] = (await parseDer(der)).children;
+  assert.deepEqual(contentOf(explicit.children[0].children[3]), certificates[1].certificate.bytes);
+});
+
+test("At level DEBUG the last result lies in CMSSign.txt; at INFO and EXCEPTION no file is written", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const long = await chooseAndLogIn(host, signText("a longer text"));
+  assert.equal(await host.readFile("CMSSign.txt"), long.result);
+  const short = await chooseFirst(host, signText(""));
+  assert.equal(await host.readFile("CMSSign.txt"), short.result);
+  for (const level of [2, 3]) {
+    const { host: quiet } = await world.hostWithFake(t, {}, { settings: { AppLogLevel: level } });
+    assert.equal((await chooseAndLogIn(quiet, signText("abc"))).status_cd, 1);
+    await assert.rejects(quiet.readFile("CMSSign.txt"), { code: "ENOENT" });
+  }
+});
+
+test("A certificate that does not parse gives a structure with less in it, which the token signs all the same", async (t) => {
+  const der = join(world.folder, "garbage.der");
+  await writeFile(der, "no certificate");
+  const { key } = await world.certificate();
+  const { host, token } = await world.hostWithFake(t, { certificates: [{ certificate: { der, key }, id: "1" }] });
+  const reply = await chooseAndLogIn(host, signText("abc"));
+  assert.equal(reply.status_cd, 1);
+  assert.equal((await token.calls("C_Sign")).length, 1);
+  await parseDer(Buffer.from(reply.result, "base64"));
+});
+
+test("A failure of the token is the reply, without a prefix of the builder", async (t) => {
+  const { host } = await world.hostWithFake(t, { faults: [{ call: "C_SignInit", rv: 5 }] });
+  const { result } = await chooseAndLogIn(host, signText("abc"));
+  assert.equal(result, "QMHost Error: Error  in TokenSignData(): [CKR_ERROR in C_SignInit] ErrCode = 0x00000005.");
+});

@@ -1,0 +1,97 @@
+// From a request's members to the operation that they name.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { ck } from "./lib/fake-token.mjs";
+import { windowTitle } from "./lib/host.mjs";
+import { thumbprint } from "./lib/judges.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const digest = Buffer.alloc(32, 0x5a).toString("base64");
+
+test("A request without an action is echoed as a failure", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  assert.deepEqual(await host.request({ text: "hello", nonce: "1" }),
+    { status_cd: 0, result: "QMHost Error: echo: hello", nonce: "1" });
+});
+
+test("Actions are matched exactly: case, blanks and unknown names take the echo", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  for (const action of ["gstreturnsign", "GSTReturnSign ", "", "Nothing", "SignXml"]) {
+    assert.equal((await host.request({ action, text: action })).result, `QMHost Error: echo: ${action}`);
+  }
+  await world.desktop.windowGone(windowTitle);
+});
+
+test("Member names are matched exactly", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  assert.deepEqual(await host.request({ Action: "SignXML", TEXT: "x", Nonce: "1" }),
+    { status_cd: 0, result: "QMHost Error: echo: ", nonce: "" });
+});
+
+test("A text that is no string is echoed as its JSON text", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  assert.equal((await host.request({ text: { b: [1, null] } })).result, 'QMHost Error: echo: {"b":[1,null]}');
+});
+
+test("SignXML fails with the same words whatever it is given, and touches no token", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  for (const more of [{}, { xmlDoc: "<a/>", xmlSignParms: "x", hashAlgorithm: "nonsense" }]) {
+    assert.equal((await host.request({ action: "SignXML", ...more })).result, "QMHost Error: Not Implimented.");
+  }
+  assert.deepEqual(await token.calls(), []);
+});
+
+test("The hash algorithm is SHA256 when absent or empty, and loses its dashes but not its case", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  const chosen = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
+  assert.equal(chosen.status_cd, 1);
+  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  const sign = (more) => host.request({ action: "PdfSignFromToken", hash: digest, certThumbPrint, ...more });
+  const mechanism = async () => (await token.calls("C_SignInit")).at(-1).in.mechanism;
+
+  for (const [hashAlgorithm, expected] of [
+    [undefined, ck.CKM_SHA256_RSA_PKCS], ["", ck.CKM_SHA256_RSA_PKCS], ["SHA-256", ck.CKM_SHA256_RSA_PKCS],
+    ["SHA-384", ck.CKM_SHA384_RSA_PKCS], ["-S-H-A-5-1-2-", ck.CKM_SHA512_RSA_PKCS],
+  ]) {
+    assert.equal((await sign({ hashAlgorithm })).status_cd, 1, hashAlgorithm);
+    assert.equal(await mechanism(), expected, hashAlgorithm);
+  }
+  for (const hashAlgorithm of ["sha-256", "--", "SHA 256", "SHA256 "]) {
+    const { result } = await sign({ hashAlgorithm });
+    assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): Unsupported hash algorithm", hashAlgorithm);
+  }
+});
+
+test("A request for a certificate ignores every other member", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const reply = await chooseFirst(host, {
+    action: "GetSelCertFromToken", hashAlgorithm: "nonsense", hash: "?", certThumbPrint: "?", authToken: "?", PAN: "?",
+  });
+  assert.equal(reply.status_cd, 1);
+});
+
+test("A PDF request without a thumbprint looks for the empty one", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const { result } = await host.request({ action: "PdfSignFromToken", hash: digest });
+  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
+    + "Certificate not found in the token's certificate list: ");
+});
+
+test("After a failed operation the next request is served", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const failed = await host.request({ action: "PdfSignFromToken", certThumbPrint: "00", nonce: "1" });
+  assert.deepEqual([failed.status_cd, failed.nonce], [0, "1"]);
+  assert.equal((await host.request({ text: "next", nonce: "2" })).nonce, "2");
+});
+
+test("The end of input after a reply ends the host, with nothing more written", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, { settings: null });
+  await host.request({ text: "last" });
+  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.equal(await host.replyFrame(), null);
+  assert.equal((await host.logLines()).at(-1), "Exiting ReadStdin Loop and Closing Host Application.");
+});

@@ -1,0 +1,62 @@
+// What a reply looks like.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+async function replyText(host) {
+  return (await host.replyFrame()).subarray(4).toString();
+}
+
+test("A failure has status 0, the prefixed text and an empty nonce, in this order and compact", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send({ action: "SignXML" });
+  assert.equal(await replyText(host), '{"status_cd":0,"result":"QMHost Error: Not Implimented.","nonce":""}');
+  const logged = (await host.logLines()).filter((line) => line === "QMHost Error: Not Implimented.");
+  assert.equal(logged.length, 1);
+});
+
+test("A failure's text is logged at DEBUG only", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, { settings: { AppLogLevel: 2 } });
+  await host.request({ action: "SignXML" });
+  assert.doesNotMatch(await host.logText(), /Not Implimented/);
+});
+
+test("A success has status 1, its text and the nonce as a string, in this order", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send({ action: "GetSelCertFromToken", nonce: "17" });
+  await host.clickOk();
+  const text = await replyText(host);
+  assert.match(text, /^\{"status_cd":1,"result":".*","nonce":"17"\}$/s);
+  assert.deepEqual(Object.keys(JSON.parse(text)), ["status_cd", "result", "nonce"]);
+});
+
+test("A result that is JSON itself is sent as one string", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  const reply = await chooseFirst(host, { action: "GetSelCertFromToken" });
+  assert.equal(typeof reply.result, "string");
+  assert.equal(JSON.parse(reply.result).CKA_ID, "01");
+});
+
+test("The nonce comes back unchanged", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  for (const nonce of ["", " ", "17", "ü/€\"\\\n\t\u0001", "n".repeat(10_000)]) {
+    assert.equal((await host.request({ nonce })).nonce, nonce);
+  }
+});
+
+test("A nonce that is no string comes back as its JSON text", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  for (const [nonce, text] of [[17, "17"], [true, "true"], [null, "null"], [{ a: [1, "b"] }, '{"a":[1,"b"]}']]) {
+    assert.equal((await host.request({ nonce })).nonce, text);
+  }
+});
+
+test("Slashes and letters beyond ASCII are not escaped", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send({ text: "https://example.com/ä" });
+  assert.match(await replyText(host), /https:\/\/example\.com\/ä/);
+});

@@ -1,0 +1,187 @@
+// The select-certificate window and the user's answer.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { ck, errorLine } from "./lib/fake-token.mjs";
+import { cancelText, failurePrefix, windowTitle } from "./lib/host.mjs";
+import { sleep, waitFor } from "./lib/process.mjs";
+import { chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const getCertificate = { action: "GetSelCertFromToken" };
+const red = "ff0000";
+
+async function twoCertificates() {
+  return [
+    { certificate: await world.certificate(), id: "first" },
+    { certificate: await world.certificate("expired", { to: "20231115000000Z" }), id: "second" },
+  ];
+}
+
+function idOf(reply) {
+  return JSON.parse(reply.result).CKA_ID;
+}
+
+test("The first request loads the list and selects the first card", async (t) => {
+  const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
+  assert.equal(idOf(await chooseFirst(host, getCertificate)), "first");
+  const steps = ["Opening Select Certificate Dialog", "0 Items in Certificate List. Loading List...",
+    "Entering TokenOpenSession()", "Trying to Get Token Slot List", "Found slots with the token attached.",
+    "Get the slots list.", "Exiting Method TokenOpenSession()", "2 items Loaded in Certificate List.",
+    "Selected Certificate Index: 0", "Select Certificate Dialog Closed"];
+  const lines = await host.logLines();
+  assert.deepEqual(lines.filter((line) => steps.includes(line)), steps);
+});
+
+test("While the token is read the window says so", async (t) => {
+  const faults = [{ call: "C_Initialize", delay: 5000 }];
+  const { host, token } = await world.hostWithFake(t, { faults });
+  host.send(getCertificate);
+  await waitFor("the list to be loaded", async () => (await host.logLines()).includes("Entering TokenOpenSession()"));
+  const id = await world.desktop.window(windowTitle);
+  // The placeholder stands in the middle of the list's first row, where no card has anything.
+  const middle = { x: 230, y: 90, width: 140, height: 40 };
+  await waitFor("black on white", async () => {
+    const colours = await world.desktop.colours(id, middle);
+    return colours.includes("000000") && colours.includes("ffffff");
+  });
+  assert.deepEqual(await token.calls(), []);
+  await host.clickOk();
+  assert.equal(idOf(await host.reply()), "01");
+});
+
+test("Later requests show the same cards at once, without the token", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  await chooseFirst(host, getCertificate);
+  const calls = (await token.calls()).length;
+  for (let i = 0; i < 2; ++i) assert.equal(idOf(await chooseFirst(host, getCertificate)), "01");
+  assert.equal((await token.calls()).length, calls);
+});
+
+test("Cancel is an answer, whatever is selected", async (t) => {
+  const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
+  for (const move of [async () => {}, async () => host.clickCard(1)]) {
+    host.send(getCertificate);
+    await host.window();
+    await move();
+    await host.clickCancel();
+    assert.deepEqual(await host.reply(), { status_cd: 0, result: failurePrefix + cancelText, nonce: "" });
+    await world.desktop.windowGone(windowTitle);
+  }
+  assert.ok((await host.logLines()).includes("CANCEL Clicked"));
+});
+
+test("A card is chosen with a click and OK", async (t) => {
+  const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
+  host.send(getCertificate);
+  await host.clickCard(1);
+  await host.clickOk();
+  assert.equal(idOf(await host.reply()), "second");
+  assert.ok((await host.logLines()).includes("Selected Certificate Index: 1"));
+});
+
+test("A double click on a card is a click and OK", async (t) => {
+  const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
+  for (const [row, id] of [[1, "second"], [0, "first"]]) {
+    host.send(getCertificate);
+    await host.clickCard(row, 2);
+    assert.equal(idOf(await host.reply()), id);
+    await world.desktop.windowGone(windowTitle);
+  }
+});
+
+test("The answer of an earlier request does not answer a later one", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  await chooseFirst(host, getCertificate);
+  host.send(getCertificate);
+  await host.clickCancel();
+  assert.equal((await host.reply()).result, failurePrefix + cancelText);
+  assert.equal(idOf(await chooseFirst(host, getCertificate)), "01");
+});
+
+test("The window has no close box and stays above the others", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(getCertificate);
+  const id = await host.window();
+  const [, functions] = (await world.desktop.property(id, "_MOTIF_WM_HINTS")).match(/= 0x\w+, 0x(\w+)/);
+  assert.equal(parseInt(functions, 16) & 0x20, 0, "closing is not among the functions that the window offers");
+  await world.desktop.above(id);
+  await host.clickCancel();
+  await host.reply();
+});
+
+test("A window manager that closes the window all the same gets no answer from it", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(getCertificate);
+  const id = await host.window();
+  await world.desktop.key(id, "alt+F4");
+  await sleep(600);
+  await host.clickOk();
+  assert.equal(idOf(await host.reply()), "01");
+  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+});
+
+test("OK without a row does nothing; only Cancel leaves an empty list, which the next request loads again", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { certificates: [] });
+  host.send(getCertificate);
+  await waitFor("the empty list", async () => (await host.logLines()).includes("0 items Loaded in Certificate List."));
+  await host.clickOkWithoutCards();
+  await waitFor("the click", async () => (await host.logLines()).includes("Selected Certificate Index: -1"));
+  assert.equal((await world.desktop.windows(windowTitle)).length, 1);
+  await host.clickCancel();
+  assert.equal((await host.reply()).result, failurePrefix + cancelText);
+  host.send(getCertificate);
+  await host.clickCancel();
+  await host.reply();
+  assert.equal((await token.calls("C_FindObjectsInit")).length, 2);
+});
+
+test("Impatient double clicks while the list is loading end nothing", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(getCertificate);
+  const id = await world.desktop.window(windowTitle);
+  await world.desktop.click(id, 60, 110, 24); // 60 ms apart: through the loading and into the cards
+  await waitFor("the list", async () => (await host.logLines()).includes("1 items Loaded in Certificate List."));
+  const reply = host.reply();
+  await sleep(1000);
+  if ((await world.desktop.windows(windowTitle)).length > 0) await host.clickOk();
+  assert.equal(idOf(await reply), "01");
+  assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
+});
+
+test("After a failure while loading, the next request loads the list", async (t) => {
+  const faults = [{ call: "C_FindObjectsInit", nth: 1, rv: ck.CKR_GENERAL_ERROR }];
+  const { host } = await world.hostWithFake(t, { faults });
+  const line = errorLine("BuildTokenCertList - C_FindObjectsInit", ck.CKR_GENERAL_ERROR);
+  assert.equal((await host.request(getCertificate)).result, `QMHost Error: Error  in GetSelCertFromToken(): ${line}`);
+  await world.desktop.windowGone(windowTitle);
+  assert.equal(idOf(await chooseFirst(host, getCertificate)), "01");
+});
+
+test("An expired certificate is shown in red, a valid one is not", async (t) => {
+  const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
+  host.send(getCertificate);
+  await host.window();
+  const hasRed = async (row) => (await host.cardColours(row)).includes(red);
+  assert.ok(!await hasRed(0));
+  await waitFor("the red", () => hasRed(1));
+  await host.clickCancel();
+  await host.reply();
+});
+
+test("A request is answered within a second of the click", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  await chooseFirst(host, getCertificate);
+  const times = [];
+  for (let i = 0; i < 5; ++i) {
+    host.send(getCertificate);
+    const id = await host.window();
+    const before = Date.now();
+    await world.desktop.click(id, ...host.cancelButton);
+    await host.reply();
+    times.push(Date.now() - before);
+  }
+  assert.ok(Math.min(...times) < 1000, `${times.join(", ")} ms`); // the machine may be busy with other things in between
+});

@@ -1,0 +1,199 @@
+// Opening a session on the token, and logging in with the user's PIN.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { ck, errorLine } from "./lib/fake-token.mjs";
+import { copiesInMemory } from "./lib/memory.mjs";
+import { noPinText, pinTitle, windowTitle } from "./lib/host.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const getCertificate = { action: "GetSelCertFromToken" };
+const signToken = { action: "SignAuthToken", authToken: "token" };
+
+test("A session is opened with these calls and arguments", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { slots: [7] });
+  await chooseFirst(host, getCertificate);
+  const calls = (await token.calls()).slice(0, 4).map(({ call, in: given }) => [call, given]);
+  assert.deepEqual(calls, [
+    ["C_Initialize", { isNull: true }],
+    ["C_GetSlotList", { tokenPresent: 1, isNull: true, count: 0 }],
+    ["C_GetSlotList", { tokenPresent: 1, isNull: false, count: 1 }],
+    ["C_OpenSession", {
+      slot: 7, flags: ck.CKF_SERIAL_SESSION | ck.CKF_RW_SESSION, applicationIsNull: true, notifyIsNull: true,
+    }],
+  ]);
+});
+
+test("Of two tokens the first that the module reports is used", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { slots: [9, 3] });
+  await chooseFirst(host, getCertificate);
+  assert.deepEqual((await token.calls("C_OpenSession")).map((call) => call.in.slot), [9]);
+});
+
+test("No token: the module is finalised, the window hidden, and the next request tries again", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { slots: [] });
+  for (let i = 0; i < 2; ++i) {
+    const { result } = await host.request(getCertificate);
+    assert.equal(result, "QMHost Error: No slot with token attached.");
+    await world.desktop.windowGone(windowTitle);
+  }
+  const round = ["C_Initialize", "C_GetSlotList", "C_Finalize"];
+  assert.deepEqual(await token.sequence(), [...round, ...round]);
+  assert.deepEqual((await token.calls("C_Finalize"))[0].in, { isNull: true });
+});
+
+test("No token: a failing C_Finalize changes nothing", async (t) => {
+  const { host } = await world.hostWithFake(t, { slots: [], faults: [{ call: "C_Finalize", rv: ck.CKR_GENERAL_ERROR }] });
+  assert.equal((await host.request(getCertificate)).result, "QMHost Error: No slot with token attached.");
+});
+
+test("A token that comes after the first request is found by the next", async (t) => {
+  const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 1, out: { count: 0 } }] });
+  assert.equal((await host.request(getCertificate)).status_cd, 0);
+  assert.equal((await chooseFirst(host, getCertificate)).status_cd, 1);
+});
+
+test("A write-protected token: the failed open is reported, and a second one fails as initialised already", async (t) => {
+  const faults = [{ call: "C_OpenSession", rv: ck.CKR_TOKEN_WRITE_PROTECTED }];
+  const { host } = await world.hostWithFake(t, { faults });
+  const replies = [await host.request(getCertificate), await host.request(signToken)];
+  assert.deepEqual(replies.map(({ result }) => result), [
+    `QMHost Error: ${errorLine("C_OpenSession", ck.CKR_TOKEN_WRITE_PROTECTED)}`,
+    `QMHost Error: ${errorLine("C_Initialize", ck.CKR_CRYPTOKI_ALREADY_INITIALIZED)}`,
+  ]);
+  await world.desktop.windowGone(windowTitle);
+});
+
+for (const [nth, code] of [[1, ck.CKR_GENERAL_ERROR], [2, ck.CKR_TOKEN_NOT_PRESENT]]) {
+  test(`A failure of C_GetSlotList at its call ${nth} is reported`, async (t) => {
+    const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth, rv: code }] });
+    assert.equal((await host.request(getCertificate)).result, `QMHost Error: ${errorLine("C_GetSlotList", code)}`);
+  });
+}
+
+for (const count of [2 ** 40, -1]) {
+  test(`A module that reports ${count} slots is answered with a failure`, async (t) => {
+    const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 1, out: { count } }] });
+    const reply = await host.request(getCertificate);
+    assert.equal(reply.status_cd, 0);
+    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  });
+}
+
+test("The slots that vanish between two calls leave no slot to open", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 2, out: { count: 0 } }] });
+  assert.equal((await host.request(getCertificate)).status_cd, 0);
+  assert.deepEqual(await token.calls("C_OpenSession"), []);
+});
+
+test("Choosing a certificate asks for no PIN", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  await chooseFirst(host, getCertificate);
+  assert.deepEqual(await token.calls("C_Login"), []);
+});
+
+test("The PIN goes to the module as the user typed it, without a terminator", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { pin: "4-Ever x" });
+  assert.equal((await chooseAndLogIn(host, signToken, "4-Ever x")).status_cd, 1);
+  const [{ in: given, rv }] = await token.calls("C_Login");
+  assert.deepEqual([given.user, given.pin, given.pinLength, rv], [ck.CKU_USER, "4-Ever x", 8, 0]);
+  assert.equal(given.session, (await token.calls("C_OpenSession"))[0].out.session);
+});
+
+test("A PIN beyond ASCII goes to the module as UTF-8", async (t) => {
+  const { host, token } = await world.hostWithFake(t, { pin: "päß€" });
+  assert.equal((await chooseAndLogIn(host, signToken, "päß€")).status_cd, 1);
+  assert.equal((await token.calls("C_Login"))[0].in.pinLength, Buffer.byteLength("päß€"));
+});
+
+test("The PIN is asked for once, and its dialog stands above the others", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  host.send(signToken);
+  await host.clickOk();
+  await world.desktop.above(await world.desktop.window(pinTitle));
+  await host.enterPin("1234");
+  assert.equal((await host.reply()).status_cd, 1);
+  for (let i = 0; i < 2; ++i) assert.equal((await chooseFirst(host, signToken)).status_cd, 1);
+  assert.equal((await token.calls("C_Login")).length, 1);
+});
+
+for (const [what, leave] of [
+  ["cancelled", (host) => host.cancelPin()],
+  ["left empty", (host) => host.enterPin("")],
+]) {
+  test(`A PIN dialog that is ${what}: the module is not asked, and the next request asks the user again`, async (t) => {
+    const { host, token } = await world.hostWithFake(t);
+    host.send(signToken);
+    await host.clickOk();
+    await leave(host);
+    assert.deepEqual(await host.reply(), { status_cd: 0, result: "QMHost Error: ", nonce: "" });
+    assert.deepEqual(await token.calls("C_Login"), []);
+    assert.ok((await host.logLines()).includes(`Error in GetTokenPvtKey(): ${noPinText}`));
+    assert.equal((await chooseAndLogIn(host, signToken)).status_cd, 1);
+  });
+}
+
+test("A PIN that is typed and then cancelled is not used", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  host.send(signToken);
+  await host.clickOk();
+  const dialog = await world.desktop.window(pinTitle);
+  await world.desktop.type(dialog, "1234");
+  await world.desktop.key(dialog, "Escape");
+  assert.equal((await host.reply()).result, "QMHost Error: ");
+  assert.deepEqual(await token.calls("C_Login"), []);
+});
+
+test("A wrong PIN: the reason is in the log, and the next request asks again", async (t) => {
+  const { host, token } = await world.hostWithFake(t);
+  const wrong = await chooseAndLogIn(host, signToken, "4321");
+  assert.deepEqual(wrong, { status_cd: 0, result: "QMHost Error: ", nonce: "" });
+  const line = errorLine("C_Login", ck.CKR_PIN_INCORRECT);
+  const lines = await host.logLines();
+  assert.ok(lines.includes(`Error  in TokenLogin(): ${line}`));
+  assert.ok(lines.includes(`Error in GetTokenPvtKey(): ${line}`));
+  assert.equal((await chooseAndLogIn(host, signToken)).status_cd, 1);
+  assert.deepEqual((await token.calls("C_Login")).map(({ rv }) => rv), [ck.CKR_PIN_INCORRECT, 0]);
+});
+
+test("A locked token: every login fails with its code in the log, and the host goes on", async (t) => {
+  const { host } = await world.hostWithFake(t, { pinTries: 1 });
+  for (const [pin, code] of [["4321", ck.CKR_PIN_INCORRECT], ["1234", ck.CKR_PIN_LOCKED], ["1234", ck.CKR_PIN_LOCKED]]) {
+    assert.equal((await chooseAndLogIn(host, signToken, pin)).result, "QMHost Error: ");
+    assert.equal((await host.logLines()).filter((line) => line.startsWith("Error  in TokenLogin(): ")).at(-1),
+      `Error  in TokenLogin(): ${errorLine("C_Login", code)}`);
+  }
+  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+});
+
+test("A user who is logged in already is a failure like any other", async (t) => {
+  const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Login", rv: ck.CKR_USER_ALREADY_LOGGED_IN }] });
+  assert.equal((await chooseAndLogIn(host, signToken)).result, "QMHost Error: ");
+  const line = errorLine("C_Login", ck.CKR_USER_ALREADY_LOGGED_IN);
+  assert.ok((await host.logLines()).includes(`Error  in TokenLogin(): ${line}`));
+});
+
+test("The PIN is in no log line and no file", async (t) => {
+  const pin = "7-secret-PIN-1";
+  const { host } = await world.hostWithFake(t, { pin });
+  await chooseAndLogIn(host, signToken, "wrong-but-secret");
+  await chooseAndLogIn(host, { action: "GSTReturnSign", hash: "text" }, pin);
+  await host.finish();
+  const log = await host.logText();
+  for (const secret of [pin, "wrong-but-secret"]) assert.ok(!log.includes(secret));
+  assert.ok(!(await host.readFile("CMSSign.txt")).includes(pin));
+});
+
+test("No copy of a PIN stays in memory but the one that is needed for the next login", async (t) => {
+  const pin = "7-secret-PIN-1";
+  const host = await world.host(t, { token: await world.softToken(t, { pin }) });
+  await chooseAndLogIn(host, signToken, "wrong-but-secret");
+  assert.deepEqual(await copiesInMemory(host.pid, "wrong-but-secret"), []);
+  assert.equal((await chooseAndLogIn(host, signToken, pin)).status_cd, 1);
+  const copies = await copiesInMemory(host.pid, pin);
+  assert.deepEqual(copies.filter(({ encoding }) => encoding !== "UTF-8"), [], "none in the windows' encodings");
+  assert.ok([1, 2].includes(copies.length), `the program's, and the driver's if it keeps one, not ${copies.length}`);
+});

@@ -1,0 +1,220 @@
+// Every fault of a token in every call of every flow: one reply with the right text, the right lines in the log, no
+// window left, and the next request served. One process is led through many faults; those that it cannot forget have one
+// of their own.
+
+import assert from "node:assert/strict";
+import { createHash } from "node:crypto";
+import { rename, writeFile } from "node:fs/promises";
+import { join } from "node:path";
+import { after, before, test } from "node:test";
+
+import { Authority } from "./lib/certificates.mjs";
+import { Desktop } from "./lib/desktop.mjs";
+import { ck, FakeToken } from "./lib/fake-token.mjs";
+import { failurePrefix, Host, windowTitle } from "./lib/host.mjs";
+import { Judges, thumbprint } from "./lib/judges.mjs";
+import { Cleanup } from "./lib/process.mjs";
+import { callFails, callsOf, casesOf, flows, nothingComesOfIt } from "./lib/token-faults.mjs";
+import { User } from "./lib/user.mjs";
+
+/** Hosts at a time, each on a display of its own: they sleep most of the time. */
+const workers = 6;
+
+const text = "text to be signed";
+const digest = createHash("sha256").update(text).digest();
+// The hash of an IT return is the Base64 of the Base64 of the digest, and the CKA_ID of its key.
+const itHash = Buffer.from(digest.toString("base64")).toString("base64");
+
+const world = { cleanup: new Cleanup(), desktops: [] };
+
+before(async () => {
+  assert.ok(!digest.includes(0)); // or the token would be given less
+  const folder = await world.cleanup.folder("faults");
+  const authority = await Authority.create(folder);
+  world.certificate = await authority.issue("user");
+  world.thumbprint = await thumbprint(world.certificate.pem);
+  world.judges = new Judges(folder, authority.certificate);
+  while (world.desktops.length < workers) world.desktops.push(await Desktop.start(world.cleanup));
+});
+after(() => world.cleanup.run());
+
+const requests = {
+  choose: { action: "GetSelCertFromToken" },
+  GST: { action: "GSTReturnSign", hash: text },
+  IT: { action: "ITReturnSign", hash: itHash },
+  "auth token": { action: "SignAuthToken", authToken: text },
+  PDF: { action: "PdfSignFromToken", hash: digest.toString("base64") },
+};
+
+/** Whether the result of a request is what was asked for: openssl says so. */
+const judges = {
+  choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, world.thumbprint),
+  GST: async (result) => assert.equal((await world.judges.cms(base64(result))).toString(), text),
+  IT: async (result) => assert.deepEqual(
+    (await world.judges.recover(base64(result), world.certificate.pem)).subarray(-digest.length), digest),
+  "auth token": (result) => world.judges.rsa(base64(result), text, world.certificate.pem),
+  PDF: (result) => world.judges.cms(base64(result), { content: text }),
+};
+
+function base64(result) {
+  return Buffer.from(result, "base64");
+}
+
+/** A host that is led through faults, with its user. */
+class Patient {
+  #nonce = 0;
+  #logLength = 0;
+  #isLoggedIn = false;
+
+  static async start(desktop, cleanup, flow, script) {
+    const patient = new Patient();
+    Object.assign(patient, { desktop, flow, user: new User(desktop) });
+    const certificates = [{ certificate: world.certificate, id: itHash }];
+    patient.token = new FakeToken({ certificates, ...script });
+    patient.host = await Host.start({ desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
+      env: { MALLOC_PERTURB_: "85" } }); // what is used before it is set is rubbish
+    await patient.#ask({}); // past the start
+    if (!flow.window) await patient.succeed(flows.find(({ name }) => name === "choose"));
+    return patient;
+  }
+
+  /** What goes wrong from now on. */
+  async ail(faults) {
+    const file = join(this.host.folder, "fake-pkcs11-faults.json");
+    await writeFile(`${file}.new`, JSON.stringify(faults));
+    await rename(`${file}.new`, file);
+  }
+
+  /** The flow's request fares as `expected` (a case) says, and the host serves the next one, with no window left. */
+  async undergo(expected, flow = this.flow) {
+    const from = (await this.host.logLines()).length;
+    const reply = await this.#ask({ ...requests[flow.name], certThumbPrint: world.thumbprint }, expected);
+    this.#isLoggedIn ||= expected.logsIn && expected.succeeds;
+    if (expected.result === null) {
+      assert.equal(reply.status_cd, 1, reply.result);
+      if (expected.isNoCertificate) this.#judgeWithoutCertificate(reply.result);
+      else await judges[flow.name](reply.result);
+    } else {
+      assert.deepEqual([reply.status_cd, reply.result], [0, failurePrefix + expected.result]);
+    }
+    assert.deepEqual((await this.host.logLines()).slice(from), expected.log);
+    assert.deepEqual(await this.desktop.windows(".*"), [], "a window is left");
+    assert.equal((await this.#ask({ text: "served" })).result, `${failurePrefix}echo: served`);
+  }
+
+  async succeed(flow = this.flow) {
+    await this.ail([]);
+    await this.undergo(nothingComesOfIt(flow), flow);
+  }
+
+  /** The next reply is the answer to this request: there is one for each. */
+  async #ask(request, { answer = null, logsIn = false } = {}) {
+    const nonce = String(++this.#nonce);
+    const reply = this.host.request({ ...request, nonce }, { timeout: 20_000 });
+    if (answer || logsIn) await this.user.answerUntil(reply, { button: answer, pin: this.token.pin });
+    assert.equal((await reply).nonce, nonce);
+    return reply;
+  }
+
+  /** The record of a certificate that the token gave no bytes of; a SignedData with a hole; signatures as ever. */
+  #judgeWithoutCertificate(result) {
+    if (this.flow.name === "choose") {
+      const record = JSON.parse(result);
+      assert.deepEqual(Object.keys(record), ["ErrMsg", "ChainCert", "CKA_ID"]);
+      assert.deepEqual([record.ChainCert, record.CKA_ID], [false, itHash]);
+    } else {
+      assert.ok(result.length > 300, result);
+    }
+  }
+}
+
+/** A list of cases for one process, and what it must be able to do after them. */
+class Course {
+  constructor(flow, name, cases, { script = { forgiving: true }, last = nothingComesOfIt(flow) } = {}) {
+    Object.assign(this, { flow, name: `${flow.name}: ${name}`, cases, script, last });
+  }
+
+  /** Adds to `passed` what was passed. */
+  async run(desktop, passed) {
+    const cleanup = new Cleanup();
+    try {
+      const patient = await Patient.start(desktop, cleanup, this.flow, this.script);
+      for (const expected of this.cases) {
+        await patient.ail(expected.faults);
+        await named(expected.name, patient.undergo(expected));
+        passed.count += 1;
+      }
+      await patient.ail([]);
+      await named("and then", patient.undergo(this.last));
+      assert.deepEqual(await patient.host.finish(), { code: 0, signal: null });
+    } finally {
+      await cleanup.run();
+    }
+  }
+}
+
+/** Says in the error of a failed case which one it was. */
+async function named(name, outcome) {
+  try {
+    return await outcome;
+  } catch (error) {
+    throw new Error(`${name}: ${error.message}`, { cause: error });
+  }
+}
+
+/** Runs the courses, some at a time. Says how many cases there were, and that all were passed. */
+async function runCourses(t, courses) {
+  const passed = { count: 0 };
+  const free = [...world.desktops];
+  await Promise.all(courses.map((course) => t.test(course.name, async () => {
+    const desktop = free.pop();
+    try {
+      await course.run(desktop, passed);
+    } finally {
+      free.push(desktop);
+    }
+  })));
+  const all = courses.reduce((sum, { cases }) => sum + cases.length, 0);
+  console.error(`${t.name}: ${all} cases, ${all - passed.count} missed`);
+  assert.equal(passed.count, all);
+}
+
+test("Faults of the token", { concurrency: workers }, async (t) => {
+  const courses = flows.flatMap((flow) => {
+    const cases = casesOf(flow);
+    const parts = [["opening"], ["listing"], ["login", "key", "signing"]].map((parts) => {
+      const ofParts = cases.filter(({ part, isLast }) => parts.includes(part) && !isLast);
+      return new Course(flow, `${ofParts.length} faults of ${parts.join(", ")}`, ofParts);
+    });
+    const unforgettable = cases.filter(({ isLast }) => isLast)
+      .map((it) => new Course(flow, it.name, [it], { last: it.after }));
+    return [...parts.filter((it) => it.cases.length > 0), ...unforgettable];
+  });
+  courses.sort((a, b) => b.cases.length - a.cases.length);
+  await runCourses(t, courses);
+});
+
+// What a module that goes by the standard makes of a second C_Initialize, and of a search or signature left open.
+test("After a fault, a module that forgives nothing", { concurrency: workers }, async (t) => {
+  const flow = flows.find(({ name }) => name === "GST");
+  const isInitialized = { part: "opening", label: "C_Initialize" };
+  const next = {
+    C_GetSlotList: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_OpenSession: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_Sign: [{ part: "signing", label: "C_SignInit" }, ck.CKR_OPERATION_ACTIVE],
+  };
+  for (const call of ["C_FindObjects", "C_GetAttributeValue", "C_FindObjectsFinal"]) next[call] = "open search";
+  const calls = callsOf(flow);
+  await runCourses(t, calls.map((at) => {
+    const nth = calls.filter(({ call }) => call === at.call).indexOf(at) + 1; // in the whole flow
+    const faults = [{ call: at.call, nth, rv: ck.CKR_DEVICE_REMOVED }];
+    const fault = { name: at.label, faults, ...callFails(flow, at, ck.CKR_DEVICE_REMOVED) };
+    let what = next[at.call];
+    if (what === "open search") {
+      const search = calls.find(({ part, call }) => part === at.part && call === "C_FindObjectsInit");
+      what = [search, ck.CKR_OPERATION_ACTIVE];
+    }
+    return new Course(flow, `${at.label}, call ${at.nth}`, [fault],
+      { script: {}, last: what ? callFails(flow, ...what) : nothingComesOfIt(flow) });
+  }));
+});

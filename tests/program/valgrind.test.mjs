@@ -1,0 +1,76 @@
+// Memory, watched by valgrind: no error of any kind, but for those that tests/sanitizers/valgrind.supp gives a reason for.
+
+import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+import { fileURLToPath } from "node:url";
+
+import { World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const slow = { timeout: 240_000 };
+
+const suppressions = fileURLToPath(new URL("../sanitizers/valgrind.supp", import.meta.url));
+
+/** A host under valgrind, and the errors that it has made until its end: [{ kind, frames }]. */
+async function watchedHost(t) {
+  const report = join(await world.cleanupOf(t).folder("valgrind"), "report.xml");
+  const { host } = await world.hostWithFake(t, {}, {
+    wrapper: ["valgrind", "--xml=yes", `--xml-file=${report}`, `--suppressions=${suppressions}`, "--num-callers=60",
+      "--leak-check=no", "--child-silent-after-fork=yes"],
+    env: { G_SLICE: "always-malloc" },
+  });
+  return { host, errors: async () => errorsIn(await readFile(report, "utf8")) };
+}
+
+function errorsIn(xml) {
+  assert.match(xml, /<\/valgrindoutput>/, "valgrind came to the end of its report");
+  return [...xml.matchAll(/<error>.*?<\/error>/gs)].map(([error]) => {
+    const [, kind] = error.match(/<kind>(.*?)<\/kind>/);
+    const [stack] = error.match(/<stack>.*?<\/stack>/s);
+    const frames = [...stack.matchAll(/<frame>.*?<\/frame>/gs)].map(([frame]) => frame.match("<fn>(.*?)</fn>")?.[1] ?? "?");
+    return { kind, frames };
+  }).filter(({ kind }) => !kind.startsWith("Leak_")); // the sanitizers look for leaks
+}
+
+test("The input at its end at the start", async (t) => {
+  const { host, errors } = await watchedHost(t);
+  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await errors(), []);
+});
+
+test("One echo", async (t) => {
+  const { host, errors } = await watchedHost(t);
+  assert.equal((await host.request({ text: "hello" }, slow)).result, "QMHost Error: echo: hello");
+  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await errors(), []);
+});
+
+test("One signature, with the window and the PIN dialog", async (t) => {
+  const { host, errors } = await watchedHost(t);
+  await host.request({}, slow); // from now on the window of the start is hidden
+  host.send({ action: "GSTReturnSign", hash: "text" });
+  await host.clickOk(slow);
+  await host.enterPin("1234", slow);
+  const { result } = await host.reply(slow);
+  assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), "text");
+  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await errors(), []);
+});
+
+test("A cancelled window, a failed signature and a PDF", async (t) => {
+  const { host, errors } = await watchedHost(t);
+  await host.request({}, slow); // from now on the window of the start is hidden
+  host.send({ action: "GetSelCertFromToken" });
+  await host.clickCancel(slow);
+  await host.reply(slow);
+  await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, slow);
+  host.send({ action: "SignAuthToken", authToken: "x" });
+  await host.clickOk(slow);
+  await host.cancelPin(slow);
+  assert.equal((await host.reply(slow)).result, "QMHost Error: ");
+  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await errors(), []);
+});

@@ -1,0 +1,178 @@
+#include "ck/CkCert.h"
+
+#include "Bytes.h"
+#include "Certificates.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/x509v3.h>
+
+namespace {
+
+CkCert LoadedDer(const std::string& der) {
+    CkCert certificate;
+    EXPECT_TRUE(certificate.LoadFromBinary2(der.data(), der.size())) << certificate.lastErrorText();
+    return certificate;
+}
+
+CkCert Loaded(const CertificateOrder& order) { return LoadedDer(order.der()); }
+
+std::string PublicKeyBase64(CkCert certificate, bool preferPkcs1) {
+    const std::unique_ptr<CkPublicKey> key = certificate.ExportPublicKey();
+    EXPECT_EQ(certificate.get_LastMethodSuccess(), key != nullptr);
+    return key ? key->getEncoded(preferPkcs1, "Base64") : "none";
+}
+
+/// What an i2d function of libcrypto makes of `key`, in Base64.
+template <class Encoder>
+std::string EncodedBase64(const EVP_PKEY* key, Encoder encode) {
+    unsigned char* der = nullptr;
+    const int size = encode(key, &der);
+    const std::string bytes(reinterpret_cast<char*>(der), static_cast<std::size_t>(size));
+    OPENSSL_free(der);
+    return ToBase64(bytes);
+}
+
+TEST(CkCert, BeforeALoad_EveryTextIsEmptyAndEveryNumberZero) {
+    const CkCert certificate;
+    EXPECT_EQ(certificate.subjectDN() + certificate.subjectCN() + certificate.subjectO() +
+                  certificate.rfc822Name() + certificate.sha1Thumbprint() + certificate.validFromStr() +
+                  certificate.validToStr() + certificate.getEncoded() + certificate.lastErrorText(),
+              "");
+    EXPECT_EQ(certificate.get_IntendedKeyUsage(), 0U);
+}
+
+TEST(CkCert, ExportPublicKey_BeforeALoad_FailsInWords) {
+    CkCert certificate;
+    EXPECT_EQ(certificate.ExportPublicKey(), nullptr);
+    EXPECT_FALSE(certificate.get_LastMethodSuccess());
+    EXPECT_EQ(certificate.lastErrorText(), "no certificate is loaded");
+}
+
+TEST(CkCert, SubjectDn_GivesTheRdnsInTheCertificatesOrder) {
+    EXPECT_EQ(Loaded(CertificateOrder{}).subjectDN(), "C=IN, O=Example, CN=Asha Rao");
+    EXPECT_EQ(Loaded({.subject = {{"CN", "a"}, {"O", "b"}, {"C", "IN"}}}).subjectDN(), "CN=a, O=b, C=IN");
+}
+
+TEST(CkCert, SubjectCnAndSubjectO_GiveTheFirstOfSeveral) {
+    const CkCert certificate =
+        Loaded({.subject = {{"O", "one"}, {"CN", "first"}, {"O", "two"}, {"CN", "second"}}});
+    EXPECT_EQ(certificate.subjectCN(), "first");
+    EXPECT_EQ(certificate.subjectO(), "one");
+}
+
+TEST(CkCert, Sha1Thumbprint_Is40UpperCaseHexDigitsOfTheDer) {
+    const std::string der = CertificateOrder{}.der();
+    unsigned char digest[20];
+    EVP_Digest(der.data(), der.size(), digest, nullptr, EVP_sha1(), nullptr);
+    EXPECT_EQ(LoadedDer(der).sha1Thumbprint(), ToHex({reinterpret_cast<char*>(digest), sizeof digest}));
+}
+
+TEST(CkCert, Dates_AreRfc822WithATwoDigitDay) {
+    CkCert certificate = Loaded({.notBefore = "221115000000Z", .notAfter = "250301080907Z"});
+    EXPECT_EQ(certificate.validFromStr(), "Tue, 15 Nov 2022 00:00:00 GMT");
+    EXPECT_EQ(certificate.validToStr(), "Sat, 01 Mar 2025 08:09:07 GMT");
+}
+
+TEST(CkCert, Dates_ReachFromTheFirstCenturyToTheLastDayOf9999) {
+    CkCert certificate = Loaded({.notBefore = "19000101000000Z", .notAfter = "99991231235959Z"});
+    EXPECT_EQ(certificate.validFromStr(), "Mon, 01 Jan 1900 00:00:00 GMT");
+    EXPECT_EQ(certificate.validToStr(), "Fri, 31 Dec 9999 23:59:59 GMT");
+    certificate = Loaded({.notBefore = "500101000000Z", .notAfter = "491231235959Z"});
+    EXPECT_EQ(certificate.validFromStr(), "Sun, 01 Jan 1950 00:00:00 GMT");
+    EXPECT_EQ(certificate.validToStr(), "Fri, 31 Dec 2049 23:59:59 GMT");
+}
+
+TEST(CkCert, KeyUsage_IsTheFirstOctetOfTheExtension) {
+    const std::vector<std::pair<const char*, unsigned>> cases = {
+        {"03 02 07 80", 0x80}, {"03 02 06 C0", 0xC0},    {"03 02 01 06", 0x06}, {"03 03 07 00 80", 0x00},
+        {"03 02 00 FF", 0xFF}, {"03 03 07 88 80", 0x88}, {"03 01 00", 0x00}};
+    for (const auto& [der, value] : cases)
+        EXPECT_EQ(Loaded({.extensions = {{"2.5.29.15", FromHex(der)}}}).get_IntendedKeyUsage(), value) << der;
+}
+
+TEST(CkCert, KeyUsage_WithoutTheExtension_IsZero) {
+    EXPECT_EQ(Loaded(CertificateOrder{}).get_IntendedKeyUsage(), 0U);
+}
+
+TEST(CkCert, Rfc822Name_PrefersTheAlternativeName) {
+    const std::string alternative = GeneratedDer("SEQWRAP,IMP:1,IA5:alt@example.in");
+    EXPECT_EQ(Loaded({.subject = {{"emailAddress", "dn@example.in", V_ASN1_IA5STRING}},
+                      .extensions = {{"2.5.29.17", alternative}}})
+                  .rfc822Name(),
+              "alt@example.in");
+}
+
+TEST(CkCert, Rfc822Name_IsTheFirstEMailAmongTheAlternativeNames) {
+    // dNSName [2], then two rfc822Name [1].
+    const std::string names = FromHex("30 0D 82 03 642E69 81 02 6140 81 02 6240");
+    EXPECT_EQ(Loaded({.extensions = {{"2.5.29.17", names}}}).rfc822Name(), "a@");
+}
+
+TEST(CkCert, Rfc822Name_IsElseTheSubjectsAndElseEmpty) {
+    const std::string dnsOnly = FromHex("30 05 82 03 642E69");
+    EXPECT_EQ(Loaded({.subject = {{"emailAddress", "dn@example.in", V_ASN1_IA5STRING}},
+                      .extensions = {{"2.5.29.17", dnsOnly}}})
+                  .rfc822Name(),
+              "dn@example.in");
+    EXPECT_EQ(Loaded({.extensions = {{"2.5.29.17", dnsOnly}}}).rfc822Name(), "");
+    EXPECT_EQ(Loaded(CertificateOrder{}).rfc822Name(), "");
+}
+
+TEST(CkCert, GetEncoded_IsTheDerAsLoadedOnOneLine) {
+    const std::string der = CertificateOrder{}.der();
+    EXPECT_EQ(LoadedDer(der).getEncoded(), ToBase64(der));
+}
+
+TEST(CkCert, PublicKey_Rsa_IsPkcs1WhenPreferredElseTheSubjectPublicKeyInfo) {
+    const CertificateOrder order{.key = KeyKind::Rsa};
+    EXPECT_EQ(PublicKeyBase64(Loaded(order), true), EncodedBase64(KeyOf(KeyKind::Rsa), i2d_PublicKey));
+    EXPECT_EQ(PublicKeyBase64(Loaded(order), false), EncodedBase64(KeyOf(KeyKind::Rsa), i2d_PUBKEY));
+}
+
+TEST(CkCert, PublicKey_OfOtherAlgorithms_IsTheSubjectPublicKeyInfo) {
+    for (const KeyKind kind : {KeyKind::Ec, KeyKind::RsaPss}) {
+        const std::string expected = EncodedBase64(KeyOf(kind), i2d_PUBKEY);
+        EXPECT_EQ(PublicKeyBase64(Loaded({.key = kind}), true), expected);
+        EXPECT_EQ(PublicKeyBase64(Loaded({.key = kind}), false), expected);
+    }
+}
+
+TEST(CkCert, PublicKey_OutlivesItsCertificate) {
+    std::unique_ptr<CkPublicKey> key;
+    {
+        CkCert certificate = Loaded(CertificateOrder{});
+        key = certificate.ExportPublicKey();
+    }
+    EXPECT_EQ(key->getEncoded(true, "Base64"), EncodedBase64(KeyOf(KeyKind::Ec), i2d_PUBKEY));
+}
+
+TEST(CkCert, LoadFromBinary2_ReplacesTheCertificateAndEmptiesItWhenItFails) {
+    CkCert certificate = Loaded({.subject = {{"CN", "one"}}});
+    const std::string other = CertificateOrder{.subject = {{"CN", "two"}}}.der();
+    ASSERT_TRUE(certificate.LoadFromBinary2(other.data(), other.size()));
+    EXPECT_EQ(certificate.subjectCN(), "two");
+    EXPECT_FALSE(certificate.LoadFromBinary2("x", 1));
+    EXPECT_FALSE(certificate.get_LastMethodSuccess());
+    EXPECT_EQ(certificate.subjectCN() + certificate.getEncoded(), "");
+}
+
+TEST(CkCert, TheTrustedCertificatesOfTheSystem_AreReadAsOpenSslReadsThem) {
+    const std::vector<std::string> certificates = SystemCertificates();
+    ASSERT_GT(certificates.size(), 50U) << "package ca-certificates is missing";
+    for (const std::string& der : certificates) {
+        CkCert certificate = LoadedDer(der);
+        const auto* next = reinterpret_cast<const unsigned char*>(der.data());
+        X509* const x509 = d2i_X509(nullptr, &next, static_cast<long>(der.size()));
+        EXPECT_EQ(PublicKeyBase64(LoadedDer(der), false), EncodedBase64(X509_get0_pubkey(x509), i2d_PUBKEY));
+        EXPECT_EQ(certificate.get_IntendedKeyUsage(),
+                  X509_get_key_usage(x509) == UINT32_MAX ? 0 : X509_get_key_usage(x509) & 0xFF);
+        EXPECT_EQ(certificate.getEncoded(), ToBase64(der));
+        EXPECT_EQ(certificate.validToStr().size(), 29U);
+        EXPECT_TRUE(IsUtf8(certificate.subjectDN()));
+        EXPECT_NE(certificate.subjectDN(), "");
+        X509_free(x509);
+    }
+}
+
+} // namespace

@@ -1,0 +1,251 @@
+#include "ck/CkJsonObject.h"
+
+#include "Bytes.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <climits>
+
+namespace {
+
+using namespace std::string_literals;
+
+CkJsonObject Loaded(std::string_view json) {
+    CkJsonObject object;
+    EXPECT_TRUE(object.Load(json)) << object.lastErrorText();
+    return object;
+}
+
+TEST(CkJsonObject, Emit_WritesMembersCompactInTheOrderInWhichTheyCame) {
+    CkJsonObject object;
+    EXPECT_EQ(object.emit(), "{}");
+    object.AppendInt("z", 1);
+    object.AppendString("a", "text");
+    object.AppendBool("m", false);
+    object.AppendInt("b", INT_MIN);
+    EXPECT_EQ(object.emit(), R"({"z":1,"a":"text","m":false,"b":-2147483648})");
+}
+
+TEST(CkJsonObject, Emit_LeavesSlashesAndNonAsciiUnescaped) {
+    CkJsonObject object;
+    object.AppendString("path", "a/b");
+    object.AppendString("name", "आशा \xF0\x9F\x98\x80");
+    EXPECT_EQ(object.emit(), "{\"path\":\"a/b\",\"name\":\"आशा \xF0\x9F\x98\x80\"}");
+}
+
+TEST(CkJsonObject, Emit_EscapesWhatJsonMustHaveEscaped) {
+    CkJsonObject object;
+    object.AppendString("a\"b", "\"\\\b\f\n\r\t\x01\x1F\x7F");
+    EXPECT_EQ(object.emit(), "{\"a\\\"b\":\"\\\"\\\\\\b\\f\\n\\r\\t\\u0001\\u001f\x7F\"}");
+}
+
+TEST(CkJsonObject, Emit_IsReadBackByAnotherParserForEveryLengthAndPositionOfASpecialCharacter) {
+    // Long texts are looked at in blocks.
+    for (const std::string& special : {"\""s, "\\"s, "\n"s, "é"s, "\x1F"s})
+        for (std::size_t position = 0; position < 200; ++position) {
+            std::string text(200, 'x');
+            text.replace(position, 1, special);
+            CkJsonObject object;
+            object.AppendString("t", text);
+            ASSERT_EQ(nlohmann::json::parse(object.emit())["t"], text) << position;
+        }
+}
+
+TEST(CkJsonObject, Emit_ReplacesEachByteThatIsNoUtf8) {
+    CkJsonObject object;
+    object.AppendString("\xFF", "a\x80z\xC3");
+    EXPECT_EQ(object.emit(), "{\"\xEF\xBF\xBD\":\"a\xEF\xBF\xBDz\xEF\xBF\xBD\"}");
+    for (const std::string& bytes :
+         {"\xC0\xAF"s, "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s, "\xE2\x82"s, "\xE2\x82x"s}) {
+        CkJsonObject hostile;
+        hostile.AppendString("t", bytes);
+        EXPECT_TRUE(IsUtf8(hostile.emit())) << ToHex(bytes);
+        EXPECT_TRUE(nlohmann::json::accept(hostile.emit())) << ToHex(bytes);
+    }
+}
+
+TEST(CkJsonObject, StringOf_GivesBytesThatAreNoUtf8AsTheyWereAppended) {
+    CkJsonObject object;
+    object.AppendString("CKA_ID", "\xFF\x01\x80");
+    EXPECT_EQ(object.stringOf("CKA_ID"), "\xFF\x01\x80");
+}
+
+TEST(CkJsonObject, Append_AddsAMemberOfANameThatIsThereAlready) {
+    CkJsonObject object;
+    object.AppendInt("status_cd", 1);
+    object.AppendInt("status_cd", 0);
+    EXPECT_EQ(object.emit(), R"({"status_cd":1,"status_cd":0})");
+    EXPECT_EQ(object.IntOf("status_cd"), 1) << "the first counts";
+    EXPECT_EQ(Loaded(R"({"a":"first","a":"second"})").stringOf("a"), "first");
+}
+
+TEST(CkJsonObject, Load_KeepsTheOrderOfMembers) {
+    const CkJsonObject object =
+        Loaded(R"( { "z" : 1 , "a" : [ 1 , { "y" : null , "b" : [ ] } ] , "m" : { } } )");
+    EXPECT_EQ(object.emit(), R"({"z":1,"a":[1,{"y":null,"b":[]}],"m":{}})");
+}
+
+TEST(CkJsonObject, IndexOf_IsThePositionOfTheMemberOrMinusOne) {
+    const CkJsonObject object = Loaded(R"({"z":0,"a":null,"":1})");
+    EXPECT_EQ(object.IndexOf("z"), 0);
+    EXPECT_EQ(object.IndexOf("a"), 1);
+    EXPECT_EQ(object.IndexOf(""), 2);
+    EXPECT_EQ(object.IndexOf("Z"), -1) << "names are case-sensitive";
+    EXPECT_EQ(object.IndexOf("za"), -1);
+    EXPECT_EQ(CkJsonObject().IndexOf("a"), -1);
+}
+
+TEST(CkJsonObject, StringOf_AString_IsItsText) {
+    EXPECT_EQ(Loaded(R"({"a":"q\"\/\u0041\u00e9\ud83d\ude00\n"})").stringOf("a"), "q\"/Aé\xF0\x9F\x98\x80\n");
+    EXPECT_EQ(Loaded(R"({"a":""})").stringOf("a"), "");
+}
+
+TEST(CkJsonObject, StringOf_ANumberBooleanOrNull_IsItsJsonText) {
+    const CkJsonObject object = Loaded(R"({"i":17,"n":-5,"f":1.50,"e":2e3,"t":true,"f2":false,"0":null,
+                                           "big":123456789012345678901234567890})");
+    EXPECT_EQ(object.stringOf("i"), "17");
+    EXPECT_EQ(object.stringOf("n"), "-5");
+    EXPECT_EQ(object.stringOf("f"), "1.50");
+    EXPECT_EQ(object.stringOf("e"), "2e3");
+    EXPECT_EQ(object.stringOf("t"), "true");
+    EXPECT_EQ(object.stringOf("f2"), "false");
+    EXPECT_EQ(object.stringOf("0"), "null");
+    EXPECT_EQ(object.stringOf("big"), "123456789012345678901234567890");
+}
+
+TEST(CkJsonObject, StringOf_AnObjectOrArray_IsCompactJson) {
+    const CkJsonObject object = Loaded(
+        "{ \"o\": { \"b\": [ 1 , 2.0, \"x/\\u00e9\\n\" ], \"a\": {} }, \"a\": [ [], [ {} , [ ] ], true ] }");
+    EXPECT_EQ(object.stringOf("o"), "{\"b\":[1,2.0,\"x/é\\n\"],\"a\":{}}");
+    EXPECT_EQ(object.stringOf("a"), "[[],[{},[]],true]");
+}
+
+TEST(CkJsonObject, StringOf_KeepsStringsThatEndInBracketsApart) {
+    EXPECT_EQ(Loaded(R"({"a":["[","{",":",",",{"[":"{","k":":"}]})").stringOf("a"),
+              R"(["[","{",":",",",{"[":"{","k":":"}])");
+}
+
+TEST(CkJsonObject, StringOf_AMissingMember_IsEmpty) { EXPECT_EQ(Loaded("{}").stringOf("a"), ""); }
+
+TEST(CkJsonObject, StringOf_EndsAtTheFirstZeroCharacter) {
+    EXPECT_EQ(Loaded(R"({"a":"ab\u0000cd"})").stringOf("a"), "ab");
+    CkJsonObject object;
+    object.AppendString("a", "ab\0cd"s);
+    EXPECT_EQ(object.emit(), R"({"a":"ab"})");
+}
+
+TEST(CkJsonObject, IntOf_ANumber_DropsItsFraction) {
+    const CkJsonObject object = Loaded(R"({"a":1.9,"b":-1.9,"c":2e2,"d":1e-400,"e":0})");
+    EXPECT_EQ(object.IntOf("a"), 1);
+    EXPECT_EQ(object.IntOf("b"), -1);
+    EXPECT_EQ(object.IntOf("c"), 200);
+    EXPECT_EQ(object.IntOf("d"), 0);
+    EXPECT_EQ(object.IntOf("e"), 0);
+}
+
+TEST(CkJsonObject, IntOf_OutOfRange_IsTheNearestInt) {
+    const CkJsonObject object = Loaded(R"({"a":2147483648,"b":-2147483649,"c":1e300,"d":-1e300,
+                                           "e":18446744073709551616,"f":"99999999999","g":"-99999999999"})");
+    EXPECT_EQ(object.IntOf("a"), INT_MAX);
+    EXPECT_EQ(object.IntOf("b"), INT_MIN);
+    EXPECT_EQ(object.IntOf("c"), INT_MAX);
+    EXPECT_EQ(object.IntOf("d"), INT_MIN);
+    EXPECT_EQ(object.IntOf("e"), INT_MAX);
+    EXPECT_EQ(object.IntOf("f"), INT_MAX);
+    EXPECT_EQ(object.IntOf("g"), INT_MIN);
+}
+
+TEST(CkJsonObject, IntOf_AString_IsTheDecimalNumberItBeginsWith) {
+    const CkJsonObject object =
+        Loaded(R"({"a":"17","b":"-3.9","c":"12 apples","d":"","e":"x1","f":"inf","g":"0x10","h":"nan"})");
+    EXPECT_EQ(object.IntOf("a"), 17);
+    EXPECT_EQ(object.IntOf("b"), -3);
+    EXPECT_EQ(object.IntOf("c"), 12);
+    for (const char* name : {"d", "e", "f", "g", "h"})
+        EXPECT_EQ(object.IntOf(name), 0) << name;
+}
+
+TEST(CkJsonObject, IntOf_TrueIsOneAndEverythingElseIsZero) {
+    const CkJsonObject object = Loaded(R"({"t":true,"f":false,"n":null,"o":{"a":1},"a":[1]})");
+    EXPECT_EQ(object.IntOf("t"), 1);
+    for (const char* name : {"f", "n", "o", "a", "missing"})
+        EXPECT_EQ(object.IntOf(name), 0) << name;
+    CkJsonObject appended;
+    appended.AppendBool("t", true);
+    EXPECT_EQ(appended.IntOf("t"), 1);
+}
+
+TEST(CkJsonObject, Load_RefusesWhatIsNoObjectAndSaysSo) {
+    for (const char* json : {"[]", "[{}]", "\"text\"", "1", "-1.5", "true", "null"}) {
+        CkJsonObject object;
+        EXPECT_FALSE(object.Load(json)) << json;
+        EXPECT_EQ(object.lastErrorText(), "the JSON text holds no object") << json;
+    }
+}
+
+TEST(CkJsonObject, Load_TellsThePositionOfASyntaxError) {
+    CkJsonObject object;
+    EXPECT_FALSE(object.Load("{\n \"a\": hello}"));
+    EXPECT_NE(object.lastErrorText().find("line 2, column 7"), std::string::npos) << object.lastErrorText();
+}
+
+TEST(CkJsonObject, Load_RefusesBrokenTexts) {
+    for (const std::string& json :
+         {""s, " "s, "hello"s, "{"s, "{\"a\"}"s, "{\"a\":}"s, "{\"a\":1,}"s, "{a:1}"s, "{} x"s, "{}{}"s,
+          "{\"a\":01}"s, "{\"a\":\"\n\"}"s, "{\"a\":\"\\x\"}"s, "{\"a\":\"\\ud800\"}"s, "{\"a\":1e999}"s,
+          "{\"a\":[1}"s, "\0{}"s, "{\"a\":\"\0\"}"s, "{/* comment */}"s}) {
+        CkJsonObject object;
+        EXPECT_FALSE(object.Load(json)) << json;
+        EXPECT_FALSE(object.lastErrorText().empty()) << json;
+    }
+}
+
+TEST(CkJsonObject, Load_RefusesInvalidUtf8) {
+    for (const std::string& bytes :
+         {"\xFF"s, "\x80"s, "\xC3"s, "\xC0\xAF"s, "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s, "\xE2\x82"s}) {
+        CkJsonObject object;
+        EXPECT_FALSE(object.Load("{\"a\":\"" + bytes + "\"}")) << ToHex(bytes);
+        EXPECT_FALSE(object.Load("{\"" + bytes + "\":1}")) << ToHex(bytes);
+        EXPECT_TRUE(IsUtf8(object.lastErrorText())) << ToHex(object.lastErrorText());
+    }
+}
+
+TEST(CkJsonObject, Load_AFailedOneLeavesTheObjectEmpty) {
+    CkJsonObject object = Loaded(R"({"a":1})");
+    EXPECT_FALSE(object.Load(R"({"b":1,"c":)"));
+    EXPECT_EQ(object.emit(), "{}");
+    EXPECT_TRUE(object.Load("{}"));
+    EXPECT_EQ(object.lastErrorText(), "");
+}
+
+TEST(CkJsonObject, Load_ReplacesWhatWasThere) {
+    CkJsonObject object = Loaded(R"({"a":1})");
+    ASSERT_TRUE(object.Load(R"({"b":2})"));
+    EXPECT_EQ(object.emit(), R"({"b":2})");
+}
+
+TEST(CkJsonObject, Copies_AreIndependent) {
+    CkJsonObject object = Loaded(R"({"a":1})");
+    CkJsonObject copy = object;
+    copy.AppendInt("b", 2);
+    EXPECT_EQ(object.emit(), R"({"a":1})");
+    object = copy;
+    copy.AppendInt("c", 3);
+    EXPECT_EQ(object.emit(), R"({"a":1,"b":2})");
+    const CkJsonObject moved = std::move(copy);
+    EXPECT_EQ(moved.emit(), R"({"a":1,"b":2,"c":3})");
+    object = *&object;
+    EXPECT_EQ(object.emit(), R"({"a":1,"b":2})");
+}
+
+TEST(CkJsonObject, AReplyThatHoldsJson_ArrivesAsAnEscapedString) {
+    CkJsonObject record;
+    record.AppendString("CN", "A \"B\"");
+    CkJsonObject reply;
+    reply.AppendString("result", record.emit());
+    EXPECT_EQ(reply.emit(), R"({"result":"{\"CN\":\"A \\\"B\\\"\"}"})");
+    EXPECT_EQ(Loaded(reply.emit()).stringOf("result"), record.emit());
+}
+
+} // namespace

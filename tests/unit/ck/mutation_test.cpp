@@ -1,0 +1,145 @@
+// Inputs that were valid before a few of their bytes were changed: nothing crashes (the sanitizers watch),
+// and what is still taken is taken exactly.
+
+#include "ck/CkAsn.h"
+#include "ck/CkCert.h"
+#include "ck/CkJsonObject.h"
+#include "ck/CkXml.h"
+
+#include "Bytes.h"
+#include "Certificates.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <random>
+
+namespace {
+
+constexpr unsigned kSeeds = 20'000;
+
+std::string Mutated(std::string bytes, unsigned seed) {
+    std::mt19937 random(seed);
+    const auto below = [&](std::size_t limit) { return random() % std::max<std::size_t>(limit, 1); };
+    for (std::size_t changes = 1 + below(4); changes > 0 && !bytes.empty(); --changes) {
+        const std::size_t position = below(bytes.size());
+        switch (below(5)) {
+        case 0:
+            bytes[position] = static_cast<char>(random());
+            break;
+        case 1:
+            bytes[position] = static_cast<char>(bytes[position] ^ (1 << below(8)));
+            break;
+        case 2:
+            bytes.erase(position, 1 + below(8));
+            break;
+        case 3:
+            bytes.insert(position, 1 + below(8), static_cast<char>(random()));
+            break;
+        default:
+            bytes.insert(position, bytes.substr(below(bytes.size()), below(32)));
+        }
+    }
+    return bytes;
+}
+
+std::vector<std::string> Corpus() {
+    std::vector<std::string> corpus;
+    for (const std::string& der : OddCertificates())
+        if (der.size() < 4000)
+            corpus.push_back(der);
+    return corpus;
+}
+
+TEST(Mutation, AsnDer_WhatIsTakenComesBackThroughXml) {
+    const std::vector<std::string> corpus = Corpus();
+    unsigned taken = 0;
+    for (unsigned seed = 0; seed < kSeeds; ++seed) {
+        const std::string der = Mutated(corpus[seed % corpus.size()], seed);
+        CkAsn asn, again;
+        if (!asn.LoadEncoded(ToBase64(der), "Base64"))
+            continue;
+        ++taken;
+        ASSERT_EQ(asn.getEncodedDer("Base64"), ToBase64(der)) << seed;
+        CkXml tree;
+        ASSERT_TRUE(tree.LoadXml2(asn.asnToXml(), true)) << seed;
+        ASSERT_TRUE(again.LoadAsnXml(tree.getXml())) << seed;
+        ASSERT_EQ(again.getEncodedDer("Base64"), ToBase64(der)) << seed;
+    }
+    EXPECT_GT(taken, kSeeds / 20) << "the mutations break too much to test anything";
+    EXPECT_LT(taken, kSeeds) << "the mutations change nothing";
+}
+
+TEST(Mutation, Certificates_GiveValidTextsOrNone) {
+    const std::vector<std::string> corpus = Corpus();
+    unsigned taken = 0;
+    for (unsigned seed = 0; seed < kSeeds; ++seed) {
+        const std::string der = Mutated(corpus[seed % corpus.size()], seed);
+        CkCert certificate;
+        const bool loaded = certificate.LoadFromBinary2(der.data(), der.size());
+        taken += loaded;
+        ASSERT_EQ(certificate.lastErrorText().empty(), loaded) << seed;
+        for (const std::string& text :
+             {certificate.subjectDN(), certificate.subjectCN(), certificate.subjectO(),
+              certificate.rfc822Name(), certificate.validFromStr(), certificate.validToStr()})
+            ASSERT_TRUE(IsUtf8(text)) << seed << ": " << ToHex(text);
+        ASSERT_LE(certificate.get_IntendedKeyUsage(), 0xFFU) << seed;
+        ASSERT_EQ(certificate.getEncoded(), loaded ? ToBase64(der) : "") << seed;
+        const std::unique_ptr<CkPublicKey> key = certificate.ExportPublicKey();
+        ASSERT_EQ(key != nullptr, certificate.get_LastMethodSuccess()) << seed;
+        ASSERT_EQ(key == nullptr, !certificate.lastErrorText().empty()) << seed;
+        if (key) {
+            ASSERT_NE(key->getEncoded(true, "Base64"), "") << seed;
+        }
+    }
+    EXPECT_GT(taken, kSeeds / 20);
+    EXPECT_LT(taken, kSeeds);
+}
+
+TEST(Mutation, AsnXml_WhatIsTakenIsDer) {
+    std::vector<std::string> corpus;
+    for (const std::string& der : Corpus()) {
+        CkAsn asn;
+        ASSERT_TRUE(asn.LoadEncoded(ToBase64(der), "Base64"));
+        corpus.push_back(asn.asnToXml());
+    }
+    unsigned taken = 0;
+    for (unsigned seed = 0; seed < kSeeds; ++seed) {
+        CkAsn asn, again;
+        if (!asn.LoadAsnXml(Mutated(corpus[seed % corpus.size()], seed)))
+            continue;
+        ++taken;
+        const std::string der = asn.getEncodedDer("Base64");
+        ASSERT_TRUE(again.LoadEncoded(der, "Base64")) << seed;
+        ASSERT_EQ(again.getEncodedDer("Base64"), der) << seed;
+    }
+    EXPECT_GT(taken, kSeeds / 20);
+    EXPECT_LT(taken, kSeeds);
+}
+
+TEST(Mutation, Json_IsTakenExactlyWhenAnotherParserTakesItAsAnObject) {
+    const std::string text =
+        R"({"action":"GSTReturnSign","hash":"a\n\u00e9 आशा","n":[1,-2.5e3,{"x":null,"y":[]}],)"
+        R"("b":true,"o":{"k":{"l":"m"}},"nonce":"17"})";
+    unsigned taken = 0;
+    for (unsigned seed = 0; seed < kSeeds; ++seed) {
+        const std::string json = Mutated(text, seed);
+        CkJsonObject object;
+        const bool loaded = object.Load(json);
+        const nlohmann::json reference = nlohmann::json::parse(json, nullptr, false);
+        ASSERT_EQ(loaded, reference.is_object()) << json;
+        ASSERT_EQ(loaded, object.lastErrorText().empty()) << json;
+        ASSERT_TRUE(IsUtf8(object.lastErrorText())) << json;
+        if (!loaded)
+            continue;
+        ++taken;
+        ASSERT_TRUE(nlohmann::json::accept(object.emit())) << json;
+        if (reference.contains("hash") && reference["hash"].is_string()) {
+            ASSERT_NE(object.IndexOf("hash"), -1) << json;
+        }
+    }
+    EXPECT_GT(taken, kSeeds / 20);
+    EXPECT_LT(taken, kSeeds);
+}
+
+} // namespace

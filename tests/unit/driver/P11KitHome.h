@@ -1,0 +1,25 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+/// A home folder with a p11-kit configuration of its own: as long as it lives, p11-kit (0.23.21 and later)
+/// finds in this process the modules added here and no others. It needs a user other than root, whose
+/// configuration p11-kit ignores.
+class P11KitHome {
+public:
+    P11KitHome();
+    ~P11KitHome();
+    P11KitHome(const P11KitHome&) = delete;
+    P11KitHome& operator=(const P11KitHome&) = delete;
+
+    /// Adds <name>.module for the shared object; `more` are further lines, as "disable-in: QMTokenDriver\n".
+    void AddModule(const std::string& name, const std::string& sharedObject,
+                   const std::string& more = {}) const;
+
+    /// The folder, empty but for the configuration; removed at the end.
+    const std::filesystem::path& Folder() const { return folder_; }
+
+private:
+    std::filesystem::path folder_;
+};
