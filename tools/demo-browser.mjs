@@ -1,0 +1,115 @@
+// The whole job in a browser, as `./demo --browser` shows it: node tools/demo-browser.mjs [firefox] [--auto]
+//
+// The program is installed into a home of its own under build/, the browser runs with that home, and the example page is
+// open. A person does the rest; with --auto, or without a display, the page's PDF document is signed by itself.
+
+import { mkdir, rm, writeFile } from "node:fs/promises";
+import { homedir } from "node:os";
+import { dirname, join, relative, resolve } from "node:path";
+import { fileURLToPath } from "node:url";
+
+import { make } from "../extension/make.mjs";
+import { startBrowser } from "../tests/browser/lib/browser.mjs";
+import { serve } from "../tests/browser/lib/site.mjs";
+import { User } from "../tests/browser/lib/user.mjs";
+import { bin } from "../tests/program/lib/build.mjs";
+import { Authority } from "../tests/program/lib/certificates.mjs";
+import { Desktop } from "../tests/program/lib/desktop.mjs";
+import { Judges } from "../tests/program/lib/judges.mjs";
+import { Cleanup, run } from "../tests/program/lib/process.mjs";
+import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+
+const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
+const pin = "1234";
+const owner = "Asha Rao";
+const ownerKeyId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+
+const cleanup = new Cleanup();
+
+async function main() {
+  const name = process.argv.includes("firefox") ? "firefox" : "chromium";
+  const folder = join(root, "build", `demo-${name}`);
+  const home = join(folder, "home");
+  await rm(folder, { recursive: true, force: true });
+  await mkdir(home, { recursive: true });
+
+  const { token, judges } = await makeToken(folder, home);
+  await run(join(root, "install"), ["--from", bin], { env: { ...process.env, ...token.env } });
+  step(`The program is installed in ${relative(".", home)} and registered with the browsers there`);
+
+  const extensions = join(folder, "extension");
+  await make(extensions);
+  const site = await serve(join(extensions, "example"));
+  cleanup.add(site.close);
+
+  const isAuto = process.argv.includes("--auto") || !(process.env.DISPLAY || process.env.WAYLAND_DISPLAY);
+  const desktop = isAuto ? await Desktop.start(cleanup) : null;
+  // The display's owner is found in the user's own home, which is not the browser's.
+  const displayEnv = desktop?.env ?? { XAUTHORITY: process.env.XAUTHORITY ?? join(homedir(), ".Xauthority") };
+  const browser = await startBrowser(name, { home, extensions, env: { ...displayEnv, ...token.env } });
+  cleanup.add(() => browser.close().catch(() => {}));
+  const page = (await browser.pages())[0] ?? (await browser.newPage());
+  const address = `http://localhost:${site.port}`;
+  await page.goto(`${address}/`);
+  step(`${name === "firefox" ? "Firefox" : "Chromium"} shows the example page, ${address}`);
+
+  if (isAuto) await signByItself({ name, page, address, desktop, folder, judges });
+  else await letThePersonSign(browser, home);
+}
+
+async function makeToken(folder, home) {
+  const token = await SoftToken.create(home, { pin, label: "Quillmark demo" });
+  const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
+  const subject = `/C=IN/O=Quillmark Demo/CN=${owner}`;
+  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), ownerKeyId);
+  step(`A token is made, with a certificate of ${owner}; its PIN is ${pin}`);
+  return { token, judges: new Judges(folder, authority.certificate) };
+}
+
+async function letThePersonSign(browser, home) {
+  console.log(`  Choose a certificate, allow the site, sign a text or a PDF document; the PIN is ${pin}.`);
+  console.log(`  What you save lies in ${relative(".", join(home, "Downloads"))}. The demo ends with the browser.`);
+  await new Promise((resolve) => browser.once("disconnected", resolve));
+  step("The browser is closed");
+}
+
+async function signByItself({ name, page, address, desktop, folder, judges }) {
+  const user = new User(desktop, name);
+  const picture = (what) => desktop.screenshot(join(folder, `${what}.png`));
+
+  await page.click("#sign-pdf");
+  const saved = page.waitForSelector('[data-for="sign-pdf"] a', { timeout: 120_000 });
+  saved.catch(() => {});
+  await user.consentWindow(address);
+  await picture("consent");
+  await user.consent(address, "always");
+  await user.certificateWindow();
+  await picture("certificate-window");
+  await user.choose(saved);
+  await user.pinWindow();
+  await picture("pin");
+  await user.typePin(pin);
+
+  const signed = await (await saved).evaluate(async ({ href }) => {
+    const bytes = new Uint8Array(await (await fetch(href)).arrayBuffer());
+    return btoa(Array.from(bytes, (byte) => String.fromCharCode(byte)).join(""));
+  });
+  await picture("example-page");
+  const file = join(folder, "signed.pdf");
+  await writeFile(file, Buffer.from(signed, "base64"));
+  await judges.pdf(file);
+  step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
+}
+
+function step(text) {
+  console.log(`* ${text}`);
+}
+
+try {
+  await main();
+} catch (error) {
+  console.error(`The demo failed: ${error.message.split("\n")[0]}`);
+  process.exitCode = 1;
+} finally {
+  await cleanup.run();
+}
