@@ -1,0 +1,325 @@
+/**
+ * Quillmark's page library: signatures with the user's crypto token, for web pages.
+ *
+ * Copy this file to your own server and import it; it has no dependencies.
+ *
+ *     import { selectCertificate, signPdfHash, suitableDigest } from "./quillmark.js";
+ *
+ *     const certificate = await selectCertificate();
+ *     const { hash, hashAlgorithm, bytes } = await suitableDigest((attempt) => bytesToSign(attempt));
+ *     const pkcs7 = await signPdfHash(hash, certificate.CertThumbPrint, { hashAlgorithm });
+ *
+ * Every call returns a promise. It rejects with a `QuillmarkError`, whose `code` is for programs and whose `message` is
+ * for people. The extension asks the user before a site's first request, and serves one request at a time.
+ *
+ * The declarations in quillmark.d.ts describe each function in full.
+ */
+
+/** What the user is told, by error code. The codes are stable; the words may be improved. */
+export const ERRORS = Object.freeze({
+  EXTENSION_MISSING: "The Quillmark extension is not installed, switched off, or was just updated. Install it or switch it on, then reload this page.",
+  HOST_MISSING: "Quillmark's signing program is not installed, or this browser does not know it. Install it, or run quillmark-doctor to see what is missing.",
+  HOST_EXITED: "The signing program ended before it had answered. Try again. If this repeats, run quillmark-doctor.",
+  HOST_FORBIDDEN: "This browser is not allowed to start the signing program. A policy of this computer or the program's registration forbids it; quillmark-doctor shows which.",
+  USER_CANCELLED: "You cancelled, and nothing was signed.",
+  TOKEN_MISSING: "No crypto token was found. Plug in your token or insert your card, then try again.",
+  LOGIN_FAILED: "The token did not accept the login: the PIN was wrong, left empty, or is locked. Check the PIN before you try again; most tokens lock after a few wrong ones.",
+  KEY_NOT_FOUND: "The token holds no private key for this request.",
+  CERTIFICATE_NOT_FOUND: "The certificate that this page asked for is not the one chosen, or is not on the token.",
+  TOKEN_ERROR: "The token reported an error. Unplug it, plug it in again, then try once more.",
+  UNSUPPORTED_HASH: "This page asked for a hash algorithm that is not offered. Offered are SHA-256, SHA-384 and SHA-512.",
+  UNKNOWN_ACTION: "The signing program does not know this kind of request.",
+  NOT_IMPLEMENTED: "The signing program does not offer this kind of signature.",
+  TOO_LARGE: "This is too large to be signed in one piece.",
+  BAD_REPLY: "The signing program's answer could not be understood.",
+  TIMEOUT: "There was no answer in time, and nothing was signed.",
+  ABORTED: "This page withdrew its request, and nothing was signed.",
+  ORIGIN_DENIED: "This site is not allowed to ask for signatures.",
+  DIGEST_UNSUITABLE: "This document's digest holds a zero byte and cannot be signed as it is. The page has to use another hash algorithm, or change the document slightly (a new time or document ID), and ask again.",
+  INVALID_ARGUMENT: "This page made a request that is not valid.",
+});
+
+/** The time, in milliseconds, that the user has for a request when `options.timeout` does not say otherwise. */
+export const DEFAULT_TIMEOUT_MS = 120_000;
+
+/** The longest time that a page can ask for: a request that nobody answers must not hold up those of other pages. */
+export const MAX_TIMEOUT_MS = 600_000;
+
+// Browsers pass at most 64 MiB to a native program. The room is for the names around the page's own values.
+const MAX_REQUEST_BYTES = 64 * 1024 * 1024 - 4096;
+
+// Browsers take at most 1 MiB from a native program. The answer to signGstReturn is Base64 and holds the text itself;
+// the room is for the certificate and the signature, which are a few KiB, and for the names around them.
+const MAX_REPLY_BYTES = 1024 * 1024;
+const SIGNED_DATA_ROOM = 32 * 1024;
+
+/** The longest text, in UTF-8 bytes, that `signGstReturn` takes. */
+export const MAX_GST_TEXT_BYTES = (MAX_REPLY_BYTES / 4) * 3 - SIGNED_DATA_ROOM;
+
+// The extension answers a page's greeting at once; only a page without the extension waits as long as this.
+const GREETING_MS = 2_000;
+
+const DIGEST_BYTES = new Map([
+  ["SHA-256", 32],
+  ["SHA-384", 48],
+  ["SHA-512", 64],
+]);
+
+/** Why a request failed. */
+export class QuillmarkError extends Error {
+  /**
+   * @param {string} code One of the names in `ERRORS`.
+   * @param {{message?: string, detail?: string, ckr?: string, cause?: unknown}} [more] `detail` is technical: the
+   *   signing program's or the browser's own text. `ckr` is the token's error by its PKCS#11 name.
+   */
+  constructor(code, { message, detail, ckr, cause } = {}) {
+    super(message ?? ERRORS[code] ?? code, cause === undefined ? undefined : { cause });
+    this.name = "QuillmarkError";
+    this.code = code;
+    this.detail = detail;
+    this.ckr = ckr;
+  }
+}
+
+// ---- what a page calls -----------------------------------------------------------------------------------------------
+
+export async function status({ checkHost = false, signal } = {}) {
+  const request = checkRequest("status", { checkHost });
+  try {
+    return await (await connect()).send("status", request, { signal });
+  } catch (error) {
+    if (error.code !== "EXTENSION_MISSING") throw error;
+    return { extension: null, permission: null, host: null, waiting: 0 };
+  }
+}
+
+export function selectCertificate(options) {
+  return ask("selectCertificate", {}, options);
+}
+
+export function signGstReturn(text, options) {
+  return ask("signGstReturn", { text, hashAlgorithm: options?.hashAlgorithm }, options);
+}
+
+export function signItReturn(hash, pan, options) {
+  return ask("signItReturn", { hash, pan, hashAlgorithm: options?.hashAlgorithm }, options);
+}
+
+export async function signPdfHash(hash, certThumbPrint, options) {
+  const text = typeof hash === "string" ? hash : toBase64(hash);
+  return ask("signPdfHash", { hash: text, certThumbPrint, hashAlgorithm: options?.hashAlgorithm }, options);
+}
+
+export function signAuthToken(token, options) {
+  return ask("signAuthToken", { authToken: token, hashAlgorithm: options?.hashAlgorithm }, options);
+}
+
+export async function suitableDigest(makeBytes, { maxAttempts = 20 } = {}) {
+  const make = typeof makeBytes === "function" ? makeBytes : (attempt) => (attempt === 0 ? makeBytes : null);
+  for (let attempt = 0; attempt < maxAttempts; attempt++) {
+    const bytes = await make(attempt);
+    if (!bytes) break;
+    for (const hashAlgorithm of DIGEST_BYTES.keys()) {
+      const digest = new Uint8Array(await crypto.subtle.digest(hashAlgorithm, bytes));
+      if (!digest.includes(0)) return { hash: toBase64(digest), hashAlgorithm, bytes, attempt };
+    }
+  }
+  throw new QuillmarkError("DIGEST_UNSUITABLE");
+}
+
+// ---- the checks that a request passes before it is sent --------------------------------------------------------------
+
+/**
+ * Returns the request's values in the one form in which they travel, or throws a QuillmarkError. The page library calls
+ * it so that nothing unfit is sent, and the extension calls it again because a page may send without the library.
+ */
+export function checkRequest(operation, values) {
+  if (!Object.hasOwn(CHECKS, operation)) {
+    throw new QuillmarkError("UNKNOWN_ACTION", { detail: `There is no operation ${JSON.stringify(operation)}.` });
+  }
+  const request = CHECKS[operation](values);
+  if (utf8Length(JSON.stringify(request)) > MAX_REQUEST_BYTES) {
+    throw new QuillmarkError("TOO_LARGE", { detail: `A request holds at most ${MAX_REQUEST_BYTES} bytes.` });
+  }
+  return request;
+}
+
+const CHECKS = {
+  status: ({ checkHost }) => ({ checkHost: checkHost === true }),
+
+  selectCertificate: () => ({}),
+
+  signGstReturn: ({ text, hashAlgorithm }) => {
+    checkText("text", text);
+    if (utf8Length(text) > MAX_GST_TEXT_BYTES) {
+      throw new QuillmarkError("TOO_LARGE", { detail: `The text holds at most ${MAX_GST_TEXT_BYTES} UTF-8 bytes.` });
+    }
+    return { text, hashAlgorithm: hashName(hashAlgorithm) };
+  },
+
+  signItReturn: ({ hash, pan, hashAlgorithm }) => {
+    checkText("hash", hash);
+    checkText("pan", pan);
+    return { hash, pan, hashAlgorithm: hashName(hashAlgorithm) };
+  },
+
+  signPdfHash: ({ hash, certThumbPrint, hashAlgorithm }) => {
+    const name = hashName(hashAlgorithm);
+    const digest = fromBase64("hash", hash);
+    if (digest.length !== DIGEST_BYTES.get(name)) {
+      throw invalid(`hash has ${digest.length} bytes, a ${name} digest has ${DIGEST_BYTES.get(name)}.`);
+    }
+    // The signing program hands what it signs to the token only up to the first zero byte.
+    if (digest.includes(0)) throw new QuillmarkError("DIGEST_UNSUITABLE");
+    checkText("certThumbPrint", certThumbPrint);
+    const thumbprint = certThumbPrint.toUpperCase();
+    if (!/^[0-9A-F]{40}$/.test(thumbprint)) throw invalid("certThumbPrint is not 40 hexadecimal digits.");
+    return { hash: toBase64(digest), certThumbPrint: thumbprint, hashAlgorithm: name };
+  },
+
+  signAuthToken: ({ authToken, hashAlgorithm }) => {
+    checkText("token", authToken);
+    return { authToken, hashAlgorithm: hashName(hashAlgorithm) };
+  },
+};
+
+const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
+
+function checkText(name, value) {
+  if (typeof value !== "string" || value === "") throw invalid(`${name} has to be a text that is not empty.`);
+  // The signing program reads a text up to its first zero character, and would sign less than the page asked for.
+  if (value.includes("\0")) throw invalid(`${name} holds the character U+0000.`);
+  // Half of a surrogate pair has no UTF-8 form, so nobody could verify a signature over it.
+  if (/[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/.test(value)) {
+    throw invalid(`${name} is not well-formed Unicode.`);
+  }
+}
+
+// The signing program takes an unknown name for SHA-256 in some requests, so no other spelling may reach it.
+function hashName(name = "SHA-256") {
+  const wanted = String(name).toUpperCase().replaceAll("-", "");
+  for (const known of DIGEST_BYTES.keys()) if (known.replace("-", "") === wanted) return known;
+  throw new QuillmarkError("UNSUPPORTED_HASH", { detail: `There is no hash algorithm ${JSON.stringify(name)} here.` });
+}
+
+function fromBase64(name, text) {
+  checkText(name, text);
+  try {
+    return Uint8Array.from(atob(text), (character) => character.charCodeAt(0));
+  } catch (cause) {
+    throw new QuillmarkError("INVALID_ARGUMENT", { detail: `${name} is not Base64.`, cause });
+  }
+}
+
+function toBase64(bytes) {
+  if (!(bytes instanceof ArrayBuffer) && !ArrayBuffer.isView(bytes)) throw invalid("hash has to be bytes or Base64.");
+  const octets = ArrayBuffer.isView(bytes)
+    ? new Uint8Array(bytes.buffer, bytes.byteOffset, bytes.byteLength)
+    : new Uint8Array(bytes);
+  return btoa(String.fromCharCode(...octets));
+}
+
+const utf8Length = (text) => new TextEncoder().encode(text).length;
+
+// ---- the way to the extension ----------------------------------------------------------------------------------------
+
+// async, so that what the checks throw reaches the page as a rejection like every other failure.
+async function ask(operation, values, options) {
+  const request = checkRequest(operation, values);
+  return (await connect()).send(operation, request, options);
+}
+
+/** @type {Promise<Connection> | undefined} */
+let connection;
+
+function connect() {
+  if (!connection) {
+    const opening = openConnection();
+    connection = opening;
+    opening.catch(() => forget(opening));
+  }
+  return connection;
+}
+
+function forget(opening) {
+  if (connection === opening) connection = undefined;
+}
+
+// The extension's script in this page takes one end of a private channel. No other frame sees what passes through it,
+// and the target "/" keeps the greeting itself within this document's origin.
+function openConnection() {
+  const { port1, port2 } = new MessageChannel();
+  const opening = new Promise((resolve, reject) => {
+    const timer = setTimeout(() => {
+      port1.close();
+      reject(new QuillmarkError("EXTENSION_MISSING"));
+    }, GREETING_MS);
+    port1.onmessage = ({ data }) => {
+      if (data?.type !== "ready") return;
+      clearTimeout(timer);
+      resolve(new Connection(port1, () => forget(opening)));
+    };
+    window.postMessage({ quillmark: "connect" }, "/", [port2]);
+  });
+  return opening;
+}
+
+/** The channel to the extension, and the requests that wait for its answers. */
+class Connection {
+  #port;
+  #onLost;
+  #open = new Map();
+  #lastId = 0;
+
+  constructor(port, onLost) {
+    this.#port = port;
+    this.#onLost = onLost;
+    port.onmessage = ({ data }) => this.#receive(data);
+  }
+
+  send(operation, values, { signal, timeout = DEFAULT_TIMEOUT_MS, onProgress } = {}) {
+    return new Promise((resolve, reject) => {
+      const id = ++this.#lastId;
+      const abort = () => {
+        this.#port.postMessage({ type: "abort", id });
+        this.#settle(id)?.reject(new QuillmarkError("ABORTED", { cause: signal.reason }));
+      };
+      if (signal?.aborted) throw new QuillmarkError("ABORTED", { cause: signal.reason });
+      if (!(timeout > 0 && timeout <= MAX_TIMEOUT_MS)) throw invalid(`timeout has to be from 1 to ${MAX_TIMEOUT_MS} ms.`);
+      this.#port.postMessage({ type: "request", id, operation, values, timeout });
+      signal?.addEventListener("abort", abort);
+      const finish = () => signal?.removeEventListener("abort", abort);
+      this.#open.set(id, { resolve, reject, onProgress, finish });
+    });
+  }
+
+  #receive(message) {
+    switch (message?.type) {
+      case "progress":
+        this.#open.get(message.id)?.onProgress?.(message.progress);
+        break;
+      case "result":
+        this.#settle(message.id)?.resolve(message.value);
+        break;
+      case "error":
+        this.#settle(message.id)?.reject(new QuillmarkError(message.error.code, message.error));
+        break;
+      case "lost":
+        this.#lose();
+        break;
+    }
+  }
+
+  #settle(id) {
+    const request = this.#open.get(id);
+    this.#open.delete(id);
+    request?.finish();
+    return request;
+  }
+
+  #lose() {
+    this.#onLost();
+    this.#port.close();
+    for (const id of [...this.#open.keys()]) this.#settle(id).reject(new QuillmarkError("EXTENSION_MISSING"));
+  }
+}

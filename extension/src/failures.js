@@ -1,0 +1,73 @@
+/** What the signing program's and the browser's failure texts mean, as error codes. docs/errors.md lists them for people. */
+
+import { CKR_NAMES } from "./ckr.js";
+
+// Each layer of the program may put "Error  in Name(): " in front of the text of the layer below.
+const LAYER = /^Error {1,2}in \w+\(\): /;
+
+/**
+ * The program's failure texts, without the layers' prefixes; the first rule that matches counts.
+ *
+ * `restart` marks the failures after which the program's run is of no more use: it keeps its session and its list of
+ * certificates to its end, and with some tokens an unsuccessful search stays open and spoils the next one.
+ */
+const RULES = [
+  { text: /^echo: /, code: "UNKNOWN_ACTION" },
+  { text: /^Not Implimented\.$/, code: "NOT_IMPLEMENTED" },
+  { text: /^User Canceled without Selecting Certificate\.$/, code: "USER_CANCELLED" },
+  { text: /^No slot with token attached\.$/, code: "TOKEN_MISSING" },
+  { text: /^Token User PIN required for Token Login, but given empty\.$/, code: "LOGIN_FAILED" },
+  { text: /^Unsupported hash algorithm$/, code: "UNSUPPORTED_HASH" },
+  { text: /^Private Key NOT Found$/, code: "KEY_NOT_FOUND", restart: true },
+  // The chosen certificate has no CKA_ID, so no private key can be found by it.
+  { text: /^Select Certificate Response Empty\.$/, code: "KEY_NOT_FOUND" },
+  { text: /^GetSelCertFromToken - Selected Key ID Not Found in Certificates List: /, code: "CERTIFICATE_NOT_FOUND" },
+  { text: /^Certificate not found in the token's certificate list: /, code: "CERTIFICATE_NOT_FOUND" },
+  { text: /^Empty Response form method TokenSignHash\(\)$/, code: "TOKEN_ERROR", restart: true },
+  { text: /^Can't allocate enough memory$/, code: "TOKEN_ERROR", restart: true },
+];
+
+const CKR_LINE = /^\[CKR_ERROR in (.+)\] ErrCode = 0x([0-9A-F]{8})\.$/;
+const TOKEN_IS_GONE = ["CKR_TOKEN_NOT_PRESENT", "CKR_TOKEN_NOT_RECOGNIZED", "CKR_DEVICE_REMOVED"];
+
+/**
+ * Classifies the text of a failed reply, the one behind "QMHost Error: ".
+ *
+ * `loggedIn` tells whether the token has already signed in this run of the program. The program gives no reason when it
+ * cannot get at the private key. Before the login that is nearly always the login itself; after it, the PIN is not
+ * asked for again, so the token must have failed.
+ *
+ * @returns {{code: string, detail: string, ckr?: string, restart: boolean}}
+ */
+export function classifyFailure(text, { loggedIn }) {
+  let reason = text;
+  while (LAYER.test(reason)) reason = reason.replace(LAYER, "");
+
+  if (reason === "") {
+    const detail = "The signing program gave no reason; its log file has it.";
+    return loggedIn ? { code: "TOKEN_ERROR", detail, restart: true } : { code: "LOGIN_FAILED", detail, restart: false };
+  }
+  const ckr = CKR_LINE.exec(reason);
+  if (ckr) return { ...classifyCkr(ckr[1], Number.parseInt(ckr[2], 16)), detail: text, restart: true };
+
+  const { code, restart = false } = RULES.find((rule) => rule.text.test(reason)) ?? { code: "BAD_REPLY", restart: true };
+  return { code, detail: text, restart };
+}
+
+function classifyCkr(label, value) {
+  const ckr = CKR_NAMES.get(value) ?? `0x${value.toString(16).toUpperCase().padStart(8, "0")}`;
+  if (TOKEN_IS_GONE.includes(ckr)) return { code: "TOKEN_MISSING", ckr };
+  return { code: label === "C_Login" ? "LOGIN_FAILED" : "TOKEN_ERROR", ckr };
+}
+
+/**
+ * Classifies the browser's text for a port to the program that closed by itself; the text may be missing. `answered`
+ * tells whether the program has answered anything: Firefox has one text for a program that it cannot start and for
+ * several things that happen later.
+ */
+export function classifyDisconnect(text = "", { answered }) {
+  if (/not found|No such native application|Failed to start/i.test(text)) return "HOST_MISSING";
+  if (/^An unexpected error occurred$/.test(text) && !answered) return "HOST_MISSING";
+  if (/forbidden/i.test(text)) return "HOST_FORBIDDEN";
+  return "HOST_EXITED";
+}

@@ -1,0 +1,117 @@
+/** The signing program: started when it is needed, asked one thing at a time, ended when nobody needs it. */
+
+import { QuillmarkError } from "../quillmark.js";
+import { classifyDisconnect, classifyFailure } from "./failures.js";
+
+/** The name under which the program is registered with the browsers. */
+export const HOST_NAME = "quillmark.host";
+
+/** How long the program may be idle. It remembers the PIN for as long as it runs. */
+export const QUIET_MS = 10 * 60_000;
+
+// A program that is closed while its window is open does not notice; the browser kills it, Chromium after 2 seconds,
+// Firefox after 3. Two windows side by side would leave the user to guess which one counts.
+const KILL_MS = 3_500;
+
+const FAILURE_PREFIX = "QMHost Error: ";
+
+export class Host {
+  #connectNative;
+  #lastError;
+  #port;
+  #pending;
+  #quietTimer;
+  #gone = Promise.resolve();
+
+  /**
+   * What this run of the program has seen: whether it has answered, the origins that had the user choose a certificate,
+   * and whether the token has signed. Undefined while the program is not running.
+   * @type {{answered: boolean, choices: Set<string>, loggedIn: boolean} | undefined}
+   */
+  run;
+
+  /** `connectNative(name)` opens a port to the program; `lastError(port)` tells why the browser closed one. */
+  constructor({ connectNative, lastError }) {
+    this.#connectNative = connectNative;
+    this.#lastError = lastError;
+  }
+
+  /**
+   * Sends one request, starting the program if needed, and resolves to the text of its successful reply. Only one
+   * request may be open at a time. Rejects with a QuillmarkError; an abort of the signal ends the program, because it
+   * has no other way to close its window, and rejects with the signal's reason.
+   */
+  async request(message, signal) {
+    await this.#gone;
+    signal.throwIfAborted();
+    if (!this.#port) this.#open();
+    clearTimeout(this.#quietTimer);
+
+    const nonce = crypto.randomUUID();
+    const abort = () => this.#end(signal.reason);
+    signal.addEventListener("abort", abort);
+    try {
+      const reply = await new Promise((resolve, reject) => {
+        this.#pending = { nonce, resolve, reject };
+        this.#port.postMessage({ ...message, nonce });
+      });
+      return this.#textOf(reply);
+    } finally {
+      signal.removeEventListener("abort", abort);
+      if (this.#port) this.#quietTimer = setTimeout(() => this.close(), QUIET_MS);
+    }
+  }
+
+  /** Ends the program if it runs; a request that is open rejects with HOST_EXITED. */
+  close() {
+    this.#end(new QuillmarkError("HOST_EXITED"));
+  }
+
+  #open() {
+    const port = this.#connectNative(HOST_NAME);
+    this.#port = port;
+    this.run = { answered: false, choices: new Set(), loggedIn: false };
+    port.onMessage.addListener((reply) => this.#receive(port, reply));
+    port.onDisconnect.addListener(() => {
+      const detail = this.#lastError(port);
+      if (port !== this.#port) return;
+      this.#forget(new QuillmarkError(classifyDisconnect(detail, this.run), { detail }));
+    });
+  }
+
+  #receive(port, reply) {
+    if (port !== this.#port) return;
+    const wellFormed = [0, 1].includes(reply?.status_cd) && typeof reply.result === "string";
+    if (!this.#pending || !wellFormed || reply.nonce !== this.#pending.nonce) {
+      return this.#end(new QuillmarkError("BAD_REPLY", { detail: "The reply does not belong to the request." }));
+    }
+    const { resolve } = this.#pending;
+    this.#pending = undefined;
+    this.run.answered = true;
+    resolve(reply);
+  }
+
+  #textOf({ status_cd: succeeded, result }) {
+    if (succeeded) return result;
+    const text = result.startsWith(FAILURE_PREFIX) ? result.slice(FAILURE_PREFIX.length) : result;
+    const { code, detail, ckr, restart } = classifyFailure(text, this.run);
+    if (restart) this.close();
+    throw new QuillmarkError(code, { detail, ckr });
+  }
+
+  #end(reason) {
+    if (!this.#port) return;
+    const busy = this.#pending !== undefined;
+    this.#port.disconnect();
+    this.#forget(reason);
+    if (busy) this.#gone = new Promise((resolve) => setTimeout(resolve, KILL_MS));
+  }
+
+  #forget(reason) {
+    clearTimeout(this.#quietTimer);
+    this.#port = undefined;
+    this.run = undefined;
+    this.#pending?.reject(reason);
+    this.#pending = undefined;
+  }
+}
