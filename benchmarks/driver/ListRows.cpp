@@ -1,0 +1,103 @@
+// The list of certificates: from the request to the cards on the screen, how it grows, and through the
+// driver.
+
+#include "Pairs.h"
+#include "Report.h"
+#include "Rows.h"
+#include "Setting.h"
+#include "Verify.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+
+namespace {
+
+constexpr double kMilliPerNano = 1e-6;
+
+struct Shown {
+    long long at = 0;
+    long long paused = 0;
+    int cards = 0;
+};
+
+/// What the answer of the host of host/CardsShown.cpp tells.
+Shown ToldByHost(const std::string& reply) {
+    const std::string result = nlohmann::json::parse(reply).at("result");
+    Shown shown;
+    const std::size_t begin = result.find("shown=");
+    Expect(begin != std::string::npos &&
+               std::sscanf(result.c_str() + begin, "shown=%lld paused=%lld cards=%d", &shown.at,
+                           &shown.paused, &shown.cards) == 3,
+           "the host did not show its cards");
+    return shown;
+}
+
+Shown ToldByReference(const std::string& reply) {
+    const auto json = nlohmann::json::parse(reply);
+    return {json.at("shown"), json.at("paused"), json.at("cards")};
+}
+
+/// Starts the program, has it show the token's certificates, and returns the milliseconds less the pauses.
+double ShowCards(const Program& program, Shown (*told)(const std::string&), int certificates) {
+    Child child(program);
+    child.Ask(Frame("{}")); // now it is up
+    const Shown shown = told(std::string(child.Ask(Frame(R"({"action":"GetSelCertFromToken"})"))));
+    Expect(shown.cards == certificates, "a certificate is missing in the list");
+    child.Finish();
+    return static_cast<double>(shown.at - child.LastBegin() - shown.paused) * kMilliPerNano;
+}
+
+double ListByHost(const Setting& setting, int certificates) {
+    return ShowCards(setting.Host("bench-host-cards", certificates), ToldByHost, certificates);
+}
+
+double ListByReference(const Setting& setting, int certificates) {
+    return ShowCards(setting.Reference("reference-list", {setting.driver}, certificates), ToldByReference,
+                     certificates);
+}
+
+/// A bare loop that lists the certificates of the token with 100.
+class BareList {
+public:
+    BareList(const Setting& setting, const std::string& module)
+        : child_(setting.Reference("reference-token", {module, setting.pin, "", ""}, kCertificates)) {}
+
+    double List() {
+        const auto answer = nlohmann::json::parse(child_.Ask(Frame(R"("list")")));
+        Expect(answer.at("count") == kCertificates, "a certificate is missing in the list");
+        return answer.at("ns").get<double>() * kMilliPerNano;
+    }
+
+private:
+    static constexpr int kCertificates = 100;
+    Child child_;
+};
+
+} // namespace
+
+void MeasureLists(const Setting& setting, Report& report) {
+    for (const int certificates : {1, 10, 100, 1000}) {
+        const std::string what =
+            "list of " + std::to_string(certificates) + " certificates, request to cards (ms)";
+        if (!report.Wants(what))
+            continue;
+        const Medians medians = MeasureInTurn(
+            1, 15, [&] { return ListByHost(setting, certificates); },
+            [&] { return ListByReference(setting, certificates); });
+        report.Add({what, medians.ours, medians.reference, 1.5});
+    }
+    // What grows no faster than linearly takes at most ten times as long for ten times as many.
+    if (const std::string what = "list of 1000 certificates, against 100 (ms)"; report.Wants(what)) {
+        const Medians medians = MeasureInTurn(
+            1, 15, [&] { return ListByHost(setting, 1000); }, [&] { return ListByHost(setting, 100); });
+        report.Add({what, medians.ours, medians.reference, 10});
+    }
+    if (const std::string what = "100 certificates through the driver, against the module (ms)";
+        report.Wants(what)) {
+        BareList driver(setting, setting.driver), module(setting, setting.softhsm);
+        const Medians medians = MeasureInTurn(
+            5, 101, [&] { return driver.List(); }, [&] { return module.List(); });
+        report.Add({what, medians.ours, medians.reference, 1.05});
+    }
+}

@@ -1,0 +1,136 @@
+// The two SignedData builders with any certificate and any hash: what comes out is one DER value to its last
+// byte, and libcrypto reads a CMS SignedData out of it when the certificate is one.
+
+#include "LinkedModule.h"
+#include "QMNativeMessagingHost.h"
+#include "Require.h"
+#include "ScratchFolder.h"
+#include "ck/CkAsn.h"
+
+#include <fuzzer/FuzzedDataProvider.h>
+#include <openssl/cms.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <string>
+
+namespace {
+
+struct Free {
+    void operator()(X509* certificate) const { X509_free(certificate); }
+    void operator()(CMS_ContentInfo* cms) const { CMS_ContentInfo_free(cms); }
+    void operator()(STACK_OF(X509) * certificates) const { sk_X509_pop_free(certificates, X509_free); }
+};
+
+std::string Base64(const std::string& bytes) {
+    CkByteData data;
+    data.appendStr(bytes);
+    return data.getEncoded("Base64");
+}
+
+std::string Decode(const std::string& base64) {
+    CkByteData data;
+    data.appendEncoded(base64, "Base64");
+    return {data.getData(), data.getSize()};
+}
+
+const unsigned char* Bytes(const std::string& der) {
+    return reinterpret_cast<const unsigned char*>(der.data());
+}
+
+/// The size of the DER value at the begin of `bytes`; 0 when there is none.
+std::size_t ValueSize(const std::string& bytes) {
+    const unsigned char* next = Bytes(bytes);
+    long length = 0;
+    int tag = 0, tagClass = 0;
+    const int header = ASN1_get_object(&next, &length, &tag, &tagClass, static_cast<long>(bytes.size()));
+    return header & 0x81 ? 0 : static_cast<std::size_t>(next - Bytes(bytes) + length);
+}
+
+/// Whether `der` is values to its last byte, down to the primitive ones.
+bool IsDer(const unsigned char* next, const unsigned char* end, int depth) {
+    while (next != end) {
+        long length = 0;
+        int tag = 0, tagClass = 0;
+        const int header = ASN1_get_object(&next, &length, &tag, &tagClass, end - next);
+        if (header & 0x81 || ((header & V_ASN1_CONSTRUCTED) && !IsDer(next, next + length, depth + 1)))
+            return false;
+        next += length;
+    }
+    return true;
+}
+
+/// A version 1 certificate has no version element, and the builders take its validity for the issuer.
+bool HasVersion(const X509& certificate) { return X509_get_version(&certificate) > 0; }
+
+void CheckSignedData(const OperationResult& built, const std::string& certificateDer,
+                     const std::string* content) {
+    Require(built.success, "a structure is built from every certificate");
+    const std::string der = Decode(built.text);
+    Require(Base64(der) == built.text, "the structure is one line of Base64");
+    Require(ValueSize(der) == der.size() && IsDer(Bytes(der), Bytes(der) + der.size(), 0),
+            "the structure is one DER value");
+
+    CkAsn asDer;
+    const unsigned char* next = Bytes(certificateDer);
+    const std::unique_ptr<X509, Free> certificate(
+        d2i_X509(nullptr, &next, static_cast<long>(certificateDer.size())));
+    if (!certificate || next != Bytes(certificateDer) + certificateDer.size() || !HasVersion(*certificate) ||
+        !asDer.LoadEncoded(Base64(certificateDer), "Base64"))
+        return;
+
+    next = Bytes(der);
+    const std::unique_ptr<CMS_ContentInfo, Free> cms(
+        d2i_CMS_ContentInfo(nullptr, &next, static_cast<long>(der.size())));
+    Require(cms && OBJ_obj2nid(CMS_get0_type(cms.get())) == NID_pkcs7_signed,
+            "the structure is a SignedData");
+    const std::unique_ptr<STACK_OF(X509), Free> certificates(CMS_get1_certs(cms.get()));
+    Require(sk_X509_num(certificates.get()) == 1 &&
+                X509_cmp(sk_X509_value(certificates.get(), 0), certificate.get()) == 0,
+            "it holds the certificate");
+    Require(der.find(certificateDer) != std::string::npos, "the certificate is in it byte for byte");
+
+    STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms.get());
+    Require(sk_CMS_SignerInfo_num(signers) == 1, "one has signed");
+    CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, 0);
+    Require(CMS_SignerInfo_cert_cmp(signer, certificate.get()) == 0, "the signer is the certificate's");
+    const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(signer);
+    Require(std::string(ASN1_STRING_get0_data(signature),
+                        ASN1_STRING_get0_data(signature) + ASN1_STRING_length(signature)) ==
+                linkedModule.signature,
+            "the signature is the token's");
+
+    ASN1_OCTET_STRING** carried = CMS_get0_content(cms.get());
+    Require((carried && *carried) == (content != nullptr), "only CMS carries its content");
+    if (content)
+        Require(std::string((*carried)->data, (*carried)->data + (*carried)->length) == *content,
+                "the content is the text");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    EnterScratchFolder();
+    // A certificate, then the choices.
+    const std::string input(data, data + size);
+    const std::size_t valueSize = ValueSize(input);
+    const std::string certificate = input.substr(0, valueSize ? valueSize : size);
+    FuzzedDataProvider choices(data + certificate.size(), size - certificate.size());
+    const char* hashAlgo = choices.PickValueInArray({"SHA256", "SHA1", "SHA384", "SHA512"});
+    const std::string id = choices.ConsumeRandomLengthString(20).c_str();
+    std::string hash = choices.ConsumeRemainingBytesAsString();
+
+    linkedModule.certificates = {{id, certificate}};
+    linkedModule.PlugIn();
+    QMNativeMessagingHost host;
+    const std::string base64 = Base64(certificate);
+
+    CheckSignedData(host.GenPkcs7Sign(hash, hashAlgo, base64.c_str(), id.c_str()), certificate, nullptr);
+    Require(linkedModule.signedBytes.starts_with("\x31") && linkedModule.signedBytes.size() > 4,
+            "the signed attributes are a SET");
+
+    hash = hash.c_str(); // no request can carry a zero byte
+    CheckSignedData(host.GenCMSSign(hash, hashAlgo, base64.c_str(), id.c_str()), certificate, &hash);
+    Require(linkedModule.signedBytes == hash, "the token was given the text");
+    return 0;
+}

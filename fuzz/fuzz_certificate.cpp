@@ -1,0 +1,111 @@
+// Any bytes as a certificate: the record is valid JSON that says what libcrypto says, the card is a card, the
+// word for chain certificates, or an error; and both agree on whether it is a certificate.
+
+#include "QMX509Decoder.h"
+#include "Require.h"
+#include "ScratchFolder.h"
+#include "ck/CkByteData.h"
+#include "ck/CkJsonObject.h"
+
+#include <nlohmann/json.hpp>
+#include <openssl/x509v3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace {
+
+struct Free {
+    void operator()(X509* certificate) const { X509_free(certificate); }
+};
+
+std::string Decode(const std::string& base64) {
+    CkByteData bytes;
+    bytes.appendEncoded(base64, "Base64");
+    return {bytes.getData(), bytes.getSize()};
+}
+
+std::string Thumbprint(std::string_view der) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EVP_Digest(der.data(), der.size(), digest, &length, EVP_sha1(), nullptr);
+    std::string hex;
+    for (unsigned i = 0; i < length; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", digest[i]);
+        hex += digits;
+    }
+    return hex;
+}
+
+/// The key as the certificate holds it: the RSAPublicKey, or the SubjectPublicKeyInfo of other keys.
+std::string PublicKey(const X509& certificate) {
+    X509_PUBKEY* key = X509_get_X509_PUBKEY(&certificate);
+    ASN1_OBJECT* algorithm = nullptr;
+    X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, key);
+    if (OBJ_obj2nid(algorithm) == NID_rsaEncryption) {
+        const ASN1_BIT_STRING* bits = X509_get0_pubkey_bitstr(&certificate);
+        return {bits->data, bits->data + bits->length};
+    }
+    std::string der(static_cast<std::size_t>(i2d_X509_PUBKEY(key, nullptr)), '\0');
+    auto* next = reinterpret_cast<unsigned char*>(der.data());
+    i2d_X509_PUBKEY(key, &next);
+    return der;
+}
+
+/// `certificate` is libcrypto's view of `der`, null when it has none. Certificates with odd strings in their
+/// names load all the same, which libcrypto leaves.
+void CheckRecord(X509* certificate, std::string_view der, const nlohmann::ordered_json& record) {
+    if (!record.contains("SelCertSubject")) {
+        Require(!certificate, "what libcrypto loads is a certificate");
+        Require(record.size() == 1 && !record.at("ErrMsg").get<std::string>().empty(),
+                "what is no certificate has a reason and nothing else");
+        return;
+    }
+    std::string names;
+    for (const auto& [name, value] : record.items())
+        names += name + " ";
+    const bool hasKey = record.contains("PublicKey");
+    Require(names == std::string("SelCertSubject CertThumbPrint eMail ValidFrom ExpDate ") +
+                         (hasKey ? "PublicKey Cert " : "ErrMsg "),
+            "the members and their order");
+    Require(record.at("CertThumbPrint") == Thumbprint(der), "the thumbprint");
+    Require(!hasKey || Decode(record.at("Cert")) == der, "the certificate itself");
+    if (!certificate)
+        return;
+    Require(hasKey == (X509_get0_pubkey(certificate) != nullptr), "a key that can be read is there");
+    Require(!hasKey || Decode(record.at("PublicKey")) == PublicKey(*certificate), "the public key");
+}
+
+void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const std::string& card) {
+    if (!record.contains("SelCertSubject")) {
+        Require(card == "QMHostError: " + record.at("ErrMsg").get<std::string>(), "an error has its reason");
+        return;
+    }
+    if (certificate && (X509_get_extension_flags(certificate) & EXFLAG_INVALID) == 0) {
+        const std::uint32_t usage = X509_get_key_usage(certificate);
+        Require((card == "ChainCert") == (usage == UINT32_MAX || (usage & 0xF9) == 0), "who is a chain");
+    }
+    if (card != "ChainCert")
+        Require(card.starts_with("<div style='font-family:verdana;'>") && card.ends_with("</div><hr>"),
+                "a card begins and ends as one");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    EnterScratchFolder();
+    const auto* next = data;
+    std::unique_ptr<X509, Free> certificate(d2i_X509(nullptr, &next, static_cast<long>(size)));
+    if (next != data + size)
+        certificate = nullptr;
+
+    const std::string_view der(reinterpret_cast<const char*>(data), size);
+    QMX509Decoder decoder;
+    const std::unique_ptr<CkJsonObject> details(decoder.GetX509CertDetails(der.data(), size));
+    const auto record = nlohmann::ordered_json::parse(details->emit(), nullptr, false);
+    Require(record.is_object(), "the record is valid JSON");
+    CheckRecord(certificate.get(), der, record);
+    CheckCard(certificate.get(), record, decoder.GetX509CertHTML(der.data(), size));
+    return 0;
+}
