@@ -41,6 +41,11 @@ CardList::CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, con
     SetSelectionBackground(wxColour(0xCF, 0xE2, 0xFA));
 }
 
+void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
+    wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
+    ++rowsDrawn_;
+}
+
 wxString CardList::OnGetItemMarkup(std::size_t n) const { return ShownMarkup(OnGetItem(n)); }
 
 wxString ShownMarkup(const wxString& row) {

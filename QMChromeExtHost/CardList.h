@@ -8,12 +8,18 @@ class CardList : public wxSimpleHtmlListBox {
 public:
     CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, const wxSize& size);
 
+    /// How many times a row has been drawn, by which one sees that the rows are on the screen.
+    unsigned RowsDrawn() const { return rowsDrawn_; }
+
 private:
+    void OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const override;
     wxString OnGetItemMarkup(std::size_t n) const override;
     wxColour GetSelectedTextColour(const wxColour& cardColour) const override { return cardColour; }
     wxHtmlOpeningStatus OnHTMLOpeningURL(wxHtmlURLType, const wxString&, wxString*) const override {
         return wxHTML_BLOCK;
     }
+
+    mutable unsigned rowsDrawn_ = 0;
 };
 
 /// The row that is shown while the cards are being read.

@@ -20,6 +20,9 @@ namespace {
 /// How long the wait for the user sleeps between two looks, and how long a fresh window gets to be drawn.
 constexpr unsigned long kPauseMilliseconds = 250;
 
+/// How many pauses "Loading..." gets to be drawn: on a screen that is not looked at it never is.
+constexpr int kMostPausesToDraw = 8;
+
 void YieldPauseYield() {
     wxYield();
     wxMilliSleep(kPauseMilliseconds);
@@ -32,6 +35,18 @@ void BringToFront() {
     SelCertFrame->Raise(); // maps a window anew that was withdrawn
     SelCertFrame->ToggleWindowStyle(wxSTAY_ON_TOP);
     SelCertFrame->ToggleWindowStyle(wxSTAY_ON_TOP);
+}
+
+/// Says that the list is being loaded, before the token keeps the window from being drawn. A window that is
+/// still being placed is drawn only after that, which can take longer than one pause.
+void ShowLoadingRow() {
+    const auto& list = static_cast<const CardList&>(*htmlLstCert);
+    const unsigned drawnBefore = list.RowsDrawn();
+    htmlLstCert->Append(kLoadingRow);
+    int pauses = 0;
+    do
+        YieldPauseYield();
+    while (list.RowsDrawn() == drawnBefore && ++pauses < kMostPausesToDraw);
 }
 
 void HideEmptied() {
@@ -49,8 +64,7 @@ OperationResult LoadCertificateList() {
     SelCertFrame->Centre(wxBOTH);
     const wxBusyCursor busy;
     LogTextToFile("0 Items in Certificate List. Loading List...", DEBUG);
-    htmlLstCert->Append(kLoadingRow);
-    YieldPauseYield();
+    ShowLoadingRow();
     if (TokenManager::TokenState < TOKEN_SESSION_OPEN) {
         if (OperationResult opened = tokenManager.TokenOpenSession(); !opened.success)
             return opened;
