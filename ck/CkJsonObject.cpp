@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -24,20 +25,14 @@ constexpr std::size_t kMaxFileSize = 1'000'000;
 /// Text as a C string has it.
 std::string_view UpToZero(std::string_view text) { return text.substr(0, text.find('\0')); }
 
-/// A JSON number without its fraction, the nearest int when it is out of range.
-int NumberAsInt(std::string_view number) {
-    double value = 0; // stays 0 when the number is too small for a double; one too large does not load
-    std::from_chars(number.data(), number.data() + number.size(), value);
+/// The number that `text` is, without its fraction, the nearest int when it is out of range; 0 when it is
+/// none.
+int NumberAsInt(std::string_view text) {
+    double value = 0; // stays 0 when the number is too small or too large for a double
+    const char* const end = text.data() + text.size();
+    if (std::from_chars(text.data(), end, value).ptr != end || !std::isfinite(value))
+        return 0;
     return static_cast<int>(std::clamp<double>(value, INT_MIN, INT_MAX));
-}
-
-/// The whole number at the front of `text` likewise, 0 when there is none.
-int LeadingInt(std::string_view text) {
-    int value = 0;
-    const std::errc error = std::from_chars(text.data(), text.data() + text.size(), value).ec;
-    if (error == std::errc::result_out_of_range)
-        return text.starts_with('-') ? INT_MIN : INT_MAX;
-    return value;
 }
 
 /// A file descriptor, closed at the end of its life.
@@ -142,7 +137,6 @@ int CkJsonObject::IntOf(std::string_view name) const {
     const JsonMember* member = impl_->Find(name);
     switch (member ? member->kind : JsonMember::Kind::Other) {
     case JsonMember::Kind::String:
-        return LeadingInt(member->text);
     case JsonMember::Kind::Number:
         return NumberAsInt(member->text);
     case JsonMember::Kind::Boolean:

@@ -156,13 +156,12 @@ TEST(CkJsonObject, IntOf_OutOfRange_IsTheNearestInt) {
     EXPECT_EQ(object.IntOf("g"), INT_MIN);
 }
 
-TEST(CkJsonObject, IntOf_AString_IsTheDecimalNumberItBeginsWith) {
+TEST(CkJsonObject, IntOf_AString_IsTheDecimalNumberThatItIs) {
     const CkJsonObject object =
         Loaded(R"({"a":"17","b":"-3.9","c":"12 apples","d":"","e":"x1","f":"inf","g":"0x10","h":"nan"})");
     EXPECT_EQ(object.IntOf("a"), 17);
     EXPECT_EQ(object.IntOf("b"), -3);
-    EXPECT_EQ(object.IntOf("c"), 12);
-    for (const char* name : {"d", "e", "f", "g", "h"})
+    for (const char* name : {"c", "d", "e", "f", "g", "h"})
         EXPECT_EQ(object.IntOf(name), 0) << name;
 }
 
