@@ -94,8 +94,8 @@ std::string Escaped(std::string_view text) {
 
 /// Turns `value` into a UTF8String when it is a string of a type that libcrypto judges.
 void MakeReadable(AsnNode& value) {
-    const bool judged =
-        value.tag == kAsnUtf8String || value.tag == kAsnBmpString || value.tag == kAsnUniversalString;
+    const bool judged = value.tag == kAsnUtf8String || value.tag == kAsnBmpString ||
+                        value.tag == kAsnUniversalString || value.tag == kAsnVisibleString;
     if (value.tagClass != AsnClass::Universal || !judged)
         return;
     const OpenSslPtr<ASN1_STRING> string(ASN1_STRING_type_new(static_cast<int>(value.tag)));

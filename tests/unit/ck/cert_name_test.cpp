@@ -86,6 +86,8 @@ TEST(CkCertName, EveryStringType_BecomesUtf8) {
     EXPECT_EQ(CnOf("Asha", V_ASN1_PRINTABLESTRING), "Asha");
     EXPECT_EQ(CnOf("Asha", V_ASN1_IA5STRING), "Asha");
     EXPECT_EQ(CnOf("12", V_ASN1_NUMERICSTRING), "12");
+    EXPECT_EQ(With({{"CN", "Asha", V_ASN1_VISIBLESTRING, false, true}}).subjectCN(), "Asha")
+        << "which libcrypto refuses in a name";
 }
 
 TEST(CkCertName, BytesThatAreNoUtf8_AreReplaced) {
