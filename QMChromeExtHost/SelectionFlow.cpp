@@ -46,11 +46,13 @@ void ShowLoadingRow() {
     int pauses = 0;
     do
         YieldPauseYield();
-    while (list.RowsDrawn() == drawnBefore && ++pauses < kMostPausesToDraw);
+    while (QMNativeMessagingHost::bSelCertUIOpen && list.RowsDrawn() == drawnBefore &&
+           ++pauses < kMostPausesToDraw);
 }
 
 void HideEmptied() {
     htmlLstCert->Clear();
+    SelectCertDisplayListCKA_ID.clear();
     QMNativeMessagingHost::bSelCertUIOpen = false;
     SelCertFrame->Hide();
     wxYield();
