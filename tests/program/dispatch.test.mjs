@@ -88,6 +88,16 @@ test("After a failed operation the next request is served", async (t) => {
   assert.equal((await host.request({ text: "next", nonce: "2" })).nonce, "2");
 });
 
+test("An exception that no operation knows is the reply of its request, and the next one is served", async (t) => {
+  const { host } = await world.hostWithFake(t, { faults: [{ call: "C_FindObjectsInit", nth: 1, throws: true }] });
+  const text = "Error  in ProcessInMessage(): thrown by the module";
+  assert.deepEqual(await host.request({ action: "GSTReturnSign", hash: "text", nonce: "1" }),
+    { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "1" });
+  await world.desktop.windowGone(windowTitle);
+  assert.ok((await host.logLines()).includes(text));
+  assert.equal((await chooseFirst(host, { action: "GetSelCertFromToken", nonce: "2" })).status_cd, 1);
+});
+
 test("The end of input after a reply ends the host, with nothing more written", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: null });
   await host.request({ text: "last" });

@@ -197,16 +197,18 @@ test("A missing key is reported as it is, without a prefix", async (t) => {
   assert.equal((await signDigest(host, digestOf(document), certificate)).result, "QMHost Error: Private Key NOT Found");
 });
 
-test("At level DEBUG the last result lies in PKCS7Sign.txt; at INFO no file is written", async (t) => {
+test("At level DEBUG the last result lies in PKCS7Sign.txt; at any other level no file is written", async (t) => {
   const { host } = await readyHost(t);
   const certificate = await world.certificate();
   for (const content of ["one", "two, and longer", "3"]) {
     const { result } = await signDigest(host, digestOf(content, "sha384"), certificate, { hashAlgorithm: "SHA384" });
     assert.equal(await host.readFile("PKCS7Sign.txt"), result);
   }
-  const { host: quiet } = await readyHost(t, {}, { settings: null });
-  assert.equal((await signDigest(quiet, digestOf(document), certificate)).status_cd, 1);
-  await assert.rejects(quiet.readFile("PKCS7Sign.txt"), { code: "ENOENT" });
+  for (const AppLogLevel of [0, 2, 3]) {
+    const { host: other } = await readyHost(t, {}, { settings: { AppLogLevel } });
+    assert.equal((await signDigest(other, digestOf(document), certificate)).status_cd, 1);
+    await assert.rejects(other.readFile("PKCS7Sign.txt"), { code: "ENOENT" });
+  }
 });
 
 test("A certificate of CA is found by its thumbprint as well", async (t) => {

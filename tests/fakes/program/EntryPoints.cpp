@@ -49,6 +49,8 @@ CK_RV Serve(const char* call, nlohmann::json arguments, Work work,
     const unsigned nth = CountCall(call);
     const Fault fault = Token().TheScript().FaultOf(call, nth);
     std::this_thread::sleep_for(std::chrono::milliseconds(fault.delayMilliseconds));
+    if (fault.throws)
+        throw std::logic_error("thrown by the module");
     const CK_RV result = fault.returnValue ? *fault.returnValue : work(Token());
 
     auto out = nlohmann::json::object();

@@ -82,6 +82,7 @@ Fault Script::FaultOf(const std::string& call, unsigned nth) const {
             fault.returnValue = entry["rv"].get<CK_RV>();
         fault.out = entry.value("out", fault.out);
         fault.delayMilliseconds = entry.value("delay", 0u);
+        fault.throws = entry.value("throws", false);
         return fault;
     }
     return {};

@@ -30,6 +30,7 @@ struct Fault {
     std::optional<CK_RV> returnValue;
     nlohmann::json out = nlohmann::json::object();
     unsigned delayMilliseconds = 0;
+    bool throws = false;
 
     /// Overwrites `target` when the script names `member`.
     void Overwrite(const char* member, CK_ULONG& target) const;

@@ -59,6 +59,26 @@ TEST_F(DecoderTest, ACertificateThatEndedYesterdayIsShownAsExpired) {
     EXPECT_EQ(card.find("Valid upto"), std::string::npos);
 }
 
+TEST_F(DecoderTest, ACertificateThatEndsTomorrowIsShownAsValid) {
+    const std::string card = CardOf({.notAfter = 86400});
+    EXPECT_NE(card.find("<span style='font-size:80%;'><b>Valid upto: "), std::string::npos) << card;
+    EXPECT_EQ(card.find("Expired"), std::string::npos);
+}
+
+TEST_F(DecoderTest, AKeyThatCannotBeReadLeavesTheRecordWithTheErrorInItsPlace) {
+    AppLogLevel = DEBUG;
+    std::string der = TestCertificate{}.der();
+    const std::string_view keyInBitString("\x03\x82\x01\x0f\0\x30", 6);
+    der[der.find(keyInBitString) + 5] = '\x31'; // no SEQUENCE any more
+    const std::unique_ptr<CkJsonObject> record = RecordOf(der);
+    int position = 0;
+    for (const char* member : {"SelCertSubject", "CertThumbPrint", "eMail", "ValidFrom", "ExpDate", "ErrMsg"})
+        EXPECT_EQ(record->IndexOf(member), position++) << member;
+    EXPECT_EQ(record->IndexOf("PublicKey"), -1);
+    EXPECT_EQ(record->IndexOf("Cert"), -1);
+    EXPECT_NE(Log().find(record->stringOf("ErrMsg") + "\n"), std::string::npos) << Log();
+}
+
 TEST_F(DecoderTest, TheRecordHasItsMembersInOrder) {
     const std::unique_ptr<CkJsonObject> record = RecordOf(TestCertificate{.email = "asha@example.in"}.der());
     int position = 0;

@@ -87,13 +87,16 @@ TEST_F(SigningTest, DataIsLoggedInHexBehindItsLabelWithoutABlank) {
 
 TEST_F(SigningTest, TheDigestInfoHasNoNullParameters) {
     LogIn();
+    AppLogLevel = DEBUG;
     const std::string digest(32, '\x5a');
-    EXPECT_TRUE(host.SignHash("01", Bytes(Encode(digest)), "SHA256").success);
+    const OperationResult signature = host.SignHash("01", Bytes(Encode(digest)), "SHA256");
+    EXPECT_TRUE(signature.success);
     std::string expected = "302f300b0609608648016503040201"
                            "0420";
     for (int i = 0; i < 32; ++i)
         expected += "5a";
     EXPECT_EQ(DataGivenToSign(), expected);
+    EXPECT_NE(Log().find(" SignHash() RSA Signature: " + signature.text + "\n"), std::string::npos);
     EXPECT_EQ(Calls("C_SignInit").back()["in"]["mechanism"], 1);
 }
 
@@ -110,6 +113,10 @@ TEST_F(SigningTest, NoSignatureOverAHashIsReportedInTheSystemsOwnWords) {
     const OperationResult signature = host.SignHash("01", Bytes("AAAA"), "SHA256");
     EXPECT_FALSE(signature.success);
     EXPECT_EQ(signature.text, "Empty Response form method TokenSignHash()");
+    EXPECT_EQ(Log().find("Empty Response"), std::string::npos) << "it is logged at DEBUG alone";
+    AppLogLevel = DEBUG;
+    EXPECT_FALSE(host.SignHash("01", Bytes("AAAA"), "SHA256").success);
+    EXPECT_NE(Log().find(" Empty Response form method TokenSignHash()\n"), std::string::npos);
 }
 
 TEST_F(SigningTest, APdfSignatureVerifiesOverItsDocument) {
