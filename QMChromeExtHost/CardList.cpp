@@ -51,7 +51,7 @@ wxString CardList::OnGetItemMarkup(std::size_t n) const { return ShownMarkup(OnG
 wxString ShownMarkup(const wxString& row) {
     if (row == kLoadingRow)
         return row;
-    const std::wstring text = row.ToStdWstring();
+    const std::wstring& text = row.ToStdWstring();
     std::wstring shown;
     const auto* next = kCardTags.begin();
     std::size_t shownText = 0; // since the last tag

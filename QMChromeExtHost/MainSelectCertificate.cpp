@@ -35,11 +35,15 @@ std::string selCKA_ID;
 std::string TokenDriverFullPath = "./QMTokenDriver.so";
 TokenManager tokenManager;
 
-wxBEGIN_EVENT_TABLE(MyFrame, wxFrame) EVT_BUTTON(wxID_OK, MyFrame::OnOk)
-    EVT_LISTBOX_DCLICK(htmlListBoxId, MyFrame::OnOk) EVT_BUTTON(wxID_CANCEL, MyFrame::OnCancel)
-        EVT_TIMER(timerid, MyFrame::OnTimer) EVT_IDLE(MyFrame::OnIdle) wxEND_EVENT_TABLE()
+wxBEGIN_EVENT_TABLE(MyFrame, wxFrame)
+    EVT_BUTTON(wxID_OK, MyFrame::OnOk)
+    EVT_LISTBOX_DCLICK(htmlListBoxId, MyFrame::OnOk)
+    EVT_BUTTON(wxID_CANCEL, MyFrame::OnCancel)
+    EVT_TIMER(timerid, MyFrame::OnTimer)
+    EVT_IDLE(MyFrame::OnIdle)
+wxEND_EVENT_TABLE()
 
-            wxFrame* SelCertFrame = nullptr;
+wxFrame* SelCertFrame = nullptr;
 wxSimpleHtmlListBox* htmlLstCert = nullptr;
 bool readStdinLoopStarted = false;
 constexpr int timerInterval = 2000; // milliseconds

@@ -21,6 +21,7 @@ const shared = /^"QMHostShared\.h"$/;
 const tools = /^"QMTools\.h"$/;
 const decoder = /^"QMX509Decoder\.h"$/;
 const token = /^"(TokenManager|Pkcs11Call)\.h"$/;
+const cards = /^"CardList\.h"$/;
 const messaging = /^"QMNativeMessagingHost\.h"$/;
 const window_ = /^"MainSelectCertificate\.h"$/;
 const ck = /^"ck\/Ck\w+\.h"$/;
@@ -32,6 +33,8 @@ const program = {
   "QMTools.cpp": [tools],
   "QMX509Decoder.h": [],
   "QMX509Decoder.cpp": [decoder, shared, ck],
+  "CardList.h": [wx],
+  "CardList.cpp": [cards, wx],
   "Pkcs11Call.h": [pkcs11],
   "TokenManager.h": [shared, ck, pkcs11],
   "TokenManager.cpp": [token, shared, ck, posix, wx], // wx: the PIN dialog
@@ -40,9 +43,9 @@ const program = {
   "QMNativeMessagingHost.cpp": [messaging, shared, ck, wx], // wx: closes the window when the input ends
   "SigningOperations.cpp": [messaging, token, tools, shared, ck],
   "SignedDataBuilders.cpp": [messaging, tools, shared, ck],
-  "SelectionFlow.cpp": [messaging, token, shared, ck, wx],
+  "SelectionFlow.cpp": [messaging, cards, token, shared, ck, wx],
   "MainSelectCertificate.h": [wx],
-  "MainSelectCertificate.cpp": [window_, messaging, token, shared, ck, wx],
+  "MainSelectCertificate.cpp": [window_, messaging, cards, token, shared, ck, wx],
   "main.cpp": [window_],
 };
 
