@@ -163,7 +163,7 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
         CkJsonObject RespJsonObj;
         if (RespData.success) {
             RespJsonObj.AppendInt("status_cd", 1);
-            RespJsonObj.AppendString("result", RespData.text);
+            RespJsonObj.AppendString("result", std::move(RespData.text));
         } else {
             const std::string resultResp = kErrorPrefix + RespData.text;
             RespJsonObj.AppendInt("status_cd", 0);

@@ -104,11 +104,28 @@ CkByteData SignedAttributesDer(const std::string& pdfHash) {
     return signedAttrBytes;
 }
 
+// A content has up to 48 MiB, and passes through several forms. What takes one by value is rid of it at its
+// end.
+
+std::string TextToBase64(std::string text) {
+    CkByteData bytes;
+    bytes.appendStr(std::move(text));
+    return bytes.getEncoded("Base64");
+}
+
+CkByteData Base64ToBytes(std::string text) {
+    CkByteData bytes;
+    bytes.appendEncoded(text, "Base64");
+    return bytes;
+}
+
 /// Puts the signature behind the rest and returns the finished structure in Base64.
 std::string Finish(CkXml xml, const std::string& SignStrB64) {
     xml.UpdateChildContent("contextSpecific|sequence|set[1]|sequence|octets", SignStrB64);
+    std::string xmlText = xml.getXml();
+    xml = CkXml();
     CkAsn signedData;
-    signedData.LoadAsnXml(xml.getXml());
+    signedData.LoadAsnXml(std::move(xmlText));
     return signedData.getEncodedDer("Base64");
 }
 
@@ -154,10 +171,7 @@ OperationResult QMNativeMessagingHost::GenCMSSign(std::string hash, std::string 
     const char* hashOID = QMTools::GetHashOid(hashAlgo);
     LogTextToFile("Entered GenCMSSign", DEBUG);
     try {
-        CkByteData hashBytes;
-        hashBytes.appendStr(hash);
-        const std::string b64OfHashBytes = hashBytes.getEncoded("Base64");
-
+        std::string b64OfHashBytes = TextToBase64(std::move(hash));
         const SignerCertificate signer(CertB64);
         CkXml xml;
         AppendHead(xml, hashOID);
@@ -166,8 +180,7 @@ OperationResult QMNativeMessagingHost::GenCMSSign(std::string hash, std::string 
         AppendSigner(xml, signer, hashOID);
         AppendSignatureAlgorithm(xml);
 
-        CkByteData bHash;
-        bHash.appendEncoded(b64OfHashBytes, "Base64");
+        CkByteData bHash = Base64ToBytes(std::move(b64OfHashBytes));
         if (LogsAt(DEBUG))
             LogTextToFile("GST SIGN BYTES B4 SIGN: " + bHash.getEncoded("Hex"), DEBUG);
         OperationResult signResult = SignData(SearchedCert_CKA_ID, std::move(bHash), hashAlgo);

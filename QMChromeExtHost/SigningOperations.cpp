@@ -71,7 +71,7 @@ OperationResult QMNativeMessagingHost::SignAuthToken(std::string authToken, std:
         if (OperationResult selCertResp = ShowSelectCertDialog(); !selCertResp.success)
             return selCertResp;
         CkByteData byteAuthToken;
-        byteAuthToken.appendStr(authToken);
+        byteAuthToken.appendStr(std::move(authToken));
         return SignData(selCKA_ID.c_str(), std::move(byteAuthToken), hashAlgo);
     });
 }

@@ -2,7 +2,14 @@
 
 #include "TextEncoding.h"
 
-void CkByteData::appendStr(std::string_view text) { bytes_ += text; }
+#include <utility>
+
+void CkByteData::appendStr(std::string text) {
+    if (bytes_.empty())
+        bytes_ = std::move(text);
+    else
+        bytes_ += text;
+}
 
 void CkByteData::appendEncoded(std::string_view text, const char* encoding) {
     AppendDecodedText(bytes_, text, encoding);

@@ -10,7 +10,7 @@
 class CkByteData {
 public:
     /// Appends the bytes of `text`, without a terminator.
-    void appendStr(std::string_view text);
+    void appendStr(std::string text);
 
     /// Appends what `text` decodes to under `encoding`. White space and line breaks are skipped; the first
     /// character that cannot be decoded ends the decoding, and what came before it is kept.

@@ -151,8 +151,9 @@ void CkJsonObject::AppendInt(std::string_view name, int value) {
     impl_->members.push_back({std::string(name), std::to_string(value), JsonMember::Kind::Number});
 }
 
-void CkJsonObject::AppendString(std::string_view name, std::string_view value) {
-    impl_->members.push_back({std::string(name), std::string(UpToZero(value)), JsonMember::Kind::String});
+void CkJsonObject::AppendString(std::string_view name, std::string value) {
+    value.resize(UpToZero(value).size());
+    impl_->members.push_back({std::string(name), std::move(value), JsonMember::Kind::String});
 }
 
 void CkJsonObject::AppendBool(std::string_view name, bool value) {

@@ -38,12 +38,12 @@ public:
     std::string stringOf(std::string_view name) const;
 
     /// The member as an integer: a number without its fraction (out of range: the nearest int), a string that
-    /// begins with a decimal number likewise, true as 1. Everything else, also a missing member, is 0.
+    /// is a decimal number likewise, true as 1. Everything else, also a missing member, is 0.
     int IntOf(std::string_view name) const;
 
     /// Appends a member behind the others, whatever their names.
     void AppendInt(std::string_view name, int value);
-    void AppendString(std::string_view name, std::string_view value);
+    void AppendString(std::string_view name, std::string value);
     void AppendBool(std::string_view name, bool value);
 
     /// The object as compact JSON, always valid UTF-8: "/" and non-ASCII characters unescaped, a byte that is
