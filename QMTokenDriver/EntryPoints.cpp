@@ -4,17 +4,15 @@
 #include "Driver.h"
 #include "KeptPin.h"
 #include "Pkcs11Error.h"
-
-#include <fcntl.h>
-#include <unistd.h>
+#include "StdoutIsStderr.h"
 
 #include <atomic>
-#include <cstdio>
 #include <exception>
 #include <new>
 
 using tokendriver::Driver;
 using tokendriver::Pkcs11Error;
+using tokendriver::StdoutIsStderr;
 
 namespace {
 
@@ -41,29 +39,6 @@ public:
 
 private:
     bool entered_;
-};
-
-/// As long as it lives, what is written to stdout goes to stderr. Modules are known to write there when they
-/// start or see a token, and the host's stdout is the pipe to the browser: a single word would end the
-/// conversation. Searches and signatures are left alone, since this would cost a tenth of a search.
-class StdoutIsStderr {
-public:
-    StdoutIsStderr() : stdout_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)) {
-        if (stdout_ >= 0)
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    ~StdoutIsStderr() {
-        if (stdout_ < 0)
-            return;
-        std::fflush(stdout);
-        dup2(stdout_, STDOUT_FILENO);
-        close(stdout_);
-    }
-    StdoutIsStderr(const StdoutIsStderr&) = delete;
-    StdoutIsStderr& operator=(const StdoutIsStderr&) = delete;
-
-private:
-    int stdout_;
 };
 
 /// Every entry point's only way in and out: no exception crosses it.

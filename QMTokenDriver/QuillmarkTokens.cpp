@@ -3,6 +3,7 @@
 #include "Inventory.h"
 #include "InventoryReport.h"
 #include "PinPrompt.h"
+#include "StdoutIsStderr.h"
 
 #include <cstdlib>
 #include <exception>
@@ -64,15 +65,27 @@ bool AskForPinOf(const SeenToken& token, KeptPin& pin) {
                          pin);
 }
 
-int Tell(const Options& options) {
-    SwitchOffCoreDumps();
+struct Told {
+    std::string report;
+    bool canSign;
+};
+
+/// What is on stdout is the report alone, whatever modules write from their start to their end.
+Told LookAround(const Options& options) {
+    const StdoutIsStderr quiet;
     std::vector<ProbeResult> probed = ProbeEachAlone();
     std::vector<ProbeResult> harmful = probed;
     std::erase_if(harmful, [](const ProbeResult& result) { return !DoesHarm(result); });
     const Backends backends(harmful);
     const Inventory inventory = TakeInventory(backends, probed, options.isLogin ? AskForPinOf : AskForPin());
-    std::cout << (options.isJson ? JsonReport(inventory) : TextReport(inventory)) << std::flush;
-    return CountUsable(inventory) > 0 ? EXIT_SUCCESS : kNoneCanSign;
+    return {options.isJson ? JsonReport(inventory) : TextReport(inventory), CountUsable(inventory) > 0};
+}
+
+int Tell(const Options& options) {
+    SwitchOffCoreDumps();
+    const Told told = LookAround(options);
+    std::cout << told.report << std::flush;
+    return told.canSign ? EXIT_SUCCESS : kNoneCanSign;
 }
 
 } // namespace

@@ -236,6 +236,14 @@ TEST_F(ToolTest, SoftHsm_IsUnderstood) {
     EXPECT_NE(run.output.find("not offered: token not initialised"), std::string::npos) << run.output;
 }
 
+TEST_F(ToolTest, WhatAModuleWritesToStdout_IsNotInTheReport) {
+    AddFile("writes-to-stdout");
+    const Json report = Report("--json 2>/dev/null");
+    ASSERT_TRUE(report.is_object()) << "no JSON";
+    EXPECT_EQ(report.at("canSign"), 1);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(ToolTest, ControlCharactersOfATokensLabel_DoNotReachTheTerminal) {
     AddFile("label-with-an-escape");
     EXPECT_EQ(Tool("").output.find('\x1b'), std::string::npos);
