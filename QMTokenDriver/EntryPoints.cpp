@@ -95,6 +95,7 @@ CK_RV C_Initialize(void* arguments) {
 
 CK_RV C_Finalize(void* reserved) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
+        const StdoutIsStderr quiet;
         if (reserved != nullptr)
             return CKR_ARGUMENTS_BAD;
         const std::unique_ptr<Driver> ending(&driver);

@@ -13,6 +13,7 @@ namespace tokendriver {
 class StdoutIsStderr {
 public:
     StdoutIsStderr() : stdout_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)) {
+        std::fflush(stdout); // what was written before
         if (stdout_ >= 0)
             dup2(STDERR_FILENO, STDOUT_FILENO);
     }

@@ -32,7 +32,7 @@ bool HasSlot(CK_SLOT_ID slot) {
 }
 
 CK_RV Initialize(void*) { return TheToken().Initialize(); }
-CK_RV Finalize(void*) { return CKR_OK; }
+CK_RV Finalize(void*) { return TheToken().Finalize(); }
 
 CK_RV GetInfo(CK_INFO* info) {
     *info = {{2, 40}, {}, 0, {}, {1, 0}};

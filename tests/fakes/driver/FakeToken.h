@@ -30,6 +30,7 @@ public:
 
     // What the faults override.
     virtual CK_RV Initialize() { return CKR_OK; }
+    virtual CK_RV Finalize() { return CKR_OK; }
     virtual std::vector<CK_SLOT_ID> Slots() {
         return present ? std::vector<CK_SLOT_ID>{7} : std::vector<CK_SLOT_ID>{};
     }
