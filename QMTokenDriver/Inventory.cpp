@@ -26,6 +26,14 @@ std::string TokenObjection(const SeenToken& seen) {
     return DescribeAnswer(seen.failure);
 }
 
+/// Why none of a token's certificates can sign: no one can log in; empty when one can.
+std::string PinObjection(CK_FLAGS flags) {
+    if ((flags & CKF_USER_PIN_LOCKED) != 0)
+        return "its PIN is locked";
+    const bool isUnset = (flags & CKF_LOGIN_REQUIRED) != 0 && (flags & CKF_USER_PIN_INITIALIZED) == 0;
+    return isUnset ? "its PIN is not set" : "";
+}
+
 template <class Number>
 std::optional<Number> ReadNumber(TokenReader& reader, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
     const std::optional<Bytes> value = reader.Value(object, type);
@@ -104,8 +112,12 @@ TokenEntry Look(SeenToken seen, const AskForPin& askForPin) {
         return token;
     }
     const bool isLoggedIn = Login(reader, token, askForPin);
-    for (const CK_OBJECT_HANDLE object : reader.Certificates())
-        token.certificates.push_back(Look(reader, object, isLoggedIn));
+    const std::string pinObjection = PinObjection(token.seen.tokenInfo.flags);
+    for (const CK_OBJECT_HANDLE object : reader.Certificates()) {
+        CertificateEntry& entry = token.certificates.emplace_back(Look(reader, object, isLoggedIn));
+        if (!pinObjection.empty())
+            entry.objections.push_back(pinObjection);
+    }
     return token;
 }
 

@@ -63,6 +63,17 @@ protected:
         home.AddModule(fake, std::string(QM_DRIVER_FAKES) + "/" + fake + ".so");
     }
 
+    /// The only certificate of the only module cannot sign for this reason.
+    void ExpectCannotSign(const std::string& fake, const std::string& reason) {
+        AddFile(fake);
+        const Json report = Report();
+        const Json certificate = OnlyToken(report).at("certificates").at(0);
+        EXPECT_FALSE(certificate.at("offered"));
+        EXPECT_EQ(certificate.at("reasons"), Json::array({reason}));
+        EXPECT_EQ(report.at("canSign"), 0);
+        EXPECT_EQ(status, 1);
+    }
+
     /// The only token of the only module.
     static Json OnlyToken(const Json& report) {
         return report.at("modules").at(0).at("slots").at(0).at("token");
@@ -147,11 +158,13 @@ TEST_F(ToolTest, LoginWithoutATerminal_IsAClearError) {
 }
 
 TEST_F(ToolTest, ACaCertificate_IsAChainCertificate) {
-    AddFile("is-hardware-with-a-ca-certificate-only");
-    const Json certificate = OnlyToken(Report()).at("certificates").at(0);
-    EXPECT_FALSE(certificate.at("offered"));
-    EXPECT_EQ(certificate.at("reasons"), Json::parse(R"(["chain certificate"])"));
-    EXPECT_EQ(status, 1);
+    ExpectCannotSign("is-hardware-with-a-ca-certificate-only", "chain certificate");
+}
+
+TEST_F(ToolTest, WithALockedPin_NoCertificateCanSign) { ExpectCannotSign("pin-locked", "its PIN is locked"); }
+
+TEST_F(ToolTest, WithoutAPinSet_NoCertificateCanSign) {
+    ExpectCannotSign("pin-not-set", "its PIN is not set");
 }
 
 TEST_F(ToolTest, CertificatesOfNoUse_AreToldWhy) {
