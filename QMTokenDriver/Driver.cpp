@@ -29,6 +29,7 @@ CK_RV Driver::GetSlotList(CK_SLOT_ID* slots, CK_ULONG& count) {
     if (capacity < count)
         return CKR_BUFFER_TOO_SMALL;
     std::copy(shown_->begin(), shown_->end(), slots);
+    shown_.reset();
     return CKR_OK;
 }
 

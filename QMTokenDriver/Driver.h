@@ -25,8 +25,8 @@ class Driver {
 public:
     Driver() = default;
 
-    /// C_GetSlotList: what is plugged in is looked at when the length is asked for (`slots` is null), as
-    /// PKCS#11 section 5.5 says, and at the first call.
+    /// C_GetSlotList: looks at what is plugged in. Only a list whose length was asked for before (`slots` was
+    /// null) is the one that was counted then: PKCS#11 section 5.5.
     CK_RV GetSlotList(CK_SLOT_ID* slots, CK_ULONG& count);
 
     /// C_OpenSession without application and notification. Throws Pkcs11Error.
@@ -43,8 +43,8 @@ private:
     std::optional<SeenToken> Find(const SeenToken& lost) const;
 
     Backends backends_;
-    std::vector<Place> places_; ///< the slot identifier given out is the index + 1
-    std::optional<std::vector<CK_SLOT_ID>> shown_;
+    std::vector<Place> places_;                    ///< the slot identifier given out is the index + 1
+    std::optional<std::vector<CK_SLOT_ID>> shown_; ///< counted, and not handed over yet
     std::vector<std::unique_ptr<Token>> tokens_;
     std::unordered_map<CK_SESSION_HANDLE, std::unique_ptr<Session>>
         sessions_; ///< destroyed before tokens and modules

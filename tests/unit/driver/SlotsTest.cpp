@@ -108,6 +108,20 @@ TEST_F(SlotsTest, AListAskedForWithoutItsLengthFirst_IsFull) {
     EXPECT_EQ(count, 1U);
 }
 
+TEST_F(SlotsTest, ATokenPluggedInLater_IsSeenByOneWhoAsksForTheListAlone) {
+    FakeTokenState& token = AddFake("works");
+    token.Pull();
+    Start();
+    CK_SLOT_ID slot = 0;
+    CK_ULONG count = 1;
+    EXPECT_EQ(Driver().GetSlotList(CK_TRUE, &slot, &count), CKR_OK);
+    EXPECT_EQ(count, 0U);
+    token.PutBack();
+    count = 1;
+    EXPECT_EQ(Driver().GetSlotList(CK_TRUE, &slot, &count), CKR_OK);
+    EXPECT_EQ(count, 1U);
+}
+
 TEST_F(SlotsTest, ASlowToken_IsListedOnceForLengthAndList) {
     const FakeTokenState& token = AddFake("slow-to-list");
     Start();
