@@ -104,9 +104,11 @@ CK_RV Token::LoginForKey(CK_SESSION_HANDLE session) {
     return MayLoginUnasked() ? LoginWithKeptPin(session, CKU_CONTEXT_SPECIFIC) : CKR_USER_NOT_LOGGED_IN;
 }
 
-// The last try is the user's: it is never spent on a PIN that the user did not type just now.
+// The last try is the user's: it is never spent on a PIN that the user did not type just now, nor when it is
+// not known whether it is the last.
 bool Token::MayLoginUnasked() {
-    Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo);
+    if (Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo) != CKR_OK)
+        return false;
     const bool lastTry = (seen_.tokenInfo.flags & (CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED)) != 0;
     return !lastTry && (HasPinPad() || pin_.IsKept());
 }

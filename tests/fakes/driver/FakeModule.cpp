@@ -51,10 +51,7 @@ CK_RV GetSlotInfo(CK_SLOT_ID, CK_SLOT_INFO* info) {
 }
 
 CK_RV GetTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO* info) {
-    if (!HasSlot(slot))
-        return CKR_TOKEN_NOT_PRESENT;
-    *info = TheToken().TokenInfo();
-    return CKR_OK;
+    return HasSlot(slot) ? TheToken().GetTokenInfo(*info) : CKR_TOKEN_NOT_PRESENT;
 }
 
 CK_RV GetMechanismList(CK_SLOT_ID, CK_MECHANISM_TYPE* list, CK_ULONG* count) {

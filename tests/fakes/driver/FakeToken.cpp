@@ -54,14 +54,14 @@ std::vector<CK_MECHANISM_TYPE> FakeToken::Mechanisms() {
 
 std::vector<FakeToken::Object> FakeToken::MakeObjects() { return KeyPair({0xab, 0xcd, 0x01}); }
 
-CK_TOKEN_INFO FakeToken::TokenInfo() {
-    CK_TOKEN_INFO info{};
+CK_RV FakeToken::GetTokenInfo(CK_TOKEN_INFO& info) {
+    info = {};
     Pad(info.label, label);
     Pad(info.manufacturerID, "Quillmark tests");
     Pad(info.model, "Fake");
     Pad(info.serialNumber, serialNumber);
     info.flags = TokenFlags() | moreTokenFlags;
-    return info;
+    return CKR_OK;
 }
 
 CK_RV FakeToken::OpenSession(CK_FLAGS, CK_SESSION_HANDLE& session) {

@@ -38,6 +38,7 @@ public:
     virtual CK_FLAGS TokenFlags() {
         return CKF_TOKEN_INITIALIZED | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED;
     }
+    virtual CK_RV GetTokenInfo(CK_TOKEN_INFO& info);
     virtual std::vector<CK_MECHANISM_TYPE> Mechanisms();
     virtual std::vector<Object> MakeObjects();
     virtual CK_RV OpenSession(CK_FLAGS flags, CK_SESSION_HANDLE& session);
@@ -52,7 +53,6 @@ public:
     CK_RV FindObjectsInit(CK_SESSION_HANDLE session, std::span<const CK_ATTRIBUTE> wanted);
     CK_RV FindObjects(CK_SESSION_HANDLE session, std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count);
     CK_RV FindObjectsFinal(CK_SESSION_HANDLE session);
-    CK_TOKEN_INFO TokenInfo();
 
 protected:
     static Bytes Number(CK_ULONG value);

@@ -73,6 +73,14 @@ TEST_F(LoginTest, TheLastTry_IsNotSpentOnAKey) {
     EXPECT_TRUE(Sign(CKM_SHA256_RSA_PKCS, key, "text")) << std::hex << answer;
 }
 
+TEST_F(LoginTest, WhereTheTokenDoesNotTellHowManyTriesAreLeft_NoneIsSpentOnAKey) {
+    const FakeTokenState& token = AddFake("always-authenticate-key-and-no-token-info-after-login");
+    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
+    EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(token.keyLogins, 0U);
+}
+
 TEST_F(LoginTest, APinPad_IsUsedInsteadOfTheTypedPin) {
     const FakeTokenState& token = AddFake("has-a-pin-pad");
     const CK_OBJECT_HANDLE key = GetReadyToSign();
