@@ -1,66 +1,48 @@
 #include "PinPrompt.h"
 
 #include <openssl/crypto.h>
+#include <openssl/ui.h>
 
 #include <fcntl.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
+#include <cstring>
 #include <stdexcept>
 
 namespace tokendriver {
 
 namespace {
 
-/// The longest line that a terminal takes in one (termios(3)).
-constexpr std::size_t kMaxLine = 4096;
+/// Longer than any PIN, and what libcrypto takes.
+constexpr std::size_t kMaxLine = 1024;
 
-/// The process's terminal, without echo as long as this lives.
-class SilentTerminal {
-public:
-    SilentTerminal() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
-        if (terminal_ < 0 || tcgetattr(terminal_, &before_) != 0)
-            throw std::runtime_error("there is no terminal to ask for the PIN on");
-        termios silent = before_;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(terminal_, TCSAFLUSH, &silent);
-    }
-    ~SilentTerminal() {
-        tcsetattr(terminal_, TCSAFLUSH, &before_);
-        close(terminal_);
-    }
-    SilentTerminal(const SilentTerminal&) = delete;
-    SilentTerminal& operator=(const SilentTerminal&) = delete;
+/// UI_process's answer after Ctrl-C, which libcrypto has taken note of and done nothing about.
+constexpr int kInterrupted = -2;
 
-    void Say(const std::string& text) const {
-        if (write(terminal_, text.data(), text.size()) < 0)
-            throw std::runtime_error("the terminal is gone");
-    }
-
-    /// One line without its end; empty at the end of input.
-    void ReadLine(KeptPin& pin) const {
-        std::array<CK_UTF8CHAR, kMaxLine> line{};
-        ssize_t length = read(terminal_, line.data(), line.size());
-        if (length > 0 && line[static_cast<std::size_t>(length) - 1] == '\n')
-            --length;
-        if (length > 0)
-            pin.Keep({line.data(), static_cast<std::size_t>(length)});
-        OPENSSL_cleanse(line.data(), line.size());
-    }
-
-private:
-    int terminal_;
-    termios before_{};
-};
+/// Without one, libcrypto would read standard input.
+bool HasTerminal() {
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
+    if (terminal >= 0)
+        close(terminal);
+    return terminal >= 0;
+}
 
 } // namespace
 
 bool AskOnTerminal(const std::string& question, KeptPin& pin) {
-    const SilentTerminal terminal;
-    terminal.Say(question);
-    terminal.ReadLine(pin);
-    terminal.Say("\n");
+    if (!HasTerminal())
+        throw std::runtime_error("there is no terminal to ask for the PIN on");
+    std::array<char, kMaxLine> line{};
+    const int answer = UI_UTIL_read_pw_string(line.data(), kMaxLine, question.c_str(), 0);
+    if (answer == 0)
+        pin.Keep({reinterpret_cast<const CK_UTF8CHAR*>(line.data()), std::strlen(line.data())});
+    OPENSSL_cleanse(line.data(), line.size());
+    if (answer == kInterrupted)
+        std::raise(SIGINT);
+    if (answer != 0)
+        throw std::runtime_error("no PIN was read");
     return pin.IsKept();
 }
 

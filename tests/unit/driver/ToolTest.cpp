@@ -5,10 +5,13 @@
 
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <optional>
+#include <thread>
 
 // quillmark-tokens as a person or a script runs it.
 
@@ -20,6 +23,13 @@ struct Outcome {
     int status;
     std::string output; ///< with what was asked on the terminal, where there was one
 };
+
+/// A person types a moment after the question, when the terminal has stopped showing it.
+void WaitUntilSilent(int terminal) {
+    termios now{};
+    for (int i = 0; i < 500 && tcgetattr(terminal, &now) == 0 && (now.c_lflag & ECHO) != 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
 
 /// Runs a shell command; with `typed`, on a terminal of its own on which that is typed when a question ends
 /// in "): ".
@@ -35,7 +45,10 @@ Outcome RunCommand(const std::string& command, const std::optional<std::string>&
     std::array<char, 4096> some{};
     for (ssize_t length = 0; (length = read(terminal, some.data(), some.size())) > 0;) { // fails at the end
         run.output.append(some.data(), static_cast<std::size_t>(length));
-        if (typed && run.output.ends_with("): ") && write(terminal, typed->data(), typed->size()) < 0)
+        if (!typed || !run.output.ends_with("): "))
+            continue;
+        WaitUntilSilent(terminal);
+        if (write(terminal, typed->data(), typed->size()) < 0)
             ADD_FAILURE() << "the terminal takes no input";
     }
     close(terminal);
@@ -148,6 +161,21 @@ TEST_F(ToolTest, NothingTyped_IsNoLogin) {
     const Outcome run = Tool("--login", "\n");
     EXPECT_EQ(run.output.find("login: "), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("its PIN is locked"), std::string::npos) << run.output;
+}
+
+TEST_F(ToolTest, CtrlCAtTheQuestion_EndsItAndLeavesTheTerminalAsItWas) {
+    AddFile("works");
+    const std::string tool = std::string("'") + QM_TOKENS_TOOL + "' --login";
+    const Outcome run = RunCommand("trap : INT; " + tool + "; echo status $?; stty -a", "\x03");
+    EXPECT_NE(run.output.find("status 130"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find(" echo "), std::string::npos) << run.output;
+}
+
+TEST_F(ToolTest, TheEndOfInputAtTheQuestion_IsAClearError) {
+    AddFile("works");
+    const Outcome run = Tool("--login", "\x04");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.output.find("no PIN was read"), std::string::npos) << run.output;
 }
 
 TEST_F(ToolTest, LoginWithoutATerminal_IsAClearError) {
