@@ -132,13 +132,18 @@ CK_RV Session::ContinueSearch() {
         return CKR_OK;
     std::vector<CK_ATTRIBUTE> attributes = search_->wanted.Attributes();
     CK_RV answer = Module().C_FindObjectsInit(inModule_, attributes.data(), attributes.size());
+    if (answer != CKR_OK)
+        return answer;
+    search_->begunIn = number_;
     CK_ULONG count = 1;
     for (std::size_t skipped = 0; answer == CKR_OK && count == 1 && skipped < search_->given; ++skipped) {
         CK_OBJECT_HANDLE object = 0;
         answer = Module().C_FindObjects(inModule_, &object, 1, &count);
     }
-    if (answer == CKR_OK)
-        search_->begunIn = number_;
+    if (answer != CKR_OK) { // not where the host is, so to be begun anew
+        Module().C_FindObjectsFinal(inModule_);
+        search_->begunIn = 0;
+    }
     return answer;
 }
 

@@ -49,7 +49,7 @@ private:
     /// host.
     struct Search {
         SearchTemplate wanted;
-        unsigned begunIn = 0;
+        unsigned begunIn = 0; ///< 0: in none
         std::size_t given = 0;
     };
 

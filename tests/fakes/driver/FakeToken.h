@@ -45,13 +45,13 @@ public:
     virtual CK_RV Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string_view typed);
     virtual CK_RV GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                     std::span<CK_ATTRIBUTE> wanted);
+    virtual CK_RV FindObjects(CK_SESSION_HANDLE session, std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count);
     virtual CK_RV SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key);
     virtual CK_RV Sign(CK_SESSION_HANDLE session, std::span<CK_BYTE> data, CK_BYTE* signature,
                        CK_ULONG& length);
 
     CK_RV CloseSession(CK_SESSION_HANDLE session);
     CK_RV FindObjectsInit(CK_SESSION_HANDLE session, std::span<const CK_ATTRIBUTE> wanted);
-    CK_RV FindObjects(CK_SESSION_HANDLE session, std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count);
     CK_RV FindObjectsFinal(CK_SESSION_HANDLE session);
 
 protected:

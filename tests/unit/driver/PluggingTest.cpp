@@ -106,6 +106,22 @@ TEST_F(PluggingTest, PulledDuringASearch_GoesOnBehindWhatWasFound) {
     EXPECT_EQ(Driver().FindObjectsFinal(session), CKR_OK);
 }
 
+TEST_F(PluggingTest, ASearchThatCannotBeResumed_IsNotLeftOpenInTheModule) {
+    FakeTokenState& token = AddFake("fails-once-to-find-after-a-pull");
+    Start();
+    OpenFirstToken();
+    ASSERT_EQ(Driver().FindObjectsInit(session, NoAttributes(), 0), CKR_OK);
+    CK_OBJECT_HANDLE object = 0;
+    CK_ULONG count = 0;
+    ASSERT_EQ(Driver().FindObjects(session, &object, 1, &count), CKR_OK);
+    ASSERT_EQ(count, 1U);
+    Replug(token);
+    EXPECT_EQ(Driver().FindObjects(session, &object, 1, &count), CKR_DEVICE_ERROR);
+    EXPECT_EQ(Driver().FindObjects(session, &object, 1, &count), CKR_OK);
+    EXPECT_EQ(count, 0U) << "the only object was given out already";
+    EXPECT_EQ(ListCertificates().size(), 1U);
+}
+
 TEST_F(PluggingTest, PulledDuringASearchAndGone_EndsCleanly) {
     FakeTokenState& token = AddFake("works");
     Start();
