@@ -6,6 +6,8 @@
 #include "Pkcs11Error.h"
 #include "StdoutIsStderr.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <exception>
 #include <new>
@@ -64,16 +66,17 @@ CK_RV EnterRunning(Call call) noexcept {
     return Enter([&call] { return running == nullptr ? CKR_CRYPTOKI_NOT_INITIALIZED : call(*running); });
 }
 
-/// PKCS#11 section 5.4: reserved must be null; locking cannot be had here, so one who asks for it is told.
+/// PKCS#11 section 5.4: reserved must be null, and of the four mutex functions all or none. Locking cannot be
+/// had here, so one who asks for it is told.
 CK_RV CheckInitArguments(const CK_C_INITIALIZE_ARGS* arguments) {
     if (arguments == nullptr)
         return CKR_OK;
-    if (arguments->pReserved != nullptr)
+    const std::array isGiven = {arguments->CreateMutex != nullptr, arguments->DestroyMutex != nullptr,
+                                arguments->LockMutex != nullptr, arguments->UnlockMutex != nullptr};
+    const auto given = static_cast<std::size_t>(std::count(isGiven.begin(), isGiven.end(), true));
+    if (arguments->pReserved != nullptr || (given > 0 && given < isGiven.size()))
         return CKR_ARGUMENTS_BAD;
-    const bool wantsLocking = (arguments->flags & CKF_OS_LOCKING_OK) != 0 ||
-                              arguments->CreateMutex != nullptr || arguments->DestroyMutex != nullptr ||
-                              arguments->LockMutex != nullptr || arguments->UnlockMutex != nullptr;
-    return wantsLocking ? CKR_CANT_LOCK : CKR_OK;
+    return given > 0 || (arguments->flags & CKF_OS_LOCKING_OK) != 0 ? CKR_CANT_LOCK : CKR_OK;
 }
 
 [[gnu::constructor]] void WhenLoaded() { tokendriver::SwitchOffCoreDumps(); }

@@ -107,6 +107,14 @@ TEST_F(EntryPointsTest, InitializeArguments_AreHeldAgainstTheStandard) {
     arguments.flags = CKF_OS_LOCKING_OK;
     EXPECT_EQ(Driver().Initialize(&arguments), CKR_CANT_LOCK);
     arguments = {};
+    arguments.CreateMutex = [](void**) -> CK_RV { return CKR_OK; };
+    arguments.DestroyMutex = arguments.LockMutex = [](void*) -> CK_RV { return CKR_OK; };
+    EXPECT_EQ(Driver().Initialize(&arguments), CKR_ARGUMENTS_BAD) << "three of the four";
+    arguments.flags = CKF_OS_LOCKING_OK;
+    EXPECT_EQ(Driver().Initialize(&arguments), CKR_ARGUMENTS_BAD) << "three of the four";
+    arguments.UnlockMutex = arguments.LockMutex;
+    EXPECT_EQ(Driver().Initialize(&arguments), CKR_CANT_LOCK);
+    arguments = {};
     EXPECT_EQ(Driver().Initialize(&arguments), CKR_OK);
     EXPECT_EQ(Driver().Finalize(&arguments), CKR_ARGUMENTS_BAD);
 }
