@@ -157,8 +157,10 @@ CK_RV Session::FindObjects(std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count) {
     return Carry([&] {
         Check(ContinueSearch());
         Check(Module().C_FindObjects(inModule_, found.data(), found.size(), &count));
-        if (count > found.size())
+        if (count > found.size()) {
+            count = 0;
             throw Pkcs11Error(CKR_DEVICE_ERROR);
+        }
         for (CK_OBJECT_HANDLE& object : found.first(count))
             object = token_.GiveOut(object, search_->wanted);
         search_->given += count;

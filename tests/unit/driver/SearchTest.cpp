@@ -166,3 +166,12 @@ TEST_F(SearchTest, AbsurdLengthsOfAModule_DoNotReachTheHost) {
         EXPECT_EQ(attribute.ulValueLen, CK_UNAVAILABLE_INFORMATION);
     }
 }
+
+TEST_F(SearchTest, MoreObjectsThanAskedFor_AreAnErrorAndNoneReachesTheHost) {
+    StartWith("reports-too-many-objects");
+    ASSERT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_OK);
+    std::array<CK_OBJECT_HANDLE, 4> found{};
+    CK_ULONG count = 77;
+    EXPECT_EQ(Driver().FindObjects(session, found.data(), found.size(), &count), CKR_DEVICE_ERROR);
+    EXPECT_EQ(count, 0U);
+}
