@@ -1,7 +1,6 @@
 // The whole program with tokens that others wrote: for each, all that a user does, judged by openssl and pdfsig.
 
 import assert from "node:assert/strict";
-import { createHash } from "node:crypto";
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
@@ -29,7 +28,7 @@ for (const [name, create] of Object.entries(modules)) {
     const record = JSON.parse(chosen.result);
     assert.equal(record.CertThumbPrint, await thumbprint(token.certificate.pem));
 
-    const text = textWithoutZeroInDigest();
+    const text = JSON.stringify({ gstin: "33AAACQ0000A1Z5" });
     const gst = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: text, hashAlgorithm: "SHA256" }, token.pin);
     assert.equal(gst.status_cd, 1, gst.result);
     assert.equal((await world.judges.cms(decoded(gst))).toString(), text);
@@ -54,12 +53,4 @@ for (const [name, create] of Object.entries(modules)) {
 
 function decoded(reply) {
   return Buffer.from(reply.result, "base64");
-}
-
-/** What is signed is cut at a zero byte, and the driver refuses it then: so a text whose digest has none. */
-function textWithoutZeroInDigest() {
-  for (let number = 1; ; ++number) {
-    const text = JSON.stringify({ gstin: "33AAACQ0000A1Z5", number });
-    if (!createHash("sha256").update(text).digest().includes(0)) return text;
-  }
 }
