@@ -60,19 +60,18 @@ Backends::Backends() : Backends(Harmful()) {}
 
 Backends::Backends(const std::vector<ProbeResult>& harmful) {
     p11_kit_set_progname(kProgramName);
-    Load(harmful);
+    for (const ProbeResult& probed : harmful)
+        skipped_.push_back({probed.name, {}, DescribeHarm(probed)});
+    const std::vector<std::string> names = NamesWithout(harmful);
+    if (names.empty())
+        return;
+    std::optional<ModuleFilesView> view;
+    if (!harmful.empty())
+        view.emplace(names);
+    loaded_.reset(p11_kit_modules_load(nullptr, 0));
     if (!loaded_)
         throw Pkcs11Error(CKR_GENERAL_ERROR);
     Initialise();
-}
-
-void Backends::Load(const std::vector<ProbeResult>& harmful) {
-    std::optional<ModuleFilesView> view;
-    if (!harmful.empty())
-        view.emplace(NamesWithout(harmful));
-    loaded_.reset(p11_kit_modules_load(nullptr, 0));
-    for (const ProbeResult& probed : harmful)
-        skipped_.push_back({probed.name, {}, DescribeHarm(probed)});
 }
 
 void Backends::Initialise() {

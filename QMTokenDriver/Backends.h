@@ -42,7 +42,6 @@ public:
     const std::vector<SkippedModule>& Skipped() const { return skipped_; }
 
 private:
-    void Load(const std::vector<ProbeResult>& harmful);
     void Initialise();
 
     struct Release {

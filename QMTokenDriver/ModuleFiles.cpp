@@ -57,11 +57,16 @@ void ReadFromBuiltIn() {
     ReadFrom(kept);
 }
 
+/// Among the temporary files or, where none can be written, in the folder of the user's login.
 fs::path MakePrivateFolder() {
-    std::string name = (fs::temp_directory_path() / "quillmark-modules-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr)
-        throw fs::filesystem_error("mkdtemp", name, std::error_code(errno, std::generic_category()));
-    return name;
+    std::error_code missing;
+    const char* runtime = secure_getenv("XDG_RUNTIME_DIR");
+    for (const fs::path& parent : {fs::temp_directory_path(missing), fs::path(runtime ? runtime : "")}) {
+        std::string name = (parent / "quillmark-modules-XXXXXX").string();
+        if (parent.is_absolute() && mkdtemp(name.data()) != nullptr)
+            return name;
+    }
+    throw fs::filesystem_error("no folder for links", std::error_code(errno, std::generic_category()));
 }
 
 } // namespace

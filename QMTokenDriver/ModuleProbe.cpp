@@ -120,9 +120,11 @@ bool DoesHarm(const ProbeResult& probed) {
 }
 
 std::string DescribeHarm(const ProbeResult& probed) {
+    const char* of = probed.isOfAll ? ", it or another module: there is no folder to find out which" : "";
     if (probed.outcome == ProbeOutcome::Hung)
-        return "hangs when it is loaded (given up after " + std::to_string(kProbeTime.count()) + " seconds)";
-    return probed.outcome == ProbeOutcome::Crashed ? "crashes when it is loaded"
+        return "hangs when it is loaded (given up after " + std::to_string(kProbeTime.count()) + " seconds)" +
+               of;
+    return probed.outcome == ProbeOutcome::Crashed ? std::string("crashes when it is loaded") + of
                                                    : "crashes when it is loaded with the other modules";
 }
 
@@ -130,7 +132,9 @@ ProbeResult ProbeAllTogether(std::chrono::milliseconds limit) {
     return Child().WaitUntil(Clock::now() + limit, {});
 }
 
-std::vector<ProbeResult> ProbeEachAlone(std::chrono::milliseconds limit) {
+namespace {
+
+std::vector<ProbeResult> ProbeEachInAView(std::chrono::milliseconds limit) {
     struct Alone {
         explicit Alone(const std::string& moduleName) : name(moduleName), view({moduleName}) {}
         std::string name;
@@ -145,6 +149,23 @@ std::vector<ProbeResult> ProbeEachAlone(std::chrono::milliseconds limit) {
     for (const Alone& alone : running)
         results.push_back(alone.child.WaitUntil(deadline, alone.name));
     return results;
+}
+
+} // namespace
+
+std::vector<ProbeResult> ProbeEachAlone(std::chrono::milliseconds limit) {
+    try {
+        return ProbeEachInAView(limit);
+    } catch (const std::filesystem::filesystem_error&) {
+        ProbeResult ofAll = ProbeAllTogether(limit);
+        ofAll.isOfAll = true;
+        std::vector<ProbeResult> results;
+        for (std::string& name : ModuleFileNames()) {
+            ofAll.name = std::move(name);
+            results.push_back(ofAll);
+        }
+        return results;
+    }
 }
 
 } // namespace tokendriver

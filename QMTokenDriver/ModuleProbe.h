@@ -30,13 +30,14 @@ struct ProbeResult {
     ProbeOutcome outcome = ProbeOutcome::Unknown;
     bool isLoaded = false; ///< whether p11-kit loaded any
     std::string message; ///< what p11-kit says when it did not; empty when the module is not for this program
+    bool isOfAll = false; ///< it is the result of all together, of which this module is one
 };
 
 /// Loads all modules of p11-kit's configuration in one child. Costs little more than loading them.
 ProbeResult ProbeAllTogether(std::chrono::milliseconds limit = kTogetherTime);
 
 /// Loads each alone, all at the same time, each in a child of its own: finds out which one it is that does
-/// harm.
+/// harm. Where no folder can be written, which that takes, all get the result that they have together.
 std::vector<ProbeResult> ProbeEachAlone(std::chrono::milliseconds limit = kProbeTime);
 
 /// Whether a module with this result must not be loaded.

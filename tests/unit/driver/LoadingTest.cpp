@@ -83,6 +83,30 @@ TEST_F(LoadingTest, AModuleThatCrashes_IsSkipped) {
     ExpectTheGoodModuleOnly();
 }
 
+TEST_F(LoadingTest, WithATemporaryFolderThatCannotBeWritten_AModuleThatCrashesIsSkippedAllTheSame) {
+    const ScopedVariable temporary("TMPDIR", "/proc");
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", home.Folder());
+    AddGoodModule();
+    AddBadModule("crashes-at-load");
+    ExpectTheGoodModuleOnly();
+}
+
+TEST_F(LoadingTest, WithNoFolderToWriteTo_AModuleThatCrashesIsNoError) {
+    const ScopedVariable temporary("TMPDIR", "/proc");
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    AddGoodModule();
+    AddBadModule("crashes-at-load");
+    Start();
+    EXPECT_TRUE(Slots().empty());
+}
+
+TEST_F(LoadingTest, WithNoFolderToWriteTo_GoodModulesAreUsed) {
+    const ScopedVariable temporary("TMPDIR", "/proc");
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    AddGoodModule();
+    ExpectTheGoodModuleOnly();
+}
+
 TEST_F(LoadingTest, ModulesThatHang_AreSkippedWithinTheTimeLimit) {
     const std::set<std::string> before = TemporaryViews();
     const auto begin = std::chrono::steady_clock::now();

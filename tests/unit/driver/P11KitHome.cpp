@@ -25,3 +25,16 @@ void P11KitHome::AddModule(const std::string& name, const std::string& sharedObj
         << "module: " << sharedObject << '\n'
         << more;
 }
+
+ScopedVariable::ScopedVariable(const char* name, const std::string& value) : name_(name) {
+    if (const char* before = getenv(name))
+        before_ = before;
+    setenv(name, value.c_str(), 1);
+}
+
+ScopedVariable::~ScopedVariable() {
+    if (before_)
+        setenv(name_, before_->c_str(), 1);
+    else
+        unsetenv(name_);
+}

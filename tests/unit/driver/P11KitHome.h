@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 /// A home folder with a p11-kit configuration of its own: as long as it lives, p11-kit (0.23.21 and later)
@@ -22,4 +23,17 @@ public:
 
 private:
     std::filesystem::path folder_;
+};
+
+/// An environment variable of this process that has another value as long as this lives.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value);
+    ~ScopedVariable();
+    ScopedVariable(const ScopedVariable&) = delete;
+    ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+private:
+    const char* name_;
+    std::optional<std::string> before_;
 };

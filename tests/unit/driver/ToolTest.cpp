@@ -269,6 +269,19 @@ TEST_F(ToolTest, ModulesThatAreNotUsed_AreToldWhy) {
     EXPECT_EQ(reasons.at("disabled"), "not enabled for QMTokenDriver, or not read for this user");
 }
 
+TEST_F(ToolTest, WithNoFolderToWriteTo_EveryModuleIsToldThatItMayBeTheOneThatCrashes) {
+    const ScopedVariable temporary("TMPDIR", "/proc");
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    AddFile("works");
+    EXPECT_EQ(Report().at("canSign"), 1) << "nothing crashes yet";
+    AddFile("crashes-at-load");
+    const Json report = Report();
+    EXPECT_EQ(status, 1);
+    for (const Json& module : report.at("modules"))
+        EXPECT_EQ(module.at("reason"), "crashes when it is loaded, it or another module: "
+                                       "there is no folder to find out which");
+}
+
 TEST_F(ToolTest, SoftHsm_IsUnderstood) {
     SoftToken(home).Store({0x01});
     const Outcome run = Tool("--login", "1234\n");
