@@ -19,13 +19,6 @@ std::string Field(const CK_UTF8CHAR (&field)[Size]) {
 
 bool IsHardware(const TokenEntry& token) { return (token.seen.slotInfo.flags & CKF_HW_SLOT) != 0; }
 
-std::string Printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](unsigned char character) { return character < 0x20 || character == 0x7f; }, '?');
-    return text;
-}
-
 std::string Joined(const std::vector<std::string>& parts) {
     std::string text;
     for (const std::string& part : parts)
@@ -140,6 +133,13 @@ Json JsonOf(const ModuleEntry& module) {
 }
 
 } // namespace
+
+std::string Printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](unsigned char character) { return character < 0x20 || character == 0x7f; }, '?');
+    return text;
+}
 
 std::string TextReport(const Inventory& inventory) {
     std::ostringstream out;

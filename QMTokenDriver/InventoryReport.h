@@ -6,8 +6,11 @@
 
 namespace tokendriver {
 
+/// A text from a token without its control characters, so that it cannot speak to the terminal.
+std::string Printable(std::string text);
+
 /// The inventory for people: one paragraph per module, and a last line with the sum. What comes from tokens
-/// and certificates has no control characters in it, so that it cannot speak to the terminal.
+/// and certificates is printable.
 std::string TextReport(const Inventory& inventory);
 
 /// The inventory for machines: one JSON object, UTF-8, with the members

@@ -55,7 +55,7 @@ Options ReadOptions(int argc, char** argv) {
 }
 
 bool AskForPinOf(const SeenToken& token, KeptPin& pin) {
-    const std::string name = "\"" + token.identity.label + "\"";
+    const std::string name = "\"" + Printable(token.identity.label) + "\"";
     if ((token.tokenInfo.flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
         std::cerr << "Please type the PIN of " << name << " on its reader." << std::endl;
         return true;

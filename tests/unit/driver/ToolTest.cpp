@@ -300,5 +300,6 @@ TEST_F(ToolTest, WhatAModuleWritesToStdout_IsNotInTheReport) {
 
 TEST_F(ToolTest, ControlCharactersOfATokensLabel_DoNotReachTheTerminal) {
     AddFile("label-with-an-escape");
-    EXPECT_EQ(Tool("").output.find('\x1b'), std::string::npos);
+    for (const Outcome& run : {Tool(""), Tool("--login", "1234\n")})
+        EXPECT_EQ(run.output.find('\x1b'), std::string::npos) << run.output;
 }
