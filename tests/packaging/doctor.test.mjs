@@ -128,6 +128,19 @@ test("Policies that forbid the program are found, and those that allow it are no
   assert.equal(remedy, "sudo ./install --system");
 });
 
+test("The files of a policy folder count together, the last one for what several say, and nothing in them stops the doctor", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const policy = (name, content) => computer.write(join(computer.root, "etc/chromium/policies/managed", name), content);
+  await policy("1-block.json", { NativeMessagingBlocklist: ["*"], NativeMessagingUserLevelHosts: false });
+  await policy("2-allow.json", { NativeMessagingAllowlist: ["quillmark.host"], NativeMessagingUserLevelHosts: true });
+  await policy("3-list.json", ["NativeMessagingBlocklist"]);
+  assert.equal((await examine(computer)).problems.length, 1, "the expired certificate");
+  await policy("4-allow-another.json", { NativeMessagingAllowlist: ["another.host"] });
+  assert.match((await onlyProblem(computer)).text, /1-block\.json forbids the signing program/);
+  await policy("4-allow-another.json", { NativeMessagingAllowlist: null });
+  assert.match((await onlyProblem(computer)).text, /1-block\.json forbids the signing program/);
+});
+
 test("A working folder that others can change is a failure", async (t) => {
   const computer = await healthy(t);
   await chmod(computer.installed, 0o777);
