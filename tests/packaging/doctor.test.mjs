@@ -149,6 +149,18 @@ test("A working folder that others can change is a failure", async (t) => {
   assert.match(text, /can be changed by others/);
 });
 
+test("Installed for all users, the doctor looks where the launcher has put the user's working folder", async (t) => {
+  const computer = await Computer.make(t);
+  await computer.install("--system", "--root", computer.root);
+  computer.installed = join(computer.root, "usr/lib/quillmark");
+  computer.more = { DISPLAY: ":stand-in", XDG_DATA_HOME: join(computer.folder, "data") };
+  await computer.tool("quillmark-host");
+  await computer.write(join(computer.folder, "data/quillmark/QMHostSettings.json"), { TokenDriverFullPath: "/gone/module.so" });
+  const texts = (await examine(computer)).findings.map(({ text }) => text);
+  assert.ok(texts.includes(`The working folder is ${computer.folder}/data/quillmark`), texts.join("\n"));
+  assert.ok(texts.includes("The token driver /gone/module.so is not there"), texts.join("\n"));
+});
+
 test("Settings that are no JSON are noted; settings that name a missing module are a failure", async (t) => {
   const computer = await healthy(t);
   const settings = join(computer.installed, "QMHostSettings.json");
