@@ -1,7 +1,7 @@
 // What the doctor finds, each with a computer that has this one fault.
 
 import assert from "node:assert/strict";
-import { chmod, mkdir, rm } from "node:fs/promises";
+import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
@@ -172,6 +172,27 @@ test("Settings that are no JSON are noted; settings that name a missing module a
   const failed = await onlyProblem(computer);
   assert.equal(failed.couldSign, false);
   assert.match(failed.text, /\/gone\/module\.so is not there/);
+});
+
+test("Of a token maker's module in the driver's place the tokens cannot be told, and those of p11-kit's modules are notes", async (t) => {
+  const makers = "/usr/lib/softhsm/libsofthsm2.so";
+  const noModule = { canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] };
+  for (const place of ["settings", "driver"]) {
+    const computer = await Computer.make(t);
+    await computer.setTokens(noModule);
+    computer.more = { DISPLAY: ":stand-in" };
+    await computer.layOut();
+    await computer.tool("quillmark-browsers", "register");
+    assert.equal((await examine(computer)).couldSign, false, "through Quillmark's own driver");
+    const settings = join(computer.installed, "QMHostSettings.json");
+    if (place === "settings") await computer.write(settings, { TokenDriverFullPath: makers });
+    else await copyFile(makers, join(computer.installed, "QMTokenDriver.so"));
+    const { couldSign, problems } = await examine(computer);
+    assert.equal(couldSign, true, JSON.stringify(problems));
+    const notes = problems.map(({ text }) => text).join("\n");
+    assert.match(notes, /module of a token's maker.* cannot be looked at/);
+    assert.match(notes, /p11-kit knows no module for tokens/);
+  }
 });
 
 test("A driver that cannot be loaded is a failure, with the loader's reason", async (t) => {

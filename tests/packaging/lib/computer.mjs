@@ -5,6 +5,7 @@ import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
+import { bin } from "../../program/lib/build.mjs";
 import { Cleanup, runUnchecked } from "../../program/lib/process.mjs";
 
 export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
@@ -62,8 +63,7 @@ export class Computer {
     await this.setProgram(ECHOING);
     await this.setTokens(GOOD_TOKENS);
     await writeFile(join(this.program, "QMLogo.png"), "a picture");
-    // Any library that loads and has a module's entry points will do.
-    await copyFile("/usr/lib/softhsm/libsofthsm2.so", join(this.program, "QMTokenDriver.so"));
+    await copyFile(join(bin, "QMTokenDriver.so"), join(this.program, "QMTokenDriver.so"));
   }
 
   /** Puts a script in the signing program's place. */
