@@ -46,7 +46,7 @@ test("Without any browser register says so and fails", async (t) => {
   const computer = await computerWith(t);
   const { code, err } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 1);
-  assert.match(err, /No browser/);
+  assert.match(err, /No browser to register with is there/);
 });
 
 test("--browser names the browsers that count", async (t) => {
@@ -146,6 +146,14 @@ test("--system writes once for browsers that share a folder, and says where ther
   assert.ok(existsSync(computer.systemManifest("usr/lib/mozilla/native-messaging-hosts")));
   assert.ok(!existsSync(computer.systemManifest("etc/chromium/native-messaging-hosts")));
   assert.ok(!existsSync(computer.userManifest("firefox")));
+});
+
+test("--system with only a browser that has no folder for all users registers nothing, and fails", async (t) => {
+  const computer = await computerWith(t, "vivaldi", "firefox");
+  const { code, out, err } = await computer.tool("quillmark-browsers", "register", "--system", "--browser", "vivaldi");
+  assert.equal(code, 1);
+  assert.match(out, /^Vivaldi: has no settled folder for all users/);
+  assert.match(err, /No browser to register with is there/);
 });
 
 test("status tells every state, in words and as JSON", async (t) => {
