@@ -109,6 +109,12 @@ test("Chromium as a snap cannot start programs; Firefox as a snap asks", async (
   assert.ok(problems.some(({ text }) => text.startsWith("Firefox is a snap: it asks once")));
 });
 
+test("A snap behind a script of the same name is a snap", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  await computer.addBrowser("chromium", "snap/bin");
+  assert.match((await onlyProblem(computer)).text, /Chromium: is a snap, which cannot start programs/);
+});
+
 test("A browser as a Flatpak is noted", async (t) => {
   const computer = await healthy(t);
   await mkdir(join(computer.home, ".var/app/org.mozilla.firefox"), { recursive: true });
