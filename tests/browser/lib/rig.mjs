@@ -208,6 +208,18 @@ export class Rig {
   }
 }
 
+export const GST_TEXT = JSON.stringify({ gstin: "33ABCDE1234F1Z5", note: "₹ 1,25,000 – నమస్తే", lines: "a\nb" });
+export const DIGEST = Buffer.alloc(32, 0x5a).toString("base64");
+
 /** Calls an operation of the page library in a page or frame: { value } or { code, message, detail, ckr }. */
 export const ask = (page, operation, args = [], options = {}) =>
   page.evaluate((...given) => window.ask(...given), operation, args, options);
+
+/** Has a page of the rig's sites make a PDF document of this name and sign it: { value, hashAlgorithm } or a failure. */
+export const signPdf = (page, name, thumbprint) =>
+  page.evaluate((...given) => window.signPdf(...given), name, thumbprint);
+
+/** The code of what `ask` gave; words that are no code when it gave a value. */
+export const codeOf = ({ code, value }) => code ?? `no error, but ${JSON.stringify(value)?.slice(0, 80)}`;
+
+export const bytes = (base64) => Buffer.from(base64, "base64");

@@ -1,0 +1,143 @@
+// Choosing a certificate and signing with it, up to the longest and the most that can be signed, and the example page.
+
+import assert from "node:assert/strict";
+import { writeFile } from "node:fs/promises";
+import { join } from "node:path";
+
+import { PDFDocument } from "pdf-lib";
+
+import { sleep } from "../../program/lib/process.mjs";
+import { ask, bytes, codeOf, DIGEST, GST_TEXT, signPdf } from "./rig.mjs";
+
+const ANOTHER_CERTIFICATE = "B".repeat(40);
+const MANY = 200;
+
+export function signingTests({ rig, browserTest, check, pdfIsValid, allowedPage }) {
+  browserTest("every action signs what OpenSSL and pdfsig accept, with one PIN for all", async (t) => {
+    const page = await allowedPage(t);
+    const choice = ask(page, "selectCertificate");
+    await rig.user.certificateWindow();
+    await sleep(700); // the cards are drawn
+    await rig.screenshot("certificate-window");
+    await rig.user.choose(choice);
+    const { value: certificate } = await choice;
+    assert.equal(certificate.Cert, rig.certificate.bytes.toString("base64"));
+
+    const gst = ask(page, "signGstReturn", [GST_TEXT]);
+    await rig.user.choose(gst);
+    await rig.user.pinWindow();
+    await rig.screenshot("pin");
+    await rig.user.typePin();
+    assert.equal((await check(rig.world.judges.cms(bytes((await gst).value)))).toString(), GST_TEXT);
+
+    for (const hash of ["SHA-256", "SHA-384", "SHA-512"]) {
+      const auth = ask(page, "signAuthToken", ["token 1K"], { hashAlgorithm: hash });
+      await rig.user.choose(auth);
+      const data = Buffer.from("token 1K");
+      await check(rig.world.judges.rsa(bytes((await auth).value), data, rig.certificate.pem, hash.replace("-", "").toLowerCase()));
+    }
+    await pdfIsValid(await signPdf(page, "one document", certificate.CertThumbPrint));
+    assert.equal(await rig.user.seesAWindow(), false);
+    assert.equal((await rig.programs()).length, 1);
+  });
+
+  browserTest("signPdfHash lets the user choose first, and CERTIFICATE_NOT_FOUND is the answer to another choice", async (t) => {
+    const page = await allowedPage(t);
+    const another = ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]);
+    await rig.user.choose(another);
+    assert.equal(codeOf(await another), "CERTIFICATE_NOT_FOUND");
+    assert.equal(codeOf(await ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE])), "CERTIFICATE_NOT_FOUND");
+    const signing = signPdf(page, "after the choice", rig.thumbprint);
+    await rig.user.typePin();
+    await pdfIsValid(await signing);
+  });
+
+  browserTest(`${MANY} PDF documents in a row are signed with one PIN, and every one is valid`, async (t) => {
+    const page = await allowedPage(t);
+    const thumbprint = rig.thumbprint;
+    const first = signPdf(page, "document 0", thumbprint);
+    await rig.user.chooseAndLogIn(first);
+    const signed = [await first];
+    for (let i = 1; i < MANY; i++) {
+      signed.push(await signPdf(page, `document ${i}`, thumbprint));
+    }
+    assert.equal((await rig.programs()).length, 1);
+    for (const pdf of signed) await pdfIsValid(pdf);
+    const algorithms = new Set(signed.map(({ hashAlgorithm }) => hashAlgorithm));
+    assert.ok(algorithms.size > 1, "some digests needed another algorithm");
+  });
+
+  browserTest("the longest GST text comes back signed, and one byte more is TOO_LARGE before anyone is asked", async (t) => {
+    const page = await allowedPage(t);
+    const limit = await page.evaluate(async () => (await import("./quillmark.js")).MAX_GST_TEXT_BYTES);
+    const sign = (length) => page.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), length);
+    const request = sign(limit);
+    await rig.user.chooseAndLogIn(request);
+    assert.equal((await check(rig.world.judges.cms(bytes((await request).value)))).length, limit);
+    assert.equal(codeOf(await sign(limit + 1)), "TOO_LARGE");
+    assert.equal(await rig.user.seesAWindow(), false);
+    const strange = await rig.page(t, { origin: rig.otherOrigin });
+    assert.equal(codeOf(await strange.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), limit + 1)), "TOO_LARGE");
+  });
+
+  browserTest("a token text of 8 MiB reaches the program in one piece", async (t) => {
+    const page = await allowedPage(t);
+    const request = page.evaluate(() => window.ask("signAuthToken", ["y".repeat(8 * 1024 * 1024)]));
+    await rig.user.chooseAndLogIn(request);
+    await check(rig.world.judges.rsa(bytes((await request).value), Buffer.alloc(8 * 1024 * 1024, "y"), rig.certificate.pem));
+  });
+
+  browserTest("a digest with a zero byte is DIGEST_UNSUITABLE, and SHA-1 is UNSUPPORTED_HASH, before anyone is asked", async (t) => {
+    const page = await rig.page(t);
+    const unsuitable = Buffer.from(bytes(DIGEST).fill(0, 7, 8)).toString("base64");
+    assert.equal(codeOf(await ask(page, "signPdfHash", [unsuitable, rig.thumbprint])), "DIGEST_UNSUITABLE");
+    assert.equal(codeOf(await ask(page, "signAuthToken", ["token"], { hashAlgorithm: "SHA1" })), "UNSUPPORTED_HASH");
+    assert.equal(codeOf(await ask(page, "signAuthToken", ["a\0b"])), "INVALID_ARGUMENT");
+    assert.deepEqual(await rig.programs(), []);
+  });
+
+  browserTest("the example page shows the certificate, signs a text, and saves a signed PDF document of the user's own", async (t) => {
+    const own = join(await rig.world.cleanupOf(t).folder("own"), "contract.pdf");
+    const page = await allowedPage(t, { path: "/index.html" });
+    await page.waitForFunction(() => document.querySelector("#status").textContent.includes("is ready"));
+    const outcome = async (id) => {
+      const line = await page.waitForSelector(`[data-for="${id}"]:not(:empty)`);
+      return line.evaluate((element) => element.textContent);
+    };
+    const saved = (id) => page.$eval(`[data-for="${id}"] a`, async (link) => {
+      const content = new Uint8Array(await (await fetch(link.href)).arrayBuffer());
+      return { name: link.download, value: btoa(Array.from(content, (byte) => String.fromCharCode(byte)).join("")) };
+    });
+
+    await page.click("#choose");
+    const choice = outcome("choose");
+    await rig.user.choose(choice);
+    assert.match(await choice, /is chosen/);
+    assert.equal(await page.$eval("#thumbprint", (element) => element.textContent), rig.thumbprint);
+
+    await page.click("#sign-text");
+    const signature = outcome("sign-text");
+    await rig.user.chooseAndLogIn(signature);
+    assert.match(await signature, /is signed/);
+    const text = await page.$eval("#text", (element) => element.value);
+    assert.equal((await check(rig.world.judges.cms(bytes((await saved("sign-text")).value)))).toString(), text);
+
+    const document = await PDFDocument.create();
+    document.addPage().drawText("The user's own contract");
+    await writeFile(own, await document.save());
+    await (await page.$("#pdf")).uploadFile(own);
+    await page.click("#sign-pdf");
+    assert.match(await outcome("sign-pdf"), /is signed/);
+    const pdf = await saved("sign-pdf");
+    assert.equal(pdf.name, "contract-signed.pdf");
+    await pdfIsValid(pdf);
+    await page.bringToFront();
+    await rig.screenshot("example");
+
+    await page.click("#sign-text");
+    const cancelled = outcome("sign-text");
+    await rig.user.cancel(cancelled);
+    assert.match(await cancelled, /USER_CANCELLED/);
+    await rig.screenshot("example-error");
+  });
+}
