@@ -42,7 +42,7 @@ export class Host {
    * has no other way to close its window, and rejects with the signal's reason.
    */
   async request(message, signal) {
-    await this.#gone;
+    await Promise.race([this.#gone, new Promise((resolve) => signal.addEventListener("abort", resolve))]);
     signal.throwIfAborted();
     if (!this.#port) this.#open();
     clearTimeout(this.#quietTimer);

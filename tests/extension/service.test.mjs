@@ -328,6 +328,24 @@ test("An abort ends the program and its window, and the next request waits until
   assert.equal(browser.program.starts, 2);
 });
 
+test("The time limit ends also a request that waits until the program before it is gone", async (t) => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  const clock = stopClock(t);
+  const controller = new AbortController();
+  const aborted = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  controller.abort();
+  await aborted;
+  let code;
+  page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
+  await settle();
+  clock.tick(1_000);
+  await settle();
+  assert.equal(code, "TIMEOUT");
+  assert.equal(browser.program.starts, 1);
+});
+
 test("A signal that is aborted already sends nothing", async () => {
   browser = new FakeBrowser(ALLOWED);
   const page = await browser.page();
