@@ -6,8 +6,8 @@ import { mkdir, readdir, rm, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run } from "../program/lib/process.mjs";
-import { Computer } from "./lib/computer.mjs";
+import { run, runUnchecked } from "../program/lib/process.mjs";
+import { Computer, root } from "./lib/computer.mjs";
 
 const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-tokens"];
 const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
@@ -105,6 +105,14 @@ test("Options that do not go together are refused, and a missing file of the bui
   await rm(join(computer.program, "QMTokenDriver.so"));
   assert.match((await computer.install()).err, /QMTokenDriver\.so is missing/);
   assert.ok(!existsSync(folderOf(computer)));
+});
+
+test("The demo refuses what it does not know, before it installs or builds anything", async () => {
+  for (const args of [["--browser", "xyz"], ["--browser", "firefox", "chromium"], ["--auto", "more"], ["--nothing"]]) {
+    const { code, stderr } = await runUnchecked(join(root, "demo"), args, { timeout: 10_000 });
+    assert.equal(code, 2, args.join(" "));
+    assert.match(stderr, /^Usage: /);
+  }
 });
 
 // ---- the launcher
