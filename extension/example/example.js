@@ -69,6 +69,7 @@ function onClick(id, action) {
       outcome.className = "outcome bad";
     }
     setBusy(false);
+    outcome.scrollIntoView({ block: "nearest" });
   });
 }
 
