@@ -72,10 +72,12 @@ export class User {
     return this.#desktop.window(pinTitle);
   }
 
+  /** Until the window is gone: what comes next must not take it for a new question. */
   async typePin(pin = "1234") {
     const id = await this.pinWindow();
     await this.#desktop.type(id, pin);
     await this.#desktop.key(id, "Return");
+    await this.gone(id);
   }
 
   async chooseAndLogIn(request, pin) {
