@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 
 import { waitFor } from "../../program/lib/process.mjs";
-import { ask, codeOf, GST_TEXT } from "./rig.mjs";
+import { ask, canSetPolicies, codeOf, GST_TEXT } from "./rig.mjs";
 
 export function consentTests({ name, rig, browserTest, allowedPage }) {
   browserTest("the first request asks the user for consent, and the answer Once is for this request alone", async (t) => {
@@ -77,7 +77,7 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
     assert.equal(codeOf(await request), "ORIGIN_DENIED");
   });
 
-  if (name === "firefox") {
+  if (canSetPolicies(name)) {
     browserTest("a site that the administrator denies gets ORIGIN_DENIED without a question", async (t) => {
       const page = await rig.page(t, { origin: rig.deniedOrigin });
       assert.equal((await ask(page, "status")).value.permission, "denied");

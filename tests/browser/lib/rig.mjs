@@ -17,7 +17,7 @@ import { startBrowser } from "./browser.mjs";
 import { serve } from "./site.mjs";
 import { User } from "./user.mjs";
 
-const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
+export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
 const screenshots = join(root, "build/screenshots");
 const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
 
@@ -57,6 +57,16 @@ while prefix := sys.stdin.buffer.read(4):
     sys.stdout.buffer.write(struct.pack("=I", len(message)) + message)
     sys.stdout.flush()
 `;
+
+/** Whether the tests can set an administrator's policies for this browser. */
+export const canSetPolicies = (name) => name === "firefox" || process.getuid() === 0;
+
+// Gives the uppermost folder that it had to make, if any.
+async function writeWithFolders(file, content) {
+  const made = await mkdir(dirname(file), { recursive: true });
+  await writeFile(file, JSON.stringify(content));
+  return made;
+}
 
 export class Rig {
   #cleanup = new Cleanup();
@@ -102,16 +112,24 @@ export class Rig {
     await this.startBrowser();
   }
 
-  // Firefox reads an administrator's settings from the home too; Chromium only from folders of all users.
   async #denyByPolicy(pages) {
     const site = await serve(join(this.extensions, "example"), { pages });
     this.#cleanup.add(site.close);
     this.deniedOrigin = `http://127.0.0.1:${site.port}`;
-    const { gecko } = (await manifest("firefox")).browser_specific_settings;
-    const folder = join(this.home, ".mozilla/managed-storage");
-    const policy = { name: gecko.id, description: "Policy", type: "storage", data: { deniedOrigins: [this.deniedOrigin] } };
-    await mkdir(folder, { recursive: true });
-    await writeFile(join(folder, `${gecko.id}.json`), JSON.stringify(policy));
+    const data = { deniedOrigins: [this.deniedOrigin] };
+    if (this.name === "firefox") {
+      const { gecko } = (await manifest("firefox")).browser_specific_settings;
+      const policy = { name: gecko.id, description: "Policy", type: "storage", data };
+      await writeWithFolders(join(this.home, ".mozilla/managed-storage", `${gecko.id}.json`), policy);
+    } else if (canSetPolicies(this.name)) {
+      // Chromium reads them from a folder of all users only.
+      const file = `/etc/chromium/policies/managed/quillmark-tests-${process.pid}.json`;
+      const madeFolder = await writeWithFolders(file, { "3rdparty": { extensions: { [registration.chromiumExtensions[0]]: data } } });
+      this.#cleanup.add(async () => {
+        await rm(file);
+        if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(file)]);
+      });
+    }
   }
 
   /** Where the signing program is installed. */
