@@ -4,7 +4,8 @@ import assert from "node:assert/strict";
 import { readFile, rename, rm, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { ask, codeOf } from "./rig.mjs";
+import { run } from "../../program/lib/process.mjs";
+import { ask, codeOf, root } from "./rig.mjs";
 
 export function registrationTests({ name, rig, browserTest, allowedPage }) {
   browserTest("a program that is registered for another extension is refused", async (t) => {
@@ -42,6 +43,11 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
     rig.browser.process().kill("SIGKILL");
     await rig.user.cancel(rig.programGone());
     await rig.startBrowser();
+  });
+
+  browserTest("the demo signs a PDF document by itself, and pdfsig accepts it", async () => {
+    const { stdout } = await run("node", [join(root, "tools/demo-browser.mjs"), name, "--auto"], { timeout: 180_000 });
+    assert.match(stdout.toString(), /PDF signed: pdfsig says that the signature is valid/);
   });
 
   browserTest("without a registration the program is HOST_MISSING, also after an uninstall", async (t) => {
