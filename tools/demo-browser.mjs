@@ -1,4 +1,4 @@
-// The whole job in a browser, as `./demo --browser` shows it: node tools/demo-browser.mjs [firefox] [--auto]
+// The whole job in a browser, as `./demo --browser` shows it: node tools/demo-browser.mjs [chromium | firefox] [--auto]
 //
 // The program is installed into a home of its own under build/, the browser runs with that home, and the example page is
 // open. A person does the rest; with --auto, or without a display, the page's PDF document is signed by itself.
@@ -16,7 +16,7 @@ import { bin } from "../tests/program/lib/build.mjs";
 import { Authority } from "../tests/program/lib/certificates.mjs";
 import { Desktop } from "../tests/program/lib/desktop.mjs";
 import { Judges } from "../tests/program/lib/judges.mjs";
-import { Cleanup, run } from "../tests/program/lib/process.mjs";
+import { Cleanup, run, sleep } from "../tests/program/lib/process.mjs";
 import { SoftToken } from "../tests/program/lib/soft-token.mjs";
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
@@ -84,6 +84,7 @@ async function signByItself({ name, page, address, desktop, folder, judges }) {
   await picture("consent");
   await user.consent(address, "always");
   await user.certificateWindow();
+  await sleep(700); // the cards are drawn
   await picture("certificate-window");
   await user.choose(saved);
   await user.pinWindow();
