@@ -84,7 +84,7 @@ async function signByItself({ name, page, address, desktop, folder, judges }) {
   await picture("consent");
   await user.consent(address, "always");
   await user.certificateWindow();
-  await sleep(700); // the cards are drawn
+  await sleep(2_000); // for the picture: the cards are drawn
   await picture("certificate-window");
   await user.choose(saved);
   await user.pinWindow();

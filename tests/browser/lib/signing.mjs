@@ -17,7 +17,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     const page = await allowedPage(t);
     const choice = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
-    await sleep(700); // the cards are drawn
+    await sleep(2_000); // for the picture: the cards are drawn
     await rig.screenshot("certificate-window");
     await rig.user.choose(choice);
     const { value: certificate } = await choice;
