@@ -93,6 +93,8 @@ void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const st
                 "a card begins and ends as one");
 }
 
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     EnterScratchFolder();
     const auto* next = data;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
 
 using nlohmann::json;
 
@@ -17,18 +18,20 @@ int ClampToInt(double value) {
     return static_cast<int>(std::trunc(std::clamp<double>(value, INT_MIN, INT_MAX)));
 }
 
-/// The decimal number at the front of `text`, 0 when there is none.
-int LeadingNumber(const std::string& text) {
-    const std::size_t sign = text.starts_with('-') ? 1 : 0;
-    double value = 0;
-    for (std::size_t at = sign; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at)
-        value = value * 10 + (text[at] - '0');
-    return ClampToInt(sign ? -value : value);
+/// The decimal number that `text` is, 0 when it is none.
+int WholeNumber(const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    const bool isNumber = end == text.c_str() + text.size() && std::isfinite(value);
+    // What strtod takes besides: white space and a plus in front, and hexadecimal digits.
+    const bool isDecimal =
+        text.find_first_not_of("0123456789-.") != 0 && text.find_first_of("xX") == text.npos;
+    return isNumber && isDecimal ? ClampToInt(value) : 0;
 }
 
 int ExpectedInt(const json& value) {
     if (value.is_string())
-        return LeadingNumber(value.get<std::string>());
+        return WholeNumber(value.get<std::string>());
     if (value.is_boolean())
         return value.get<bool>();
     return value.is_number() ? ClampToInt(value.get<double>()) : 0;
