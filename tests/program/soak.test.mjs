@@ -1,0 +1,90 @@
+// Twenty thousand requests of all kinds in one process: each has its reply, and neither memory nor descriptors pile up.
+
+import assert from "node:assert/strict";
+import { createHash } from "node:crypto";
+import { readdir, readFile } from "node:fs/promises";
+import { test } from "node:test";
+
+import { cancelText, failurePrefix } from "./lib/host.mjs";
+import { thumbprint } from "./lib/judges.mjs";
+import { User } from "./lib/user.mjs";
+import { chooseAndLogIn, World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const requests = 20_000;
+/** From here on memory may grow by `mostGrowth` KiB, and descriptors not at all. */
+const warm = 1_000;
+const mostGrowth = 1024;
+const betweenWindows = 100;
+
+const text = "to be signed";
+const hash = createHash("sha256").update(text).digest("base64");
+const failed = (reason) => ({ status_cd: 0, result: failurePrefix + reason });
+const signed = { status_cd: 1 };
+
+/** Answered without the user: a request, or the bytes of one, and what the reply must hold. */
+function requestsWithoutWindow(certThumbPrint) {
+  const pdf = { action: "PdfSignFromToken", hash, certThumbPrint };
+  const large = "x".repeat(300_000);
+  return [
+    [pdf, signed],
+    [{ text: "short" }, failed("echo: short")],
+    [{ ...pdf, hash: createHash("sha512").update(text).digest("base64"), hashAlgorithm: "SHA-512" }, signed],
+    [{ action: "SignXML", xmlDoc: "<a/>", xmlSignParms: "{}" }, failed("Not Implimented.")],
+    [{ ...pdf, certThumbPrint: "none" },
+      failed("Error  in GetPDFSignature(): Certificate not found in the token's certificate list: none")],
+    [{ text: large }, failed(`echo: ${large}`)],
+    [{ ...pdf, hashAlgorithm: "MD5" }, failed("Error  in GetPDFSignature(): Unsupported hash algorithm")],
+    ["{ this is no JSON", failed("echo: ")],
+    [{ action: "NoSuchAction", text: "\u0928\u092e\u0938\u094d\u0924\u0947" }, failed("echo: \u0928\u092e\u0938\u094d\u0924\u0947")],
+  ];
+}
+
+/** Answered by the user: a request, the button that is pressed, and what the reply must hold. */
+const requestsWithWindow = [
+  [{ action: "GSTReturnSign", hash: text }, "ok", signed],
+  [{ action: "GetSelCertFromToken" }, "ok", signed],
+  [{ action: "SignAuthToken", authToken: text }, "ok", signed],
+  [{ action: "ITReturnSign", hash }, "ok", failed("Private Key NOT Found")],
+  [{ action: "GSTReturnSign", hash: text }, "cancel", failed(cancelText)],
+];
+
+/** Resident memory in KiB, to the page, and the number of open descriptors. */
+async function footprint({ pid }) {
+  const memory = await readFile(`/proc/${pid}/smaps_rollup`, "utf8");
+  return { resident: Number(memory.match(/^Rss: +(\d+) kB$/m)[1]), descriptors: (await readdir(`/proc/${pid}/fd`)).length };
+}
+
+test("20,000 mixed requests: memory and descriptors stay what they were after the first 1,000", async (t) => {
+  const token = await world.softToken(t);
+  const host = await world.host(t, { token, settings: null });
+  const user = new User(world.desktop);
+  assert.equal((await chooseAndLogIn(host, { action: "SignAuthToken", authToken: text })).status_cd, 1);
+  const quick = requestsWithoutWindow(await thumbprint((await world.certificate()).pem));
+
+  const marks = [];
+  let lastPdf;
+  for (let i = 1; i <= requests; ++i) {
+    const isForUser = i % betweenWindows === 0;
+    const [request, button, expected] = isForUser
+      ? requestsWithWindow[(i / betweenWindows) % requestsWithWindow.length]
+      : [quick[i % quick.length][0], null, quick[i % quick.length][1]];
+    const nonce = typeof request === "string" ? "" : String(i);
+    const reply = host.request(nonce ? { ...request, nonce } : request);
+    if (isForUser) await user.answerUntil(reply, { button, pin: token.pin });
+    const got = await reply;
+    assert.deepEqual({ ...got, ...expected, nonce }, got, `request ${i}`);
+    if (request === quick[0][0]) lastPdf = got.result;
+    if (i % warm === 0) marks.push(await footprint(host));
+  }
+  await world.judges.cms(Buffer.from(lastPdf, "base64"), { content: text });
+  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+
+  const [first] = marks;
+  const growth = Math.max(...marks.map(({ resident }) => resident)) - first.resident;
+  console.error(`${requests} requests: ${first.resident} KiB after ${warm}, then at most ${growth} KiB more; ` +
+    `${first.descriptors} descriptors`);
+  assert.ok(growth <= mostGrowth, `KiB after each ${warm} requests: ${marks.map(({ resident }) => resident).join(" ")}`);
+  assert.deepEqual(new Set(marks.map(({ descriptors }) => descriptors)), new Set([first.descriptors]));
+});
