@@ -14,7 +14,7 @@ namespace {
 
 std::string Base64(std::string_view bytes) {
     CkByteData data;
-    data.appendStr(bytes);
+    data.appendStr(std::string(bytes));
     return data.getEncoded("Base64");
 }
 

@@ -42,7 +42,7 @@ std::string Decode(std::string_view text, const char* encoding) {
 
 void CheckEncoding(std::string_view input, const char* encoding, std::string_view digits, unsigned bits) {
     CkByteData bytes;
-    bytes.appendStr(input);
+    bytes.appendStr(std::string(input));
     const std::string text = bytes.getEncoded(encoding);
     Require(text.find_first_not_of(std::string(digits) + "=") == std::string::npos, "one line of digits");
     Require(bits != 6 || text.size() == (input.size() + 2) / 3 * 4, "Base64 is padded");
