@@ -185,3 +185,11 @@ test("A request is answered within a second of the click", async (t) => {
   }
   assert.ok(Math.min(...times) < 1000, `${times.join(", ")} ms`); // the machine may be busy with other things in between
 });
+
+for (const [what, id] of [["is empty", ""], ["begins with a zero byte", "\0id"]]) {
+  test(`The choice of a certificate whose CKA_ID ${what} is no choice`, async (t) => {
+    const { host } = await world.hostWithFake(t, { certificates: [{ certificate: await world.certificate(), id }] });
+    const reply = await chooseFirst(host, getCertificate);
+    assert.deepEqual([reply.status_cd, reply.result], [0, `${failurePrefix}Select Certificate Response Empty.`]);
+  });
+}

@@ -16,7 +16,7 @@ const requests = 20_000;
 /** From here on memory may grow by `mostGrowth` KiB, and descriptors not at all. */
 const warm = 1_000;
 const mostGrowth = 1024;
-const betweenWindows = 100;
+const betweenWindows = 200;
 
 const text = "to be signed";
 const hash = createHash("sha256").update(text).digest("base64");
