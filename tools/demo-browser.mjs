@@ -18,6 +18,7 @@ import { Desktop } from "../tests/program/lib/desktop.mjs";
 import { Judges } from "../tests/program/lib/judges.mjs";
 import { Cleanup, run, sleep } from "../tests/program/lib/process.mjs";
 import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import { runDemo, step } from "./demo-steps.mjs";
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
 const pin = "1234";
@@ -102,15 +103,4 @@ async function signByItself({ name, page, address, desktop, folder, judges }) {
   step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
 }
 
-function step(text) {
-  console.log(`* ${text}`);
-}
-
-try {
-  await main();
-} catch (error) {
-  console.error(`The demo failed: ${error.message.split("\n")[0]}`);
-  process.exitCode = 1;
-} finally {
-  await cleanup.run();
-}
+await runDemo(main, cleanup);

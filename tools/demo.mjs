@@ -11,6 +11,7 @@ import { Judges } from "../tests/program/lib/judges.mjs";
 import { makePdfWithoutZeroInDigest, signPdf } from "../tests/program/lib/pdf.mjs";
 import { Cleanup } from "../tests/program/lib/process.mjs";
 import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import { runDemo, step } from "./demo-steps.mjs";
 
 const folder = join(bin, "../../demo");
 const pin = "1234";
@@ -123,15 +124,4 @@ class OwnHands {
   }
 }
 
-function step(text) {
-  console.log(`* ${text}`);
-}
-
-try {
-  await main();
-} catch (error) {
-  console.error(`The demo failed: ${error.message.split("\n")[0]}`);
-  process.exitCode = 1;
-} finally {
-  await cleanup.run();
-}
+await runDemo(main, cleanup);
