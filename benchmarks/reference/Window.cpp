@@ -14,17 +14,6 @@
 
 namespace {
 
-class List : public wxSimpleHtmlListBox {
-public:
-    using wxSimpleHtmlListBox::wxSimpleHtmlListBox;
-
-private:
-    /// Until its first size has come, a wxVListBox takes an empty list to have one row.
-    wxString OnGetItem(std::size_t n) const override {
-        return n < GetCount() ? wxSimpleHtmlListBox::OnGetItem(n) : wxString();
-    }
-};
-
 wxFont Bold(int pointSize) {
     return wxFont(pointSize, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD);
 }
@@ -42,7 +31,8 @@ ReferenceWindow MakeWindow() {
     heading->SetFont(Bold(20));
     header->Add(heading, 0, wxALL | wxALIGN_CENTER_VERTICAL, 5);
 
-    window.list = new List(frame, wxID_ANY, wxDefaultPosition, wxSize(600, 300));
+    window.list = new wxSimpleHtmlListBox(frame, wxID_ANY, wxDefaultPosition, wxSize(600, 300));
+    window.list->Clear(); // never told its number of rows, it takes it from uninitialised memory
 
     auto* buttons = new wxStdDialogButtonSizer;
     for (const wxWindowID id : {wxID_OK, wxID_CANCEL}) {
