@@ -43,7 +43,7 @@ export class QuillmarkError extends Error {
   readonly code: ErrorCode;
   /** Technical: the signing program's or the browser's own text, or what is wrong with an argument. */
   readonly detail?: string;
-  /** With TOKEN_ERROR and TOKEN_MISSING: the token's error by its PKCS#11 name, such as "CKR_DEVICE_ERROR". */
+  /** Where there is one: the token's error by its PKCS#11 name, such as "CKR_DEVICE_ERROR". */
   readonly ckr?: string;
 }
 
