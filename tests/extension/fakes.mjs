@@ -267,11 +267,12 @@ class FakeWindow extends EventTarget {
 
 let loaded = 0;
 
-// Each page has a library of its own: the module is loaded anew, with the page's window as `window`.
+// Each page has a library of its own: the module is loaded anew, with the page's window as `window`. Named, for stack
+// traces would hold all of it otherwise.
 async function loadLibrary(window) {
   const source = await readFile(new URL("quillmark.js", extension), "utf8");
   const key = `__page${++loaded}`;
   globalThis[key] = window;
-  const module = `const window = globalThis[${JSON.stringify(key)}];\n${source}`;
+  const module = `const window = globalThis[${JSON.stringify(key)}];\n${source}\n//# sourceURL=${key}/quillmark.js`;
   return import(`data:text/javascript,${encodeURIComponent(module)}#${key}`);
 }
