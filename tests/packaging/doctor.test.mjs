@@ -236,6 +236,17 @@ test("No token, no certificate that can sign, and a listing that fails are failu
   assert.match((await onlyProblem(computer)).text, /The tokens could not be listed/);
 });
 
+test("The log is a remedy where the program has written one", async (t) => {
+  for (const writesLog of [false, true]) {
+    const computer = await healthy(t, { browsers: ["chromium"] });
+    await computer.setProgram(`#!/bin/sh\n${writesLog ? "echo a line >QMSignerExtHostLog.txt" : ""}\nexit 3\n`);
+    await computer.layOut();
+    const { text, remedy } = await onlyProblem(computer);
+    assert.match(text, /ends without an answer/);
+    assert.equal(remedy, writesLog ? `Read its log, ${join(computer.installed, "QMSignerExtHostLog.txt")}` : null);
+  }
+});
+
 for (const [what, script, words] of [
   ["ends at once", "#!/bin/sh\nexit 3\n", /ends without an answer, with status 3/],
   ["answers something else", "#!/bin/sh\nprintf '\\002\\000\\000\\000{}'\n", /answers something else/],
