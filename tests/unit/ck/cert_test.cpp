@@ -157,6 +157,24 @@ TEST(CkCert, LoadFromBinary2_ReplacesTheCertificateAndEmptiesItWhenItFails) {
     EXPECT_EQ(certificate.subjectCN() + certificate.getEncoded(), "");
 }
 
+TEST(CkCert, ACertificateThatWasReadBefore_IsReadFromItsOwnBytesAgain) {
+    const std::string der = CertificateOrder{.subject = {{"CN", "one"}}}.der();
+    const CkCert first = LoadedDer(der);
+    const CkCert second = LoadedDer(der);
+    EXPECT_EQ(second.subjectCN() + second.sha1Thumbprint(), "one" + first.sha1Thumbprint());
+
+    CkCert third;
+    EXPECT_FALSE(third.LoadFromBinary2(der.data(), der.size() - 1));
+    const std::string more = der + '\0';
+    EXPECT_FALSE(third.LoadFromBinary2(more.data(), more.size()));
+    std::string other = der;
+    other.back() = static_cast<char>(other.back() ^ 1); // in the signature
+    ASSERT_TRUE(third.LoadFromBinary2(other.data(), other.size()));
+    EXPECT_NE(third.sha1Thumbprint(), first.sha1Thumbprint());
+    EXPECT_TRUE(third.LoadFromBinary2(der.data(), der.size()));
+    EXPECT_EQ(third.getEncoded(), first.getEncoded());
+}
+
 TEST(CkCert, TheTrustedCertificatesOfTheSystem_AreReadAsOpenSslReadsThem) {
     const std::vector<std::string> certificates = SystemCertificates();
     ASSERT_GT(certificates.size(), 50U) << "package ca-certificates is missing";
