@@ -3,6 +3,8 @@
 
 #include <openssl/objects.h>
 
+#include <algorithm>
+
 namespace {
 
 /// The longest object identifiers in use hold a UUID, in some forty digits. The conversions are quadratic in
@@ -18,20 +20,23 @@ std::string OidContent(std::string_view dotted) {
         dotted.find("..") != std::string_view::npos || dotted.ends_with('.'))
         return {};
     const OpenSslErrors errors;
-    const OpenSslPtr<ASN1_OBJECT> object(OBJ_txt2obj(std::string(dotted).c_str(), 1));
-    if (!object)
-        return {};
-    return {reinterpret_cast<const char*>(OBJ_get0_data(object.get())), OBJ_length(object.get())};
+    std::string content(dotted.size(),
+                        '\0'); // seven bits of an arc take two digits or more, and each arc a dot
+    const int size =
+        a2d_ASN1_OBJECT(reinterpret_cast<unsigned char*>(content.data()), static_cast<int>(content.size()),
+                        dotted.data(), static_cast<int>(dotted.size()));
+    content.resize(static_cast<std::size_t>(std::max(size, 0)));
+    return content;
 }
 
 std::string OidText(std::string_view content) {
     if (content.empty() || content.size() > kMaxOidContent)
         return {};
-    AsnNode node{AsnClass::Universal, kAsnOid, false, std::string(content), {}};
-    const std::string der = AsnToDer(node);
-    const auto* next = reinterpret_cast<const unsigned char*>(der.data());
     const OpenSslErrors errors;
-    const OpenSslPtr<ASN1_OBJECT> object(d2i_ASN1_OBJECT(nullptr, &next, static_cast<long>(der.size())));
+    std::string octets(content);
+    const OpenSslPtr<ASN1_OBJECT> object(
+        ASN1_OBJECT_create(0, reinterpret_cast<unsigned char*>(octets.data()),
+                           static_cast<int>(octets.size()), nullptr, nullptr));
     if (!object)
         return {};
     std::string dotted = DottedOid(object.get());

@@ -39,7 +39,7 @@ enum class Form { Constructed, Oid, Hex, Null, Base64, Bits, Text };
 
 struct NamedType {
     std::uint32_t tag;
-    const char* element;
+    std::string_view element;
     Form form;
 };
 
@@ -144,7 +144,7 @@ void AppendElement(pugi::xml_node parent, const AsnNode& node) {
     const NamedType* type = NamedTypeOf(node);
     if (!type)
         return AppendTagged(parent, node);
-    pugi::xml_node element = parent.append_child(type->element);
+    pugi::xml_node element = parent.append_child(type->element.data());
     const std::string& content = node.content;
     switch (type->form) {
     case Form::Constructed:

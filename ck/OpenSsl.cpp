@@ -3,9 +3,22 @@
 #include <openssl/err.h>
 #include <openssl/objects.h>
 
-OpenSslErrors::OpenSslErrors() { ERR_clear_error(); }
+namespace {
 
-OpenSslErrors::~OpenSslErrors() { ERR_clear_error(); }
+/// The object identifiers of algorithms and attributes have some thirty characters.
+constexpr std::size_t kUsualOidText = 64;
+
+/// Clearing goes through the whole queue, which costs more than many of the calls that may fill it.
+void EmptyQueue() {
+    if (ERR_peek_error() != 0)
+        ERR_clear_error();
+}
+
+} // namespace
+
+OpenSslErrors::OpenSslErrors() { EmptyQueue(); }
+
+OpenSslErrors::~OpenSslErrors() { EmptyQueue(); }
 
 std::string OpenSslErrors::Describe(const char* call) const {
     // The first error is the cause, those behind it tell who passed it on.
@@ -20,11 +33,15 @@ std::string OpenSslErrors::Describe(const char* call) const {
 }
 
 std::string DottedOid(const ASN1_OBJECT* object) {
-    const int size = OBJ_obj2txt(nullptr, 0, object, 1);
+    std::string text(kUsualOidText, '\0');
+    const int size = OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
     if (size <= 0)
         return {};
-    std::string text(static_cast<std::size_t>(size) + 1, '\0'); // with the terminator
-    OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
+    const auto length = static_cast<std::size_t>(size);
+    const bool isWhole = length < text.size(); // the terminator wants its place
+    text.resize(length + 1);
+    if (!isWhole)
+        OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
     text.pop_back();
     return text;
 }
