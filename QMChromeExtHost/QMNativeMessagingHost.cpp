@@ -34,18 +34,19 @@ struct Free {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-std::string MemberText(const CkJsonObject& object, const char* name) {
-    return object.IndexOf(name) >= 0 ? object.stringOf(name) : std::string();
+/// The text of a member, empty when it is absent. Taken out of the object: it may be large.
+std::string TakeText(CkJsonObject& object, const char* name) {
+    return object.IndexOf(name) >= 0 ? std::move(object).stringOf(name) : std::string();
 }
 
 /// The members of a request, as text; absent ones are empty.
 struct InMessage {
-    explicit InMessage(const CkJsonObject& InData)
-        : message(MemberText(InData, "text")), action(MemberText(InData, "action")),
-          hash(MemberText(InData, "hash")), CertThumbPrint(MemberText(InData, "certThumbPrint")),
-          HashAlgorithm(MemberText(InData, "hashAlgorithm")), authtoken(MemberText(InData, "authToken")),
-          PAN(MemberText(InData, "PAN")), XmlSignParms(MemberText(InData, "xmlSignParms")),
-          XmlDoc(MemberText(InData, "xmlDoc")) {
+    explicit InMessage(CkJsonObject& InData)
+        : message(TakeText(InData, "text")), action(TakeText(InData, "action")),
+          hash(TakeText(InData, "hash")), CertThumbPrint(TakeText(InData, "certThumbPrint")),
+          HashAlgorithm(TakeText(InData, "hashAlgorithm")), authtoken(TakeText(InData, "authToken")),
+          PAN(TakeText(InData, "PAN")), XmlSignParms(TakeText(InData, "xmlSignParms")),
+          XmlDoc(TakeText(InData, "xmlDoc")) {
         if (HashAlgorithm.empty())
             HashAlgorithm = "SHA256";
         else
@@ -91,7 +92,7 @@ constexpr ActionRow kActionTable[] = {
 void QMNativeMessagingHost::CheckForInwordMsgFromBrowser() {
     LogTextToFile("In CheckForInwordMsgFromBrowser", DEBUG);
     while (const std::unique_ptr<CkJsonObject> jObj{ReadStdin()}) {
-        const std::string nonce = MemberText(*jObj, "nonce");
+        const std::string nonce = TakeText(*jObj, "nonce");
         OperationResult msgResponse = ProcessInMessage(jObj.get());
         LogTextToFile("ProcessInMessage Returned.", DEBUG);
         if (LogsAt(DEBUG))

@@ -24,8 +24,8 @@ public:
     /// null at the end of input, a short or non-positive length, or one that is beyond the limit.
     CkJsonObject* ReadStdin();
 
-    /// Runs the operation that the request's "action" names. Throws nothing and writes nothing to standard
-    /// output.
+    /// Runs the operation that the request's "action" names, and takes the request's texts out of it. Throws
+    /// nothing and writes nothing to standard output.
     OperationResult ProcessInMessage(CkJsonObject* InData);
 
     /// Writes one reply frame: "status_cd" (1 or 0), "result", "nonce".

@@ -128,9 +128,19 @@ int CkJsonObject::IndexOf(std::string_view name) const {
     return member ? static_cast<int>(member - impl_->members.data()) : -1;
 }
 
-std::string CkJsonObject::stringOf(std::string_view name) const {
+std::string CkJsonObject::stringOf(std::string_view name) const& {
     const JsonMember* member = impl_->Find(name);
     return member ? std::string(UpToZero(member->text)) : std::string();
+}
+
+std::string CkJsonObject::stringOf(std::string_view name) && {
+    const JsonMember* member = impl_->Find(name);
+    if (!member)
+        return {};
+    std::string text =
+        std::move(impl_->members[static_cast<std::size_t>(member - impl_->members.data())].text);
+    text.resize(UpToZero(text).size());
+    return text;
 }
 
 int CkJsonObject::IntOf(std::string_view name) const {

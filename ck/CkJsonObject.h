@@ -35,7 +35,9 @@ public:
     /// The member as text: a string's own text, a number, boolean or null as JSON writes it, an object or
     /// array as compact JSON; numbers as they were written. Empty when there is no such member. Bytes that
     /// are no UTF-8 stay as they were appended.
-    std::string stringOf(std::string_view name) const;
+    std::string stringOf(std::string_view name) const&;
+    /// The same of an object that is not needed any more: the text is moved out of it.
+    std::string stringOf(std::string_view name) &&;
 
     /// The member as an integer: a number without its fraction (out of range: the nearest int), a string that
     /// is a decimal number likewise, true as 1. Everything else, also a missing member, is 0.

@@ -135,6 +135,26 @@ TEST(CkJsonObject, StringOf_EndsAtTheFirstZeroCharacter) {
     EXPECT_EQ(object.emit(), R"({"a":"ab"})");
 }
 
+TEST(CkJsonObject, StringOf_OfAnObjectThatIsNotNeededAnyMore_TakesTheTextOutOfIt) {
+    CkJsonObject object = Loaded(R"({"a":"one","n":12.5,"z":"up to\u0000here"})");
+    EXPECT_EQ(std::move(object).stringOf("a"), "one");
+    EXPECT_EQ(std::move(object).stringOf("a"), "");
+    EXPECT_EQ(std::move(object).stringOf("n"), "12.5");
+    EXPECT_EQ(std::move(object).stringOf("z"), "up to");
+    EXPECT_EQ(std::move(object).stringOf("missing"), "");
+}
+
+TEST(CkJsonObject, StringOf_LongAndShortTextsInAnyOrder_AreEachTheirOwn) {
+    const std::string one(1000, '1'), two(100'000, '2'), three = "3", four(60'000, '4');
+    const CkJsonObject object = Loaded(R"({"a":")" + one + R"(","b":")" + two + R"(","":")" + three +
+                                       R"(","d":{"x":")" + one + R"("},"c":")" + four + R"("})");
+    EXPECT_EQ(object.stringOf("a"), one);
+    EXPECT_EQ(object.stringOf("b"), two);
+    EXPECT_EQ(object.stringOf(""), three);
+    EXPECT_EQ(object.stringOf("d"), R"({"x":")" + one + R"("})");
+    EXPECT_EQ(object.stringOf("c"), four);
+}
+
 TEST(CkJsonObject, IntOf_ANumber_DropsItsFraction) {
     const CkJsonObject object = Loaded(R"({"a":1.9,"b":-1.9,"c":2e2,"d":1e-400,"e":0})");
     EXPECT_EQ(object.IntOf("a"), 1);
