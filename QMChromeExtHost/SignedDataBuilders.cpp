@@ -7,9 +7,11 @@
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace {
 
@@ -129,10 +131,19 @@ std::string Finish(CkXml xml, const std::string& SignStrB64) {
     return signedData.getEncodedDer("Base64");
 }
 
-/// At the debug level the latest structure is kept in the working directory.
+/// At the debug level the latest structure is kept in the working directory. An earlier one is overwritten
+/// and then cut to length: ext4 puts a file that is emptied first on the disk when it is closed, which takes
+/// longer than all log lines of a signature.
 void WriteDebugCopy(const char* fileName, const std::string& base64) {
-    if (AppLogLevel == DEBUG)
-        std::ofstream(fileName) << base64;
+    if (AppLogLevel != DEBUG)
+        return;
+    std::ofstream(fileName, std::ios::app).close(); // makes it when it is missing
+    std::fstream file(fileName, std::ios::in | std::ios::out);
+    file << base64;
+    file.close();
+    std::error_code ignored;
+    if (file)
+        std::filesystem::resize_file(fileName, base64.size(), ignored);
 }
 
 OperationResult BuilderFailure(const char* name, const std::runtime_error& e) {
