@@ -61,11 +61,10 @@ Number ReadNumber(const Bytes& value) {
 
 std::string HexText(const CK_BYTE* bytes, std::size_t length) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(2 * length);
-    for (const CK_BYTE* byte = bytes; byte != bytes + length; ++byte) {
-        text += kDigits[*byte >> 4];
-        text += kDigits[*byte & 15];
+    std::string text(2 * length, '\0');
+    for (std::size_t i = 0; i < length; ++i) {
+        text[2 * i] = kDigits[bytes[i] >> 4];
+        text[2 * i + 1] = kDigits[bytes[i] & 15];
     }
     return text;
 }
