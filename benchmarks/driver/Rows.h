@@ -7,6 +7,7 @@ class Setting;
 // answers wrongly.
 
 void MeasureStart(const Setting& setting, Report& report);
+void MeasureEcho(const Setting& setting, Report& report);
 void MeasureSigning(const Setting& setting, Report& report);
 void MeasureGst(const Setting& setting, Report& report);
 void MeasureLists(const Setting& setting, Report& report);

@@ -41,10 +41,11 @@ int main(int argc, char** argv) try {
         return 2;
     std::signal(SIGPIPE, SIG_IGN); // a child that is gone is told by write
     const Setting setting(argv[1]);
-    StayOnOneCore();
     LetAWindowBeTheFirst(setting);
     Report report(argc == 3 ? argv[2] : "");
     MeasureStart(setting, report);
+    StayOnOneCore();
+    MeasureEcho(setting, report);
     MeasureSigning(setting, report);
     MeasureGst(setting, report);
     MeasureLists(setting, report);
