@@ -74,6 +74,7 @@ async function describeMachine() {
     processor: `${cpus().length} x ${cpus()[0].model}`,
     memory: `${Math.round(totalmem() / 2 ** 30)} GiB`,
     system: `${/PRETTY_NAME="(.*)"/.exec(await readFile("/etc/os-release", "utf8"))[1]}, Linux ${release()}`,
+    "large pages": /\[(.*)\]/.exec(await readFile("/sys/kernel/mm/transparent_hugepage/enabled", "utf8").catch(() => ""))?.[1],
     compiler: (await run("c++", ["--version"])).stdout.toString().split("\n")[0],
     ...Object.fromEntries(Object.entries(packages).map(([name, debian]) => [name, installed[debian]])),
   };
