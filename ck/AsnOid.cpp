@@ -20,8 +20,8 @@ std::string OidContent(std::string_view dotted) {
         dotted.find("..") != std::string_view::npos || dotted.ends_with('.'))
         return {};
     const OpenSslErrors errors;
-    std::string content(dotted.size(),
-                        '\0'); // seven bits of an arc take two digits or more, and each arc a dot
+    // An octet holds seven bits of an arc: no content is longer than its text.
+    std::string content(dotted.size(), '\0');
     const int size =
         a2d_ASN1_OBJECT(reinterpret_cast<unsigned char*>(content.data()), static_cast<int>(content.size()),
                         dotted.data(), static_cast<int>(dotted.size()));
