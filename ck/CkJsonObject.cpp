@@ -134,11 +134,10 @@ std::string CkJsonObject::stringOf(std::string_view name) const& {
 }
 
 std::string CkJsonObject::stringOf(std::string_view name) && {
-    const JsonMember* member = impl_->Find(name);
-    if (!member)
+    const int index = IndexOf(name);
+    if (index < 0)
         return {};
-    std::string text =
-        std::move(impl_->members[static_cast<std::size_t>(member - impl_->members.data())].text);
+    std::string text = std::move(impl_->members[static_cast<std::size_t>(index)].text);
     text.resize(UpToZero(text).size());
     return text;
 }
