@@ -21,6 +21,8 @@ export type ErrorCode =
   | "TIMEOUT"
   | "ABORTED"
   | "ORIGIN_DENIED"
+  | "NOT_NOW"
+  | "TOO_MANY"
   | "DIGEST_UNSUITABLE"
   | "INVALID_ARGUMENT";
 
@@ -49,8 +51,10 @@ export class QuillmarkError extends Error {
 
 /** How far a request has come. */
 export type Progress =
-  /** Other requests come first: `ahead` of them, possibly of other pages. The time limit does not run. */
-  | { state: "waiting"; ahead: number }
+  /**
+   * Other requests come first, possibly of other pages; of an allowed page `ahead` of them. The time limit does not run.
+   */
+  | { state: "waiting"; ahead?: number }
   /** The extension asks the user whether this site may ask. */
   | { state: "consent" }
   /** The signing program works on it, or waits for the user in its own window. */
@@ -99,9 +103,9 @@ export interface Status {
   extension: string | null;
   /** Whether this page's origin may ask: "ask" means that the user will be asked at the first request. */
   permission: "allowed" | "ask" | "denied" | null;
-  /** Whether the signing program runs. It starts by itself when it is needed. */
+  /** Whether the signing program runs. It starts by itself when it is needed. null for a page that is not allowed. */
   host: "running" | "stopped" | null;
-  /** The number of requests, of all pages, that are being served or wait. */
+  /** The number of requests, of all pages, that are being served or wait. 0 for a page that is not allowed. */
   waiting: number;
 }
 
@@ -176,18 +180,3 @@ export function suitableDigest<Bytes extends BufferSource>(
   makeBytes: Bytes | ((attempt: number) => Bytes | null | Promise<Bytes | null>),
   options?: { maxAttempts?: number },
 ): Promise<SuitableDigest<Bytes>>;
-
-/** An operation of the extension: what each function above asks for. */
-export type Operation =
-  | "status"
-  | "selectCertificate"
-  | "signGstReturn"
-  | "signItReturn"
-  | "signPdfHash"
-  | "signAuthToken";
-
-/**
- * The checks that every request passes before it is sent: returns its values in the form in which they travel, or throws
- * a QuillmarkError. Pages need not call it; the extension does, for it trusts no page to have done so.
- */
-export function checkRequest(operation: Operation, values: Record<string, unknown>): Record<string, unknown>;

@@ -35,6 +35,8 @@ export const ERRORS = Object.freeze({
   TIMEOUT: "There was no answer in time, and nothing was signed.",
   ABORTED: "This page withdrew its request, and nothing was signed.",
   ORIGIN_DENIED: "This site is not allowed to ask for signatures.",
+  NOT_NOW: "Quillmark does not ask you about this page now. Go to the page and use its own button; if you have just refused its request, wait a little first.",
+  TOO_MANY: "This page has too many requests open. It has to wait for their answers before it asks again.",
   DIGEST_UNSUITABLE: "This document's digest holds a zero byte and cannot be signed as it is. The page has to use another hash algorithm, or change the document slightly (a new time or document ID), and ask again.",
   INVALID_ARGUMENT: "This page made a request that is not valid.",
 });
@@ -44,9 +46,6 @@ export const DEFAULT_TIMEOUT_MS = 120_000;
 
 /** The longest time that a page can ask for: a request that nobody answers must not hold up those of other pages. */
 export const MAX_TIMEOUT_MS = 600_000;
-
-// Browsers pass at most 64 MiB to a native program. The room is for the names around the page's own values.
-const MAX_REQUEST_BYTES = 64 * 1024 * 1024 - 4096;
 
 // Browsers take at most 1 MiB from a native program. The answer to signGstReturn is Base64 and holds the text itself;
 // the room is for the certificate and the signature, which are a few KiB, and for the names around them.
@@ -59,11 +58,7 @@ export const MAX_GST_TEXT_BYTES = (MAX_REPLY_BYTES / 4) * 3 - SIGNED_DATA_ROOM;
 // The extension answers a page's greeting at once; only a page without the extension waits as long as this.
 const GREETING_MS = 2_000;
 
-const DIGEST_BYTES = new Map([
-  ["SHA-256", 32],
-  ["SHA-384", 48],
-  ["SHA-512", 64],
-]);
+const HASH_ALGORITHMS = ["SHA-256", "SHA-384", "SHA-512"];
 
 /** Why a request failed. */
 export class QuillmarkError extends Error {
@@ -84,9 +79,8 @@ export class QuillmarkError extends Error {
 // ---- what a page calls -----------------------------------------------------------------------------------------------
 
 export async function status({ checkHost = false, signal } = {}) {
-  const request = checkRequest("status", { checkHost });
   try {
-    return await (await connect()).send("status", request, { signal });
+    return await ask("status", { checkHost }, { signal });
   } catch (error) {
     if (error.code !== "EXTENSION_MISSING") throw error;
     return { extension: null, permission: null, host: null, waiting: 0 };
@@ -119,96 +113,12 @@ export async function suitableDigest(makeBytes, { maxAttempts = 20 } = {}) {
   for (let attempt = 0; attempt < maxAttempts; attempt++) {
     const bytes = await make(attempt);
     if (!bytes) break;
-    for (const hashAlgorithm of DIGEST_BYTES.keys()) {
+    for (const hashAlgorithm of HASH_ALGORITHMS) {
       const digest = new Uint8Array(await crypto.subtle.digest(hashAlgorithm, bytes));
       if (!digest.includes(0)) return { hash: toBase64(digest), hashAlgorithm, bytes, attempt };
     }
   }
   throw new QuillmarkError("DIGEST_UNSUITABLE");
-}
-
-// ---- the checks that a request passes before it is sent --------------------------------------------------------------
-
-/**
- * Returns the request's values in the one form in which they travel, or throws a QuillmarkError. The page library calls
- * it so that nothing unfit is sent, and the extension calls it again because a page may send without the library.
- */
-export function checkRequest(operation, values) {
-  if (!Object.hasOwn(CHECKS, operation)) {
-    throw new QuillmarkError("UNKNOWN_ACTION", { detail: `There is no operation ${JSON.stringify(operation)}.` });
-  }
-  const request = CHECKS[operation](values);
-  if (utf8Length(JSON.stringify(request)) > MAX_REQUEST_BYTES) {
-    throw new QuillmarkError("TOO_LARGE", { detail: `A request holds at most ${MAX_REQUEST_BYTES} bytes.` });
-  }
-  return request;
-}
-
-const CHECKS = {
-  status: ({ checkHost }) => ({ checkHost: checkHost === true }),
-
-  selectCertificate: () => ({}),
-
-  signGstReturn: ({ text, hashAlgorithm }) => {
-    checkText("text", text);
-    if (utf8Length(text) > MAX_GST_TEXT_BYTES) {
-      throw new QuillmarkError("TOO_LARGE", { detail: `The text holds at most ${MAX_GST_TEXT_BYTES} UTF-8 bytes.` });
-    }
-    return { text, hashAlgorithm: hashName(hashAlgorithm) };
-  },
-
-  signItReturn: ({ hash, pan, hashAlgorithm }) => {
-    checkText("hash", hash);
-    checkText("pan", pan);
-    return { hash, pan, hashAlgorithm: hashName(hashAlgorithm) };
-  },
-
-  signPdfHash: ({ hash, certThumbPrint, hashAlgorithm }) => {
-    const name = hashName(hashAlgorithm);
-    const digest = fromBase64("hash", hash);
-    if (digest.length !== DIGEST_BYTES.get(name)) {
-      throw invalid(`hash has ${digest.length} bytes, a ${name} digest has ${DIGEST_BYTES.get(name)}.`);
-    }
-    // The signing program hands what it signs to the token only up to the first zero byte.
-    if (digest.includes(0)) throw new QuillmarkError("DIGEST_UNSUITABLE");
-    checkText("certThumbPrint", certThumbPrint);
-    const thumbprint = certThumbPrint.toUpperCase();
-    if (!/^[0-9A-F]{40}$/.test(thumbprint)) throw invalid("certThumbPrint is not 40 hexadecimal digits.");
-    return { hash: toBase64(digest), certThumbPrint: thumbprint, hashAlgorithm: name };
-  },
-
-  signAuthToken: ({ authToken, hashAlgorithm }) => {
-    checkText("token", authToken);
-    return { authToken, hashAlgorithm: hashName(hashAlgorithm) };
-  },
-};
-
-const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
-
-function checkText(name, value) {
-  if (typeof value !== "string" || value === "") throw invalid(`${name} has to be a text that is not empty.`);
-  // The signing program reads a text up to its first zero character, and would sign less than the page asked for.
-  if (value.includes("\0")) throw invalid(`${name} holds the character U+0000.`);
-  // Half of a surrogate pair has no UTF-8 form, so nobody could verify a signature over it.
-  if (/[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/.test(value)) {
-    throw invalid(`${name} is not well-formed Unicode.`);
-  }
-}
-
-// The signing program takes an unknown name for SHA-256 in some requests, so no other spelling may reach it.
-function hashName(name = "SHA-256") {
-  const wanted = String(name).toUpperCase().replaceAll("-", "");
-  for (const known of DIGEST_BYTES.keys()) if (known.replace("-", "") === wanted) return known;
-  throw new QuillmarkError("UNSUPPORTED_HASH", { detail: `There is no hash algorithm ${JSON.stringify(name)} here.` });
-}
-
-function fromBase64(name, text) {
-  checkText(name, text);
-  try {
-    return Uint8Array.from(atob(text), (character) => character.charCodeAt(0));
-  } catch (cause) {
-    throw new QuillmarkError("INVALID_ARGUMENT", { detail: `${name} is not Base64.`, cause });
-  }
 }
 
 function toBase64(bytes) {
@@ -219,14 +129,13 @@ function toBase64(bytes) {
   return btoa(String.fromCharCode(...octets));
 }
 
-const utf8Length = (text) => new TextEncoder().encode(text).length;
+const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
 
 // ---- the way to the extension ----------------------------------------------------------------------------------------
 
-// async, so that what the checks throw reaches the page as a rejection like every other failure.
+// The extension checks the values: it could trust no page to have done so.
 async function ask(operation, values, options) {
-  const request = checkRequest(operation, values);
-  return (await connect()).send(operation, request, options);
+  return (await connect()).send(operation, values, options);
 }
 
 /** @type {Promise<Connection> | undefined} */

@@ -1,72 +1,109 @@
-// The consent window: shows the question that the background holds for it, and sends the user's answer back.
+// The extension's own window: shows the question that the background holds for it, and sends the user's answer back; or, for
+// a site that is allowed, what it has signed.
+
+import { operationOf, sha256Hex } from "../src/operations.js";
+import { Arming } from "./arming.js";
+import { draw } from "./characters.js";
+import { showText } from "./text-section.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
-
-// A window that opens under a moving mouse must not take a click that was meant for the page below.
-const UNARMED_MS = 600;
-
-const ASKS = {
-  selectCertificate: [
-    "It asks you to choose a certificate",
-    "The site then reads the certificate: your name, your e-mail address if it is in it, and your public key.",
-  ],
-  signGstReturn: ["It asks you to sign this text, for a GST return", "You choose the certificate and type your PIN next."],
-  signItReturn: ["It asks you to sign an income-tax return", "You choose the certificate and type your PIN next."],
-  signPdfHash: [
-    "It asks you to sign a PDF document",
-    "Only the document's fingerprint is signed, so the document cannot be shown here. Read it on the site first.",
-  ],
-  signAuthToken: ["It asks you to sign this text, to prove who you are", "You choose the certificate and type your PIN next."],
-};
-
 const element = (id) => document.getElementById(id);
-const buttons = [...document.querySelectorAll("button")];
+const buttons = [...document.querySelectorAll("footer button")];
 
 const id = location.hash.slice(1);
 const port = api.runtime.connect({ name: "consent" });
-port.onMessage.addListener((message) => (message.type === "question" ? show(message.question) : showGone()));
 port.onDisconnect.addListener(showGone);
+
+let question;
+let text = "";
+port.onMessage.addListener(async (message) => {
+  if (message.type === "gone") return showGone();
+  if (message.type === "question") question = message.question;
+  if (message.type === "text") text += message.piece;
+  if (text.length === question.characters) await show();
+});
 port.postMessage({ type: "ready", id });
 
-for (const button of buttons) {
-  button.addEventListener("click", () => {
-    for (const each of buttons) each.disabled = true;
-    port.postMessage({ type: "answer", id, answer: button.value });
-  });
-}
-
-function show({ origin, framed, incognito, operation, preview }) {
-  const [asks, consequence] = ASKS[operation];
+async function show() {
+  const { origin, operation, kind } = question;
+  const isQuestion = kind === "question";
+  const { asks, consequence } = operationOf(operation);
+  element("title").textContent = isQuestion ? "Allow this site to use your crypto token?" : "This is what you sign";
   element("origin").textContent = origin;
-  element("framed").hidden = !framed;
+  showSite(isQuestion);
   element("asks").textContent = asks;
   element("consequence").textContent = consequence;
-  // A private window leaves no trace, so it cannot add to the list.
-  element("always").hidden = incognito;
-  if (preview) {
-    element("preview").textContent = visible(preview.text);
-    element("preview").hidden = false;
-    element("cut").textContent = `The first ${preview.text.length} of ${preview.characters} characters are shown.`;
-    element("cut").hidden = preview.text.length === preview.characters;
-  }
+  showFacts(question.facts ?? []);
+  if (text !== "") showText(text, await sha256Hex(text));
+  for (const part of document.querySelectorAll("[data-kind]")) part.hidden = part.dataset.kind !== kind;
   element("question").hidden = false;
-  setTimeout(arm, UNARMED_MS, origin);
+  if (!isQuestion) document.title = "Quillmark - What is signed";
+  armWith(isQuestion ? `Quillmark - Allow ${origin}?` : document.title);
+  // It is on the screen behind the next frame.
+  requestAnimationFrame(() => requestAnimationFrame(() => port.postMessage({ type: "shown", id })));
 }
 
-function arm(origin) {
-  document.title = `Quillmark - Allow ${origin}?`;
-  for (const button of buttons) button.disabled = false;
-  element("deny").focus();
+function showSite(isQuestion) {
+  const { origin, isFramed, isPrivate, surroundings, firstAllowed } = question;
+  element("framed").hidden = !isFramed;
+  element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
+  const isOwn = surroundings === origin;
+  element("framed-warning").hidden = isOwn;
+  // A private window leaves no trace, so it cannot add to the list.
+  element("always").hidden = isPrivate;
+  element("history").hidden = !isQuestion || isPrivate;
+  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
+  element("history").textContent = date
+    ? `You have allowed this site before, on ${date} for the first time.`
+    : "You have never allowed this site before.";
+}
+
+function showFacts(facts) {
+  const rows = facts.flatMap(([name, value]) => {
+    const term = document.createElement("dt");
+    const definition = document.createElement("dd");
+    term.textContent = name;
+    draw(definition, value);
+    return [term, definition];
+  });
+  element("facts").replaceChildren(...rows);
+  element("facts").hidden = rows.length === 0;
+}
+
+// The buttons stay where the keyboard finds them, and say by their look that they wait.
+function armWith(title) {
+  const waitingTitle = document.title;
+  const arming = new Arming((isArmed) => {
+    document.title = isArmed ? title : waitingTitle;
+    document.documentElement.classList.toggle("waits", !isArmed);
+    for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
+  });
+  const first = question.kind === "question" ? element("deny") : element("stop");
+  first.focus();
+
+  const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
+  for (const answer of ["deny", "page", "once"]) on(answer, () => send(answer));
+  on("stop", () => send("deny"));
+  on("confirm-always", () => send("always"));
+  on("always", () => showStep("always-step", arming));
+  on("back", () => showStep("answers", arming));
+  window.addEventListener("keydown", (event) => event.key === "Escape" && arming.takes(event) && send("deny"));
+}
+
+// Another place takes the next click, after a second of its own.
+function showStep(step, arming) {
+  element("answers").hidden = step !== "answers";
+  element("always-step").hidden = step !== "always-step";
+  element(step === "answers" ? "deny" : "back").focus();
+  arming.restart();
+}
+
+function send(answer) {
+  for (const button of buttons) button.disabled = true;
+  port.postMessage({ type: "answer", id, answer });
 }
 
 function showGone() {
   element("question").hidden = true;
   element("gone").hidden = false;
-}
-
-// Characters that would hide or reorder others are shown by their numbers, so that the text reads as it will be signed.
-function visible(text) {
-  return text.replace(/[\p{Cc}\p{Cf}]/gu, (character) =>
-    "\n\t".includes(character) ? character : `<U+${character.codePointAt(0).toString(16).toUpperCase().padStart(4, "0")}>`,
-  );
 }

@@ -1,64 +1,78 @@
-// The settings page: lists who may ask, takes permissions back, and ends the signing program.
+// The settings page: who may ask, what the administrator has set, how long the PIN is remembered, and the journal.
 
-import { Permissions } from "../src/permissions.js";
+import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
-const permissions = new Permissions({ user: api.storage.local, managed: api.storage.managed });
-const element = (id) => document.getElementById(id);
+const MINUTES = ["quietMinutes", "longestMinutes"];
+/** So many entries of the journal are shown; all are exported. */
+const JOURNAL_SHOWN = 200;
 
-api.storage.onChanged.addListener(showSites);
-element("stop").addEventListener("click", () => tellBackground("stopHost"));
+api.storage.onChanged.addListener((changes, area) => area !== "session" && show());
+element("stop").addEventListener("click", async () => {
+  await tellBackground("stopHost");
+  await show();
+});
+for (const name of MINUTES) element(name).addEventListener("change", () => setMinutes(name));
+element("export").addEventListener("click", exportJournal);
 
-showSites();
-showPolicy();
-tellBackground("isHostRunning");
+await show();
 
-async function showSites() {
-  const origins = await permissions.usersOrigins();
-  element("sites").replaceChildren(...origins.map((origin) => row(origin, removeButton(origin))));
-  element("no-sites").hidden = origins.length > 0;
+async function show() {
+  const { hostRuns, sites, pinLife, policy } = await tellBackground("state");
+  element("sites").replaceChildren(...sites.always.map((origin) => row(origin, "", removeButton(origin))));
+  element("no-sites").hidden = sites.always.length > 0;
+  showPolicy(policy);
+  element("runs").hidden = element("stop").hidden = !hostRuns;
+  element("rests").hidden = hostRuns;
+  for (const name of MINUTES) {
+    element(name).value = pinLife[name];
+    element(name).disabled = name in policy.pinLife;
+  }
+  await showJournal();
 }
 
-async function showPolicy() {
-  const { allowedOrigins, deniedOrigins, onlyAllowedOrigins } = await permissions.policy();
-  element("policy").hidden = allowedOrigins.length + deniedOrigins.length === 0 && !onlyAllowedOrigins;
-  element("only-allowed").hidden = !onlyAllowedOrigins;
+function showPolicy({ allowed, denied, onlyAllowed, deniesAll, pinLife, problems }) {
+  const isSet = onlyAllowed || deniesAll || [allowed, denied, problems, Object.keys(pinLife)].some(({ length }) => length > 0);
+  element("policy").hidden = !isSet;
+  element("denies-all").hidden = !deniesAll;
+  element("only-allowed").hidden = !onlyAllowed || deniesAll;
+  const nameOf = ({ key, entry }) => (entry === null ? key : `${key}: ${JSON.stringify(entry)}`);
+  element("policy-problems").replaceChildren(...problems.map((problem) => row(nameOf(problem), problem.why)));
   element("policy-sites").replaceChildren(
-    ...allowedOrigins.map((origin) => row(origin, label("allowed"))),
-    ...deniedOrigins.map((origin) => row(origin, label("denied"))),
+    ...allowed.map((site) => row(site, "allowed")),
+    ...denied.map((site) => row(site, "denied")),
   );
 }
 
-async function tellBackground(message) {
-  const { hostRuns } = await api.runtime.sendMessage(message);
-  element("runs").hidden = element("stop").hidden = !hostRuns;
-  element("rests").hidden = hostRuns;
-}
-
-function row(origin, end) {
-  const item = document.createElement("li");
-  const name = document.createElement("span");
-  name.className = "origin";
-  name.textContent = origin;
-  item.append(name, end);
-  return item;
-}
-
 function removeButton(origin) {
-  const button = document.createElement("button");
-  button.type = "button";
-  button.textContent = "Remove";
-  button.setAttribute("aria-label", `Remove ${origin}`);
-  button.addEventListener("click", async () => {
-    await permissions.revoke(origin);
+  return rowButton("Remove", `Remove ${origin}`, async () => {
+    await tellBackground("revoke", { origin });
     element("announcement").textContent = `${origin} was removed. It will be asked about again.`;
   });
-  return button;
 }
 
-function label(word) {
-  const text = document.createElement("span");
-  text.className = word;
-  text.textContent = word;
-  return text;
+async function setMinutes(name) {
+  const input = element(name);
+  // A value that is none of those allowed is put back.
+  if (input.value !== "" && input.checkValidity()) await tellBackground("setMinutes", { name, minutes: input.valueAsNumber });
+  await show();
+}
+
+async function showJournal() {
+  const { lines, head } = await tellBackground("journal");
+  const newest = lines.slice(-JOURNAL_SHOWN).reverse().map((line) => describe(JSON.parse(line)));
+  element("journal").replaceChildren(...newest.map(({ title, words }) => row(title, words)));
+  element("journal").hidden = element("export").hidden = element("head").hidden = lines.length === 0;
+  element("no-journal").hidden = lines.length > 0;
+  const shown = lines.length > newest.length ? `, the newest ${newest.length} shown` : "";
+  element("head").textContent = `${lines.length} entries${shown}. Hash of the last one: ${head}`;
+}
+
+async function exportJournal() {
+  const { lines } = await tellBackground("journal");
+  const link = document.createElement("a");
+  link.href = URL.createObjectURL(new Blob(lines.map((line) => `${line}\n`), { type: "application/jsonl" }));
+  link.download = "quillmark-journal.jsonl";
+  link.click();
+  URL.revokeObjectURL(link.href);
 }

@@ -1,61 +1,111 @@
-/** The question whether a site may ask, in a window of the extension's own; one window at a time. */
+/** The extension's own windows: the question whether a site may ask, and the text that an allowed site has signed. */
 
-const WINDOW = { type: "popup", width: 520, height: 660 };
-const ANSWERS = ["once", "always", "deny"];
+import { TEXT_PIECE_CHARACTERS } from "./limits.js";
+
+const SIZE = { width: 520, height: 660 };
+const ANSWERS = ["once", "page", "always", "deny"];
 
 export class Consent {
   #windows;
   #pageUrl;
-  #open;
+  #open = new Map();
 
   /** `windows` is the browser's windows interface, `pageUrl` the address of the consent page. */
   constructor({ windows, pageUrl }) {
     this.#windows = windows;
     this.#pageUrl = pageUrl;
-    windows.onRemoved.addListener((windowId) => windowId === this.#open?.windowId && this.#open.answer("deny"));
+    windows.onRemoved.addListener((windowId) => {
+      for (const each of this.#open.values()) if (each.windowId === windowId) each.answer("closed");
+    });
   }
 
   /**
-   * Opens the window and resolves to the user's answer: "once", "always" or "deny"; closing the window denies. An abort
-   * of the signal closes the window and rejects with the signal's reason.
+   * Asks and resolves to the user's answer: "once", "page", "always" or "deny"; closing the window denies. An abort of the
+   * signal closes the window and rejects with the signal's reason.
    */
   async ask(question, signal) {
+    const window = await this.#show({ ...question, kind: "question" }, signal, middleOf);
+    try {
+      const answer = await window.answered;
+      return answer === "closed" ? "deny" : answer;
+    } finally {
+      await window.close();
+    }
+  }
+
+  /**
+   * Does the work while a window shows what is signed. The work begins when the user can see it. `onStop` is called when
+   * the user wants nothing to be signed. Closing the window once it was seen changes nothing.
+   */
+  async during(question, signal, onStop, work) {
+    const window = await this.#show({ ...question, kind: "statement" }, signal, () => ({ left: 0, top: 0 }));
+    try {
+      if ((await Promise.race([window.shown, window.answered])) !== "shown") return void onStop();
+      window.answered.then((answer) => answer === "deny" && onStop(), () => {});
+      return await work();
+    } finally {
+      await window.close();
+    }
+  }
+
+  async #show(question, signal, placeOf) {
     signal.throwIfAborted();
-    let abort;
-    const answered = new Promise((resolve, reject) => {
-      this.#open = { id: crypto.randomUUID(), question, answer: resolve };
-      abort = () => reject(signal.reason);
-      signal.addEventListener("abort", abort);
+    const entry = { question };
+    entry.shown = new Promise((resolve) => (entry.show = () => resolve("shown")));
+    entry.answered = new Promise((resolve, reject) => {
+      entry.answer = resolve;
+      entry.abort = () => reject(signal.reason);
+      signal.addEventListener("abort", entry.abort);
     });
     // An abort may come while the window opens, before anyone awaits the answer.
-    answered.catch(() => {});
+    entry.answered.catch(() => {});
+    const id = crypto.randomUUID();
+    this.#open.set(id, entry);
+    const opening = this.#openWindow(`${this.#pageUrl}#${id}`, placeOf);
+    entry.close = async () => {
+      signal.removeEventListener("abort", entry.abort);
+      this.#open.delete(id);
+      // The user may have closed it already, and it may be about to open.
+      const closing = opening.then((windowId) => this.#windows.remove(windowId)).catch(() => {});
+      if (entry.windowId !== undefined) await closing;
+    };
     try {
-      const place = middleOf(await this.#windows.getLastFocused());
-      const { id } = await this.#windows.create({ ...WINDOW, ...place, url: `${this.#pageUrl}#${this.#open.id}` });
-      this.#open.windowId = id;
-      return await answered;
-    } finally {
-      signal.removeEventListener("abort", abort);
-      const { windowId } = this.#open;
-      this.#open = undefined;
-      // The user may have closed it already.
-      if (windowId !== undefined) await this.#windows.remove(windowId).catch(() => {});
+      entry.windowId = await Promise.race([opening, entry.answered]);
+    } catch (error) {
+      await entry.close();
+      throw error;
     }
+    return entry;
+  }
+
+  async #openWindow(url, placeOf) {
+    const place = placeOf(await this.#windows.getLastFocused());
+    return (await this.#windows.create({ type: "popup", ...SIZE, ...place, url })).id;
   }
 
   /** Serves the consent page, which sends the id that it was opened with, takes the question, and sends the answer. */
   connect(port) {
-    let asked;
+    let served;
     port.onMessage.addListener(({ type, id, answer }) => {
-      if (!this.#open || id !== this.#open.id) return port.postMessage({ type: "gone" });
+      const entry = this.#open.get(id);
+      if (!entry) return port.postMessage({ type: "gone" });
       if (type === "ready") {
-        asked = this.#open;
-        port.postMessage({ type: "question", question: asked.question });
+        served = entry;
+        sendQuestion(port, entry.question);
+      } else if (type === "shown") {
+        entry.show();
       } else if (type === "answer" && ANSWERS.includes(answer)) {
-        this.#open.answer(answer);
+        entry.answer(answer);
       }
     });
-    port.onDisconnect.addListener(() => asked?.answer("deny"));
+    port.onDisconnect.addListener(() => served?.answer("closed"));
+  }
+}
+
+function sendQuestion(port, { text = "", ...question }) {
+  port.postMessage({ type: "question", question: { ...question, characters: text.length } });
+  for (let at = 0; at < text.length; at += TEXT_PIECE_CHARACTERS) {
+    port.postMessage({ type: "text", piece: text.slice(at, at + TEXT_PIECE_CHARACTERS) });
   }
 }
 
@@ -63,7 +113,7 @@ export class Consent {
 function middleOf({ left, top, width, height }) {
   if (left === undefined) return {};
   return {
-    left: Math.max(0, Math.round(left + (width - WINDOW.width) / 2)),
-    top: Math.max(0, Math.round(top + (height - WINDOW.height) / 2)),
+    left: Math.max(0, Math.round(left + (width - SIZE.width) / 2)),
+    top: Math.max(0, Math.round(top + (height - SIZE.height) / 2)),
   };
 }

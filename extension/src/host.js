@@ -2,12 +2,10 @@
 
 import { QuillmarkError } from "../quillmark.js";
 import { classifyDisconnect, classifyFailure } from "./failures.js";
+import { MINUTE_MS } from "./limits.js";
 
 /** The name under which the program is registered with the browsers. */
 export const HOST_NAME = "quillmark.host";
-
-/** How long the program may be idle. It remembers the PIN for as long as it runs. */
-export const QUIET_MS = 10 * 60_000;
 
 // A program that is closed while its window is open does not notice; the browser kills it, Chromium after 2 seconds,
 // Firefox after 3. Two windows side by side would leave the user to guess which one counts.
@@ -18,34 +16,42 @@ const FAILURE_PREFIX = "QMHost Error: ";
 export class Host {
   #connectNative;
   #lastError;
+  #pinLife;
   #port;
   #pending;
-  #quietTimer;
+  #timer;
   #gone = Promise.resolve();
 
   /**
-   * What this run of the program has seen: whether it has answered, the origins that had the user choose a certificate,
-   * and whether the token has signed. Undefined while the program is not running.
-   * @type {{answered: boolean, choices: Set<string>, loggedIn: boolean} | undefined}
+   * What this run of the program has seen: whether it has answered, by origin the record of the certificate that the user
+   * has chosen for it (null where the program does not tell), whether the token has signed, and the times of its start and
+   * its last use. Undefined while the program is not running.
+   * @type {{answered: boolean, choices: Map<string, object | null>, loggedIn: boolean, started: number, used: number} | undefined}
    */
   run;
 
-  /** `connectNative(name)` opens a port to the program; `lastError(port)` tells why the browser closed one. */
-  constructor({ connectNative, lastError }) {
+  /**
+   * `connectNative(name)` opens a port to the program; `lastError(port)` tells why the browser closed one; `pinLife()`
+   * resolves to the minutes that the program may be quiet, and run: {quietMinutes, longestMinutes}.
+   */
+  constructor({ connectNative, lastError, pinLife }) {
     this.#connectNative = connectNative;
     this.#lastError = lastError;
+    this.#pinLife = pinLife;
   }
 
   /**
    * Sends one request, starting the program if needed, and resolves to the text of its successful reply. Only one
    * request may be open at a time. Rejects with a QuillmarkError; an abort of the signal ends the program, because it
-   * has no other way to close its window, and rejects with the signal's reason.
+   * has no other way to close its window, and rejects with the signal's reason. `isUse`: false for a sign of life, which
+   * does not lengthen the life of the PIN.
    */
-  async request(message, signal) {
+  async request(message, signal, { isUse = true } = {}) {
+    await this.keepTime();
+    signal.throwIfAborted();
     await Promise.race([this.#gone, new Promise((resolve) => signal.addEventListener("abort", resolve))]);
     signal.throwIfAborted();
     if (!this.#port) this.#open();
-    clearTimeout(this.#quietTimer);
 
     const nonce = crypto.randomUUID();
     const abort = () => this.#end(signal.reason);
@@ -58,19 +64,36 @@ export class Host {
       return this.#textOf(reply);
     } finally {
       signal.removeEventListener("abort", abort);
-      if (this.#port) this.#quietTimer = setTimeout(() => this.close(), QUIET_MS);
+      if (isUse && this.run) this.run.used = Date.now();
+      await this.keepTime();
     }
   }
 
-  /** Ends the program if it runs; a request that is open rejects with HOST_EXITED. */
-  close() {
-    this.#end(new QuillmarkError("HOST_EXITED"));
+  /** Ends the program if it runs; a request that is open rejects with this code. */
+  close(code = "HOST_EXITED", detail) {
+    this.#end(new QuillmarkError(code, { detail }));
+  }
+
+  /**
+   * Ends the program, which remembers the PIN for as long as it runs, when its time is over and it is not at work; and looks
+   * again when it will be. By the clock on the wall, for a computer may have slept meanwhile.
+   */
+  async keepTime() {
+    clearTimeout(this.#timer);
+    if (!this.run) return;
+    const { quietMinutes, longestMinutes } = await this.#pinLife();
+    if (!this.run || this.#pending) return;
+    const { started, used } = this.run;
+    const left = Math.min(used + quietMinutes * MINUTE_MS, started + longestMinutes * MINUTE_MS) - Date.now();
+    clearTimeout(this.#timer);
+    if (left <= 0) this.close();
+    else this.#timer = setTimeout(() => this.keepTime(), left);
   }
 
   #open() {
     const port = this.#connectNative(HOST_NAME);
     this.#port = port;
-    this.run = { answered: false, choices: new Set(), loggedIn: false };
+    this.run = { answered: false, choices: new Map(), loggedIn: false, started: Date.now(), used: Date.now() };
     port.onMessage.addListener((reply) => this.#receive(port, reply));
     port.onDisconnect.addListener(() => {
       const detail = this.#lastError(port);
@@ -108,7 +131,7 @@ export class Host {
   }
 
   #forget(reason) {
-    clearTimeout(this.#quietTimer);
+    clearTimeout(this.#timer);
     this.#port = undefined;
     this.run = undefined;
     this.#pending?.reject(reason);

@@ -1,26 +1,25 @@
 /** Who may ask: the user's list and the administrator's. */
 
-import { isListed, isTrustworthy } from "./origins.js";
+import { isTrustworthy } from "./origins.js";
 
 const USERS_LIST = "allowedOrigins";
+const FIRST_ALLOWED = "firstAllowed";
 
 export class Permissions {
   #user;
-  #managed;
+  #policy;
 
-  /** Both are storage areas of the browser: `user` the profile's own, `managed` the administrator's, read-only. */
-  constructor({ user, managed }) {
+  /** `user`: the storage area of the profile; `policy`: a PolicySource. */
+  constructor({ user, policy }) {
     this.#user = user;
-    this.#managed = managed;
+    this.#policy = policy;
   }
 
-  /** "allowed", "denied", or "ask". The administrator's word counts before the user's, and a denial before a permission. */
+  /** "allowed", "denied", or "ask". The administrator's word counts before the user's. */
   async decide(origin) {
     if (!isTrustworthy(origin)) return "denied";
-    const policy = await this.policy();
-    if (isListed(origin, policy.deniedOrigins)) return "denied";
-    if (isListed(origin, policy.allowedOrigins)) return "allowed";
-    if (policy.onlyAllowedOrigins) return "denied";
+    const decision = (await this.#policy.current()).decide(origin);
+    if (decision !== "ask") return decision;
     return (await this.usersOrigins()).includes(origin) ? "allowed" : "ask";
   }
 
@@ -28,6 +27,17 @@ export class Permissions {
   async usersOrigins() {
     const { [USERS_LIST]: origins } = await this.#user.get(USERS_LIST);
     return Array.isArray(origins) ? origins : [];
+  }
+
+  /** When the user has allowed the origin for the first time, in whatever way: an ISO time, or undefined. */
+  async firstAllowed(origin) {
+    const times = await this.#firstTimes();
+    return Object.hasOwn(times, origin) ? times[origin] : undefined;
+  }
+
+  async remember(origin) {
+    const times = await this.#firstTimes();
+    if (!Object.hasOwn(times, origin)) await this.#user.set({ [FIRST_ALLOWED]: { ...times, [origin]: new Date().toISOString() } });
   }
 
   async allow(origin) {
@@ -38,15 +48,7 @@ export class Permissions {
     await this.#user.set({ [USERS_LIST]: (await this.usersOrigins()).filter((each) => each !== origin) });
   }
 
-  /** What the administrator has set, in full; empty lists where nothing is set. */
-  async policy() {
-    // Firefox rejects when there is no managed storage.
-    const set = await this.#managed.get().catch(() => ({}));
-    const list = (name) => (Array.isArray(set[name]) ? set[name].filter((each) => typeof each === "string") : []);
-    return {
-      allowedOrigins: list("allowedOrigins"),
-      deniedOrigins: list("deniedOrigins"),
-      onlyAllowedOrigins: set.onlyAllowedOrigins === true,
-    };
+  async #firstTimes() {
+    return (await this.#user.get(FIRST_ALLOWED))[FIRST_ALLOWED] ?? {};
   }
 }

@@ -1,97 +1,132 @@
 /** Serves the pages: checks what they ask, asks the user whether they may, and has the signing program do it. */
 
-import { checkRequest, MAX_TIMEOUT_MS, QuillmarkError } from "../quillmark.js";
+import { MAX_TIMEOUT_MS, QuillmarkError } from "../quillmark.js";
+import { Documents } from "./documents.js";
 import { Limit } from "./limit.js";
+import { MAX_OPEN, MAX_OPEN_PER_DOCUMENT, SIGN_OF_LIFE_MS } from "./limits.js";
+import { operationOf } from "./operations.js";
+import { Progress } from "./progress.js";
 import { Queue } from "./queue.js";
-import { hostRequest, pageResult } from "./requests.js";
 
-// The program needs no user for a sign of life, only the time to start.
-const SIGN_OF_LIFE_MS = 15_000;
-
-// What the user is shown of a text; it is enough to recognise it, and keeps the window usable.
-const PREVIEW_CHARACTERS = 4_000;
-
-const HAS_USER_CHOOSE = ["selectCertificate", "signGstReturn", "signItReturn", "signAuthToken"];
+const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
 
 export class Service {
   #permissions;
+  #rules;
   #consent;
   #host;
+  #signatures;
+  #surroundings;
   #version;
   #consentQueue = new Queue();
   #hostQueue = new Queue();
-  #documents = new Map();
+  #documents = new Documents();
 
-  constructor({ permissions, consent, host, version }) {
+  /** `surroundings(tabId)` resolves to the origin of the page in the tab, null where it is not known. */
+  constructor({ permissions, rules, consent, host, signatures, surroundings, version }) {
     this.#permissions = permissions;
+    this.#rules = rules;
     this.#consent = consent;
     this.#host = host;
+    this.#signatures = signatures;
+    this.#surroundings = surroundings;
     this.#version = version;
   }
 
   /** Serves a page through the port that the extension's script in it has opened. */
   connect(port) {
-    const page = this.#documentOf(port);
-    const limits = new Map();
-    port.onMessage.addListener(async (message) => {
-      if (message.type === "abort") limits.get(message.id)?.abort("ABORTED");
-      if (message.type !== "request") return;
-      const { id } = message;
-      try {
-        const limit = new Limit(checkedTimeout(message.timeout));
-        limits.set(id, limit);
-        const progress = (state) => post(port, { type: "progress", id, progress: state });
-        post(port, { type: "result", id, value: await this.#serve(page, message, limit, progress) });
-      } catch (error) {
-        post(port, { type: "error", id, error: plain(error) });
-      } finally {
-        limits.delete(id);
-      }
+    const document = this.#documents.connect(port);
+    port.onMessage.addListener((message) => {
+      if (message?.type === "abort") document.open.get(message.id)?.limit.abort("ABORTED");
+      if (message?.type === "request") void this.#answer(document, port, message);
     });
     port.onDisconnect.addListener(() => {
-      for (const limit of limits.values()) limit.abort("ABORTED");
-      this.#forget(page, port);
+      this.#documents.disconnect(document, port);
+      for (const request of document.open.values()) if (request.port === port) request.limit.abort("ABORTED");
+      if (document.ports.size === 0 && document.usesHost && ![...this.#documents].some((other) => other.usesHost)) {
+        this.#host.close();
+      }
     });
   }
 
-  // The origin is what the browser says of the sender, and a frame's is its own. Nothing that a page sends enters here.
-  #documentOf(port) {
-    const { documentId, frameId, origin, tab } = port.sender;
-    const key = documentId ?? `${tab?.id}/${frameId}/${origin}`;
-    if (!this.#documents.has(key)) {
-      const page = { key, origin, framed: frameId !== 0, incognito: tab?.incognito === true };
-      this.#documents.set(key, { ...page, ports: new Set(), denied: false, usesHost: false });
+  /** The origins whose requests are open, and those allowed until their page closes: {waiting, allowed}. */
+  origins() {
+    const of = (applies) => [...new Set([...this.#documents].filter(applies).map(({ origin }) => origin))];
+    return { waiting: of(({ open }) => open.size > 0), allowed: of(({ isAllowed }) => isAllowed) };
+  }
+
+  /** Takes back what the user has allowed to the origin, for good or until its page closes, and what came of it. */
+  async revoke(origin) {
+    for (const document of this.#documents) if (document.origin === origin) document.isAllowed = false;
+    await this.#permissions.revoke(origin);
+    await this.recheck();
+    // The PIN was typed for this site among others.
+    if (this.#host.run?.choices.has(origin)) this.#host.close();
+  }
+
+  /** Ends the requests whose permission does not hold any more. To be called when permissions have changed. */
+  async recheck() {
+    for (const document of this.#documents) {
+      for (const request of document.open.values()) {
+        if (request.grant && !(await this.#stillMay(document, request))) request.limit.abort("ORIGIN_DENIED");
+      }
     }
-    const page = this.#documents.get(key);
-    page.ports.add(port);
-    return page;
   }
 
-  #forget(page, port) {
-    page.ports.delete(port);
-    if (page.ports.size > 0) return;
-    this.#documents.delete(page.key);
-    if (page.usesHost && ![...this.#documents.values()].some((other) => other.usesHost)) this.#host.close();
+  async #answer(document, port, message) {
+    const { id } = message;
+    let request;
+    const progress = new Progress((state) => post(port, { type: "progress", id, progress: state }));
+    try {
+      request = this.#admit(document, port, message);
+      const value = await this.#serve(document, request, progress);
+      progress.end();
+      post(port, { type: "result", id, value });
+    } catch (error) {
+      progress.end();
+      post(port, { type: "error", id, error: plain(error) });
+    } finally {
+      if (request) document.open.delete(id);
+    }
   }
 
-  async #serve(page, { operation, values }, limit, progress) {
-    const request = checkRequest(operation, values ?? {});
-    if (operation === "status") return this.#status(page, request, limit, progress);
-    await this.#requirePermission(page, operation, request, limit, progress);
-    return this.#atHost(page, limit, progress, () => this.#perform(page, operation, request, limit.signal));
+  // The door: behind it a request is one of ours, and takes one of the limited places.
+  #admit(document, port, { id, operation, values, timeout, gestureAge }) {
+    if (!Number.isInteger(id) || document.open.has(id)) throw invalid("The request's id is not a number of its own.");
+    if (document.open.size >= MAX_OPEN_PER_DOCUMENT || this.#documents.openRequests >= MAX_OPEN) {
+      throw new QuillmarkError("TOO_MANY");
+    }
+    if (!(Number.isFinite(timeout) && timeout > 0 && timeout <= MAX_TIMEOUT_MS)) throw invalid("The time limit is not valid.");
+    const given = typeof values === "object" && values !== null ? values : {};
+    const request =
+      operation === "status"
+        ? { isStatus: true, checkHost: given.checkHost === true }
+        : { name: operation, operation: operationOf(operation), values: operationOf(operation).check(given) };
+    Object.assign(request, { port, gestureAge: gestureAge ?? null, limit: new Limit(timeout) });
+    document.open.set(id, request);
+    return request;
   }
 
-  async #status(page, { checkHost }, limit, progress) {
-    const permission = await this.#permissionOf(page);
-    if (checkHost) {
-      if (permission !== "allowed") throw new QuillmarkError("ORIGIN_DENIED");
-      await this.#atHost(page, limit, progress, () => this.#signOfLife(limit));
+  async #serve(document, request, progress) {
+    if (request.isStatus) return this.#status(document, request, progress);
+    request.grant = await this.#requirePermission(document, request, progress);
+    return this.#atHost(document, request, progress, () => this.#perform(document, request));
+  }
+
+  // What a page that nobody has allowed learns here tells it neither what others do nor when to ask.
+  async #status(document, request, progress) {
+    const permission = await this.#permissionOf(document);
+    const isAllowed = permission === "allowed";
+    if (request.checkHost) {
+      if (!isAllowed) throw new QuillmarkError("ORIGIN_DENIED");
+      request.grant = "standing";
+      await this.#atHost(document, request, progress, () => this.#signOfLife(request.limit));
     }
     return {
       extension: this.#version,
       permission,
-      host: this.#host.run ? "running" : "stopped",
-      waiting: this.#consentQueue.length + this.#hostQueue.length,
+      host: isAllowed ? (this.#host.run ? "running" : "stopped") : null,
+      waiting: isAllowed ? this.#consentQueue.length + this.#hostQueue.length : 0,
     };
   }
 
@@ -99,7 +134,7 @@ export class Service {
   async #signOfLife(limit) {
     const timer = setTimeout(() => limit.abort("TIMEOUT"), SIGN_OF_LIFE_MS);
     try {
-      await this.#host.request({ text: "quillmark" }, limit.signal);
+      await this.#host.request({ text: "quillmark" }, limit.signal, { isUse: false });
     } catch (error) {
       if (error.code !== "UNKNOWN_ACTION") throw error;
     } finally {
@@ -107,44 +142,92 @@ export class Service {
     }
   }
 
-  async #permissionOf(page) {
-    return page.denied ? "denied" : this.#permissions.decide(page.origin);
+  // ---- permission
+
+  async #permissionOf(document) {
+    if (document.isDenied) return "denied";
+    const decision = await this.#permissions.decide(document.origin);
+    return decision === "ask" && document.isAllowed ? "allowed" : decision;
   }
 
-  async #requirePermission(page, operation, request, limit, progress) {
-    if ((await this.#permissionOf(page)) === "allowed") return;
-    await this.#inTurn(this.#consentQueue, limit, progress, async () => {
-      // The answer to an earlier question may have settled this one.
-      const permission = await this.#permissionOf(page);
-      if (permission === "allowed") return;
-      if (permission === "denied") throw new QuillmarkError("ORIGIN_DENIED");
+  async #stillMay(document, { grant }) {
+    const permission = await this.#permissionOf(document);
+    return permission === "allowed" || (grant === "once" && permission === "ask");
+  }
 
-      progress({ state: "consent" });
-      const { origin, framed, incognito } = page;
-      const answer = await this.#consent.ask(
-        { origin, framed, incognito, operation, preview: previewOf(request) },
-        limit.signal,
-      );
+  // Resolves to the grant: "standing" where the site is allowed, "once" where the user has allowed this very request.
+  async #requirePermission(document, request, progress) {
+    const { limit } = request;
+    const settled = async () => {
+      const permission = await this.#permissionOf(document);
+      if (permission === "denied") throw new QuillmarkError("ORIGIN_DENIED");
+      return permission === "allowed";
+    };
+    if (await settled()) return "standing";
+    await this.#rules.require(document, request.gestureAge);
+    return this.#inTurn(this.#consentQueue, limit, () => progress.tell({ state: "waiting" }), async () => {
+      // The answer to an earlier question may have settled this one.
+      if (await settled()) return "standing";
+      await this.#rules.requireNow(document);
+      progress.tell({ state: "consent" });
+      request.wasAsked = true;
+      const answer = await this.#ask(document, request);
       if (answer === "deny") {
-        // Asking again at once would wear the user down; a reload of the page asks anew.
-        page.denied = true;
+        document.isDenied = true;
         throw new QuillmarkError("ORIGIN_DENIED");
       }
-      if (answer === "always") await this.#permissions.allow(origin);
+      return this.#allow(document, answer);
     });
   }
 
-  #atHost(page, limit, progress, work) {
-    page.usesHost = true;
-    return this.#inTurn(this.#hostQueue, limit, progress, () => {
-      progress({ state: "working" });
+  async #ask(document, request) {
+    let answer;
+    await this.#rules.begin();
+    try {
+      answer = await this.#consent.ask(await this.#questionOf(document, request), request.limit.signal);
+      return answer;
+    } finally {
+      await this.#rules.end(document, answer !== undefined && answer !== "deny");
+    }
+  }
+
+  async #allow(document, answer) {
+    document.engagedAt = Date.now();
+    // A private window leaves no trace.
+    if (!document.isPrivate) await this.#permissions.remember(document.origin);
+    if (answer === "once") return "once";
+    if (answer === "always" && !document.isPrivate) await this.#permissions.allow(document.origin);
+    else document.isAllowed = true;
+    return "standing";
+  }
+
+  async #questionOf({ origin, isFramed, isPrivate, tabId }, { name, operation, values }) {
+    return {
+      origin,
+      isFramed,
+      isPrivate,
+      surroundings: isFramed ? await this.#surroundings(tabId) : null,
+      firstAllowed: isPrivate ? null : ((await this.#permissions.firstAllowed(origin)) ?? null),
+      operation: name,
+      ...operation.shows(values),
+    };
+  }
+
+  // ---- the signing program
+
+  #atHost(document, request, progress, work) {
+    document.usesHost = true;
+    const onWaiting = (ahead) => progress.tell({ state: "waiting", ahead });
+    return this.#inTurn(this.#hostQueue, request.limit, onWaiting, async () => {
+      // The permission has to hold now, not only when the request came.
+      if (!(await this.#stillMay(document, request))) throw new QuillmarkError("ORIGIN_DENIED");
+      progress.tell({ state: "working" });
       return work();
     });
   }
 
   // Waits for the turn without, and works with, the user's clock running.
-  async #inTurn(queue, limit, progress, work) {
-    const onWaiting = (ahead) => progress({ state: "waiting", ahead });
+  async #inTurn(queue, limit, onWaiting, work) {
     const leave = await queue.enter({ signal: limit.signal, onWaiting });
     try {
       return await limit.during(work);
@@ -153,31 +236,60 @@ export class Service {
     }
   }
 
-  async #perform(page, operation, request, signal) {
-    if (operation === "signPdfHash" && !this.#host.run?.choices.has(page.origin)) {
-      // The program knows its certificates only after a choice, and this origin has not had the user choose one yet.
-      const chosen = await this.#ask(page, "selectCertificate", {}, signal);
-      if (chosen.CertThumbPrint !== request.certThumbPrint) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
-    }
-    return this.#ask(page, operation, request, signal);
-  }
-
-  async #ask(page, operation, request, signal) {
-    const result = pageResult(operation, await this.#host.request(hostRequest(operation, request), signal));
-    if (HAS_USER_CHOOSE.includes(operation)) this.#host.run?.choices.add(page.origin);
-    if (operation !== "selectCertificate" && this.#host.run) this.#host.run.loggedIn = true;
+  // A site that is allowed gets no question, but its user sees the text before the certificates.
+  async #perform(document, request) {
+    const question = await this.#questionOf(document, request);
+    if (request.wasAsked || question.text === undefined) return this.#sign(document, request);
+    const { limit } = request;
+    const onStop = () => limit.abort("USER_CANCELLED");
+    const result = await this.#consent.during(question, limit.signal, onStop, () => this.#sign(document, request));
+    limit.signal.throwIfAborted();
     return result;
   }
-}
 
-function checkedTimeout(timeout) {
-  if (timeout > 0 && timeout <= MAX_TIMEOUT_MS) return timeout;
-  throw new QuillmarkError("INVALID_ARGUMENT", { detail: "The time limit is not valid." });
-}
+  async #sign(document, request) {
+    const { operation, values, wasAsked } = request;
+    const hadToChoose = !operation.userChooses && !this.#host.run?.choices.has(document.origin);
+    if (hadToChoose) {
+      // The PIN was typed for another site: this one has not had the user choose a certificate yet.
+      const chosen = await this.#request(document, request, operationOf("selectCertificate"), {});
+      if (chosen.CertThumbPrint !== values.certThumbPrint) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
+    }
+    if (!operation.signs) return this.#request(document, request, operation, values);
+    const isSilent = !wasAsked && !operation.userChooses && !hadToChoose;
+    try {
+      const result = await this.#request(document, request, operation, values);
+      await this.#keep(document, request, { outcome: "signed", result, isSilent });
+      return result;
+    } catch (error) {
+      await this.#keep(document, request, { outcome: error.code ?? "HOST_EXITED", isSilent: false });
+      throw error;
+    }
+  }
 
-function previewOf({ text, authToken }) {
-  const whole = text ?? authToken;
-  return whole && { text: whole.slice(0, PREVIEW_CHARACTERS), characters: whole.length };
+  async #request(document, { limit }, operation, values) {
+    const result = operation.result(await this.#host.request(operation.toProgram(values), limit.signal));
+    document.engagedAt = Date.now();
+    const { run } = this.#host;
+    if (!run) return result;
+    if (operation.userChooses) run.choices.set(document.origin, result.CertThumbPrint ? result : (run.choices.get(document.origin) ?? null));
+    if (operation.signs) run.loggedIn = true;
+    return result;
+  }
+
+  // A journal that cannot be written keeps nobody from his signature.
+  async #keep({ origin, isPrivate }, { name, operation, values }, { outcome, result, isSilent }) {
+    try {
+      const { algorithm, digest } = await operation.signs(values);
+      const thumbprint = (result && (await operation.certificate?.(values, result))) ?? null;
+      const known = [...(this.#host.run?.choices.values() ?? [])].find((record) => record?.CertThumbPrint === thumbprint);
+      const subject = (thumbprint && known?.SelCertSubject) ?? null;
+      const entry = { origin, operation: name, algorithm, digest, certificate: thumbprint, subject, outcome };
+      await this.#signatures.add(entry, { isPrivate, isSilent });
+    } catch (error) {
+      console.error("The journal could not be written:", error);
+    }
+  }
 }
 
 // An error in the form in which it travels to the page. What is no QuillmarkError is the browser's, about the port.

@@ -6,10 +6,15 @@ import { readFile } from "node:fs/promises";
 import { setImmediate as turn } from "node:timers/promises";
 import vm from "node:vm";
 
+import { QuestionRules } from "../../extension/src/asking.js";
 import { Consent } from "../../extension/src/consent.js";
 import { Host } from "../../extension/src/host.js";
+import { Journal } from "../../extension/src/journal.js";
 import { Permissions } from "../../extension/src/permissions.js";
+import { PolicySource } from "../../extension/src/policy.js";
 import { Service } from "../../extension/src/service.js";
+import { Settings } from "../../extension/src/settings.js";
+import { Signatures } from "../../extension/src/signatures.js";
 
 globalThis.crypto ??= webcrypto;
 
@@ -49,20 +54,31 @@ export function portPair(name, sender) {
 }
 
 /** Lets everything that was posted arrive, and what follows from it. */
-export async function settle(turns = 30) {
+export async function settle(turns = 100) {
   for (let i = 0; i < turns; i++) await turn();
 }
 
-/** Stops the clock of setTimeout until the test `t` ends; `tick(milliseconds)` moves it on. */
+/** Stops the clock of setTimeout and Date until the test `t` ends; `tick(milliseconds)` moves it on. */
 export function stopClock(t) {
   const real = { setTimeout, clearTimeout };
+  const realNow = Date.now;
   const timers = new Map();
   let now = 0;
   let lastId = 0;
+  const start = Date.now();
+  Date.now = () => start + now;
   globalThis.setTimeout = (callback, delay) => (timers.set(++lastId, { callback, at: now + delay }), lastId);
   globalThis.clearTimeout = (id) => timers.delete(id) || real.clearTimeout(id);
-  t.after(() => Object.assign(globalThis, real));
+  t.after(() => {
+    Object.assign(globalThis, real);
+    Date.now = realNow;
+  });
   return {
+    /** The computer sleeps: time goes on, and no timer notices. */
+    sleep(milliseconds) {
+      now += milliseconds;
+      for (const timer of timers.values()) timer.at += milliseconds;
+    },
     tick(milliseconds) {
       now += milliseconds;
       for (const [id, { callback, at }] of timers) if (at <= now && timers.delete(id)) callback();
@@ -70,12 +86,16 @@ export function stopClock(t) {
   };
 }
 
-/** A storage area that holds `values`. */
-export function storage(values = {}) {
+/** A storage area that begins with `initial` and holds `values`. */
+export function storage(initial = {}) {
+  const values = structuredClone(initial);
+  const some = (names) => Object.fromEntries([names].flat().filter((name) => name in values).map((name) => [name, values[name]]));
   return {
     values,
-    get: async (name) => structuredClone(name === undefined ? values : { [name]: values[name] }),
+    onChanged: new Event(),
+    get: async (names) => structuredClone(names === undefined ? values : some(names)),
     set: async (changes) => void Object.assign(values, structuredClone(changes)),
+    remove: async (name) => void delete values[name],
   };
 }
 
@@ -87,6 +107,10 @@ export class FakeWindows {
 
   async getLastFocused() {
     return { left: 0, top: 0, width: 1000, height: 700 };
+  }
+
+  async get() {
+    return { state: "normal" };
   }
 
   async create({ url }) {
@@ -119,7 +143,9 @@ export class FakeProgram {
     this.starts++;
     this.running = true;
     this.#port = programEnd;
-    programEnd.onDisconnect.addListener(() => (this.running = false));
+    programEnd.onDisconnect.addListener(() => {
+      if (this.#port === programEnd) this.running = false;
+    });
     programEnd.onMessage.addListener(async (request) => {
       this.requests.push(request);
       const answer = await this.answer(request);
@@ -172,13 +198,28 @@ export class FakeBrowser {
   constructor({ program = new FakeProgram(willing), user = {}, managed = {}, answers = [] } = {}) {
     this.program = program;
     this.user = storage(user);
+    this.session = storage({ policySettled: true });
+    this.managed = storage(managed);
     this.answers = answers;
+    this.badge = 0;
+    this.tabs = { get: async () => ({ active: this.isInSight, windowId: 1 }) };
+    this.isInSight = true;
     this.consent = new Consent({ windows: this.windows, pageUrl: "extension:consent" });
-    this.host = new Host(program);
+    const policy = new PolicySource({ managed: this.managed, session: this.session });
+    const settings = new Settings({ user: this.user, policy });
+    this.pinLife = () => settings.pinLife();
+    this.host = new Host({ connectNative: program.connectNative, lastError: program.lastError, pinLife: this.pinLife });
+    this.journal = new Journal(this.user);
+    this.signatures = new Signatures({ journal: this.journal, session: this.session, showCount: (count) => (this.badge = count) });
+    this.permissions = new Permissions({ user: this.user, policy });
+    this.rules = new QuestionRules({ session: this.session, tabs: this.tabs, windows: this.windows });
     this.service = new Service({
-      permissions: new Permissions({ user: this.user, managed: storage(managed) }),
+      permissions: this.permissions,
+      rules: this.rules,
       consent: this.consent,
       host: this.host,
+      signatures: this.signatures,
+      surroundings: async () => "https://around.example",
       version: "9.9.9",
     });
     const create = this.windows.create.bind(this.windows);
@@ -193,19 +234,28 @@ export class FakeBrowser {
     const id = url.split("#")[1];
     const [page, background] = portPair("consent", {});
     this.consent.connect(background);
-    page.onMessage.addListener(({ type, question }) => {
-      if (type !== "question") return;
-      this.questions.push(question);
-      if (this.answers.length > 0) page.postMessage({ type: "answer", id, answer: this.answers.shift() });
+    let question;
+    let text = "";
+    page.onMessage.addListener((message) => {
+      if (message.type === "question") question = message.question;
+      if (message.type === "text") text += message.piece;
+      if (!question || text.length < question.characters) return;
+      this.questions.push({ ...question, ...(text && { text }) });
+      page.postMessage({ type: "shown", id });
+      if (question.kind === "question" && this.answers.length > 0) page.postMessage({ type: "answer", id, answer: this.answers.shift() });
     });
     page.postMessage({ type: "ready", id });
   }
 
-  /** A page (or frame) of this origin: gives the page library as loaded in it. */
-  async page(origin = "https://site.example", { frameId = 0, incognito = false, extension: present = true } = {}) {
+  /**
+   * A page (or frame) of this origin, in which the user has clicked: gives the page library as loaded in it, and `click()` for
+   * another click.
+   */
+  async page(origin = "https://site.example", { frameId = 0, incognito = false, extension: present = true, clicked = true } = {}) {
     const page = { ports: [], sender: { origin, frameId, documentId: `doc-${++this.#lastDocument}`, tab: { id: 1, incognito } } };
     const window = new FakeWindow(origin);
     if (present) await this.#runBridge(window, page);
+    if (clicked) window.press("click");
     const library = await loadLibrary(window);
     this.#pages.push({ window, page });
     const stopExtension = () => page.ports.forEach((port) => port.disconnect());
@@ -213,7 +263,7 @@ export class FakeBrowser {
       page.ports.forEach((port) => port.disconnect());
       await settle();
     };
-    return { ...library, window, close, stopExtension };
+    return { ...library, window, close, stopExtension, click: () => window.press("click") };
   }
 
   async #runBridge(window, page) {
@@ -225,7 +275,10 @@ export class FakeBrowser {
       this.service.connect(background);
       return pageEnd;
     };
-    const context = vm.createContext({ window, chrome: { runtime: { connect } }, setInterval, clearInterval, Set });
+    const runtime = { connect, onMessage: new Event() };
+    const context = vm.createContext({
+      window, chrome: { runtime }, setInterval: () => {}, clearInterval, performance, TextEncoder, location: { origin: window.origin },
+    });
     vm.runInContext(await readFile(new URL("src/bridge.js", extension), "utf8"), context);
   }
 
@@ -242,11 +295,23 @@ export class FakeBrowser {
 /** A window as far as the page library and the bridge use it. */
 class FakeWindow extends EventTarget {
   #ports = [];
+  #listeners = [];
 
   constructor(origin) {
     super();
     this.origin = origin;
     this.setTimeout = setTimeout;
+    this.top = this;
+  }
+
+  addEventListener(type, listener, options) {
+    this.#listeners.push({ type, listener });
+    super.addEventListener(type, listener, options);
+  }
+
+  /** What the user does in the window: no script can dispatch a trusted event. */
+  press(type, { key, isTrusted = true } = {}) {
+    for (const each of this.#listeners) if (each.type === type) each.listener({ type, key, isTrusted });
   }
 
   postMessage(data, target, ports = []) {

@@ -28,10 +28,10 @@ test("The registration has the program's name and the ids of both manifests", as
   assert.ok(registration.firefoxExtensions.includes(gecko.id));
 });
 
-test("Both manifests ask for the same, and for no more than they need", async () => {
+test("Both manifests ask for the same, and for no more than they need; only Chromium tells of a locked screen", async () => {
   const [chromium, firefox] = [await manifest("chromium"), await manifest("firefox")];
-  assert.deepEqual(chromium.permissions, ["nativeMessaging", "storage"]);
-  assert.deepEqual(chromium.permissions, firefox.permissions);
+  assert.deepEqual(firefox.permissions, ["nativeMessaging", "storage"]);
+  assert.deepEqual(chromium.permissions, [...firefox.permissions, "idle"]);
   assert.deepEqual(chromium.content_scripts, firefox.content_scripts);
   for (const each of [chromium, firefox]) {
     for (const name of ["host_permissions", "externally_connectable", "web_accessible_resources"]) assert.ok(!(name in each), name);
@@ -46,10 +46,11 @@ test("Every file that the manifests and pages name is in the folders that are ma
       const made = await manifest(browser);
       const named = [
         ...Object.values(made.icons), ...made.content_scripts[0].js, made.options_ui.page, "consent/consent.html",
+        made.action.default_popup,
         made.background.service_worker ?? made.background.scripts[0], ...(made.storage ? [made.storage.managed_schema] : []),
       ];
       for (const path of named) assert.ok(existsSync(join(folder, browser, path)), `${browser}/${path}`);
-      for (const page of ["consent/consent.html", "options/options.html"]) {
+      for (const page of ["consent/consent.html", "options/options.html", "popup/popup.html"]) {
         const html = readFileSync(join(folder, browser, page), "utf8");
         for (const [, path] of html.matchAll(/(?:src|href)="([^"]+)"/g)) {
           assert.ok(existsSync(join(folder, browser, page, "..", path)), `${page}: ${path}`);

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { afterEach, test } from "node:test";
 
-import { FakeBrowser, FakeProgram, portPair, RECORD, settle, stopClock, willing } from "./fakes.mjs";
+import { FakeBrowser, FakeProgram, portPair, RECORD, settle, willing } from "./fakes.mjs";
 
 const SITE = "https://site.example";
 const ALLOWED = { user: { allowedOrigins: [SITE] } };
@@ -152,108 +152,7 @@ test("A choice made for one site does not let another site sign without one", as
   assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
 });
 
-// ---- who may ask
-
-test("The first request of an unknown site asks the user, and shows the browser's origin and what is asked", async () => {
-  browser = new FakeBrowser({ answers: ["once"] });
-  const page = await browser.page();
-  await page.signGstReturn("₹ 1,000");
-  assert.deepEqual(browser.questions, [
-    { origin: SITE, framed: false, incognito: false, operation: "signGstReturn", preview: { text: "₹ 1,000", characters: 7 } },
-  ]);
-  assert.equal(browser.windows.open.size, 0, "the consent window is closed");
-});
-
-test("Once is for one request; always is remembered", async () => {
-  browser = new FakeBrowser({ answers: ["once", "always"] });
-  const page = await browser.page();
-  for (let i = 0; i < 4; i++) await page.signAuthToken("token");
-  assert.equal(browser.questions.length, 2);
-  assert.deepEqual(browser.user.values.allowedOrigins, [SITE]);
-});
-
-test("A denied page is not asked about again until it is loaded anew", async () => {
-  browser = new FakeBrowser({ answers: ["deny", "once"] });
-  const page = await browser.page();
-  for (let i = 0; i < 2; i++) await assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" });
-  assert.equal(browser.questions.length, 1);
-  assert.equal((await page.status()).permission, "denied");
-  await page.close();
-  await (await browser.page()).signAuthToken("token");
-  assert.equal(browser.questions.length, 2);
-  assert.equal(browser.program.starts, 1);
-});
-
-test("Closing the consent window denies", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
-  const request = assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" });
-  await settle();
-  await browser.windows.remove(1);
-  await request;
-});
-
-test("Consent questions come one after another, and one answer settles the site's other requests", async () => {
-  browser = new FakeBrowser({ answers: ["always", "once"] });
-  const [first, second] = [await browser.page(SITE), await browser.page("https://second.example")];
-  const progress = [];
-  await Promise.all([
-    first.signAuthToken("1"),
-    first.signAuthToken("2"),
-    second.signAuthToken("3", { onProgress: (state) => progress.push(state) }),
-  ]);
-  assert.deepEqual(browser.questions.map(({ origin }) => origin), [SITE, "https://second.example"]);
-  assert.deepEqual(progress[0], { state: "waiting", ahead: 2 });
-});
-
-test("A site without https is denied, except on this computer", async () => {
-  browser = new FakeBrowser({ answers: ["once", "once"] });
-  for (const origin of ["http://site.example", "null", "file://", "ftp://site.example", null]) {
-    const page = await browser.page(origin);
-    await assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" }, origin);
-  }
-  assert.equal(browser.questions.length, 0);
-  for (const origin of ["http://localhost:8080", "http://127.0.0.1"]) await (await browser.page(origin)).signAuthToken("token");
-});
-
-test("A frame counts by its own origin", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, answers: ["deny"] });
-  const frame = await browser.page("https://ads.example", { frameId: 7 });
-  await assert.rejects(frame.signAuthToken("token"), { code: "ORIGIN_DENIED" });
-  assert.equal(browser.questions[0].origin, "https://ads.example");
-  assert.equal(browser.questions[0].framed, true);
-});
-
-test("A message of another frame does not reach the extension as this page's", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => heard.push(data);
-  page.window.deliver({ another: "window" }, { quillmark: "connect" }, [port2]);
-  port1.postMessage({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
-  await settle();
-  port1.close();
-  assert.deepEqual(heard, []);
-  assert.equal(browser.program.starts, 0);
-});
-
-test("What a page says of its origin, nonce or action counts for nothing", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, answers: ["deny"] });
-  const page = await browser.page("https://evil.example");
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => heard.push(data);
-  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
-  port1.postMessage({
-    type: "request", id: 1, operation: "selectCertificate", timeout: 1000, origin: SITE, sender: { origin: SITE },
-    values: { action: "SignAuthToken", nonce: "mine", origin: SITE },
-  });
-  await settle(60);
-  port1.close();
-  assert.equal(browser.questions[0].origin, "https://evil.example");
-  assert.equal(heard.at(-1).error.code, "ORIGIN_DENIED");
-});
+// ---- what a page may send
 
 test("A page that goes around the library meets the same checks in the extension", async () => {
   browser = new FakeBrowser(ALLOWED);
@@ -268,18 +167,83 @@ test("A page that goes around the library meets the same checks in the extension
   send(4, "signGstReturn", { text: "a".repeat(1024 * 1024) });
   send(5, "signGstReturn", undefined);
   send(6, "signGstReturn", { text: "a" }, Infinity);
-  await settle(60);
+  send(7, ["signPdfHash"], { hash: DIGEST, certThumbPrint: RECORD.CertThumbPrint });
+  send(8, "signPdfHash", { hash: [DIGEST], certThumbPrint: RECORD.CertThumbPrint });
+  send(9, "signAuthToken", { authToken: "a", hashAlgorithm: ["SHA-256"] });
+  send(10, "signAuthToken", { authToken: "a" }, "1000");
+  send("11", "signAuthToken", { authToken: "a" });
+  await settle();
   assert.deepEqual(heard, [
     [1, "UNKNOWN_ACTION"], [2, "UNSUPPORTED_HASH"], [3, "DIGEST_UNSUITABLE"], [4, "TOO_LARGE"],
     [5, "INVALID_ARGUMENT"], [6, "INVALID_ARGUMENT"],
+    [7, "UNKNOWN_ACTION"], [8, "INVALID_ARGUMENT"], [9, "UNSUPPORTED_HASH"], [10, "INVALID_ARGUMENT"], ["11", "INVALID_ARGUMENT"],
   ]);
   assert.equal(browser.program.starts, 0);
 });
 
-test("A long text is shown in part, with its true length", async () => {
-  browser = new FakeBrowser({ answers: ["deny"] });
-  await assert.rejects((await browser.page()).signGstReturn("x".repeat(5000)), { code: "ORIGIN_DENIED" });
-  assert.deepEqual(browser.questions[0].preview, { text: "x".repeat(4000), characters: 5000 });
+test("A document has twenty requests open at most, and one page's flood keeps no other page waiting", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const [flooding, other] = [await browser.page(), await browser.page("https://other.example")];
+  const codes = Array.from({ length: 6000 }, () => flooding.signPdfHash(DIGEST, RECORD.CertThumbPrint).catch(({ code }) => code));
+  assert.equal((await other.status()).permission, "ask");
+  const refused = (await Promise.all(codes.slice(20))).filter((code) => code === "TOO_MANY");
+  assert.equal(refused.length, 5980);
+  await flooding.close();
+});
+
+test("Requests that one document has open hold 64 MiB together at most", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  const large = "a".repeat(40 * 1024 * 1024);
+  page.signAuthToken(large).catch(() => {});
+  await assert.rejects(page.signAuthToken(large), { code: "TOO_MANY" });
+  await assert.rejects(page.signAuthToken(large + large), { code: "TOO_LARGE" });
+  await page.close();
+});
+
+test("An id that is open already is refused, and the first request with it ends with its page", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  const { port1, port2 } = new MessageChannel();
+  const heard = [];
+  port1.onmessage = ({ data }) => data.error && heard.push([data.id, data.error.code]);
+  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
+  for (let i = 0; i < 2; i++) {
+    port1.postMessage({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
+  }
+  await settle();
+  assert.deepEqual(heard, [[1, "INVALID_ARGUMENT"]]);
+  assert.equal(browser.program.running, true);
+  await page.close();
+  port1.close();
+  assert.equal(browser.program.running, false);
+  assert.deepEqual(browser.service.origins().waiting, []);
+});
+
+test("Of what a page posts, only texts, numbers and truth values leave it", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  const odd = { hash: new Map([[1, 2]]), certThumbPrint: new ArrayBuffer(8), hashAlgorithm: 10n };
+  const { port1, port2 } = new MessageChannel();
+  const heard = [];
+  port1.onmessage = ({ data }) => data.error && heard.push(data.error.code);
+  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
+  port1.postMessage({ type: "request", id: 1, operation: { toString: 1 }, values: odd, timeout: 1000 });
+  port1.postMessage({ type: "request", id: 2, operation: "signPdfHash", values: odd, timeout: 1000 });
+  await settle();
+  port1.close();
+  assert.deepEqual(heard, ["UNKNOWN_ACTION", "INVALID_ARGUMENT"]);
+});
+
+test("A page that is kept for the way back is gone as far as its requests are concerned", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
+  const page = await browser.page();
+  const request = assert.rejects(page.signAuthToken("1"), { code: "ABORTED" });
+  await settle();
+  page.window.press("pagehide");
+  await request;
+  await settle();
+  assert.equal(browser.program.running, false);
 });
 
 // ---- the queue
@@ -299,176 +263,19 @@ test("Requests of several pages are served one at a time, and each is told how m
     onProgress: ({ state, ahead }) => i === 2 && waited.push(ahead ?? state),
   })));
   assert.deepEqual(results, pages.map((_, i) => btoa(`token ${i}`)));
-  assert.deepEqual(waited, [2, 1, "working"]);
-});
-
-// ---- withdrawal, time, and the program's life
-
-test("An abort ends the program and its window, and the next request waits until they are gone", async (t) => {
-  let silent = true;
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
-  const page = await browser.page();
-  const clock = stopClock(t);
-  const controller = new AbortController();
-  const reason = new Error("the user left the form");
-  const request = page.signAuthToken("token", { signal: controller.signal });
-  const aborted = assert.rejects(request, { code: "ABORTED", cause: reason });
-  await settle();
-  controller.abort(reason);
-  await aborted;
-  await settle();
-  assert.equal(browser.program.running, false);
-
-  silent = false;
-  const next = page.signAuthToken("token");
-  await settle();
-  assert.equal(browser.program.starts, 1);
-  clock.tick(3_500);
-  await next;
-  assert.equal(browser.program.starts, 2);
-});
-
-test("The time limit ends also a request that waits until the program before it is gone", async (t) => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
-  const clock = stopClock(t);
-  const controller = new AbortController();
-  const aborted = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
-  controller.abort();
-  await aborted;
-  let code;
-  page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
-  await settle();
-  clock.tick(1_000);
-  await settle();
-  assert.equal(code, "TIMEOUT");
-  assert.equal(browser.program.starts, 1);
-});
-
-test("A signal that is aborted already sends nothing", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
-  await assert.rejects(page.signAuthToken("token", { signal: AbortSignal.abort() }), { code: "ABORTED" });
-  await settle();
-  assert.equal(browser.program.starts, 0);
-});
-
-test("An abort while waiting leaves the request that is being served alone", async () => {
-  let finish;
-  const program = new FakeProgram(() => new Promise((resolve) => (finish = () => resolve({ text: "QUJD" }))));
-  browser = new FakeBrowser({ ...ALLOWED, program });
-  const page = await browser.page();
-  const first = page.signAuthToken("first");
-  const controller = new AbortController();
-  const second = assert.rejects(page.signAuthToken("second", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
-  controller.abort();
-  await second;
-  finish();
-  assert.equal(await first, "QUJD");
-  assert.equal(browser.program.starts, 1);
-});
-
-test("An abort closes the consent window", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
-  const controller = new AbortController();
-  const request = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
-  assert.equal(browser.windows.open.size, 1);
-  controller.abort();
-  await request;
-  await settle();
-  assert.equal(browser.windows.open.size, 0);
-});
-
-test("The time limit ends the program with TIMEOUT", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
-  await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
-  assert.equal(browser.program.running, false);
-});
-
-test("The time limit closes the consent window with TIMEOUT", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
-  await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
-  await settle();
-  assert.equal(browser.windows.open.size, 0);
-});
-
-test("The time limit does not run while other requests come first", async () => {
-  const slow = async () => {
-    await new Promise((resolve) => setTimeout(resolve, 150));
-    return { text: "QUJD" };
-  };
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(slow) });
-  const page = await browser.page();
-  const first = page.signAuthToken("first", { timeout: 5_000 });
-  const second = page.signAuthToken("second", { timeout: 250 });
-  assert.deepEqual(await Promise.all([first, second]), ["QUJD", "QUJD"]);
-});
-
-test("A page that is closed in the middle withdraws its request", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
-  const request = page.signAuthToken("token");
-  request.catch(() => {});
-  await settle();
-  await page.close();
-  assert.equal(browser.program.running, false);
-});
-
-test("The program ends with the last page that has used it", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const [one, two, idle] = [await browser.page(), await browser.page(), await browser.page()];
-  await one.signAuthToken("token");
-  await two.signAuthToken("token");
-  await idle.status();
-  await one.close();
-  assert.equal(browser.program.running, true);
-  await two.close();
-  assert.equal(browser.program.running, false);
-});
-
-test("The program ends after ten minutes of quiet, and every request begins them anew", async (t) => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
-  await page.status();
-  const clock = stopClock(t);
-  await page.signAuthToken("token");
-  clock.tick(599_000);
-  await page.signAuthToken("token");
-  clock.tick(599_000);
-  await settle();
-  assert.equal(browser.program.running, true);
-  clock.tick(1_000);
-  await settle();
-  assert.equal(browser.program.running, false);
-});
-
-test("An extension that is stopped in the middle rejects what is open, and serves again when it is back", async () => {
-  let silent = true;
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
-  const page = await browser.page();
-  const request = assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
-  await settle();
-  page.stopExtension();
-  await request;
-  silent = false;
-  browser.host.close();
-  await page.status();
-});
-
-test("An extension that was replaced under an open page is EXTENSION_MISSING", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
-  browser.extensionIsGone = true;
-  await assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
+  assert.equal(waited[0], 2);
 });
 
 // ---- status
+
+test("status tells a page that is not allowed neither what others do nor whether the program runs", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  (await browser.page()).selectCertificate().catch(() => {});
+  await settle();
+  const status = await (await browser.page("https://new.example")).status();
+  assert.deepEqual(status, { extension: "9.9.9", permission: "ask", host: null, waiting: 0 });
+  assert.equal((await (await browser.page()).status()).waiting, 1);
+});
 
 test("status tells the permission without asking, and without starting the program", async () => {
   browser = new FakeBrowser({ ...ALLOWED, managed: { deniedOrigins: ["https://bad.example"] } });

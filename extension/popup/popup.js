@@ -1,0 +1,51 @@
+// The toolbar's popup: whether the program runs, who waits, and what was signed lately.
+
+import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
+
+const api = globalThis.browser ?? globalThis.chrome;
+
+element("forget").addEventListener("click", () => endProgram("The signing program was ended. It has forgotten your PIN."));
+element("reread").addEventListener("click", () =>
+  endProgram("The signing program was ended. The next request starts it anew, and it reads the tokens that are there then."),
+);
+element("settings").addEventListener("click", async () => {
+  await api.runtime.openOptionsPage();
+  window.close();
+});
+
+await showState();
+await showSignatures();
+
+async function endProgram(words) {
+  await tellBackground("stopHost");
+  element("announcement").textContent = words;
+  element("announcement").hidden = false;
+  await showState();
+}
+
+async function showState() {
+  const { hostRuns, sites } = await tellBackground("state");
+  element("runs").hidden = !hostRuns;
+  element("rests").hidden = hostRuns;
+  element("forget").disabled = element("reread").disabled = !hostRuns;
+  list("waiting", sites.waiting.map((origin) => row(origin)));
+  list("allowed", sites.allowed.map((origin) => row(origin, "", takeBackButton(origin))));
+}
+
+function list(id, rows) {
+  element(id).replaceChildren(...rows);
+  element(`${id}-section`).hidden = rows.length === 0;
+}
+
+function takeBackButton(origin) {
+  return rowButton("Take back", `Take back the permission of ${origin}`, async () => {
+    await tellBackground("revoke", { origin });
+    await showState();
+  });
+}
+
+async function showSignatures() {
+  const recent = await tellBackground("recentSignatures");
+  element("signatures").replaceChildren(...recent.map((each) => row(describe(each).title, describe(each).words)));
+  element("no-signatures").hidden = recent.length > 0;
+}

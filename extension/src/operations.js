@@ -1,0 +1,213 @@
+/**
+ * The one table of what the extension does for pages. For each operation:
+ *
+ * - `check(values)` returns the request in the one form in which it travels inward, or throws a QuillmarkError. Whatever a
+ *   page sends is validated here, once; behind it the request is one of ours.
+ * - `toProgram(request)` is the message to the signing program, and `result(text)` what the page gets for the text of its
+ *   answer; it throws BAD_REPLY when the text is not what was asked for.
+ * - `asks` and `consequence` are the words of the question to the user, `shows(request)` what the question shows: a `text`
+ *   in full, or `facts`, each a name and a value.
+ * - `userChooses`: the program has the user choose a certificate for each such request.
+ * - `signs(request)`: what is signed, as {algorithm, digest in hexadecimal}. Absent where nothing is signed.
+ * - `certificate(request, result)`: the SHA-1 thumbprint of the certificate that has signed, where it can be known.
+ */
+
+import { MAX_GST_TEXT_BYTES, QuillmarkError } from "../quillmark.js";
+import { certificateIn } from "./cms.js";
+
+const DIGEST_BYTES = new Map([
+  ["SHA-256", 32],
+  ["SHA-384", 48],
+  ["SHA-512", 64],
+]);
+
+const CHOOSE_NEXT = "You choose the certificate and type your PIN next.";
+
+const OPERATIONS = new Map(
+  Object.entries({
+    selectCertificate: {
+      check: () => ({}),
+      toProgram: () => ({ action: "GetSelCertFromToken" }),
+      result: certificate,
+      asks: "It asks you to choose a certificate",
+      consequence:
+        "The site then reads the certificate: your name, your e-mail address if it is in it, and your public key.",
+      shows: () => ({}),
+      userChooses: true,
+    },
+
+    signGstReturn: {
+      check: ({ text, hashAlgorithm }) => {
+        checkText("text", text);
+        const bytes = utf8(text).length;
+        if (bytes > MAX_GST_TEXT_BYTES) {
+          throw new QuillmarkError("TOO_LARGE", { detail: `The text holds at most ${MAX_GST_TEXT_BYTES} UTF-8 bytes.` });
+        }
+        return { text, hashAlgorithm: hashName(hashAlgorithm) };
+      },
+      toProgram: (request) => ({ action: "GSTReturnSign", hash: request.text, ...algorithmOf(request) }),
+      result: signature,
+      asks: "It asks you to sign this text, for a GST return",
+      consequence: CHOOSE_NEXT,
+      shows: ({ text }) => ({ text }),
+      userChooses: true,
+      signs: ({ text }) => sha256(text),
+      certificate: async (request, result) => {
+        const certificate = certificateIn(bytesOf(result));
+        return certificate && (await digestOf("SHA-1", certificate)).toUpperCase();
+      },
+    },
+
+    signItReturn: {
+      check: ({ hash, pan, hashAlgorithm }) => {
+        checkText("hash", hash);
+        checkText("pan", pan);
+        return { hash, pan, hashAlgorithm: hashName(hashAlgorithm) };
+      },
+      toProgram: (request) => ({
+        action: "ITReturnSign",
+        hash: request.hash,
+        PAN: request.pan,
+        ...algorithmOf(request),
+      }),
+      result: signature,
+      asks: "It asks you to sign the digest of an income-tax return",
+      consequence:
+        "You are shown your certificates next, but the one you choose has no effect here: the signing program uses the key " +
+        "whose name on the token is the text of the digest.",
+      shows: ({ hash, pan }) => ({
+        facts: [
+          ["PAN", pan],
+          ["Digest, as the site gave it", hash],
+        ],
+      }),
+      userChooses: true,
+      signs: ({ hash }) => sha256(hash),
+    },
+
+    signPdfHash: {
+      check: ({ hash, certThumbPrint, hashAlgorithm }) => {
+        const name = hashName(hashAlgorithm);
+        const digest = fromBase64("hash", hash);
+        if (digest.length !== DIGEST_BYTES.get(name)) {
+          throw invalid(`hash has ${digest.length} bytes, a ${name} digest has ${DIGEST_BYTES.get(name)}.`);
+        }
+        // The signing program hands what it signs to the token only up to the first zero byte.
+        if (digest.includes(0)) throw new QuillmarkError("DIGEST_UNSUITABLE");
+        checkText("certThumbPrint", certThumbPrint);
+        const thumbprint = certThumbPrint.toUpperCase();
+        if (!/^[0-9A-F]{40}$/.test(thumbprint)) throw invalid("certThumbPrint is not 40 hexadecimal digits.");
+        return { hash: toBase64(digest), certThumbPrint: thumbprint, hashAlgorithm: name };
+      },
+      toProgram: (request) => ({
+        action: "PdfSignFromToken",
+        hash: request.hash,
+        certThumbPrint: request.certThumbPrint,
+        ...algorithmOf(request),
+      }),
+      result: signature,
+      asks: "It asks you to sign a PDF document",
+      consequence:
+        "Only the document's digest is signed, so the document cannot be shown here. Read it on the site first.",
+      shows: ({ hash, hashAlgorithm, certThumbPrint }) => ({
+        facts: [
+          [`Digest (${hashAlgorithm})`, hex(bytesOf(hash))],
+          ["Certificate (SHA-1 thumbprint)", certThumbPrint],
+        ],
+      }),
+      userChooses: false,
+      signs: ({ hash, hashAlgorithm }) => ({ algorithm: hashAlgorithm, digest: hex(bytesOf(hash)) }),
+      certificate: ({ certThumbPrint }) => certThumbPrint,
+    },
+
+    signAuthToken: {
+      check: ({ authToken, hashAlgorithm }) => {
+        checkText("token", authToken);
+        return { authToken, hashAlgorithm: hashName(hashAlgorithm) };
+      },
+      toProgram: (request) => ({ action: "SignAuthToken", authToken: request.authToken, ...algorithmOf(request) }),
+      result: signature,
+      asks: "It asks you to sign this text, to prove who you are",
+      consequence: CHOOSE_NEXT,
+      shows: ({ authToken }) => ({ text: authToken }),
+      userChooses: true,
+      signs: ({ authToken }) => sha256(authToken),
+    },
+  }),
+);
+
+/** The table's row of this name. Throws UNKNOWN_ACTION for anything else, of whatever type. */
+export function operationOf(name) {
+  const operation = OPERATIONS.get(name);
+  if (!operation) throw new QuillmarkError("UNKNOWN_ACTION", { detail: `There is no operation ${shortly(name)}.` });
+  return operation;
+}
+
+async function digestOf(algorithm, bytes) {
+  return hex(new Uint8Array(await crypto.subtle.digest(algorithm, bytes)));
+}
+
+/** The SHA-256 of a text's UTF-8 form, in hexadecimal. */
+export const sha256Hex = (text) => digestOf("SHA-256", utf8(text));
+
+const sha256 = async (text) => ({ algorithm: "SHA-256", digest: await sha256Hex(text) });
+
+const hex = (bytes) => Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join("");
+
+// The program knows the algorithms by their names without the dash.
+const algorithmOf = ({ hashAlgorithm }) => ({ hashAlgorithm: hashAlgorithm.replace("-", "") });
+
+// ---- what travels inward
+
+const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
+
+const shortly = (value) => String(JSON.stringify(value)).slice(0, 80);
+
+const utf8 = (text) => new TextEncoder().encode(text);
+
+function checkText(name, value) {
+  if (typeof value !== "string" || value === "") throw invalid(`${name} has to be a text that is not empty.`);
+  // The signing program reads a text up to its first zero character, and would sign less than the page asked for.
+  if (value.includes("\0")) throw invalid(`${name} holds the character U+0000.`);
+  // Half of a surrogate pair has no UTF-8 form, so nobody could verify a signature over it.
+  if (/[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/.test(value)) {
+    throw invalid(`${name} is not well-formed Unicode.`);
+  }
+}
+
+// The signing program takes an unknown name for SHA-256 in some requests, so no other spelling may reach it.
+function hashName(name = "SHA-256") {
+  const wanted = typeof name === "string" && name.toUpperCase().replaceAll("-", "");
+  for (const known of DIGEST_BYTES.keys()) if (known.replace("-", "") === wanted) return known;
+  throw new QuillmarkError("UNSUPPORTED_HASH", { detail: `There is no hash algorithm ${shortly(name)} here.` });
+}
+
+function fromBase64(name, text) {
+  checkText(name, text);
+  try {
+    return bytesOf(text);
+  } catch (cause) {
+    throw new QuillmarkError("INVALID_ARGUMENT", { detail: `${name} is not Base64.`, cause });
+  }
+}
+
+const bytesOf = (base64) => Uint8Array.from(atob(base64), (character) => character.charCodeAt(0));
+
+const toBase64 = (bytes) => btoa(String.fromCharCode(...bytes));
+
+// ---- what travels outward
+
+function certificate(text) {
+  try {
+    const record = JSON.parse(text);
+    if (/^[0-9A-F]{40}$/.test(record.CertThumbPrint) && typeof record.Cert === "string") return record;
+  } catch {
+    // Answered below, like a record without what every page needs.
+  }
+  throw new QuillmarkError("BAD_REPLY", { detail: "The signing program's answer is no certificate record." });
+}
+
+function signature(text) {
+  if (/^[A-Za-z0-9+/]+={0,2}$/.test(text)) return text;
+  throw new QuillmarkError("BAD_REPLY", { detail: "The signing program's answer is no Base64 text." });
+}

@@ -1,0 +1,57 @@
+/** What the extension's own pages have in common. */
+
+const api = globalThis.browser ?? globalThis.chrome;
+
+export const element = (id) => document.getElementById(id);
+
+/** Asks the background; rejects with its reason. */
+export async function tellBackground(type, values = {}) {
+  const answer = await api.runtime.sendMessage({ type, ...values });
+  if (answer?.error) throw new Error(answer.error);
+  return answer;
+}
+
+/** A row of a list: an origin or a name, what is said of it, and perhaps a button. */
+export function row(name, words = "", button) {
+  const item = document.createElement("li");
+  const text = document.createElement("div");
+  const title = document.createElement("span");
+  title.className = "origin";
+  title.textContent = name;
+  text.append(title);
+  if (words) {
+    const more = document.createElement("div");
+    more.className = "quiet";
+    more.textContent = words;
+    text.append(more);
+  }
+  item.append(text, ...(button ? [button] : []));
+  return item;
+}
+
+/** A button with a word on it, and a longer name for those who do not see the row. */
+export function rowButton(word, name, onClick) {
+  const button = document.createElement("button");
+  button.type = "button";
+  button.textContent = word;
+  button.setAttribute("aria-label", name);
+  button.addEventListener("click", onClick);
+  return button;
+}
+
+const OPERATIONS = {
+  signGstReturn: "GST return",
+  signItReturn: "Income-tax return",
+  signPdfHash: "PDF document",
+  signAuthToken: "Authentication token",
+};
+
+/** A signature of the journal in words: {title, words}. */
+export function describe({ time, origin, operation, algorithm, digest, subject, certificate, outcome }) {
+  const who = subject ?? (certificate ? `certificate ${certificate}` : "a certificate chosen in the program's window");
+  const became = outcome === "signed" ? `signed with ${who}` : `not signed: ${outcome}`;
+  return {
+    title: origin ?? "A site in a private window",
+    words: `${new Date(time).toLocaleString()} – ${OPERATIONS[operation] ?? operation}, ${became}. ${algorithm} ${digest}`,
+  };
+}

@@ -1,0 +1,237 @@
+// How requests end before their time, and how long the signing program runs.
+
+import assert from "node:assert/strict";
+import { afterEach, test } from "node:test";
+
+import { FakeBrowser, FakeProgram, settle, stopClock, willing } from "./fakes.mjs";
+
+const SITE = "https://site.example";
+const ALLOWED = { user: { allowedOrigins: [SITE] } };
+const DIGEST = Buffer.alloc(32, 7).toString("base64");
+
+let browser;
+afterEach(() => browser.close());
+
+test("An abort ends the program and its window, and the next request waits until they are gone", async (t) => {
+  let silent = true;
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
+  const page = await browser.page();
+  const clock = stopClock(t);
+  const controller = new AbortController();
+  const reason = new Error("the user left the form");
+  const request = page.signAuthToken("token", { signal: controller.signal });
+  const aborted = assert.rejects(request, { code: "ABORTED", cause: reason });
+  await settle();
+  controller.abort(reason);
+  await aborted;
+  await settle();
+  assert.equal(browser.program.running, false);
+
+  silent = false;
+  const next = page.signAuthToken("token");
+  await settle();
+  assert.equal(browser.program.starts, 1);
+  clock.tick(3_500);
+  await next;
+  assert.equal(browser.program.starts, 2);
+});
+
+test("The time limit ends also a request that waits until the program before it is gone", async (t) => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  const clock = stopClock(t);
+  const controller = new AbortController();
+  const aborted = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  controller.abort();
+  await aborted;
+  let code;
+  page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
+  await settle();
+  clock.tick(1_000);
+  await settle();
+  assert.equal(code, "TIMEOUT");
+  assert.equal(browser.program.starts, 1);
+});
+
+test("A signal that is aborted already sends nothing", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  await assert.rejects(page.signAuthToken("token", { signal: AbortSignal.abort() }), { code: "ABORTED" });
+  await settle();
+  assert.equal(browser.program.starts, 0);
+});
+
+test("An abort while waiting leaves the request that is being served alone", async () => {
+  let finish;
+  const program = new FakeProgram(() => new Promise((resolve) => (finish = () => resolve({ text: "QUJD" }))));
+  browser = new FakeBrowser({ ...ALLOWED, program });
+  const page = await browser.page();
+  const first = page.signAuthToken("first");
+  const controller = new AbortController();
+  const second = assert.rejects(page.signAuthToken("second", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  controller.abort();
+  await second;
+  finish();
+  assert.equal(await first, "QUJD");
+  assert.equal(browser.program.starts, 1);
+});
+
+test("An abort closes the consent window", async () => {
+  browser = new FakeBrowser();
+  const page = await browser.page();
+  const controller = new AbortController();
+  const request = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  assert.equal(browser.windows.open.size, 1);
+  controller.abort();
+  await request;
+  await settle();
+  assert.equal(browser.windows.open.size, 0);
+});
+
+test("The time limit ends the program with TIMEOUT", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
+  assert.equal(browser.program.running, false);
+});
+
+test("The time limit closes the consent window with TIMEOUT", async () => {
+  browser = new FakeBrowser();
+  const page = await browser.page();
+  await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
+  await settle();
+  assert.equal(browser.windows.open.size, 0);
+});
+
+test("The time limit does not run while other requests come first", async () => {
+  const slow = async () => {
+    await new Promise((resolve) => setTimeout(resolve, 150));
+    return { text: "QUJD" };
+  };
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(slow) });
+  const page = await browser.page();
+  const first = page.signAuthToken("first", { timeout: 5_000 });
+  const second = page.signAuthToken("second", { timeout: 250 });
+  assert.deepEqual(await Promise.all([first, second]), ["QUJD", "QUJD"]);
+});
+
+test("A page that is closed in the middle withdraws its request", async () => {
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const page = await browser.page();
+  const request = page.signAuthToken("token");
+  request.catch(() => {});
+  await settle();
+  await page.close();
+  assert.equal(browser.program.running, false);
+});
+
+test("The program ends with the last page that has used it", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  const [one, two, idle] = [await browser.page(), await browser.page(), await browser.page()];
+  await one.signAuthToken("token");
+  await two.signAuthToken("token");
+  await idle.status();
+  await one.close();
+  assert.equal(browser.program.running, true);
+  await two.close();
+  assert.equal(browser.program.running, false);
+});
+
+test("The program ends after ten minutes of quiet, and every request begins them anew", async (t) => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  await page.status();
+  const clock = stopClock(t);
+  await page.signAuthToken("token");
+  clock.tick(599_000);
+  await page.signAuthToken("token");
+  clock.tick(599_000);
+  await settle();
+  assert.equal(browser.program.running, true);
+  clock.tick(1_000);
+  await settle();
+  assert.equal(browser.program.running, false);
+});
+
+test("An extension that is stopped in the middle rejects what is open, and serves again when it is back", async () => {
+  let silent = true;
+  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
+  const page = await browser.page();
+  const request = assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
+  await settle();
+  page.stopExtension();
+  await request;
+  silent = false;
+  browser.host.close();
+  await page.status();
+});
+
+test("An extension that was replaced under an open page is EXTENSION_MISSING", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  browser.extensionIsGone = true;
+  await assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
+});
+
+test("Signs of life lengthen the life of the PIN by nothing", async (t) => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  const clock = stopClock(t);
+  await page.signAuthToken("token");
+  for (let minute = 0; minute < 9; minute++) {
+    clock.tick(60_000);
+    await page.status({ checkHost: true });
+  }
+  clock.tick(60_000);
+  await settle();
+  assert.equal(browser.program.running, false);
+});
+
+test("The PIN is forgotten after four hours, however busy, but not in the middle of a signature", async (t) => {
+  let finish;
+  const program = new FakeProgram((request) =>
+    request.authToken === "last" ? new Promise((resolve) => (finish = () => resolve({ text: "QUJD" }))) : willing(request));
+  browser = new FakeBrowser({ ...ALLOWED, program });
+  const page = await browser.page();
+  const clock = stopClock(t);
+  await page.signAuthToken("first");
+  for (let minute = 0; minute < 239; minute++) {
+    clock.tick(60_000);
+    if (minute % 9 === 0) await page.signAuthToken("again");
+  }
+  assert.equal(browser.program.starts, 1);
+  const last = page.signAuthToken("last", { timeout: 600_000 });
+  await settle();
+  clock.tick(60_000);
+  await settle();
+  assert.equal(browser.program.running, true);
+  finish();
+  assert.equal(await last, "QUJD");
+  await settle();
+  assert.equal(browser.program.running, false);
+});
+
+test("A computer that has slept through the PIN's time finds no PIN when it wakes", async (t) => {
+  browser = new FakeBrowser(ALLOWED);
+  const page = await browser.page();
+  const clock = stopClock(t);
+  await page.signAuthToken("token");
+  clock.sleep(3_600_000);
+  await page.signAuthToken("token");
+  assert.equal(browser.program.starts, 2);
+});
+
+test("The PIN's times are settings, the administrator's before the user's; what is none counts as the standard", async () => {
+  const life = async (user, managed) => {
+    browser = new FakeBrowser({ user, managed });
+    const { quietMinutes, longestMinutes } = await browser.pinLife();
+    return [quietMinutes, longestMinutes];
+  };
+  assert.deepEqual(await life({}, {}), [10, 240]);
+  assert.deepEqual(await life({ quietMinutes: 5, longestMinutes: 30 }, {}), [5, 30]);
+  assert.deepEqual(await life({ quietMinutes: 5, longestMinutes: 30 }, { quietMinutes: 2 }), [2, 30]);
+  assert.deepEqual(await life({ quietMinutes: 0, longestMinutes: "30" }, { quietMinutes: 900 }), [1, 240]);
+});

@@ -1,0 +1,65 @@
+// How a text is shown to the one who signs it: nothing hides in it, and JSON is laid out.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { piecesOf } from "../../extension/consent/characters.js";
+import { layOut } from "../../extension/consent/json-layout.js";
+
+const marks = (text) => piecesOf(text).filter(({ mark }) => mark).map(({ mark }) => mark);
+
+test("Characters that hide, reorder or look like nothing are marked by their numbers", () => {
+  const odd = {
+    "U+0000": "\0", "U+0007": "\x07", "U+000D": "\r", "U+007F": "\x7f", "U+00A0": "\xa0", "U+00AD": "\xad", "U+034F": "\u034f",
+    "U+061C": "\u061c", "U+115F": "\u115f", "U+180E": "\u180e", "U+200B": "\u200b", "U+200D": "\u200d", "U+2003": "\u2003",
+    "U+2028": "\u2028", "U+202E": "\u202e", "U+2066": "\u2066", "U+2800": "\u2800", "U+3000": "\u3000", "U+3164": "\u3164",
+    "U+FE0F": "\ufe0f", "U+FEFF": "\ufeff", "U+FFA0": "\uffa0", "U+FFFE": "\ufffe", "U+E000": "\ue000", "U+1D173": "\u{1d173}",
+    "U+E0041": "\u{e0041}", "U+E0100": "\u{e0100}", "U+10FFFF": "\u{10ffff}",
+  };
+  for (const [number, character] of Object.entries(odd)) assert.deepEqual(marks(`a${character}b`), [number], number);
+});
+
+test("Letters that are written from right to left are marked, and drawn beside their numbers", () => {
+  for (const letter of ["א", "ب", "ܐ", "ހ", "ߊ", "ﷲ", "ﺎ", "\u{10d00}", "\u{1e900}"]) {
+    assert.deepEqual(piecesOf(`x${letter}`)[1], {
+      text: letter, mark: `U+${letter.codePointAt(0).toString(16).toUpperCase().padStart(4, "0")}`, isLetter: true,
+    });
+  }
+  assert.equal(piecesOf("\u200f")[0].isLetter, false);
+});
+
+test("What people write is drawn as it is", () => {
+  const text = '{"gstin": "33ABCDE1234F1Z5",\n\t"note": "₹ 1,25,000 – नमस्ते வணக்கம் é 😀"}';
+  assert.deepEqual(piecesOf(text), [{ text }]);
+});
+
+test("What would be pushed out of sight by blanks is not", () => {
+  assert.deepEqual(marks(`a${" ".repeat(99)}b`), []);
+  assert.deepEqual(marks(`"tax": 1${"\n".repeat(5000)}"tax": 2`), ["5000 blanks"]);
+});
+
+test("The pieces put together are the text", () => {
+  const text = `a\u200b${" ".repeat(300)}אב\u{e0041}😀\r\n`;
+  assert.equal(piecesOf(text).map((piece) => piece.text).join(""), text);
+});
+
+test("JSON is laid out without changing a token", () => {
+  const json = '{"a":1.0,"b":[1e5,{},[]],"c":{"d":"x\\u0041 ,{"},"e":null}';
+  const { text, duplicates } = layOut(json);
+  assert.equal(text, '{\n  "a": 1.0,\n  "b": [\n    1e5,\n    {},\n    []\n  ],\n  "c": {\n    "d": "x\\u0041 ,{"\n  },\n  "e": null\n}');
+  assert.equal(duplicates, 0);
+  assert.deepEqual(JSON.parse(text), JSON.parse(json));
+});
+
+test("Members that stand twice in one object are marked, however they are written", () => {
+  const { text, ranges, duplicates } = layOut('{"tax":100,"x":{"tax":1},"t\\u0061x":99999999,"list":["tax","tax"]}');
+  assert.equal(duplicates, 1);
+  assert.deepEqual(ranges.map(({ start, end }) => text.slice(start, end)), ['"tax"', '"t\\u0061x"']);
+  assert.equal(layOut('{"a":1,"a":2,"a":3}').duplicates, 2);
+});
+
+test("What is no JSON object or array, or too long, has no layout; a deep one costs little", () => {
+  for (const text of ["", "text", "42", '"a"', '{"a":', "{'a': 1}", "[1,]", `[${" ".repeat(1024 * 1024)}]`]) assert.equal(layOut(text), null);
+  const deep = layOut("[".repeat(5000) + "]".repeat(5000));
+  assert.ok(deep === null || deep.text.length < 1_000_000);
+});
