@@ -155,6 +155,15 @@ test("A working folder that others can change is a failure", async (t) => {
   assert.match(text, /can be changed by others/);
 });
 
+test("A working folder in whose place others can put another is a failure, in the launcher's words", async (t) => {
+  const computer = await healthy(t);
+  await chmod(computer.home, 0o777);
+  const { couldSign, text } = await onlyProblem(computer);
+  assert.equal(couldSign, false);
+  assert.equal(text, `quillmark-host: the program is not started: ${computer.home} can be changed by others, ` +
+    `who could exchange what lies in it (chmod go-w '${computer.home}')`);
+});
+
 test("Installed for all users, the doctor looks where the launcher has put the user's working folder", async (t) => {
   const computer = await Computer.make(t);
   await computer.install("--system", "--root", computer.root);
