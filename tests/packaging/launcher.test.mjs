@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 import { existsSync, lstatSync, readlinkSync, statSync } from "node:fs";
-import { chmod, chown, lchown, mkdir, readdir, symlink, writeFile } from "node:fs/promises";
+import { chmod, chown, lchown, mkdir, readdir, readFile, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
@@ -14,6 +14,8 @@ const started = (folder, computer) => computer.read(join(folder, "started"));
 
 /** What the launcher ends with when it refuses a working folder. */
 const REFUSED = 77;
+
+const makersModule = "/usr/lib/softhsm/libsofthsm2.so";
 
 /** A user and a group that are not those of the tests. */
 const another = 65534;
@@ -60,14 +62,35 @@ test("Installed for all users, the launcher gives each user a folder with logo a
   assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
 });
 
-test("Links of an earlier version are renewed, and a file of the user's own stays", async (t) => {
+test("Links of an earlier version are renewed", async (t) => {
   const { start, folder, computer } = await forAllUsers(t);
   await mkdir(folder, { recursive: true });
   await symlink("/gone/QMLogo.png", join(folder, "QMLogo.png"));
-  await writeFile(join(folder, "QMTokenDriver.so"), "a token maker's module");
   await start();
   assert.equal(readlinkSync(join(folder, "QMLogo.png")), join(computer.root, "usr/lib/quillmark/QMLogo.png"));
+});
+
+test("Quillmark's own driver, left in the working folder by an installation for one user, gives way to the package's", async (t) => {
+  const { start, folder, computer } = await forAllUsers(t);
+  await computer.install();
   assert.ok(lstatSync(join(folder, "QMTokenDriver.so")).isFile());
+  assert.equal((await start()).code, 0);
+  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
+});
+
+test("A token maker's module in the driver's place stays, also one that was linked under that name", async (t) => {
+  for (const module of [await readFile(makersModule), "\0QMTokenDriver.so\0the name under which it was linked\0"]) {
+    const { start, folder } = await forAllUsers(t);
+    await mkdir(folder, { recursive: true });
+    await writeFile(join(folder, "QMTokenDriver.so"), module);
+    assert.equal((await start()).code, 0);
+    assert.deepEqual(await readFile(join(folder, "QMTokenDriver.so")), Buffer.from(module));
+  }
+  const { start, folder } = await forAllUsers(t);
+  await mkdir(folder, { recursive: true });
+  await symlink(makersModule, join(folder, "QMTokenDriver.so"));
+  await start();
+  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), makersModule);
 });
 
 test("Asked for the folder only, the launcher says it, makes nothing, and starts nothing", async (t) => {
