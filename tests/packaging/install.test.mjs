@@ -1,8 +1,8 @@
 // ./install: what goes where, and that all of it goes away again.
 
 import assert from "node:assert/strict";
-import { existsSync, readlinkSync, statSync } from "node:fs";
-import { mkdir, readdir, rm, writeFile } from "node:fs/promises";
+import { existsSync, lstatSync, readlinkSync, statSync } from "node:fs";
+import { mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
@@ -26,7 +26,7 @@ test("install puts everything into the user's own folder and registers", async (
   const folder = folderOf(computer);
   assert.deepEqual((await readdir(folder)).sort(), [
     "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host",
-    "quillmark-tokens", "registration.json",
+    "quillmark-tokens", "quillmark_policies.py", "quillmark_report.py", "registration.json",
   ]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);
   const manifest = await computer.read(computer.userManifest("chromium"));
@@ -81,6 +81,17 @@ test("A second install renews the files, also while the program runs", async (t)
   assert.equal((await computer.install()).code, 0);
   const { stdout } = await run(join(folderOf(computer), "QMChromeExtHost"), []);
   assert.equal(stdout.toString(), "renewed\n");
+});
+
+test("install replaces a link in a file's place, and does not write through it", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await mkdir(folderOf(computer), { recursive: true });
+  const target = join(computer.folder, "packaged.so");
+  await writeFile(target, "the package's");
+  await symlink(target, join(folderOf(computer), "QMTokenDriver.so"));
+  await computer.install();
+  assert.equal(await readFile(target, "utf8"), "the package's");
+  assert.ok(lstatSync(join(folderOf(computer), "QMTokenDriver.so")).isFile());
 });
 
 test("--system installs for all users, and the paths are those without the folder that stands for /", async (t) => {
