@@ -21,23 +21,29 @@ const makersModule = "/usr/lib/softhsm/libsofthsm2.so";
 const another = 65534;
 const needsRoot = process.getuid() === 0 ? false : "only root makes folders of another user";
 
-async function launch(launcher, computer, ...args) {
-  const { code, stdout, stderr } = await runUnchecked(launcher, args, { cwd: computer.root, env: computer.env });
-  return { code, out: stdout.toString(), err: stderr };
+/** A function that starts the launcher with arguments; its `as` starts it behind a command that makes another user of it. */
+function launching(launcher, computer) {
+  const launch = async (command, args) => {
+    const { code, stdout, stderr } = await runUnchecked(command, args, { cwd: computer.root, env: computer.env });
+    return { code, out: stdout.toString(), err: stderr };
+  };
+  const start = (...args) => launch(launcher, args);
+  start.as = (command, ...args) => launch(command, [...args, launcher]);
+  return start;
 }
 
 async function forOneUser(t) {
   const computer = await Computer.make(t, { browsers: ["chromium"] });
   await computer.install();
   const folder = folderOf(computer);
-  return { computer, folder, start: (...args) => launch(join(folder, "quillmark-host"), computer, ...args) };
+  return { computer, folder, start: launching(join(folder, "quillmark-host"), computer) };
 }
 
 async function forAllUsers(t) {
   const computer = await Computer.make(t, { browsers: ["chromium"] });
   await computer.install("--system", "--root", computer.root);
   const launcher = join(computer.root, "usr/lib/quillmark/quillmark-host");
-  return { computer, folder: folderOf(computer), start: (...args) => launch(launcher, computer, ...args) };
+  return { computer, folder: folderOf(computer), start: launching(launcher, computer) };
 }
 
 test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
@@ -157,6 +163,26 @@ test("A working folder of another user is refused", { skip: needsRoot }, async (
   await refuses(setting, setting.folder);
 });
 
+test("A working folder of root's is not the user's own", { skip: needsRoot }, async (t) => {
+  const { computer, folder, start } = await forAllUsers(t);
+  await makeFolder(folder);
+  for (const above of [computer.folder, computer.home, join(computer.home, ".local"), share(computer), folder]) await chmod(above, 0o755);
+  const asAnother = () => start.as("setpriv", `--reuid=${another}`, `--regid=${another}`, "--clear-groups");
+  await refuses({ computer, start: asAnother }, `${folder} is not your own`);
+});
+
+test("A working folder that is open to others as soon as it is made is refused", async (t) => {
+  const setting = await forAllUsers(t);
+  await makeFolder(share(setting.computer));
+  // The access control list that new folders get here: read, write and search for the user, the group and others.
+  const acl = `struct.pack("<I" + "HHI" * 3, 2, 1, 7, 2**32 - 1, 4, 7, 2**32 - 1, 32, 7, 2**32 - 1)`;
+  const set = `import os, struct, sys; os.setxattr(sys.argv[1], "system.posix_acl_default", ${acl})`;
+  const { code, stderr } = await runUnchecked("/usr/bin/python3", ["-c", set, share(setting.computer)]);
+  if (stderr.includes("not supported")) return t.skip("no access control lists on this file system");
+  assert.equal(code, 0, stderr);
+  await refuses(setting, `${setting.folder} can be changed by others`);
+});
+
 test("A data folder that another user has made is refused, and nothing is put into it", { skip: needsRoot }, async (t) => {
   for (const mode of [0o700, 0o755, 0o777, 0o1777]) {
     const setting = await forAllUsers(t);
@@ -205,7 +231,7 @@ test("A link that leads through another user's folder is refused, wherever it en
     const foreign = join(computer.folder, "foreign");
     await makeFolder(join(foreign, "inside"));
     await makeFolder(join(computer.home, "mine"));
-    await symlink("../home/mine", join(foreign, "back"));
+    await symlink(join("..", "home", "mine"), join(foreign, "back"));
     await chown(foreign, another, another);
     await symlink(`../foreign/${target}`, join(computer.home, "data"));
     computer.more = { XDG_DATA_HOME: join(computer.home, "data") };
@@ -242,6 +268,20 @@ test("A group's right to write is refused, but that of the user's private group 
   await chmod(share(computer), 0o775);
   await chown(share(computer), 0, another);
   await refuses({ computer, start }, share(computer));
+});
+
+test("A private group with another member, or an access control list, is none", { skip: needsRoot }, async (t) => {
+  for (const [command, says] of [["getent", "root:x:0:asha,ravi"], ["ls", "drwxrwxr-x+ 3 root root 60 Jan 1 00:00 share"]]) {
+    const setting = await forAllUsers(t);
+    const { computer, folder } = setting;
+    await makeFolder(folder);
+    await chmod(share(computer), 0o775);
+    const commands = join(computer.folder, "commands");
+    await computer.write(join(commands, command), `#!/bin/sh\necho "${says}"\n`);
+    await chmod(join(commands, command), 0o755);
+    computer.more = { PATH: `${commands}:${process.env.PATH}` };
+    await refuses(setting, share(computer));
+  }
 });
 
 test("A data folder that is not absolute is as if it were not set", async (t) => {
