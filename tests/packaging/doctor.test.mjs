@@ -8,7 +8,7 @@ import { test } from "node:test";
 import { bin } from "../program/lib/build.mjs";
 import { run, runUnchecked } from "../program/lib/process.mjs";
 import { World } from "../program/lib/world.mjs";
-import { Computer, GOOD_TOKENS, root } from "./lib/computer.mjs";
+import { Computer, GOOD_TOKENS, registration, root } from "./lib/computer.mjs";
 
 /** A computer on which everything is right. */
 async function healthy(t, options) {
@@ -89,13 +89,45 @@ test("A user's manifest that hides the system's is found", async (t) => {
   await computer.tool("quillmark-browsers", "register", "--system");
   const manifest = await computer.read(computer.userManifest("chromium"));
   await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
-  assert.match((await onlyProblem(computer)).text, /hides the registration for all users/);
+  const { text, remedy } = await onlyProblem(computer);
+  assert.match(text, /hides the registration for all users/);
+  assert.equal(remedy, "quillmark-browsers unregister --browser chromium");
+});
+
+test("What an installation for one user leaves beside the package is found by both doctors, and hides nothing once it is gone", async (t) => {
+  const computer = await Computer.make(t, { browsers: ["chromium"] });
+  computer.more = { DISPLAY: ":stand-in", PATH: `${join(computer.root, "usr/bin")}:${process.env.PATH}` };
+  await computer.install();
+  await computer.install("--system", "--root", computer.root);
+  const own = join(computer.home, ".local/share/quillmark");
+  const packaged = join(computer.root, "usr/lib/quillmark");
+  const texts = async (installed) => {
+    computer.installed = installed;
+    return (await examine(computer)).problems.map(({ text }) => text).join("\n");
+  };
+  for (const installed of [own, packaged]) {
+    assert.match(await texts(installed), /Quillmark is installed twice, for you alone in .* and for all users in /, installed);
+  }
+  assert.match(await texts(packaged), /Chromium: .*is of another version or place, and hides the registration for all users/);
+  await computer.tool("quillmark-browsers", "unregister");
+  assert.doesNotMatch(await texts(packaged), /hides the registration/);
+  await computer.install("--uninstall");
+  assert.doesNotMatch(await texts(packaged), /installed twice/);
 });
 
 test("Somebody else's manifest in the place is found", async (t) => {
   const computer = await healthy(t, { browsers: ["firefox"] });
   await computer.write(computer.userManifest("firefox"), { name: "quillmark.host", description: "x" });
   assert.match((await onlyProblem(computer)).text, /is not Quillmark's/);
+});
+
+test("A manifest whose path is no text is found, and stops nothing", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const manifest = await computer.read(computer.userManifest("chromium"));
+  for (const path of [["/gone"], { path: "/gone" }, 1, null, "a\0b"]) {
+    await computer.write(computer.userManifest("chromium"), { ...manifest, path });
+    assert.match((await onlyProblem(computer)).text, /names .*, which is not there/);
+  }
 });
 
 test("Chromium as a snap cannot start programs; Firefox as a snap asks", async (t) => {
@@ -139,8 +171,10 @@ test("The files of a policy folder count together, the last one for what several
   const policy = (name, content) => computer.write(join(computer.root, "etc/chromium/policies/managed", name), content);
   await policy("1-block.json", { NativeMessagingBlocklist: ["*"], NativeMessagingUserLevelHosts: false });
   await policy("2-allow.json", { NativeMessagingAllowlist: ["quillmark.host"], NativeMessagingUserLevelHosts: true });
-  await policy("3-list.json", ["NativeMessagingBlocklist"]);
   assert.equal((await examine(computer)).problems.length, 1, "the expired certificate");
+  await policy("3-list.json", ["NativeMessagingBlocklist"]);
+  assert.match((await onlyProblem(computer)).text, /3-list\.json: its content is no JSON object/);
+  await policy("3-list.json", {});
   await policy("4-allow-another.json", { NativeMessagingAllowlist: ["another.host"] });
   assert.match((await onlyProblem(computer)).text, /1-block\.json forbids the signing program/);
   await policy("4-allow-another.json", { NativeMessagingAllowlist: null });
@@ -153,6 +187,15 @@ test("A working folder that others can change is a failure", async (t) => {
   const { couldSign, text } = await onlyProblem(computer);
   assert.equal(couldSign, false);
   assert.match(text, /can be changed by others/);
+});
+
+test("A working folder in whose place others can put another is a failure, in the launcher's words", async (t) => {
+  const computer = await healthy(t);
+  await chmod(computer.home, 0o777);
+  const { couldSign, text } = await onlyProblem(computer);
+  assert.equal(couldSign, false);
+  assert.equal(text, `quillmark-host: the program is not started: ${computer.home} can be changed by others, ` +
+    `who could exchange what lies in it (chmod go-w '${computer.home}')`);
 });
 
 test("Installed for all users, the doctor looks where the launcher has put the user's working folder", async (t) => {
@@ -270,6 +313,78 @@ test("The program is started as each browser would start it", async (t) => {
   const { arguments: given, folder } = await computer.read(join(computer.installed, "started"));
   assert.deepEqual(given, [computer.userManifest("firefox"), "extension@quillmark.example"]);
   assert.equal(folder, computer.installed);
+});
+
+// ---- names from anybody
+
+const HOSTILE = {
+  "clears the screen": "\u001b[2J\u001b[H",
+  "sets the window's title": "\u001b]0;title\u0007",
+  "steers with one character": "\u009b31m",
+  "begins a line that looks like a finding": "x\n  ok CN=Asha Rao can sign\r",
+  "is written from the right": "\u202egnp.exe\u2066",
+  "holds what looks like nothing": "a\u200b\u00ad\u3164\u2800\u115f\ufe0f\u00a0\u2028\u{e0061}z",
+  "is no Unicode": "\ud800",
+};
+/** What may stand in a line: no control, format, private or unassigned character, no blank but the ordinary, no filler. */
+const PLAIN = /^[^\p{C}\u00a0\u2028\u3164\u2800\u115f\ufe0f]*$/u;
+
+for (const [what, name] of Object.entries(HOSTILE)) {
+  test(`A name that ${what} is shown by its characters' numbers, and in JSON as ASCII`, async (t) => {
+    const computer = await Computer.make(t, { browsers: ["chromium"] });
+    await computer.setTokens({
+      canSign: 1,
+      modules: [
+        { name: `maker ${name}`, used: true, slots: [{ token: { label: `label ${name}`, offered: true, certificates: [
+          { subject: `CN=${name}`, offered: true, needsLogin: false, reasons: [] },
+          { subject: "CN=Other", offered: false, needsLogin: false, reasons: [`because ${name}`] },
+        ] } }] },
+        { name: "broken", used: false, reason: `failed ${name}` },
+      ],
+    });
+    computer.more = { DISPLAY: `:0${name.replaceAll(/[\0\ud800]/g, "")}` };
+    await computer.layOut();
+    await computer.write(computer.userManifest("chromium"), {
+      name: registration.name, description: registration.description, path: `/gone/${name}`,
+    });
+    await computer.write(join(computer.root, "etc/chromium/policies/managed/a.json"), {
+      "3rdparty": { extensions: { [registration.chromiumExtensions[0]]: { deniedOrigins: [name], [name]: 1 } } },
+    });
+    const { findings } = await examine(computer);
+    assert.equal(findings.filter(({ text }) => text.includes(name)).length >= 5, true, JSON.stringify(findings, null, 1));
+    const json = (await computer.tool("quillmark-doctor", "--json")).out;
+    assert.match(json, /^[\n\x20-\x7e]*$/);
+    const { out } = await computer.tool("quillmark-doctor");
+    const lines = out.split("\n");
+    assert.deepEqual(lines.filter((line) => !PLAIN.test(line)), []);
+    assert.equal(lines.length, findings.length + findings.filter(({ remedy }) => remedy).length + 3, "a finding is one line");
+    const number = name.codePointAt(name.search(/[^\x20-\x7e]/u)).toString(16).toUpperCase().padStart(4, "0");
+    assert.ok(out.includes(`<U+${number}>`), out);
+  });
+}
+
+test("Letters of all scripts are shown as they are", async (t) => {
+  const computer = await Computer.make(t, { browsers: [] });
+  const names = ["आशा राव", "Ángel Müller", "王小明", "אבי", "Bjørn & <b>Åse</b>"];
+  const certificates = names.map((name) => ({ subject: `CN=${name}`, offered: true, needsLogin: false, reasons: [] }));
+  await computer.setTokens({ canSign: 1, modules: [{ name: "m", used: true, slots: [{ token: { label: "t", offered: true, certificates } }] }] });
+  await computer.layOut();
+  const { out } = await computer.tool("quillmark-doctor");
+  for (const name of names) assert.ok(out.includes(`CN=${name} on "t" can sign`), out);
+  computer.more = { LC_ALL: "C", PYTHONUTF8: "0", PYTHONCOERCECLOCALE: "0", PYTHONIOENCODING: "ascii" };
+  assert.match((await computer.tool("quillmark-doctor")).out, /CN=\\xc1ngel M\\xfcller on "t" can sign/);
+});
+
+test("A remedy that is a command has the path in it quoted", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const path = join(computer.folder, "it's; touch $(x)");
+  await computer.write(path, "#!/bin/sh\n");
+  await computer.write(computer.userManifest("chromium"), {
+    name: registration.name, description: registration.description, path, allowed_origins: ["chrome-extension://abc/"],
+  });
+  const { remedy } = await onlyProblem(computer);
+  const { stdout } = await run("bash", ["-c", remedy.replace("chmod +x", "printf %s")]);
+  assert.equal(stdout.toString(), path);
 });
 
 // ---- the real program

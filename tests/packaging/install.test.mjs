@@ -1,8 +1,8 @@
-// ./install and the launcher: what goes where, and that all of it goes away again.
+// ./install: what goes where, and that all of it goes away again.
 
 import assert from "node:assert/strict";
 import { existsSync, lstatSync, readlinkSync, statSync } from "node:fs";
-import { mkdir, readdir, rm, symlink, writeFile } from "node:fs/promises";
+import { mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
@@ -26,7 +26,7 @@ test("install puts everything into the user's own folder and registers", async (
   const folder = folderOf(computer);
   assert.deepEqual((await readdir(folder)).sort(), [
     "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host",
-    "quillmark-tokens", "registration.json",
+    "quillmark-tokens", "quillmark_policies.py", "quillmark_report.py", "registration.json",
   ]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);
   const manifest = await computer.read(computer.userManifest("chromium"));
@@ -83,6 +83,17 @@ test("A second install renews the files, also while the program runs", async (t)
   assert.equal(stdout.toString(), "renewed\n");
 });
 
+test("install replaces a link in a file's place, and does not write through it", async (t) => {
+  const computer = await computerWith(t, "chromium");
+  await mkdir(folderOf(computer), { recursive: true });
+  const target = join(computer.folder, "packaged.so");
+  await writeFile(target, "the package's");
+  await symlink(target, join(folderOf(computer), "QMTokenDriver.so"));
+  await computer.install();
+  assert.equal(await readFile(target, "utf8"), "the package's");
+  assert.ok(lstatSync(join(folderOf(computer), "QMTokenDriver.so")).isFile());
+});
+
 test("--system installs for all users, and the paths are those without the folder that stands for /", async (t) => {
   const computer = await computerWith(t, "chromium");
   const { code, out, err } = await computer.install("--system", "--root", computer.root);
@@ -113,49 +124,4 @@ test("The demo refuses what it does not know, before it installs or builds anyth
     assert.equal(code, 2, args.join(" "));
     assert.match(stderr, /^Usage: /);
   }
-});
-
-// ---- the launcher
-
-const started = (folder, computer) => computer.read(join(folder, "started"));
-
-test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
-  const computer = await computerWith(t, "chromium");
-  await computer.install();
-  await run(join(folderOf(computer), "quillmark-host"), ["chrome-extension://abc/"], { cwd: "/", env: computer.env });
-  const { arguments: given, folder } = await started(folderOf(computer), computer);
-  assert.deepEqual(given, ["chrome-extension://abc/"]);
-  assert.equal(folder, folderOf(computer));
-});
-
-test("The launcher needs no argument", async (t) => {
-  const computer = await computerWith(t, "chromium");
-  await computer.install();
-  await run(join(folderOf(computer), "quillmark-host"), [], { cwd: "/", env: computer.env });
-  assert.deepEqual((await started(folderOf(computer), computer)).arguments, []);
-});
-
-async function forAllUsers(t) {
-  const computer = await computerWith(t, "chromium");
-  await computer.install("--system", "--root", computer.root);
-  const launch = () => run(join(computer.root, "usr/lib/quillmark/quillmark-host"), [], { cwd: "/", env: computer.env });
-  return { computer, launch, folder: folderOf(computer) };
-}
-
-test("Installed for all users, the launcher gives each user a folder with logo and driver in reach", async (t) => {
-  const { computer, launch, folder } = await forAllUsers(t);
-  await launch();
-  assert.deepEqual((await started(folder, computer)).files, ["QMLogo.png", "QMTokenDriver.so", "started"]);
-  assert.equal(statSync(folder).mode & 0o777, 0o700);
-  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
-});
-
-test("Links of an earlier version are renewed, and a file of the user's own stays", async (t) => {
-  const { launch, folder, computer } = await forAllUsers(t);
-  await mkdir(folder, { recursive: true });
-  await symlink("/gone/QMLogo.png", join(folder, "QMLogo.png"));
-  await writeFile(join(folder, "QMTokenDriver.so"), "a token maker's module");
-  await launch();
-  assert.equal(readlinkSync(join(folder, "QMLogo.png")), join(computer.root, "usr/lib/quillmark/QMLogo.png"));
-  assert.ok(lstatSync(join(folder, "QMTokenDriver.so")).isFile());
 });

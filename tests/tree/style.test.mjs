@@ -54,7 +54,7 @@ test("shellcheck finds nothing in the shell scripts", async () => {
 });
 
 test("pyflakes finds nothing in the Python scripts", async () => {
-  await clean("pyflakes3", scripts(/^#!.*\bpython3?\b/));
+  await clean("pyflakes3", [...scripts(/^#!.*\bpython3?\b/), ...filesOfTree("*.py")]);
 });
 
 test(`no source file has more than ${maxLines} lines`, () => {

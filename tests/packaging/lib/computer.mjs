@@ -82,7 +82,9 @@ export class Computer {
     const folder = join(this.home, ".local/share/quillmark");
     await mkdir(folder, { recursive: true, mode: 0o700 });
     await cp(this.program, folder, { recursive: true });
-    for (const name of ["quillmark-host", "quillmark-browsers", "quillmark-doctor", "registration.json"]) {
+    for (const name of [
+      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark_policies.py", "quillmark_report.py", "registration.json",
+    ]) {
       await cp(join(root, "packaging", name), join(folder, name));
     }
     this.installed = folder;
