@@ -10,7 +10,10 @@ export function beforeunloadAttacks({ rig, attack }) {
     let box;
     question.page.once("dialog", (dialog) => (box = dialog));
     await question.page.evaluate(() => {
-      addEventListener("beforeunload", (event) => event.preventDefault(), { once: true });
+      window.onbeforeunload = (event) => {
+        event.preventDefault();
+        return (event.returnValue = "Stay");
+      };
       setTimeout(() => (location.href = "/elsewhere"));
     });
     await waitFor("the box", () => box);

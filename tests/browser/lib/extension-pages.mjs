@@ -33,13 +33,9 @@ export class ExtensionPages {
     });
   }
 
-  /** Has the browser load the extension anew, as an update does. It forgets what it holds in memory. */
-  async reload() {
-    this.#options ??= await this.#open();
-    await this.#pages.evaluate(this.#options, "void setTimeout(() => (globalThis.browser ?? chrome).runtime.reload(), 50)");
-    await waitFor("the extension's pages to close", async () => (await this.#pages.count(OPTIONS)) === 0, { timeout: 10_000 });
+  /** To be called when the extension is loaded anew, with which its pages go. */
+  forget() {
     this.#options = undefined;
-    this.#options = await waitFor("the extension to be loaded anew", () => this.#open().catch(() => undefined));
   }
 
   /** Has the browser stop the extension's background, as it does after some time without work. */

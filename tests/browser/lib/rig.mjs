@@ -71,7 +71,7 @@ async function writeWithFolders(file, content) {
 
 export class Rig {
   #cleanup = new Cleanup();
-  #opened = new WeakMap();
+  #begun = new WeakSet();
   #pages = { "/": PAGE };
 
   /** Call it once in a file, outside of the tests, with "chromium" or "firefox". */
@@ -214,7 +214,8 @@ export class Rig {
 
   /** Has the browser load the extension anew, which forgets its questions and refusals. */
   async reloadExtension() {
-    await this.extension.reload();
+    await this.browser.installExtension(join(this.extensions, this.name));
+    this.extension.forget();
     this.user.questionsSeen.clear();
   }
 
@@ -235,26 +236,25 @@ export class Rig {
     }, origin);
   }
 
-  /** Opens a page that is closed with the test `t`, and with it what it has started. */
+  /** Opens a page. With the test `t` all pages are closed, and with them what they have started. */
   async page(t, { origin = this.origin, path = "/" } = {}) {
     const page = await this.browser.newPage();
-    this.#pagesOf(t).push(page);
+    this.#endWith(t);
     await page.goto(origin + path);
     if (path !== "/index.html") await page.waitForFunction("window.ask");
     return page;
   }
 
-  // With the last of a test's pages the signing program ends, so that the next test begins without it.
-  #pagesOf(t) {
-    if (!this.#opened.has(t)) {
-      const pages = [];
-      this.#opened.set(t, pages);
-      t.after(async () => {
-        for (const page of pages) await page.close().catch(() => {});
-        await this.programGone();
-      });
-    }
-    return this.#opened.get(t);
+  // With the last of a test's pages the signing program ends, so that the next test begins without it. A window that a page
+  // has opened would be where the browser opens the next one.
+  #endWith(t) {
+    if (this.#begun.has(t)) return;
+    this.#begun.add(t);
+    t.after(async () => {
+      const [, ...pages] = await this.browser.pages();
+      for (const page of pages) if (!page.url()?.startsWith(this.browser.extensionUrl)) await page.close().catch(() => {});
+      await this.programGone();
+    });
   }
 
   /** The ids of this home's signing programs that run. */
