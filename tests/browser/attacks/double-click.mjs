@@ -18,6 +18,7 @@ export function doubleClickAttacks({ rig, attack }) {
 
   attack("a page that moves its own window over the question and away again wins no click", async (t) => {
     const question = await openQuestion(rig, t);
+    await rig.user.consentWindow(question.origin);
     const place = await placeOfOnce(rig, question);
     await openCover(question.page, { left: 0, top: 0, width: 230, height: 300 });
     await question.page.evaluate(() => {

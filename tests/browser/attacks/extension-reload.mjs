@@ -6,6 +6,11 @@ import { sleep, waitFor } from "../../program/lib/process.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
 import { ask, codeOf } from "../lib/rig.mjs";
 
+// Firefox ends the extension's script in the page without a word to it, so that the page hears no more.
+const LOST = ["EXTENSION_MISSING", "no answer"];
+
+const codeOfLost = (request) => Promise.race([request.then(codeOf), sleep(3_000, "no answer")]);
+
 export function extensionReloadAttacks({ rig, attack }) {
   attack("an extension that is loaded anew while it asks takes its question away, and grants nothing", async (t) => {
     const question = await openQuestion(rig, t);
@@ -13,7 +18,7 @@ export function extensionReloadAttacks({ rig, attack }) {
     await rig.reloadExtension();
     // Chromium leaves an empty window.
     await waitFor("the question to go", async () => (await rig.extension.consentPages()) === 0);
-    assert.equal(codeOf(await question.request), "EXTENSION_MISSING");
+    assert.ok(LOST.includes(await codeOfLost(question.request)));
     assert.deepEqual(await rig.programs(), []);
   });
 
@@ -24,7 +29,7 @@ export function extensionReloadAttacks({ rig, attack }) {
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
     await rig.reloadExtension();
-    assert.equal(codeOf(await request), "EXTENSION_MISSING");
+    assert.ok(LOST.includes(await codeOfLost(request)));
     await rig.programGone({ timeout: 8_000 });
     assert.equal(await rig.user.seesAWindow(), false);
   });

@@ -6,6 +6,7 @@ import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } 
 export function fullScreenAttacks({ rig, attack }) {
   attack("a question under a window that fills the screen takes no answer when that window goes", async (t) => {
     const question = await openQuestion(rig, t);
+    await rig.user.consentWindow(question.origin);
     const place = await placeOfOnce(rig, question);
     await openCover(question.page, { left: 230, top: 30, width: 560, height: 720 });
     await question.page.evaluate(() => (window.strike = (cover) => cover.document.documentElement.requestFullscreen()));

@@ -35,8 +35,9 @@ export function revocationAttacks({ rig, attack }) {
     // A user who has revoked and then still answers the window must not have signed by it.
     if (!outcomes) await rig.user.choose(all);
     await all;
-    const counts = Object.groupBy(outcomes, (code) => (code.startsWith("no error") ? "signed" : code));
-    assert.deepEqual(Object.fromEntries(Object.entries(counts).map(([code, { length }]) => [code, length])), { ORIGIN_DENIED: WAITING + 1 });
+    const counts = {};
+    for (const code of outcomes.map((each) => each.replace(/^no error.*/, "signed"))) counts[code] = (counts[code] ?? 0) + 1;
+    assert.deepEqual(counts, { ORIGIN_DENIED: WAITING + 1 });
     await rig.programGone({ timeout: 8_000 });
   });
 }

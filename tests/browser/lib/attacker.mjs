@@ -24,7 +24,7 @@ export async function openCover(page, { left, top, width, height }) {
     window.cover = open("/cover", "cover", features);
   }, `left=${left},top=${top},width=${width},height=${height}`);
   await page.waitForFunction(() => window.cover?.document.readyState === "complete" && window.cover.document.title === "Cover");
-  await sleep(300); // until the window manager has placed it
+  await sleep(1_000); // until it is drawn where the window manager has put it
 }
 
 /** Tells its opener what it sees, and does on a mousedown or a keydown what the opener has put into `strike`. */
