@@ -10,7 +10,8 @@ export function fullScreenAttacks({ rig, attack }) {
     const place = await placeOfOnce(rig, question);
     await openCover(question.page, { left: 230, top: 30, width: 560, height: 720 });
     await question.page.evaluate(() => (window.strike = (cover) => cover.document.documentElement.requestFullscreen()));
-    await rig.user.hands.point(place);
+    // On the edge that stands out, which also brings the window to the front.
+    await rig.user.hands.point({ ...place, x: -12 });
     await rig.user.hands.click();
     await question.page.waitForFunction(() => window.cover.document.fullscreenElement);
     await sleep(1_500);
@@ -18,6 +19,7 @@ export function fullScreenAttacks({ rig, attack }) {
       window.covers = [];
       window.strike = (cover) => cover.close();
     });
+    await rig.user.hands.point(place);
     await rig.user.hands.click(2);
     await assertStruck(question.page);
     await assertUnanswered(rig, question);

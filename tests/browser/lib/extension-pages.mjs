@@ -26,16 +26,10 @@ export class ExtensionPages {
 
   /** Calls a function in the settings page, in a tab of its own behind the others. */
   async evaluate(body, ...args) {
-    this.#options ??= await this.#open();
-    return this.#pages.evaluate(this.#options, called(body, args)).catch((error) => {
-      this.#options = undefined;
-      throw error;
-    });
-  }
-
-  /** To be called when the extension is loaded anew, with which its pages go. */
-  forget() {
-    this.#options = undefined;
+    // The tab may have gone, with the extension or with a test.
+    const isThere = this.#options && (await this.#pages.evaluate(this.#options, "true").catch(() => false));
+    if (!isThere) this.#options = await this.#open();
+    return this.#pages.evaluate(this.#options, called(body, args));
   }
 
   /** Has the browser stop the extension's background, as it does after some time without work. */

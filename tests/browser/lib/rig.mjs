@@ -215,7 +215,6 @@ export class Rig {
   /** Has the browser load the extension anew, which forgets its questions and refusals. */
   async reloadExtension() {
     await this.browser.installExtension(join(this.extensions, this.name));
-    this.extension.forget();
     this.user.questionsSeen.clear();
   }
 
@@ -252,7 +251,7 @@ export class Rig {
     this.#begun.add(t);
     t.after(async () => {
       const [, ...pages] = await this.browser.pages();
-      for (const page of pages) if (!page.url()?.startsWith(this.browser.extensionUrl)) await page.close().catch(() => {});
+      for (const page of pages) await page.close().catch(() => {});
       await this.programGone();
     });
   }
