@@ -15,7 +15,7 @@ export async function openQuestion(rig, t, { operation = "selectCertificate", ar
 }
 
 /** The place of an answer that gives something, on the screen, wherever the window's page has put it. */
-export const placeOfOnce = (rig, { id }) => waitFor("the place of the answer", () => rig.placeOf("#once", id));
+export const placeOfOnce = (rig, { id }) => waitFor("the place of the answer", () => rig.user.placeOf("#once", id));
 
 /** Has the page open a window of its own with the cover's HTML (see COVER), at a place of the screen. */
 export async function openCover(page, { left, top, width, height }) {

@@ -106,7 +106,7 @@ export class Rig {
     this.deniedOrigin = `http://127.0.0.1:${await this.#serve()}`;
     if (canSetPolicies(this.name)) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
     await mkdir(screenshots, { recursive: true });
-    this.user = new User(this.world.desktop, this.name, (selector, id) => this.placeOf(selector, id));
+    this.user = new User(this.world.desktop, this.name);
     this.#cleanup.add(() => this.browser.close());
     await this.startBrowser();
   }
@@ -141,18 +141,6 @@ export class Rig {
       await rm(file, { force: true });
       if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(file)]);
     });
-  }
-
-  /** The middle of what the selector names in the consent page, whose window is `id`: { id, x, y }; undefined when not there. */
-  async placeOf(selector, id) {
-    const place = await this.extension.consent((wanted) => {
-      const { x, y, width, height } = document.querySelector(wanted)?.getBoundingClientRect() ?? {};
-      return width && { x: x + width / 2 - innerWidth / 2, y: y + height / 2 - innerHeight };
-    }, selector);
-    if (!place) return undefined;
-    // The browser's own bars are above the page, and nothing is below it.
-    const { width, height } = await this.world.desktop.geometry(id);
-    return { id, x: width / 2 + place.x, y: height + place.y };
   }
 
   /** Where the signing program is installed. */
@@ -203,7 +191,12 @@ export class Rig {
   async startBrowser() {
     const env = { ...this.world.desktop.env, ...this.token.env };
     this.browser = await startBrowser(this.name, { home: this.home, extensions: this.extensions, env });
-    this.extension = new ExtensionPages(this.name, this.browser);
+    this.user.extension = new ExtensionPages(this.name, this.browser);
+  }
+
+  /** The extension's own pages. */
+  get extension() {
+    return this.user.extension;
   }
 
   /** Ends the browser and starts it anew, with the profile that it has in Chromium, and a new one in Firefox. */

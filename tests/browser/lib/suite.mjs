@@ -28,7 +28,7 @@ import { COVER } from "./attacker.mjs";
 import { consentTests } from "./consent.mjs";
 import { failureTests } from "./failures.mjs";
 import { registrationTests } from "./registration.mjs";
-import { ask, bytes, Rig } from "./rig.mjs";
+import { ask, bytes, Rig, statusOf } from "./rig.mjs";
 import { signingTests } from "./signing.mjs";
 
 const ATTACKS = [
@@ -87,7 +87,7 @@ export function browserTests(name) {
   /** A page of the site that the user has allowed for good. */
   async function allowedPage(t, options) {
     const page = await rig.page(t);
-    if ((await ask(page, "status")).value.permission === "allowed") {
+    if ((await statusOf(page)).permission === "allowed") {
       if (!options) return page;
     } else {
       const request = ask(page, "selectCertificate");

@@ -15,16 +15,16 @@ const WAITING_TITLE = "Quillmark - Allow this site?";
 export class User {
   #desktop;
   #browser;
-  #placeOf;
+
+  /** The extension's own pages (ExtensionPages), in which the user sees where an answer stands. */
+  extension;
 
   /** The windows with questions that were seen. */
   questionsSeen = new Set();
 
-  /** `placeOf(selector)` tells where something is in the consent page, as from the window's upper left corner. */
-  constructor(desktop, browser, placeOf) {
+  constructor(desktop, browser) {
     this.#desktop = desktop;
     this.#browser = browser;
-    this.#placeOf = placeOf;
     this.hands = new Hands(desktop);
   }
 
@@ -53,6 +53,7 @@ export class User {
     const id = await this.consentWindow(origin);
     for (let i = 0; i < TABS[answer]; i++) await this.#desktop.key(id, "Tab");
     // A key that does not answer has the window wait once more.
+    await sleep(200);
     await this.consentWindow(origin);
     await this.#desktop.key(id, "Return");
     if (answer === "always") await this.#clickAnswer(id, origin, "#confirm-always");
@@ -61,11 +62,23 @@ export class User {
 
   // The mouse that comes has the window wait, as does what it shows anew.
   async #clickAnswer(id, origin, selector) {
-    const { x, y } = await waitFor(selector, () => this.#placeOf(selector, id));
+    const { x, y } = await waitFor(selector, () => this.placeOf(selector, id));
     await this.hands.point({ id, x, y });
     await sleep(300);
     await this.consentWindow(origin);
     await this.hands.click();
+  }
+
+  /** The middle of what the selector names in the consent page, whose window is `id`: { id, x, y }; undefined when not there. */
+  async placeOf(selector, id) {
+    const place = await this.extension.consent((wanted) => {
+      const { x, y, width, height } = document.querySelector(wanted)?.getBoundingClientRect() ?? {};
+      return width && { x: x + width / 2 - innerWidth / 2, y: y + height / 2 - innerHeight };
+    }, selector);
+    if (!place) return undefined;
+    // The browser's own bars are above the page, and nothing is below it.
+    const { width, height } = await this.#desktop.geometry(id);
+    return { id, x: width / 2 + place.x, y: height + place.y };
   }
 
   #extensionTitle(title) {
