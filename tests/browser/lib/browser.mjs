@@ -18,12 +18,14 @@ const BROWSERS = {
     enableExtensions: true,
     // Chromium refuses to run as root inside its sandbox.
     args: ["--no-first-run", ...(process.getuid() === 0 ? ["--no-sandbox"] : [])],
-    // Its notice would cover a part of every window.
-    ignoreDefaultArgs: ["--enable-automation"],
+    // Its notice would cover a part of every window; and a page that one comes back to is what users have.
+    ignoreDefaultArgs: ["--enable-automation", "--disable-back-forward-cache"],
   }),
   firefox: async () => ({
     browser: "firefox",
     executablePath: "/usr/bin/firefox-esr",
+    // So that the tests can look into the extension's own pages.
+    args: ["--remote-allow-system-access"],
     extraPrefsFirefox: {
       "extensions.webextensions.uuids": JSON.stringify({
         [(await manifest("firefox")).browser_specific_settings.gecko.id]: FIREFOX_ADDRESS,

@@ -2,13 +2,13 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
-import { ask, canSetPolicies, codeOf, GST_TEXT } from "./rig.mjs";
+import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { ask, canSetPolicies, codeOf, GST_TEXT, statusOf } from "./rig.mjs";
 
 export function consentTests({ name, rig, browserTest, allowedPage }) {
   browserTest("the first request asks the user for consent, and the answer Once is for this request alone", async (t) => {
     const page = await rig.page(t);
-    assert.equal((await ask(page, "status")).value.permission, "ask");
+    assert.equal((await statusOf(page)).permission, "ask");
     for (let round = 0; round < 2; round++) {
       const request = ask(page, "selectCertificate");
       if (round === 0) {
@@ -19,32 +19,62 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
       await rig.user.choose(request);
       assert.equal((await request).value.CertThumbPrint, rig.thumbprint);
     }
-    assert.equal((await ask(page, "status")).value.permission, "ask");
+    assert.equal((await statusOf(page)).permission, "ask");
   });
 
-  browserTest("a denied site gets ORIGIN_DENIED, without a second question until the page is loaded anew", async (t) => {
-    const page = await rig.page(t);
+  browserTest("a denied site gets ORIGIN_DENIED, in a page that is loaded anew NOT_NOW, and may ask again after ten seconds", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await rig.page(t, { origin });
     const request = ask(page, "signGstReturn", [GST_TEXT]);
-    await rig.user.consentWindow(rig.origin);
+    await rig.user.consentWindow(origin);
     await rig.screenshot("consent-text");
-    await rig.user.consent(rig.origin, "deny");
+    await rig.user.consent(origin, "deny");
+    const denied = Date.now();
     assert.equal(codeOf(await request), "ORIGIN_DENIED");
     assert.equal(codeOf(await ask(page, "signGstReturn", [GST_TEXT])), "ORIGIN_DENIED");
     assert.deepEqual(await rig.programs(), []);
     await page.reload();
     await page.waitForFunction("window.ask");
+    assert.equal(codeOf(await ask(page, "selectCertificate")), "NOT_NOW");
+    await sleep(denied + 11_000 - Date.now());
     const anew = ask(page, "selectCertificate");
-    await rig.user.consent(rig.origin, "deny");
+    await rig.user.consent(origin, "deny");
     assert.equal(codeOf(await anew), "ORIGIN_DENIED");
   });
 
   browserTest("a consent window whose page is withdrawn closes by itself", async (t) => {
-    const page = await rig.page(t);
+    const origin = await rig.freshOrigin(t);
+    const page = await rig.page(t, { origin });
     const request = ask(page, "selectCertificate");
-    const window = await rig.user.consentWindow(rig.origin);
+    const window = await rig.user.consentWindow(origin);
     await page.evaluate(() => window.withdrawal.abort());
     assert.equal(codeOf(await request), "ABORTED");
     await rig.user.gone(window);
+  });
+
+  browserTest("a site that is allowed until its page closes is asked about once, and again in a page that is loaded anew", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await rig.page(t, { origin });
+    const first = ask(page, "selectCertificate");
+    await rig.user.consent(origin, "page");
+    await rig.user.choose(first);
+    assert.equal((await first).value.CertThumbPrint, rig.thumbprint);
+    const second = ask(page, "selectCertificate");
+    await rig.user.choose(second);
+    assert.equal((await second).value.CertThumbPrint, rig.thumbprint);
+    await page.reload();
+    await page.waitForFunction("window.ask");
+    assert.equal((await statusOf(page)).permission, "ask");
+  });
+
+  browserTest("Escape denies, and so does closing the window", async (t) => {
+    for (const keys of ["Escape", "alt+F4"]) {
+      const origin = await rig.freshOrigin(t);
+      const page = await rig.page(t, { origin });
+      const request = ask(page, "selectCertificate");
+      await rig.user.press(await rig.user.consentWindow(origin), keys);
+      assert.equal(codeOf(await request), "ORIGIN_DENIED", keys);
+    }
   });
 
   browserTest("a site that is always allowed is not asked about again, until the settings page revokes it", async (t) => {
@@ -53,14 +83,14 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
     await rig.user.consent(rig.origin, "always");
     await rig.user.cancel(request);
     assert.equal(codeOf(await request), "USER_CANCELLED");
-    assert.equal((await ask(page, "status")).value.permission, "allowed");
+    assert.equal((await statusOf(page)).permission, "allowed");
 
     const window = await rig.user.browserWindow("Test page");
     await rig.user.openTab(window, `${rig.browser.extensionUrl}/options/options.html`, "Quillmark - Settings");
     await rig.screenshot("settings");
     // The site's Remove button is the first thing on the page that takes the keyboard.
     await rig.user.press(window, "Tab", "Return");
-    await waitFor("the site to be revoked", async () => (await ask(page, "status")).value.permission === "ask");
+    await waitFor("the site to be revoked", async () => (await statusOf(page)).permission === "ask");
     await rig.user.press(window, "ctrl+w");
   });
 
@@ -68,8 +98,8 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
     const page = await allowedPage(t, { path: "/framing" });
     const frame = await waitFor("the frame", () => page.frames().find((each) => each.url().startsWith(rig.otherOrigin)));
     await frame.waitForFunction("window.ask");
-    assert.equal((await ask(page, "status")).value.permission, "allowed");
-    assert.equal((await ask(frame, "status")).value.permission, "ask");
+    assert.equal((await statusOf(page)).permission, "allowed");
+    assert.equal((await statusOf(frame)).permission, "ask");
     const request = ask(frame, "selectCertificate");
     await rig.user.consentWindow(rig.otherOrigin);
     await rig.screenshot("consent-frame");
@@ -80,7 +110,7 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
   if (canSetPolicies(name)) {
     browserTest("a site that the administrator denies gets ORIGIN_DENIED without a question", async (t) => {
       const page = await rig.page(t, { origin: rig.deniedOrigin });
-      assert.equal((await ask(page, "status")).value.permission, "denied");
+      assert.equal((await statusOf(page)).permission, "denied");
       assert.equal(codeOf(await ask(page, "selectCertificate")), "ORIGIN_DENIED");
     });
   }
@@ -88,6 +118,6 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
   browserTest("a page of another computer without https finds no extension", async (t) => {
     const page = await rig.page(t, { origin: rig.outsideOrigin });
     assert.equal(codeOf(await ask(page, "selectCertificate")), "EXTENSION_MISSING");
-    assert.deepEqual((await ask(page, "status")).value, { extension: null, permission: null, host: null, waiting: 0 });
+    assert.deepEqual(await statusOf(page), { extension: null, permission: null, host: null, waiting: 0 });
   });
 }

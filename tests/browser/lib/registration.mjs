@@ -5,7 +5,7 @@ import { readFile, rename, rm, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
 import { run } from "../../program/lib/process.mjs";
-import { ask, codeOf, root } from "./rig.mjs";
+import { ask, askWithoutGesture, codeOf, root } from "./rig.mjs";
 
 export function registrationTests({ name, rig, browserTest, allowedPage }) {
   browserTest("a program that is registered for another extension is refused", async (t) => {
@@ -32,7 +32,7 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
 
   browserTest("a browser that is killed takes the program with it within 3 seconds, with its window open once that is answered", async (t) => {
     const page = await allowedPage(t);
-    assert.equal((await ask(page, "status", [], { checkHost: true })).value.host, "running");
+    assert.equal((await askWithoutGesture(page, "status", [], { checkHost: true })).value.host, "running");
     rig.browser.process().kill("SIGKILL");
     await rig.programGone({ timeout: 3_000 });
     await rig.startBrowser();
@@ -54,7 +54,7 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
     const page = await allowedPage(t);
     await rm(rig.manifest);
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");
-    assert.equal(codeOf(await ask(page, "status", [], { checkHost: true })), "HOST_MISSING");
+    assert.equal(codeOf(await askWithoutGesture(page, "status", [], { checkHost: true })), "HOST_MISSING");
     await rig.install();
     const request = ask(page, "selectCertificate");
     await rig.user.choose(request);

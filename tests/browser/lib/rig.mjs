@@ -14,6 +14,7 @@ import { Cleanup, run, waitFor } from "../../program/lib/process.mjs";
 import { SoftToken } from "../../program/lib/soft-token.mjs";
 import { binaryId, World } from "../../program/lib/world.mjs";
 import { startBrowser } from "./browser.mjs";
+import { ExtensionPages } from "./extension-pages.mjs";
 import { serve } from "./site.mjs";
 import { User } from "./user.mjs";
 
@@ -45,7 +46,7 @@ const PAGE = `<!doctype html><meta charset="utf-8"><title>Test page</title><link
     if (!value) return failure;
     return { value: btoa(Array.from(prepared.insert(value), (byte) => String.fromCharCode(byte)).join("")), hashAlgorithm };
   };
-</script>`;
+</script><p id="gesture">A harmless place to click</p>`;
 
 // Python's expression ANSWER, of the request `request`, is the message that goes back.
 const BROKEN_PROGRAM = `#!/usr/bin/python3
@@ -70,7 +71,8 @@ async function writeWithFolders(file, content) {
 
 export class Rig {
   #cleanup = new Cleanup();
-  #pages = new WeakMap();
+  #begun = new WeakSet();
+  #pages = { "/": PAGE };
 
   /** Call it once in a file, outside of the tests, with "chromium" or "firefox". */
   static forThisFile(name) {
@@ -94,42 +96,51 @@ export class Rig {
 
     this.extensions = await this.#cleanup.folder("extension");
     await make(this.extensions);
-    const pages = { "/": PAGE };
-    const site = await serve(join(this.extensions, "example"), { pages });
-    this.#cleanup.add(site.close);
     // One server, two origins; and an address at which the extension is not present.
-    this.origin = `http://localhost:${site.port}`;
-    this.otherOrigin = `http://127.0.0.1:${site.port}`;
-    pages["/framing"] = `${PAGE}<iframe src="${this.otherOrigin}/"></iframe>`;
-    const outside = await serve(join(this.extensions, "example"), { pages, address: "127.0.0.2" });
-    this.#cleanup.add(outside.close);
-    this.outsideOrigin = `http://127.0.0.2:${outside.port}`;
+    const port = await this.#serve();
+    this.origin = `http://localhost:${port}`;
+    this.otherOrigin = `http://127.0.0.1:${port}`;
+    this.addPage("/framing", framing(this.otherOrigin));
+    this.outsideOrigin = `http://127.0.0.2:${await this.#serve("127.0.0.2")}`;
 
-    await this.#denyByPolicy(pages);
+    this.deniedOrigin = `http://127.0.0.1:${await this.#serve()}`;
+    if (canSetPolicies(this.name)) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
     await mkdir(screenshots, { recursive: true });
     this.user = new User(this.world.desktop, this.name);
     this.#cleanup.add(() => this.browser.close());
     await this.startBrowser();
   }
 
-  async #denyByPolicy(pages) {
-    const site = await serve(join(this.extensions, "example"), { pages });
-    this.#cleanup.add(site.close);
-    this.deniedOrigin = `http://127.0.0.1:${site.port}`;
-    const data = { deniedOrigins: [this.deniedOrigin] };
+  async #serve(address, cleanup = this.#cleanup) {
+    const site = await serve(join(this.extensions, "example"), { pages: this.#pages, address });
+    cleanup.add(site.close);
+    return site.port;
+  }
+
+  /** Puts a page on all sites: the usual page with more of HTML, or only the HTML when it is a document of its own. */
+  addPage(path, html) {
+    this.#pages[path] = html.startsWith("<!doctype") ? html : PAGE + html;
+  }
+
+  /** An origin that no test has used, with the same pages, until the test `t` ends. */
+  async freshOrigin(t, host = "localhost") {
+    return `http://${host}:${await this.#serve("127.0.0.1", this.world.cleanupOf(t))}`;
+  }
+
+  /** Sets what an administrator sets. The browser reads it when it starts. */
+  async setPolicy(data) {
     if (this.name === "firefox") {
       const { gecko } = (await manifest("firefox")).browser_specific_settings;
       const policy = { name: gecko.id, description: "Policy", type: "storage", data };
-      await writeWithFolders(join(this.home, ".mozilla/managed-storage", `${gecko.id}.json`), policy);
-    } else if (canSetPolicies(this.name)) {
-      // Chromium reads them from a folder of all users only.
-      const file = `/etc/chromium/policies/managed/quillmark-tests-${process.pid}.json`;
-      const madeFolder = await writeWithFolders(file, { "3rdparty": { extensions: { [registration.chromiumExtensions[0]]: data } } });
-      this.#cleanup.add(async () => {
-        await rm(file);
-        if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(file)]);
-      });
+      return writeWithFolders(join(this.home, ".mozilla/managed-storage", `${gecko.id}.json`), policy);
     }
+    // Chromium reads them from a folder of all users only, so each rig writes its own part.
+    const file = `/etc/chromium/policies/managed/quillmark-tests-${process.pid}.json`;
+    const madeFolder = await writeWithFolders(file, { "3rdparty": { extensions: { [registration.chromiumExtensions[0]]: data } } });
+    this.#cleanup.add(async () => {
+      await rm(file, { force: true });
+      if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(file)]);
+    });
   }
 
   /** Where the signing program is installed. */
@@ -180,28 +191,62 @@ export class Rig {
   async startBrowser() {
     const env = { ...this.world.desktop.env, ...this.token.env };
     this.browser = await startBrowser(this.name, { home: this.home, extensions: this.extensions, env });
+    this.user.extension = new ExtensionPages(this.name, this.browser);
   }
 
-  /** Opens a page that is closed with the test `t`, and with it what it has started. */
+  /** The extension's own pages. */
+  get extension() {
+    return this.user.extension;
+  }
+
+  /** Ends the browser and starts it anew, with the profile that it has in Chromium, and a new one in Firefox. */
+  async restartBrowser() {
+    await this.browser.close();
+    await this.startBrowser();
+  }
+
+  /** Has the browser load the extension anew, which forgets its questions and refusals. */
+  async reloadExtension() {
+    await this.browser.installExtension(join(this.extensions, this.name));
+    this.user.questionsSeen.clear();
+  }
+
+  /**
+   * The extension asks ten questions a minute at most, and tests are faster than people: with the extension loaded anew
+   * the minute begins anew.
+   */
+  async restForQuestions() {
+    if (this.user.questionsSeen.size > 4) await this.reloadExtension();
+  }
+
+  /** Allows an origin for good, as the user's own answer does, without the windows. */
+  async allow(origin) {
+    await this.extension.evaluate(async (added) => {
+      const { local } = (globalThis.browser ?? globalThis.chrome).storage;
+      const { allowedOrigins = [] } = await local.get("allowedOrigins");
+      await local.set({ allowedOrigins: [...allowedOrigins, added].sort() });
+    }, origin);
+  }
+
+  /** Opens a page. With the test `t` all pages are closed, and with them what they have started. */
   async page(t, { origin = this.origin, path = "/" } = {}) {
     const page = await this.browser.newPage();
-    this.#pagesOf(t).push(page);
+    this.#endWith(t);
     await page.goto(origin + path);
     if (path !== "/index.html") await page.waitForFunction("window.ask");
     return page;
   }
 
-  // With the last of a test's pages the signing program ends, so that the next test begins without it.
-  #pagesOf(t) {
-    if (!this.#pages.has(t)) {
-      const pages = [];
-      this.#pages.set(t, pages);
-      t.after(async () => {
-        for (const page of pages) await page.close().catch(() => {});
-        await this.programGone();
-      });
-    }
-    return this.#pages.get(t);
+  // With the last of a test's pages the signing program ends, so that the next test begins without it. A window that a page
+  // has opened would be where the browser opens the next one.
+  #endWith(t) {
+    if (this.#begun.has(t)) return;
+    this.#begun.add(t);
+    t.after(async () => {
+      const [, ...pages] = await this.browser.pages();
+      for (const page of pages) await page.close().catch(() => {});
+      await this.programGone();
+    });
   }
 
   /** The ids of this home's signing programs that run. */
@@ -229,9 +274,27 @@ export class Rig {
 export const GST_TEXT = JSON.stringify({ gstin: "33ABCDE1234F1Z5", note: "₹ 1,25,000 – నమస్తే", lines: "a\nb" });
 export const DIGEST = Buffer.alloc(32, 0x5a).toString("base64");
 
+/** HTML of a frame that shows the usual page of another origin. */
+export const framing = (origin) => `<iframe src="${origin}/"></iframe>`;
+
+/** Clicks in the page or frame, at a place where a click does nothing. */
+export async function gesture(page) {
+  await ("page" in page ? page.page() : page).bringToFront();
+  await page.click("#gesture");
+}
+
 /** Calls an operation of the page library in a page or frame: { value } or { code, message, detail, ckr }. */
-export const ask = (page, operation, args = [], options = {}) =>
+export const askWithoutGesture = (page, operation, args = [], options = {}) =>
   page.evaluate((...given) => window.ask(...given), operation, args, options);
+
+/** The same after a click of the user in the page: without one, a page may not have the user asked. */
+export async function ask(page, ...call) {
+  await gesture(page);
+  return askWithoutGesture(page, ...call);
+}
+
+/** What the extension tells the page or frame of itself. */
+export const statusOf = async (page) => (await askWithoutGesture(page, "status")).value;
 
 /** Has a page of the rig's sites make a PDF document of this name and sign it: { value, hashAlgorithm } or a failure. */
 export const signPdf = (page, name, thumbprint) =>

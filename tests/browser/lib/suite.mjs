@@ -3,26 +3,69 @@
 import assert from "node:assert/strict";
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
-import { after, test } from "node:test";
+import { after, before, test } from "node:test";
 
+import { beforeunloadAttacks } from "../attacks/beforeunload.mjs";
+import { doubleClickAttacks } from "../attacks/double-click.mjs";
+import { dragAndDropAttacks } from "../attacks/drag-and-drop.mjs";
+import { extensionReloadAttacks } from "../attacks/extension-reload.mjs";
+import { floodAttacks } from "../attacks/flood.mjs";
+import { frameAttacks } from "../attacks/frames.mjs";
+import { fullScreenAttacks } from "../attacks/full-screen.mjs";
+import { gestureAttacks } from "../attacks/gestures.mjs";
+import { navigationAttacks } from "../attacks/navigation.mjs";
+import { oddTypeAttacks } from "../attacks/odd-types.mjs";
+import { openIdAttacks } from "../attacks/open-ids.mjs";
+import { pictureInPictureAttacks } from "../attacks/picture-in-picture.mjs";
+import { policyAttacks } from "../attacks/policies.mjs";
+import { revocationAttacks } from "../attacks/revocation.mjs";
+import { signOfLifeAttacks } from "../attacks/signs-of-life.mjs";
+import { statusAttacks } from "../attacks/status.mjs";
+import { stolenFocusAttacks } from "../attacks/stolen-focus.mjs";
+import { twoWindowAttacks } from "../attacks/two-windows.mjs";
+import { typedAheadAttacks } from "../attacks/typed-ahead.mjs";
+import { COVER } from "./attacker.mjs";
 import { consentTests } from "./consent.mjs";
 import { failureTests } from "./failures.mjs";
 import { registrationTests } from "./registration.mjs";
-import { ask, bytes, Rig } from "./rig.mjs";
+import { ask, bytes, Rig, statusOf } from "./rig.mjs";
 import { signingTests } from "./signing.mjs";
 
-/** Defines all tests for "chromium" or "firefox". Call it once in a file. */
-export function browserTests(name) {
+const ATTACKS = [
+  doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,
+  beforeunloadAttacks, gestureAttacks, twoWindowAttacks, navigationAttacks, frameAttacks, statusAttacks, oddTypeAttacks,
+  openIdAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks, policyAttacks,
+];
+
+/** Gives a rig for this file, and a function that defines a test which keeps a picture when it fails. */
+function rigAndTests(name) {
   const rig = Rig.forThisFile(name);
   const title = name[0].toUpperCase() + name.slice(1);
-  let ran = 0;
-  const browserTest = (sentence, body) => test(`${title}: ${sentence}`, async (t) => {
+  const define = (sentence, body) => test(`${title}: ${sentence}`, async (t) => {
+    await rig.restForQuestions();
     try {
       await body(t);
     } catch (error) {
       await rig.screenshot(`failed-${sentence.replaceAll(/\W+/g, "-").slice(0, 60)}`).catch(() => {});
       throw error;
     }
+  });
+  return { rig, title, define };
+}
+
+/** Defines the attacks, which all have to fail, for "chromium" or "firefox". Call it once in a file. */
+export function attackTests(name) {
+  const { rig, define } = rigAndTests(name);
+  before(() => rig.addPage("/cover", COVER));
+  for (const attacks of ATTACKS) attacks({ name, rig, attack: define });
+}
+
+/** Defines all other tests for "chromium" or "firefox". Call it once in a file. */
+export function browserTests(name) {
+  const { rig, title, define } = rigAndTests(name);
+  let ran = 0;
+  const browserTest = (sentence, body) => define(sentence, async (t) => {
+    await body(t);
     ran++;
   });
   let signatures = 0;
@@ -44,7 +87,7 @@ export function browserTests(name) {
   /** A page of the site that the user has allowed for good. */
   async function allowedPage(t, options) {
     const page = await rig.page(t);
-    if ((await ask(page, "status")).value.permission === "allowed") {
+    if ((await statusOf(page)).permission === "allowed") {
       if (!options) return page;
     } else {
       const request = ask(page, "selectCertificate");

@@ -2,34 +2,87 @@
 
 import { pinTitle, windowTitle } from "../../program/lib/host.mjs";
 import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { Hands } from "./hands.mjs";
 
 /** What the browsers put behind the title of a page. */
 const BROWSER_TITLE = { chromium: " - Chromium", firefox: " — Mozilla Firefox" };
 
 /** How often Tab leads from the button that has the focus first to this one. */
-const TABS = { deny: 0, always: 1, once: 2 };
+const TABS = { deny: 0, always: 1, page: 2, once: 3 };
+
+const WAITING_TITLE = "Quillmark - Allow this site?";
 
 export class User {
   #desktop;
   #browser;
 
+  /** The extension's own pages (ExtensionPages), in which the user sees where an answer stands. */
+  extension;
+
+  /** The windows with questions that were seen. */
+  questionsSeen = new Set();
+
   constructor(desktop, browser) {
     this.#desktop = desktop;
     this.#browser = browser;
+    this.hands = new Hands(desktop);
   }
 
   /** The window of the extension that asks about this origin, once its buttons take clicks. */
-  consentWindow(origin) {
-    const title = `Quillmark - Allow ${origin}?`;
-    return this.#desktop.window(this.#browser === "firefox" ? `Extension: (Quillmark) - ${title} — Mozilla Firefox` : title);
+  async consentWindow(origin) {
+    const id = await this.#desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`));
+    this.questionsSeen.add(id);
+    return id;
   }
 
-  /** Answers "once", "always" or "deny" by the keyboard. */
+  /** The extension's windows that ask about this origin or, not ready yet, about one that they do not name. */
+  async questions(origin) {
+    const titles = [WAITING_TITLE, `Quillmark - Allow ${origin}?`].map((title) => this.#extensionTitle(title));
+    const found = (await Promise.all(titles.map((title) => this.#desktop.windows(title)))).flat();
+    for (const id of found) this.questionsSeen.add(id);
+    return found;
+  }
+
+  /** The same window as consentWindow, as soon as it is there. */
+  async question(origin) {
+    return waitFor(`a question about ${origin}`, async () => (await this.questions(origin))[0]);
+  }
+
+  /** Answers "once", "page", "always" or "deny" by the keyboard; the second step of "always" by the mouse. */
   async consent(origin, answer) {
     const id = await this.consentWindow(origin);
     for (let i = 0; i < TABS[answer]; i++) await this.#desktop.key(id, "Tab");
+    // A key that does not answer has the window wait once more.
+    await sleep(200);
+    await this.consentWindow(origin);
     await this.#desktop.key(id, "Return");
+    if (answer === "always") await this.#clickAnswer(id, origin, "#confirm-always");
     await this.gone(id);
+  }
+
+  // The mouse that comes has the window wait, as does what it shows anew.
+  async #clickAnswer(id, origin, selector) {
+    const { x, y } = await waitFor(selector, () => this.placeOf(selector, id));
+    await this.hands.point({ id, x, y });
+    await sleep(300);
+    await this.consentWindow(origin);
+    await this.hands.click();
+  }
+
+  /** The middle of what the selector names in the consent page, whose window is `id`: { id, x, y }; undefined when not there. */
+  async placeOf(selector, id) {
+    const place = await this.extension.consent((wanted) => {
+      const { x, y, width, height } = document.querySelector(wanted)?.getBoundingClientRect() ?? {};
+      return width && { x: x + width / 2 - innerWidth / 2, y: y + height / 2 - innerHeight };
+    }, selector);
+    if (!place) return undefined;
+    // The browser's own bars are above the page, and nothing is below it.
+    const { width, height } = await this.#desktop.geometry(id);
+    return { id, x: width / 2 + place.x, y: height + place.y };
+  }
+
+  #extensionTitle(title) {
+    return this.#browser === "firefox" ? `Extension: (Quillmark) - ${title} — Mozilla Firefox` : title;
   }
 
   /** The browser's window while it shows the page of this title. */

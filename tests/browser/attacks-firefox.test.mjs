@@ -1,0 +1,3 @@
+import { attackTests } from "./lib/suite.mjs";
+
+attackTests("firefox");

@@ -1,0 +1,29 @@
+// A site that asks nothing of the program but whether it lives.
+
+import { sleep } from "../../program/lib/process.mjs";
+import { ask, askWithoutGesture } from "../lib/rig.mjs";
+
+export function signOfLifeAttacks({ rig, attack }) {
+  attack("signs of life do not keep the PIN: the program ends after a quiet minute, where one is set", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    await rig.allow(origin);
+    const setQuietTime = (minutes) => rig.extension.evaluate(async (quietMinutes) => {
+      const { local } = (globalThis.browser ?? globalThis.chrome).storage;
+      await (quietMinutes ? local.set({ quietMinutes }) : local.remove("quietMinutes"));
+    }, minutes);
+    await setQuietTime(1);
+    t.after(() => setQuietTime(null));
+    const page = await rig.page(t, { origin });
+    const request = ask(page, "signAuthToken", ["token"]);
+    await rig.user.chooseAndLogIn(request);
+    await request;
+    const [program] = await rig.programs();
+    const end = Date.now() + 75_000;
+    // After the end a sign of life starts a program anew, which knows no PIN.
+    while ((await rig.programs()).includes(program)) {
+      if (Date.now() > end) throw new Error("The program that knows the PIN still runs after 75 seconds of signs of life");
+      await askWithoutGesture(page, "status", [{ checkHost: true }]);
+      await sleep(3_000);
+    }
+  });
+}
