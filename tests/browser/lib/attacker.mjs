@@ -53,7 +53,8 @@ export async function assertUnanswered(rig, { origin, page, request }) {
   const { permission } = await statusOf(page);
   const started = (await rig.programs()).length > 0;
   const open = (await rig.user.questions(origin)).length > 0;
-  assert.deepEqual({ progress, permission, started, open, answer }, { progress: ["consent"], permission: "ask", started: false, open: true, answer: undefined });
+  const unanswered = { progress: ["consent"], permission: "ask", started: false, open: true, answer: undefined };
+  assert.deepEqual({ progress, permission, started, open, answer }, unanswered);
 }
 
 /** What comes first of a request: its code, or a question to the user. */

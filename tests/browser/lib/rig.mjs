@@ -203,6 +203,7 @@ export class Rig {
   async restartBrowser() {
     await this.browser.close();
     await this.startBrowser();
+    this.user.questionsSeen.clear();
   }
 
   /** Has the browser load the extension anew, which forgets its questions and refusals. */
