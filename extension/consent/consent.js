@@ -14,6 +14,9 @@ const id = location.hash.slice(1);
 const port = api.runtime.connect({ name: "consent" });
 port.onDisconnect.addListener(showGone);
 
+// Firefox would open what is dropped here in the place of the question.
+for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) => event.preventDefault());
+
 let question;
 let text = "";
 port.onMessage.addListener(async (message) => {

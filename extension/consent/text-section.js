@@ -17,7 +17,7 @@ export function showText(text, sha256) {
   element("layouts").hidden = layout === null;
   element("duplicates").hidden = !layout?.duplicates;
   element("duplicates").textContent =
-    `${numbered(layout?.duplicates, "member stands", "members stand")} twice in this text; readers differ on which one counts.`;
+    `${numbered(layout?.duplicates ?? 0, "member stands", "members stand")} twice in this text; readers differ on which one counts.`;
   const search = searchIn(view);
   for (const input of element("layouts").querySelectorAll("input")) {
     input.addEventListener("change", () => {

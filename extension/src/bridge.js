@@ -105,9 +105,10 @@
 
   const failure = (code) => ({ type: "error", error: { code } });
 
-  // Of what a page may post, the extension knows texts, numbers and truth values; the rest could be of any size.
+  // Of what a page may post, the extension knows texts, numbers and truth values; the rest, which could be of any size, becomes
+  // null, and is refused as such.
   function plain({ operation, values, timeout }) {
-    const simple = (value) => (["string", "number", "boolean"].includes(typeof value) ? value : undefined);
+    const simple = (value) => (["string", "number", "boolean", "undefined"].includes(typeof value) ? value : null);
     const members = typeof values === "object" && values !== null ? Object.entries(values) : [];
     const known = members.map(([name, value]) => [name, simple(value)]);
     return { operation: simple(operation), values: Object.fromEntries(known), timeout: simple(timeout) };

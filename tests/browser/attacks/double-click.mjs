@@ -3,16 +3,19 @@
 import { sleep } from "../../program/lib/process.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
-export function doubleClickAttacks({ rig, attack }) {
+export function doubleClickAttacks({ name, rig, attack }) {
+  // Firefox's question is a dialog, which the window manager keeps above the browser's other windows.
+  const canCover = name === "chromium";
+
   attack("the second half of a double click on a window that covered the question is no answer", async (t) => {
     const question = await openQuestion(rig, t);
     const place = await placeOfOnce(rig, question);
     await question.page.evaluate(() => (window.strike = (cover) => cover.close()));
-    await openCover(question.page, { left: 230, top: 30, width: 560, height: 720 });
+    await openCover(rig, question.page, { left: 230, top: 30, width: 560, height: 720 });
     await sleep(1_500);
     await rig.user.hands.point(place);
     await rig.user.hands.click(2);
-    await assertStruck(question.page);
+    if (canCover) await assertStruck(question.page);
     await assertUnanswered(rig, question);
   });
 
@@ -20,7 +23,7 @@ export function doubleClickAttacks({ rig, attack }) {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);
     const place = await placeOfOnce(rig, question);
-    await openCover(question.page, { left: 0, top: 0, width: 230, height: 300 });
+    await openCover(rig, question.page, { left: 0, top: 0, width: 230, height: 300 });
     await question.page.evaluate(() => {
       window.cover.moveTo(240, 40);
       window.cover.resizeTo(560, 720);
@@ -32,7 +35,7 @@ export function doubleClickAttacks({ rig, attack }) {
     await sleep(1_500);
     await rig.user.hands.point(place);
     await rig.user.hands.click(2);
-    await assertStruck(question.page);
+    if (canCover) await assertStruck(question.page);
     await assertUnanswered(rig, question);
   });
 }

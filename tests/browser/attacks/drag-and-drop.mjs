@@ -9,7 +9,7 @@ export function dragAndDropAttacks({ rig, attack }) {
   attack("a link that is dropped onto the question is no answer, and puts no other page into its window", async (t) => {
     const question = await openQuestion(rig, t);
     const to = await placeOfOnce(rig, question);
-    await openCover(question.page, { left: 0, top: 100, width: 230, height: 400 });
+    await openCover(rig, question.page, { left: 0, top: 100, width: 230, height: 400 });
     await question.page.evaluate(() => {
       window.dragged = false;
       const { body } = window.cover.document;

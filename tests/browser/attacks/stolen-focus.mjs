@@ -7,7 +7,7 @@ export function stolenFocusAttacks({ rig, attack }) {
   attack("keys that were typed into a page's window, which closes under them, answer nothing", async (t) => {
     const question = await openQuestion(rig, t);
     await question.page.evaluate(() => (window.strike = (cover) => cover.close()));
-    await openCover(question.page, { left: 0, top: 60, width: 240, height: 300 });
+    await openCover(rig, question.page, { left: 0, top: 60, width: 240, height: 300 });
     await sleep(1_500);
     await rig.user.hands.keys(["a", "Tab", "Return", "Tab", "Return", "Tab", "Return"], 250);
     await assertStruck(question.page);
@@ -17,7 +17,7 @@ export function stolenFocusAttacks({ rig, attack }) {
   attack("a question that loses the keyboard for a moment takes no answer in the second after it", async (t) => {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);
-    await openCover(question.page, { left: 0, top: 60, width: 240, height: 300 });
+    await openCover(rig, question.page, { left: 0, top: 60, width: 240, height: 300 });
     await question.page.evaluate(() => window.cover.close());
     await sleep(250);
     await rig.user.hands.keys(["Tab", "Tab", "Return"], 60);

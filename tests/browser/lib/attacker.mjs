@@ -17,13 +17,17 @@ export async function openQuestion(rig, t, { operation = "selectCertificate", ar
 /** The place of an answer that gives something, on the screen, wherever the window's page has put it. */
 export const placeOfOnce = (rig, { id }) => waitFor("the place of the answer", () => rig.user.placeOf("#once", id));
 
-/** Has the page open a window of its own with the cover's HTML (see COVER), at a place of the screen. */
-export async function openCover(page, { left, top, width, height }) {
+/**
+ * Has the page open a window of its own with the cover's HTML (see COVER), at a place of the screen, in front of all others:
+ * some window managers let it come there, and this one is made to.
+ */
+export async function openCover(rig, page, { left, top, width, height }) {
   await page.evaluate((features) => {
     window.covers = [];
     window.cover = open("/cover", "cover", features);
   }, `left=${left},top=${top},width=${width},height=${height}`);
   await page.waitForFunction(() => window.cover?.document.readyState === "complete" && window.cover.document.title === "Cover");
+  await rig.user.bringToFront(await rig.user.browserWindow("Cover"));
   await sleep(1_000); // until it is drawn where the window manager has put it
 }
 

@@ -37,8 +37,11 @@ export class User {
 
   /** The extension's windows that ask about this origin or, not ready yet, about one that they do not name. */
   async questions(origin) {
-    const titles = [WAITING_TITLE, `Quillmark - Allow ${origin}?`].map((title) => this.#extensionTitle(title));
-    const found = (await Promise.all(titles.map((title) => this.#desktop.windows(title)))).flat();
+    const [waiting, ready] = [WAITING_TITLE, `Quillmark - Allow ${origin}?`].map((title) => this.#extensionTitle(title));
+    // The title may change between two looks.
+    const titles = [waiting, ready, waiting];
+    const found = [];
+    for (const title of titles) if (found.length === 0) found.push(...(await this.#desktop.windows(title)));
     for (const id of found) this.questionsSeen.add(id);
     return found;
   }
@@ -50,6 +53,8 @@ export class User {
 
   /** Answers "once", "page", "always" or "deny" by the keyboard; the second step of "always" by the mouse. */
   async consent(origin, answer) {
+    // Another window may have the keyboard, and the question then waits for it.
+    await this.#desktop.focus(await this.question(origin));
     const id = await this.consentWindow(origin);
     for (let i = 0; i < TABS[answer]; i++) await this.#desktop.key(id, "Tab");
     // A key that does not answer has the window wait once more.
@@ -88,6 +93,10 @@ export class User {
   /** The browser's window while it shows the page of this title. */
   browserWindow(title) {
     return this.#desktop.window(title + BROWSER_TITLE[this.#browser]);
+  }
+
+  bringToFront(id) {
+    return this.#desktop.focus(id);
   }
 
   /** Opens an address in a new tab of the window, and waits for the page's title. */

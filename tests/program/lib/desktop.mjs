@@ -102,7 +102,7 @@ export class Desktop {
 
   /** Gives the window the keyboard, then types the text with real keys. */
   async type(id, text) {
-    await this.#focus(id);
+    await this.focus(id);
     // For a letter that no key has, a key is given to it for a moment: the program must look within that moment.
     const delay = /^[ -~]*$/.test(text) ? "15" : "400";
     await run("xdotool", ["type", "--delay", delay, "--", text], this.#options());
@@ -110,7 +110,7 @@ export class Desktop {
 
   /** Gives the window the keyboard, then presses a key by its X name. */
   async key(id, name) {
-    await this.#focus(id);
+    await this.focus(id);
     await run("xdotool", ["key", name], this.#options());
   }
 
@@ -132,7 +132,8 @@ export class Desktop {
     return stdout.toString().trim();
   }
 
-  async #focus(id) {
+  /** Gives the window the keyboard. */
+  async focus(id) {
     await run("xdotool", ["windowactivate", "--sync", id], this.#options({ timeout: 10_000 }));
     await sleep(50);
   }
