@@ -10,6 +10,7 @@ import { fileURLToPath } from "node:url";
 
 import { make } from "../extension/make.mjs";
 import { startBrowser } from "../tests/browser/lib/browser.mjs";
+import { ExtensionPages } from "../tests/browser/lib/extension-pages.mjs";
 import { serve } from "../tests/browser/lib/site.mjs";
 import { User } from "../tests/browser/lib/user.mjs";
 import { bin } from "../tests/program/lib/build.mjs";
@@ -54,7 +55,7 @@ async function main() {
   await page.goto(`${address}/`);
   step(`${name === "firefox" ? "Firefox" : "Chromium"} shows the example page, ${address}`);
 
-  if (isAuto) await signByItself({ name, page, address, desktop, folder, judges });
+  if (isAuto) await signByItself({ name, browser, page, address, desktop, folder, judges });
   else await letThePersonSign(browser, home);
 }
 
@@ -74,8 +75,9 @@ async function letThePersonSign(browser, home) {
   step("The browser is closed");
 }
 
-async function signByItself({ name, page, address, desktop, folder, judges }) {
+async function signByItself({ name, browser, page, address, desktop, folder, judges }) {
   const user = new User(desktop, name);
+  user.extension = new ExtensionPages(name, browser);
   const picture = (what) => desktop.screenshot(join(folder, `${what}.png`));
 
   await page.click("#sign-pdf");

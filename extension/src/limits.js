@@ -22,8 +22,8 @@ export const REFUSAL_WAITS_MS = [10 * SECOND, MINUTE, 10 * MINUTE, 60 * MINUTE];
 /** How often at most a page hears of its request's progress. */
 export const PROGRESS_MS = 250;
 
-/** How long the administrator's settings are waited for after a start: Chromium hands out none until it has read them. */
-export const POLICY_SETTLE_MS = 3 * SECOND;
+/** How long the administrator's settings are waited for after a start: Chromium has none for up to 3 seconds (seen). */
+export const POLICY_SETTLE_MS = 8 * SECOND;
 
 /** How long the page around a frame has to say its origin. */
 export const SURROUNDINGS_MS = 1 * SECOND;

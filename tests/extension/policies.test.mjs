@@ -39,7 +39,7 @@ test("Nothing is decided before the browser had the time to read the policies", 
   await settle();
   assert.equal(policy, undefined);
   managed.values.deniedOrigins = ["https://a.example"];
-  clock.tick(3_000);
+  clock.tick(8_000);
   await settle();
   assert.equal(policy.decide("https://a.example"), "denied");
   assert.equal(session.values.policySettled, true);

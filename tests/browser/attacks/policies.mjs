@@ -40,9 +40,13 @@ export function policyAttacks({ name, rig, attack }) {
     }
   });
 
-  for (const [words, policy] of [
+  // Chromium hands out no value that is of another type than the schema says, and shows that on chrome://policy.
+  const ofAnotherType = [
     ["a text in place of the list of denied origins", (origin) => ({ deniedOrigins: origin })],
     ["onlyAllowedOrigins as a text", () => ({ onlyAllowedOrigins: "true" })],
+  ];
+  for (const [words, policy] of [
+    ...(name === "firefox" ? ofAnotherType : []),
     ["a denied pattern that is too wide to be one", () => ({ deniedOrigins: ["https://*.com/*"] })],
   ]) {
     attack(`${words} denies: what cannot be understood is no permission`, async (t) => {
