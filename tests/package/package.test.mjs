@@ -29,7 +29,7 @@ test("the package installs, signs for a user, and is purged without a trace", { 
   const { stdout: listed } = await run("dpkg", ["-L", "quillmark"]);
   const files = listed.toString().split("\n").filter(Boolean);
 
-  for (const tool of ["quillmark-browsers", "quillmark-doctor", "quillmark-tokens"]) {
+  for (const tool of ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"]) {
     assert.ok(files.includes(`/usr/share/man/man1/${tool}.1.gz`), `${tool} has no manual page`);
     assert.match((await run(tool, ["--help"])).stdout.toString(), /^usage: /i, tool);
   }

@@ -9,7 +9,7 @@ import { test } from "node:test";
 import { run, runUnchecked } from "../program/lib/process.mjs";
 import { Computer, root } from "./lib/computer.mjs";
 
-const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-tokens"];
+const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"];
 const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
 
 async function computerWith(t, ...browsers) {
@@ -25,7 +25,7 @@ test("install puts everything into the user's own folder and registers", async (
   assert.equal(code, 0, out);
   const folder = folderOf(computer);
   assert.deepEqual((await readdir(folder)).sort(), [
-    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host",
+    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host", "quillmark-journal",
     "quillmark-tokens", "quillmark_policies.py", "quillmark_report.py", "registration.json",
   ]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);

@@ -83,7 +83,8 @@ export class Computer {
     await mkdir(folder, { recursive: true, mode: 0o700 });
     await cp(this.program, folder, { recursive: true });
     for (const name of [
-      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark_policies.py", "quillmark_report.py", "registration.json",
+      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark_policies.py", "quillmark_report.py",
+      "registration.json",
     ]) {
       await cp(join(root, "packaging", name), join(folder, name));
     }
