@@ -132,7 +132,7 @@ function sourcesOf(command) {
     const path = command.replace(/^\.\//, "");
     return filesOfTree(path, `tools/${path}*`);
   }
-  if (/^quillmark-(browsers|doctor|host)$/.test(command)) return [`packaging/${command}`];
+  if (/^quillmark-(browsers|doctor|host|journal)$/.test(command)) return [`packaging/${command}`];
   if (command === "quillmark-tokens") return filesOfTree("QMTokenDriver/*.cpp");
   return null;
 }
