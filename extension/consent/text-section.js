@@ -10,8 +10,9 @@ const numbered = (number, one, many) => `${number.toLocaleString()} ${number ===
 export function showText(text, sha256) {
   const view = new TextView(element("text"));
   const bytes = new TextEncoder().encode(text).length;
+  const characters = text.length - (text.match(/[\uD800-\uDBFF]/g)?.length ?? 0);
   element("size").textContent =
-    `The whole text: ${numbered([...text].length, "character", "characters")}, ${numbered(bytes, "byte", "bytes")}.`;
+    `The whole text: ${numbered(characters, "character", "characters")}, ${numbered(bytes, "byte", "bytes")}.`;
   element("sha256").textContent = sha256;
   const layout = layOut(text);
   element("layouts").hidden = layout === null;

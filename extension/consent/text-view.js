@@ -109,8 +109,8 @@ function partsOf(text) {
   const parts = [];
   for (let start = 0; start < text.length; ) {
     let end = Math.min(start + PART_CHARACTERS, text.length);
-    const lineEnd = text.lastIndexOf("\n", end - 1) + 1;
-    if (end < text.length && lineEnd > start) end = lineEnd;
+    const lineEnd = text.slice(start, end).lastIndexOf("\n") + 1;
+    if (end < text.length && lineEnd > 0) end = start + lineEnd;
     else if (end < text.length && /[\uD800-\uDBFF]/.test(text[end - 1])) end--;
     const element = document.createElement("div");
     element.className = "part";

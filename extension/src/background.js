@@ -59,7 +59,8 @@ api.runtime.onMessage.addListener((message, sender, reply) => {
 
 // Permissions that are taken back end what they have begun, whoever has changed them.
 api.storage.onChanged.addListener((changes, area) => {
-  if (area === "session") return;
+  const isJournal = Object.keys(changes).every((name) => name.startsWith("journal"));
+  if (area === "session" || isJournal) return;
   void service.recheck();
   void host.keepTime();
 });

@@ -54,7 +54,7 @@
     if (data?.type === "abort" && ownId !== undefined) extension?.postMessage({ type: "abort", id: ownId });
     if (data?.type !== "request") return;
     const request = plain(data);
-    const bytes = new TextEncoder().encode(JSON.stringify(request)).length;
+    const bytes = new TextEncoder().encode(JSON.stringify(request.values)).length;
     const openBytes = [...open.values()].reduce((sum, each) => sum + each.bytes, 0);
     let refusal;
     if (ownId !== undefined) refusal = "INVALID_ARGUMENT";
