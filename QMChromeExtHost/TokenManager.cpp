@@ -10,12 +10,23 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 
 namespace {
 
 /// More slots than any machine has readers; a module that reports more is talking nonsense.
 constexpr CK_ULONG kMaxSlots = 65536;
+
+std::vector<CK_SLOT_ID> SlotBuffer(CK_ULONG count) {
+    if (count > kMaxSlots)
+        throw std::runtime_error("C_GetSlotList gives more than " + std::to_string(kMaxSlots) + " slots");
+    try {
+        return std::vector<CK_SLOT_ID>(count);
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error("Can't allocate enough memory");
+    }
+}
 
 template <typename EntryPoint>
 EntryPoint Resolve(void* module, const char* name) {
@@ -135,13 +146,11 @@ OperationResult TokenManager::TokenOpenSession() {
 
         TokenState = TOKEN_PLUGGED;
         LogTextToFile("Found slots with the token attached.", DEBUG);
-        if (ulCount > kMaxSlots)
-            throw std::runtime_error("Can't allocate enough memory");
-        std::vector<CK_SLOT_ID> slots(ulCount);
+        std::vector<CK_SLOT_ID> slots = SlotBuffer(ulCount);
         LogTextToFile("Get the slots list.", DEBUG);
         CheckResult(CallModule(F_GetSlotList, CK_BBOOL{CK_TRUE}, slots.data(), &ulCount), "C_GetSlotList");
         if (ulCount == 0) // pulled between the two calls
-            CheckResult(CKR_TOKEN_NOT_PRESENT, "C_GetSlotList");
+            throw std::runtime_error("C_GetSlotList gives no slot any more");
 
         CheckResult(CallModule(F_OpenSession, slots.front(), CK_FLAGS{CKF_SERIAL_SESSION | CKF_RW_SESSION},
                                nullptr, nullptr, &hTokenSession),

@@ -46,7 +46,8 @@ std::vector<std::string> TokenManager::BuildTokenCertList() {
             if (ulRetCount != 1)
                 break;
             if (numObj == kMaxCertificates)
-                CheckResult(CKR_DEVICE_ERROR, "BuildTokenCertList - C_FindObjects");
+                throw std::runtime_error("C_FindObjects gives more than " +
+                                         std::to_string(kMaxCertificates) + " certificates");
             AppendCertificate(hCKObj, CertificateHtmlList);
         }
         CheckResult(CallModule(F_FindObjectsFinal, hTokenSession), "BuildTokenCertList - C_FindObjectsFinal");
@@ -66,7 +67,8 @@ void TokenManager::AppendCertificate(CK_OBJECT_HANDLE hCKObj, std::vector<std::s
                            CK_ULONG{attributes.size()}),
                 "BuildTokenCertList - C_GetAttributeValue for Sizing");
     if (value.ulValueLen > kMaxAttributeBytes || id.ulValueLen > kMaxAttributeBytes)
-        CheckResult(CKR_DEVICE_ERROR, "BuildTokenCertList - C_GetAttributeValue for Sizing");
+        throw std::runtime_error("C_GetAttributeValue gives a length above " +
+                                 std::to_string(kMaxAttributeBytes) + " bytes");
 
     const CK_ULONG valueCapacity = value.ulValueLen;
     const CK_ULONG idCapacity = id.ulValueLen;
@@ -78,7 +80,7 @@ void TokenManager::AppendCertificate(CK_OBJECT_HANDLE hCKObj, std::vector<std::s
                            CK_ULONG{attributes.size()}),
                 "BuildTokenCertList - C_GetAttributeValue");
     if (value.ulValueLen > valueCapacity || id.ulValueLen > idCapacity)
-        CheckResult(CKR_DEVICE_ERROR, "BuildTokenCertList - C_GetAttributeValue");
+        throw std::runtime_error("C_GetAttributeValue gives more than it said");
     const std::string cka_id = idText.data();
     LogTextToFile("CKA_ID: " + cka_id, DEBUG);
 
@@ -141,8 +143,9 @@ std::vector<unsigned char> TokenManager::Sign(CK_OBJECT_HANDLE hPriKey, CK_MECHA
     CheckResult(CallModule(F_Sign, hTokenSession, const_cast<CK_BYTE_PTR>(text), textLength, signature.data(),
                            &signatureLength),
                 "C_Sign");
-    if (signatureLength == 0 || signatureLength > signature.size()) // success without a signature is none
-        CheckResult(CKR_DEVICE_ERROR, "C_Sign");
+    if (signatureLength > signature.size())
+        throw std::runtime_error("C_Sign gives a signature above " + std::to_string(signature.size()) +
+                                 " bytes");
     signature.resize(signatureLength);
     return signature;
 }
