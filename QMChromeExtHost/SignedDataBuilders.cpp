@@ -7,11 +7,9 @@
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
 
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
-#include <system_error>
 
 namespace {
 
@@ -131,25 +129,10 @@ std::string Finish(CkXml xml, const std::string& SignStrB64) {
     return signedData.getEncodedDer("Base64");
 }
 
-/// At the debug level the latest structure is kept in the working directory. An earlier one is overwritten
-/// and then cut to length: ext4 puts a file that is emptied first on the disk when it is closed, which takes
-/// longer than all log lines of a signature.
+/// At the debug level the latest structure is kept in the working directory.
 void WriteDebugCopy(const char* fileName, const std::string& base64) {
-    if (AppLogLevel != DEBUG)
-        return;
-    std::ofstream(fileName, std::ios::app).close(); // makes it when it is missing
-    std::fstream file(fileName, std::ios::in | std::ios::out);
-    file << base64;
-    file.close();
-    std::error_code ignored;
-    if (file)
-        std::filesystem::resize_file(fileName, base64.size(), ignored);
-}
-
-OperationResult BuilderFailure(const char* name, const std::runtime_error& e) {
-    const std::string ErrMsg = std::string("Error  in ") + name + "(): " + e.what();
-    LogTextToFile(ErrMsg, EXCEPTION);
-    return {false, ErrMsg};
+    if (AppLogLevel == DEBUG)
+        std::ofstream(fileName) << base64;
 }
 
 } // namespace
@@ -173,7 +156,7 @@ OperationResult QMNativeMessagingHost::GenPkcs7Sign(std::string pdfHash, std::st
         WriteDebugCopy("PKCS7Sign.txt", Pkcs7b64);
         return {true, std::move(Pkcs7b64)};
     } catch (const std::runtime_error& e) {
-        return BuilderFailure("GenPkcs7Sign", e);
+        return Failure("GenPkcs7Sign", e);
     }
 }
 
@@ -201,6 +184,6 @@ OperationResult QMNativeMessagingHost::GenCMSSign(std::string hash, std::string 
         WriteDebugCopy("CMSSign.txt", CMSb64);
         return {true, std::move(CMSb64)};
     } catch (const std::runtime_error& e) {
-        return BuilderFailure("GenCMSSign", e);
+        return Failure("GenCMSSign", e);
     }
 }
