@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <new>
 
 LogLevels AppLogLevel = INFO;
 
@@ -86,9 +87,18 @@ void LogTextToFile(std::string text, LogLevels level) {
     const std::time_t now = std::time(nullptr);
     char timeStamp[30];
     std::snprintf(timeStamp, sizeof timeStamp, "%.24s", std::ctime(&now));
-    LogFile.open("QMSignerExtHostLog.txt", std::ios::out | std::ios::app);
-    LogFile << timeStamp << " " << text << std::endl;
+    try {
+        LogFile.open("QMSignerExtHostLog.txt", std::ios::out | std::ios::app);
+        LogFile << timeStamp << " " << text << std::endl;
+    } catch (const std::bad_alloc&) { // opening wants a buffer
+    }
     LogFile.close();
+}
+
+OperationResult Failure(const char* where, const std::exception& e) {
+    std::string text = std::string("Error  in ") + where + "(): " + e.what();
+    LogTextToFile(text, EXCEPTION);
+    return {false, std::move(text)};
 }
 
 void LoadQMHostSettings() {

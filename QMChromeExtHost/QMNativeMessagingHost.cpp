@@ -13,6 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -34,19 +37,14 @@ struct Free {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-/// The text of a member, empty when it is absent. Taken out of the object: it may be large.
-std::string TakeText(CkJsonObject& object, const char* name) {
-    return object.IndexOf(name) >= 0 ? std::move(object).stringOf(name) : std::string();
-}
-
-/// The members of a request, as text; absent ones are empty.
+/// The members of a request, as text; absent ones are empty. Taken out of it: they may be large.
 struct InMessage {
     explicit InMessage(CkJsonObject& InData)
-        : message(TakeText(InData, "text")), action(TakeText(InData, "action")),
-          hash(TakeText(InData, "hash")), CertThumbPrint(TakeText(InData, "certThumbPrint")),
-          HashAlgorithm(TakeText(InData, "hashAlgorithm")), authtoken(TakeText(InData, "authToken")),
-          PAN(TakeText(InData, "PAN")), XmlSignParms(TakeText(InData, "xmlSignParms")),
-          XmlDoc(TakeText(InData, "xmlDoc")) {
+        : message(InData.TakeString("text")), action(InData.TakeString("action")),
+          hash(InData.TakeString("hash")), CertThumbPrint(InData.TakeString("certThumbPrint")),
+          HashAlgorithm(InData.TakeString("hashAlgorithm")), authtoken(InData.TakeString("authToken")),
+          PAN(InData.TakeString("PAN")), XmlSignParms(InData.TakeString("xmlSignParms")),
+          XmlDoc(InData.TakeString("xmlDoc")) {
         if (HashAlgorithm.empty())
             HashAlgorithm = "SHA256";
         else
@@ -87,19 +85,27 @@ constexpr ActionRow kActionTable[] = {
                    InMessage& in) { return host.SignXML(std::move(in.XmlDoc), std::move(in.XmlSignParms)); }},
 };
 
+/// A line of the loop itself, which nothing may end: without memory for it the line is left out.
+void LogStep(std::string_view text, LogLevels level) noexcept {
+    try {
+        if (LogsAt(level))
+            LogTextToFile(std::string(text), level);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
 } // namespace
 
 void QMNativeMessagingHost::CheckForInwordMsgFromBrowser() {
-    LogTextToFile("In CheckForInwordMsgFromBrowser", DEBUG);
+    LogStep("In CheckForInwordMsgFromBrowser", DEBUG);
     while (const std::unique_ptr<CkJsonObject> jObj{ReadStdin()}) {
-        const std::string nonce = TakeText(*jObj, "nonce");
+        std::string nonce = jObj->TakeString("nonce");
         OperationResult msgResponse = ProcessInMessage(jObj.get());
-        LogTextToFile("ProcessInMessage Returned.", DEBUG);
-        if (LogsAt(DEBUG))
-            LogTextToFile(msgResponse.text, DEBUG);
-        ReturnResult(std::move(msgResponse), nonce);
+        LogStep("ProcessInMessage Returned.", DEBUG);
+        LogStep(msgResponse.text, DEBUG);
+        ReturnResult(std::move(msgResponse), std::move(nonce));
     }
-    LogTextToFile("Exiting ReadStdin Loop and Closing Host Application.", INFO);
+    LogStep("Exiting ReadStdin Loop and Closing Host Application.", INFO);
     SelCertFrame->Close(true);
     wxYield();
 }
@@ -119,17 +125,13 @@ CkJsonObject* QMNativeMessagingHost::ReadStdin() {
         if (iLen <= 0)
             return nullptr;
         LogTextToFile("after iLen > 0", DEBUG);
+        if (iLen > kMaxMessageBytes)
+            throw std::length_error("a message of " + std::to_string(iLen) + " bytes");
         // calloc, not malloc and memset: the pages that the message does not reach are never touched.
         const std::unique_ptr<char[], Free> jsonMsg(
-            iLen <= kMaxMessageBytes
-                ? static_cast<char*>(std::calloc(static_cast<std::size_t>(iLen), kBufferFactor))
-                : nullptr);
-        if (!jsonMsg) {
-            LogTextToFile("Error  in ReadStdin(): no room for a message of " + std::to_string(iLen) +
-                              " bytes",
-                          EXCEPTION);
-            return nullptr;
-        }
+            static_cast<char*>(std::calloc(static_cast<std::size_t>(iLen), kBufferFactor)));
+        if (!jsonMsg)
+            throw std::bad_alloc();
         // A short read leaves the text shorter: the zeros end it.
         [[maybe_unused]] const std::size_t received =
             std::fread(jsonMsg.get(), 1, static_cast<std::size_t>(iLen), stdin);
@@ -138,7 +140,7 @@ CkJsonObject* QMNativeMessagingHost::ReadStdin() {
         jObj = std::make_unique<CkJsonObject>();
         jObj->Load(jsonMsg.get());
     } catch (const std::exception& e) {
-        LogTextToFile(std::string("Error  in ReadStdin(): ") + e.what(), EXCEPTION);
+        Failure("ReadStdin", e);
     }
     return jObj.release();
 }
@@ -153,15 +155,13 @@ OperationResult QMNativeMessagingHost::ProcessInMessage(CkJsonObject* InData) {
             return row->run(*this, in);
         return {false, "echo: " + in.message};
     } catch (const std::exception& e) {
-        std::string text = std::string("Error  in ProcessInMessage(): ") + e.what();
-        LogTextToFile(text, EXCEPTION);
-        return {false, std::move(text)};
+        return Failure("ProcessInMessage", e);
     }
 }
 
-void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) {
+void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) try {
+    CkJsonObject RespJsonObj;
     try {
-        CkJsonObject RespJsonObj;
         if (RespData.success) {
             RespJsonObj.AppendInt("status_cd", 1);
             RespJsonObj.AppendString("result", std::move(RespData.text));
@@ -171,7 +171,7 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
             RespJsonObj.AppendString("result", resultResp);
             LogTextToFile(resultResp, DEBUG);
         }
-        RespJsonObj.AppendString("nonce", nonce);
+        RespJsonObj.AppendString("nonce", std::move(nonce));
 
         const std::string RespBytes = RespJsonObj.emit();
         const auto respLen = static_cast<std::uint32_t>(std::strlen(RespBytes.c_str()));
@@ -182,6 +182,11 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
         std::fwrite(RespBytes.data(), 1, respLen, stdout);
         std::fflush(stdout);
     } catch (const std::exception& e) {
-        LogTextToFile(std::string("Error  in ReturnResult(): ") + e.what(), EXCEPTION);
+        // No second reply: one may have gone out in part.
+        RespJsonObj.AppendInt("status_cd", 0);
+        RespJsonObj.AppendString("result", kErrorPrefix + e.what());
+        throw;
     }
+} catch (const std::exception& e) {
+    Failure("ReturnResult", e);
 }

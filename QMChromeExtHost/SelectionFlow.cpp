@@ -125,8 +125,6 @@ OperationResult QMNativeMessagingHost::GetSelCertFromToken() {
                     "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: " + selCKA_ID};
         return {true, tokenManager.TokenCertList.ObjectAt(index)->emit()};
     } catch (const std::exception& e) {
-        std::string text = std::string("Error  in GetSelCertFromToken(): ") + e.what();
-        LogTextToFile(text, EXCEPTION);
-        return {false, std::move(text)};
+        return Failure("GetSelCertFromToken", e);
     }
 }

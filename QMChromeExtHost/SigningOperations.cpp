@@ -27,9 +27,7 @@ OperationResult RunAction(const char* name, const std::function<OperationResult(
     try {
         return body();
     } catch (const std::runtime_error& e) {
-        std::string text = std::string("Error  in ") + name + "(): " + e.what();
-        LogTextToFile(text, EXCEPTION);
-        return {false, std::move(text)};
+        return Failure(name, e);
     }
 }
 

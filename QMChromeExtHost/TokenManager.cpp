@@ -159,7 +159,7 @@ OperationResult TokenManager::TokenOpenSession() {
         LogTextToFile("Exiting Method TokenOpenSession()", DEBUG);
         return {true, "SUCCESS"};
     } catch (const std::runtime_error& e) {
-        LogTextToFile(std::string("Error  in TokenOpenSession(): ") + e.what(), EXCEPTION);
+        Failure("TokenOpenSession", e);
         return {false, e.what()};
     }
 }
@@ -187,7 +187,7 @@ OperationResult TokenManager::TokenLogin(std::string strUserPin) {
         LogTextToFile("Exiting Method TokenLogin()", DEBUG);
         return {true, "SUCCESS"};
     } catch (const std::runtime_error& e) {
-        LogTextToFile(std::string("Error  in TokenLogin(): ") + e.what(), EXCEPTION);
+        Failure("TokenLogin", e);
         return {false, e.what()};
     }
 }

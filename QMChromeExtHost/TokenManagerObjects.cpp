@@ -55,7 +55,7 @@ std::vector<std::string> TokenManager::BuildTokenCertList() {
             LogTextToFile("Can't find X.509 Certificate in Token", INFO);
         return CertificateHtmlList;
     } catch (const std::runtime_error& e) {
-        LogTextToFile(std::string("Error  in GetTokenCertList(): ") + e.what(), EXCEPTION);
+        Failure("GetTokenCertList", e);
         throw std::runtime_error(e.what());
     }
 }
@@ -171,9 +171,7 @@ OperationResult TokenManager::TokenSignData(CK_OBJECT_HANDLE hPriKey, const unsi
         LogTextToFile("TokenSignData() RSA Signature: " + signatureB64, DEBUG);
         return {true, std::move(signatureB64)};
     } catch (const std::runtime_error& e) {
-        const std::string text = std::string("Error  in TokenSignData(): ") + e.what();
-        LogTextToFile(text, EXCEPTION);
-        return {false, text};
+        return Failure("TokenSignData", e);
     }
 }
 
@@ -183,7 +181,7 @@ std::vector<unsigned char> TokenManager::TokenSignHash(CK_OBJECT_HANDLE hPriKey,
     try {
         signature = Sign(hPriKey, CKM_RSA_PKCS, hashToSign);
     } catch (const std::runtime_error& e) {
-        LogTextToFile(std::string("Error  in TokenSign(): ") + e.what(), EXCEPTION);
+        Failure("TokenSign", e);
     }
     LogTextToFile("END TokenSign()", DEBUG);
     return signature;
