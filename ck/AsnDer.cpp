@@ -20,11 +20,11 @@ class DerReader {
 public:
     explicit DerReader(std::string_view der) : rest_(der) {}
 
-    bool atEnd() const { return rest_.empty(); }
+    std::string_view rest() const { return rest_; }
 
     /// The next value with all that is in it, or null.
-    std::shared_ptr<AsnNode> ReadNode(int depth, std::size_t& nodesLeft) {
-        if (depth == kMaxAsnDepth || nodesLeft == 0)
+    std::shared_ptr<AsnNode> ReadNode(int levelsLeft, std::size_t& nodesLeft) {
+        if (levelsLeft == 0 || nodesLeft == 0)
             return nullptr;
         --nodesLeft;
         auto node = std::make_shared<AsnNode>();
@@ -39,8 +39,8 @@ public:
             node->content = content;
             return node;
         }
-        for (DerReader reader(content); !reader.atEnd();) {
-            std::shared_ptr<AsnNode> child = reader.ReadNode(depth + 1, nodesLeft);
+        for (DerReader reader(content); !reader.rest().empty();) {
+            std::shared_ptr<AsnNode> child = reader.ReadNode(levelsLeft - 1, nodesLeft);
             if (!child)
                 return nullptr;
             node->children.push_back(std::move(child));
@@ -185,10 +185,16 @@ private:
 } // namespace
 
 std::shared_ptr<AsnNode> AsnFromDer(std::string_view der) {
+    std::shared_ptr<AsnNode> node = TakeAsnFromDer(der, kMaxAsnDepth);
+    return der.empty() ? node : nullptr;
+}
+
+std::shared_ptr<AsnNode> TakeAsnFromDer(std::string_view& der, int maxDepth) {
     DerReader reader(der);
     std::size_t nodesLeft = kMaxAsnNodes;
-    std::shared_ptr<AsnNode> node = reader.ReadNode(0, nodesLeft);
-    return reader.atEnd() ? node : nullptr;
+    std::shared_ptr<AsnNode> node = reader.ReadNode(maxDepth, nodesLeft);
+    der = reader.rest();
+    return node;
 }
 
 std::string AsnToDer(const AsnNode& node) {
