@@ -7,6 +7,7 @@
 
 #include <wx/bitmap.h>
 #include <wx/button.h>
+#include <wx/evtloop.h>
 #include <wx/icon.h>
 #include <wx/image.h>
 #include <wx/log.h>
@@ -154,6 +155,7 @@ MyFrame::MyFrame(const wxString& title)
     mainSizer->Add(htmlLstCert, 0, wxALL, 5);
     mainSizer->Add(CreateButtonRow(), 1, wxALIGN_CENTER_HORIZONTAL, 5);
     SetSizer(mainSizer);
+    Bind(wxEVT_CHAR_HOOK, &MyFrame::OnKey, this);
 
     LogTextToFile("Trying to Create Status Bar", DEBUG);
     CreateStatusBar(2, wxSTB_DEFAULT_STYLE, 0);
@@ -187,16 +189,19 @@ wxSizer* MyFrame::CreateButtonRow() {
     return row;
 }
 
-void MyFrame::OnOk(wxCommandEvent&) {
+void MyFrame::OnOk(wxCommandEvent& event) {
     const int index = htmlLstCert->GetSelection();
     LogTextToFile("Selected Certificate Index: " + std::to_string(index), DEBUG);
-    const auto row = static_cast<std::size_t>(index);
-    if (index == wxNOT_FOUND ||
-        row >= SelectCertDisplayListCKA_ID.size()) // nothing selected, or "Loading..."
+    if (index == wxNOT_FOUND || !CardsOf(htmlLstCert).MayChoose(event.GetEventType() == wxEVT_LISTBOX_DCLICK))
         return;
-    selCKA_ID = SelectCertDisplayListCKA_ID.at(row);
+    selCKA_ID = SelectCertDisplayListCKA_ID.at(static_cast<std::size_t>(index));
     QMNativeMessagingHost::bSelCertUIOpen = false;
     SelCertFrame->Hide();
+}
+
+void MyFrame::OnKey(wxKeyEvent& event) {
+    // A button that a key presses tells so a quarter of a second later, when the cards may have come.
+    event.Skip(CardsOf(htmlLstCert).MayChoose(false) || FindFocus() == StdDialogButtonSizerCancel);
 }
 
 void MyFrame::OnCancel(wxCommandEvent&) {
@@ -216,7 +221,9 @@ void MyFrame::OnIdle(wxIdleEvent&) {
     readStdinLoopStarted = true;
     Hide();
     serving_ = true;
-    wxYield(); // sends the hiding to the display, before the loop waits for input
+    // Sends the hiding to the display before the loop waits for input. No input of the user is of this
+    // category, so that none is served.
+    wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_CLIPBOARD);
     ServeRequests();
     serving_ = false;
     if (destroyWhenServed_) {

@@ -27,6 +27,8 @@ public:
 
     void OnOk(wxCommandEvent& event);
     void OnCancel(wxCommandEvent& event);
+    /// Before the cards are seen, keys do nothing but press Cancel.
+    void OnKey(wxKeyEvent& event);
     void OnTimer(wxTimerEvent& event);
     /// The first one hides the window, loads the token module and serves requests until standard input ends.
     void OnIdle(wxIdleEvent& event);

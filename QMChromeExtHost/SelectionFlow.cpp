@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 bool QMNativeMessagingHost::bSelCertUIOpen = false;
 
@@ -20,65 +21,50 @@ namespace {
 /// How long the wait for the user sleeps between two looks, and how long a fresh window gets to be drawn.
 constexpr unsigned long kPauseMilliseconds = 250;
 
-/// How many pauses "Loading..." gets to be drawn: on a screen that is not looked at it never is.
-constexpr int kMostPausesToDraw = 8;
-
-void YieldPauseYield() {
+void Yield() {
     wxYield();
-    wxMilliSleep(kPauseMilliseconds);
-    wxYield();
+    CardsOf(htmlLstCert).NoteSeen();
 }
 
-/// Makes sure that the shown window is to be seen. A window manager that is only now done with the hiding at
-/// start-up has withdrawn it again and forgotten that it stays on top.
-void BringToFront() {
+void YieldPauseYield() {
+    Yield();
+    wxMilliSleep(kPauseMilliseconds);
+    Yield();
+}
+
+/// Hidden at start-up before the window manager had placed it, the window may have come back in a corner, and
+/// wx may take it to be one pixel high.
+void Place() {
+    SelCertFrame->SetSize(kWindowWidth, kWindowHeight);
+    SelCertFrame->Centre(wxBOTH);
+}
+
+/// A window manager that was only then done with the hiding at start-up has withdrawn the window again, and
+/// forgotten that it stays on top.
+void BringBack() {
     SelCertFrame->Raise(); // maps a window anew that was withdrawn
     SelCertFrame->ToggleWindowStyle(wxSTAY_ON_TOP);
     SelCertFrame->ToggleWindowStyle(wxSTAY_ON_TOP);
 }
 
-/// Says that the list is being loaded, before the token keeps the window from being drawn. A window that is
-/// still being placed is drawn only after that, which can take longer than one pause.
-void ShowLoadingRow() {
-    const auto& list = static_cast<const CardList&>(*htmlLstCert);
-    const unsigned drawnBefore = list.RowsDrawn();
-    htmlLstCert->Append(kLoadingRow);
-    int pauses = 0;
-    do
-        YieldPauseYield();
-    while (QMNativeMessagingHost::bSelCertUIOpen && list.RowsDrawn() == drawnBefore &&
-           ++pauses < kMostPausesToDraw);
-}
-
-void HideEmptied() {
-    htmlLstCert->Clear();
-    SelectCertDisplayListCKA_ID.clear();
-    QMNativeMessagingHost::bSelCertUIOpen = false;
-    SelCertFrame->Hide();
-    wxYield();
-}
-
 /// Fills the window's list from the token. False with the reason when no session can be opened.
 OperationResult LoadCertificateList() {
-    // Hidden at start-up before the window manager had placed it, the window may have come back in a corner,
-    // and wx may take it to be one pixel high.
-    SelCertFrame->SetSize(kWindowWidth, kWindowHeight);
-    SelCertFrame->Centre(wxBOTH);
     const wxBusyCursor busy;
     LogTextToFile("0 Items in Certificate List. Loading List...", DEBUG);
-    ShowLoadingRow();
+    htmlLstCert->Append(kLoadingRow);
+    YieldPauseYield();
+    htmlLstCert->Update(); // at once: the token may keep the window from being drawn for long
     if (TokenManager::TokenState < TOKEN_SESSION_OPEN) {
-        if (OperationResult opened = tokenManager.TokenOpenSession(); !opened.success)
+        if (OperationResult opened = tokenManager.TokenOpenSession(); !opened.success) {
+            htmlLstCert->Clear();
+            QMNativeMessagingHost::bSelCertUIOpen = false;
             return opened;
+        }
     }
     const std::vector<std::string> CertificateHtmlList = tokenManager.BuildTokenCertList();
-    wxArrayString cards;
-    for (const std::string& card : CertificateHtmlList)
-        cards.Add(wxString::FromUTF8(card));
-    htmlLstCert->Clear();
-    htmlLstCert->Append(cards);
-    LogTextToFile(std::to_string(cards.size()) + " items Loaded in Certificate List.", DEBUG);
-    if (!cards.empty())
+    CardsOf(htmlLstCert).SetCards(CertificateHtmlList, tokenManager.ShownCards);
+    LogTextToFile(std::to_string(CertificateHtmlList.size()) + " items Loaded in Certificate List.", DEBUG);
+    if (!CertificateHtmlList.empty())
         htmlLstCert->SetSelection(0);
     return {true, ""};
 }
@@ -88,23 +74,33 @@ OperationResult LoadCertificateList() {
 OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     try {
         bSelCertUIOpen = true;
+        CardsOf(htmlLstCert).ForgetSeen();
         LogTextToFile("Opening Select Certificate Dialog", INFO);
         SelCertFrame->Show();
+        // Once: afterwards the window stays where the user moves it.
+        static bool isFirstShow = true;
+        const bool isFirst = std::exchange(isFirstShow, false);
+        if (isFirst)
+            Place();
         YieldPauseYield();
-        if (bSelCertUIOpen) // one that has been answered already stays away
-            BringToFront();
+        if (isFirst && bSelCertUIOpen) // one that has been answered already stays away
+            BringBack();
         if (htmlLstCert->IsEmpty()) {
             if (OperationResult loaded = LoadCertificateList(); !loaded.success) {
-                HideEmptied();
+                SelCertFrame->Hide();
+                wxYield();
                 return loaded;
             }
         }
-        while (bSelCertUIOpen) {
-            wxYield();
+        do {
+            Yield();
             wxMilliSleep(kPauseMilliseconds);
-        }
+        } while (bSelCertUIOpen);
     } catch (...) {
-        HideEmptied();
+        htmlLstCert->Clear();
+        bSelCertUIOpen = false;
+        SelCertFrame->Hide();
+        wxYield();
         throw;
     }
     LogTextToFile("Select Certificate Dialog Closed", INFO);

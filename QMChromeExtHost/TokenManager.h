@@ -41,6 +41,8 @@ public:
     CK_SESSION_HANDLE hTokenSession = 0;
     /// One record per certificate on the token, chain certificates included; see BuildTokenCertList.
     CkJsonArray TokenCertList;
+    /// For each card that BuildTokenCertList has returned, how the window draws it.
+    std::vector<std::string> ShownCards;
     /// The PIN of the last successful login, empty before.
     std::string TokenUserPin;
 

@@ -28,6 +28,7 @@ std::vector<std::string> TokenManager::BuildTokenCertList() {
     std::vector<std::string> CertificateHtmlList;
     TokenCertList.Clear();
     SelectCertDisplayListCKA_ID.clear();
+    ShownCards.clear();
     int numObj = 0;
     try {
         CK_OBJECT_CLASS certClass = CKO_CERTIFICATE;
@@ -93,6 +94,7 @@ void TokenManager::AppendCertificate(CK_OBJECT_HANDLE hCKObj, std::vector<std::s
     if (!isChainCert) {
         CertificateHtmlList.push_back(std::move(html));
         SelectCertDisplayListCKA_ID.push_back(cka_id);
+        ShownCards.push_back(decoder.GetX509CertShown(der.data(), value.ulValueLen));
     }
     details->AppendString("CKA_ID", cka_id);
     TokenCertList.AddObjectCopyAt(-1, *details);
