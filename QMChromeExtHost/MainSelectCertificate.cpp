@@ -201,7 +201,10 @@ void MyFrame::OnOk(wxCommandEvent& event) {
 
 void MyFrame::OnKey(wxKeyEvent& event) {
     // A button that a key presses tells so a quarter of a second later, when the cards may have come.
-    event.Skip(CardsOf(htmlLstCert).MayChoose(false) || FindFocus() == StdDialogButtonSizerCancel);
+    const int key = event.GetKeyCode();
+    const bool isPress = key == WXK_RETURN || key == WXK_NUMPAD_ENTER || key == WXK_SPACE;
+    event.Skip(!isPress || CardsOf(htmlLstCert).MayChoose(false) ||
+               FindFocus() == StdDialogButtonSizerCancel);
 }
 
 void MyFrame::OnCancel(wxCommandEvent&) {

@@ -2,6 +2,7 @@
 // half a request, never a crash, and the next request is served.
 
 #include "FailingAllocations.h"
+#include "MainSelectCertificate.h"
 #include "QMNativeMessagingHost.h"
 #include "ScriptedToken.h"
 
@@ -14,14 +15,21 @@
 #include <iostream>
 #include <map>
 
-/// In the place of the window: the user has chosen the first certificate of the token.
+namespace {
+
+/// A choice that is no certificate of the token; when empty, the first one is chosen.
+std::string strangeChoice;
+
+} // namespace
+
+/// In the place of the window: the user has chosen.
 OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     if (TokenManager::TokenState < TOKEN_SESSION_OPEN) {
         if (OperationResult opened = tokenManager.TokenOpenSession(); !opened.success)
             return opened;
     }
     tokenManager.BuildTokenCertList();
-    selCKA_ID = SelectCertDisplayListCKA_ID.at(0);
+    selCKA_ID = strangeChoice.empty() ? SelectCertDisplayListCKA_ID.at(0) : strangeChoice;
     return {true, selCKA_ID};
 }
 
@@ -187,6 +195,38 @@ TEST_P(AllocationSweep, EveryRequestIsAnsweredOrTheEndIsTold) {
     std::cout << GetParam().name << ": " << n - 1 << " allocations\n";
     for (const auto& [outcome, count] : table)
         std::cout << "  " << count << " " << outcome << "\n";
+}
+
+using Choice = ScriptedToken;
+
+TEST_F(Choice, ThatIsInNoRecordIsNotFound) {
+    LoadModule();
+    strangeChoice = "stranger";
+    const OperationResult result = msgHost.GetSelCertFromToken();
+    strangeChoice.clear();
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.text,
+              "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: stranger");
+}
+
+using Settings = ScratchFolder;
+
+TEST_F(Settings, AFailedAllocationLeavesWhatWasAppliedAndTellsTheReasonAlone) {
+    Write("QMHostSettings.json",
+          R"({"AppLogLevel": 2, "TokenDriverFullPath": "/a/path/that/is/long/enough/for/the/heap.so"})");
+    int told = 0;
+    for (std::size_t n = 1;; ++n) {
+        std::filesystem::remove("QMSignerExtHostLog.txt");
+        {
+            const FailingAllocation failing(n);
+            LoadQMHostSettings();
+        }
+        if (!FailingAllocation::Happened())
+            break;
+        told += Log().ends_with(" std::bad_alloc\n");
+    }
+    EXPECT_GT(told, 3);
+    EXPECT_EQ(TokenDriverFullPath, "/a/path/that/is/long/enough/for/the/heap.so");
 }
 
 const std::string kDigest = "ERERERERERERERERERERERERERERERERERERERERERE="; // 32 times 0x11

@@ -244,8 +244,11 @@ TEST_F(SigningTest, ACertificateThatDoesNotParseStillGivesAStructure) {
 
 TEST_F(SigningTest, TheBuildersLeaveAnUnsupportedHashToTheirCaller) {
     LogIn();
+    AppLogLevel = DEBUG;
+    std::filesystem::remove("QMSignerExtHostLog.txt");
     EXPECT_THROW(host.GenCMSSign("text", "MD5", CertB64().c_str(), "01"), std::runtime_error);
     EXPECT_THROW(host.GenPkcs7Sign("AAAA", "MD5", CertB64().c_str(), "01"), std::runtime_error);
+    EXPECT_EQ(Log(), "") << "nothing is entered";
 }
 
 TEST_F(SigningTest, APdfSignatureFindsItsCertificateByThumbprintToTheLetter) {
@@ -259,9 +262,31 @@ TEST_F(SigningTest, APdfSignatureFindsItsCertificateByThumbprintToTheLetter) {
               "Error  in GetPDFSignature(): Unsupported hash algorithm");
 }
 
+TEST_F(SigningTest, TheBuildersLogTheirBeginAndTheIssuerAsXml) {
+    LogIn();
+    AppLogLevel = DEBUG;
+    for (const std::string begin : {"Entered GenCMSSign", "Entered GenPkcs7Sign"}) {
+        std::filesystem::remove("QMSignerExtHostLog.txt");
+        if (begin == "Entered GenCMSSign")
+            host.GenCMSSign("text", "SHA256", CertB64().c_str(), "01");
+        else
+            host.GenPkcs7Sign("AAAA", "SHA256", CertB64().c_str(), "01");
+        const std::string issuer =
+            "<sequence><set><sequence><oid>2.5.4.6</oid><printable>IN</printable></sequence></set>"
+            "<set><sequence><oid>2.5.4.10</oid><utf8>Example</utf8></sequence></set>"
+            "<set><sequence><oid>2.5.4.3</oid><utf8>Asha Rao</utf8></sequence></set></sequence>";
+        const std::size_t at = Log().find(" " + begin + "\n");
+        EXPECT_NE(at, std::string::npos) << Log();
+        EXPECT_GT(Log().find(" " + issuer + "\n"), at) << Log();
+        EXPECT_NE(Log().find(" " + issuer + "\n"), std::string::npos) << Log();
+    }
+}
+
 TEST_F(SigningTest, XmlIsNeverSigned) {
+    AppLogLevel = DEBUG;
     EXPECT_EQ(host.SignXML("<a/>", "").text, "Not Implimented.");
     EXPECT_FALSE(host.SignXML("<a/>", "").success);
+    EXPECT_EQ(Log(), "");
 }
 
 } // namespace
