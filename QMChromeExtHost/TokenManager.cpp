@@ -4,6 +4,7 @@
 #include "ck/CkSecureErase.h"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
 #include <wx/frame.h>
 #include <wx/icon.h>
 #include <wx/textdlg.h>
@@ -27,6 +28,9 @@ std::vector<CK_SLOT_ID> SlotBuffer(CK_ULONG count) {
         throw std::runtime_error("Can't allocate enough memory");
     }
 }
+
+/// In bytes; tokens take far shorter ones.
+constexpr std::size_t kLongestPin = 255;
 
 template <typename EntryPoint>
 EntryPoint Resolve(void* module, const char* name) {
@@ -68,7 +72,12 @@ void AskTokenPin(std::string& pin) {
 
 TokenStates TokenManager::TokenState = TOKEN_NOT_FOUND;
 
-TokenManager::TokenManager() = default;
+TokenManager::TokenManager() {
+    // One place for good, which is not swapped out. Where it may not be locked (RLIMIT_MEMLOCK) it is kept all
+    // the same.
+    TokenUserPin.reserve(kLongestPin);
+    mlock(TokenUserPin.data(), TokenUserPin.capacity());
+}
 
 TokenManager::~TokenManager() { CkSecureErase(TokenUserPin); }
 

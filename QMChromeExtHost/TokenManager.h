@@ -43,7 +43,7 @@ public:
     CkJsonArray TokenCertList;
     /// For each card that BuildTokenCertList has returned, how the window draws it.
     std::vector<std::string> ShownCards;
-    /// The PIN of the last successful login, empty before.
+    /// The PIN of the last successful login, empty before. In locked memory.
     std::string TokenUserPin;
 
     /// Loads the module at TokenDriverFullPath and resolves its entry points; one that is missing is noticed

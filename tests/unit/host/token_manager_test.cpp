@@ -2,6 +2,21 @@
 
 namespace {
 
+/// Whether the kernel keeps the page at this address in memory: "lo" among the VmFlags of its mapping.
+bool IsLocked(const char* address) {
+    std::ifstream maps("/proc/self/smaps");
+    bool isThere = false;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long begin = 0, end = 0;
+        if (std::sscanf(line.c_str(), "%lx-%lx ", &begin, &end) == 2)
+            isThere = begin <= reinterpret_cast<unsigned long>(address) &&
+                      reinterpret_cast<unsigned long>(address) < end;
+        if (isThere && line.starts_with("VmFlags:"))
+            return (line + " ").find(" lo ") != std::string::npos;
+    }
+    return false;
+}
+
 class TokenManagerTest : public ScriptedToken {
 protected:
     void AddFault(const char* call, CK_RV returnValue, int nth = 1) {
@@ -89,6 +104,13 @@ TEST_F(TokenManagerTest, AGivenPinIsUsedWithoutAskingAndKept) {
     ASSERT_EQ(logins.size(), 1U);
     EXPECT_EQ(logins[0]["in"]["user"], 1);
     EXPECT_EQ(logins[0]["in"]["pinLength"], 4);
+}
+
+TEST_F(TokenManagerTest, TheKeptPinLiesInLockedMemoryHoweverLongItIs) {
+    for (const std::string pin : {std::string("1234"), std::string(200, '7')}) {
+        tokenManager.TokenUserPin = pin;
+        EXPECT_TRUE(IsLocked(tokenManager.TokenUserPin.data())) << pin.size();
+    }
 }
 
 TEST_F(TokenManagerTest, AWrongPinIsReportedAndNotKept) {
