@@ -107,7 +107,7 @@ TEST_F(TokenManagerTest, AGivenPinIsUsedWithoutAskingAndKept) {
 }
 
 TEST_F(TokenManagerTest, TheKeptPinLiesInLockedMemoryHoweverLongItIs) {
-    for (const std::string pin : {std::string("1234"), std::string(200, '7')}) {
+    for (const std::string& pin : {std::string("1234"), std::string(200, '7')}) {
         tokenManager.TokenUserPin = pin;
         EXPECT_TRUE(IsLocked(tokenManager.TokenUserPin.data())) << pin.size();
     }
