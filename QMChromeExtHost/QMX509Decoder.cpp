@@ -33,11 +33,11 @@ struct Range {
 /// Characters that take room and show nothing, or turn the direction of others: with these a name could push
 /// the rest of its card away, or draw another one.
 constexpr Range kBlanks[] = {
-    {"\x01", " "},          {"\x7F", "\u00A0"},     {"\u00AD", "\u00AD"}, {"\u034F", "\u034F"},
-    {"\u061C", "\u061C"},   {"\u115F", "\u1160"},   {"\u1680", "\u1680"}, {"\u17B4", "\u17B5"},
-    {"\u180B", "\u180F"},   {"\u2000", "\u200B"},   {"\u200E", "\u200F"}, {"\u2028", "\u202F"},
-    {"\u205F", "\u206F"},   {"\u2800", "\u2800"},   {"\u3000", "\u3000"}, {"\u3164", "\u3164"},
-    {"\uFEFF", "\uFEFF"},   {"\uFFA0", "\uFFA0"},   {"\uFFF9", "\uFFFC"}, {"\U000E0000", "\U000E0FFF"},
+    {"\x01", " "},        {"\x7F", "\u00A0"},   {"\u00AD", "\u00AD"}, {"\u034F", "\u034F"},
+    {"\u061C", "\u061C"}, {"\u115F", "\u1160"}, {"\u1680", "\u1680"}, {"\u17B4", "\u17B5"},
+    {"\u180B", "\u180F"}, {"\u2000", "\u200B"}, {"\u200E", "\u200F"}, {"\u2028", "\u202F"},
+    {"\u205F", "\u206F"}, {"\u2800", "\u2800"}, {"\u3000", "\u3000"}, {"\u3164", "\u3164"},
+    {"\uFEFF", "\uFEFF"}, {"\uFFA0", "\uFFA0"}, {"\uFFF9", "\uFFFC"}, {"\U000E0000", "\U000E0FFF"},
 };
 
 bool IsBlank(std::string_view character) {

@@ -43,8 +43,8 @@ public:
     /// SHA-1 of the DER: 40 upper-case hex digits.
     std::string sha1Thumbprint() const;
 
-    /// Begin and end of the validity as "Tue, 15 Nov 2022 00:00:00 GMT"; English in every locale. Empty when it
-    /// cannot be read.
+    /// Begin and end of the validity as "Tue, 15 Nov 2022 00:00:00 GMT"; English in every locale. Empty when
+    /// it cannot be read.
     std::string validFromStr() const;
     std::string validToStr() const;
 

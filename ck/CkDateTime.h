@@ -18,8 +18,8 @@ public:
     std::string getAsTimestamp(bool localTime) const;
 
     /// True when the moment lies more than `amount` `units` in the past. Units: "seconds", "minutes",
-    /// "hours", "days". An unknown unit is never older; where there is no moment, it is past: nothing is valid
-    /// until then.
+    /// "hours", "days". An unknown unit is never older; where there is no moment, it is past: nothing is
+    /// valid until then.
     bool OlderThan(int amount, std::string_view units) const;
 
 private:

@@ -8,8 +8,8 @@
 /// counts.
 ///
 /// Files with more bytes than the limit named in the implementation do not load; the number of members and
-/// their depth are not limited, and depth costs no stack. No call throws on account of its input. Texts go in and out
-/// as C strings do: a value ends at its first U+0000.
+/// their depth are not limited, and depth costs no stack. No call throws on account of its input. Texts go in
+/// and out as C strings do: a value ends at its first U+0000.
 class CkJsonObject {
 public:
     CkJsonObject();

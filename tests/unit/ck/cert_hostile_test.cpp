@@ -42,8 +42,7 @@ std::string WithSignatureParameters(const std::string& der, const std::string& p
     };
     CkByteData oid;
     certificate.GetSubItem(1)->GetSubItem(0)->GetBinaryDer(oid);
-    const std::string algorithm =
-        WrappedDer('\x30', std::string(oid.getData(), oid.getSize()) + parameters);
+    const std::string algorithm = WrappedDer('\x30', std::string(oid.getData(), oid.getSize()) + parameters);
     return WrappedDer('\x30', bytesOf(0) + algorithm + bytesOf(2));
 }
 

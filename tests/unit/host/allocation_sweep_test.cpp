@@ -1,5 +1,5 @@
-// The n-th allocation of a request fails, for every n until none does: one reply or the end of the program, never
-// half a request, never a crash, and the next request is served.
+// The n-th allocation of a request fails, for every n until none does: one reply or the end of the program,
+// never half a request, never a crash, and the next request is served.
 
 #include "FailingAllocations.h"
 #include "MainSelectCertificate.h"
@@ -109,8 +109,7 @@ protected:
     /// Runs the request loop over the request and one more, in a process of its own. Its wait status.
     int Serve(std::size_t n) {
         std::filesystem::remove("QMSignerExtHostLog.txt");
-        const std::string frames =
-            Frame(request_.dump()) + Frame(R"({"text":"served","nonce":"next"})");
+        const std::string frames = Frame(request_.dump()) + Frame(R"({"text":"served","nonce":"next"})");
         input_ = frames;
         const pid_t child = fork();
         if (child == 0) {
@@ -205,8 +204,7 @@ TEST_F(Choice, ThatIsInNoRecordIsNotFound) {
     const OperationResult result = msgHost.GetSelCertFromToken();
     strangeChoice.clear();
     EXPECT_FALSE(result.success);
-    EXPECT_EQ(result.text,
-              "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: stranger");
+    EXPECT_EQ(result.text, "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: stranger");
 }
 
 using Settings = ScratchFolder;
@@ -236,7 +234,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Case{"echo", {{"text", "a text"}, {"nonce", "n"}}, 0},
         Case{"choice", {{"action", "GetSelCertFromToken"}, {"nonce", "n"}}},
-        Case{"gst", {{"action", "GSTReturnSign"}, {"hash", "a text"}, {"hashAlgorithm", "SHA-512"}, {"nonce", "n"}}},
+        Case{"gst",
+             {{"action", "GSTReturnSign"}, {"hash", "a text"}, {"hashAlgorithm", "SHA-512"}, {"nonce", "n"}}},
         Case{"it", {{"action", "ITReturnSign"}, {"hash", "abcd"}, {"nonce", "n"}}},
         Case{"pdf", {{"action", "PdfSignFromToken"}, {"hash", kDigest}, {"nonce", "n"}}, 1, true},
         Case{"token", {{"action", "SignAuthToken"}, {"authToken", "a text"}, {"nonce", "n"}}}),

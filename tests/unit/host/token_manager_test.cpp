@@ -218,8 +218,9 @@ TEST_F(TokenManagerTest, ASearchThatNeverEndsIsGivenUp) {
     ASSERT_TRUE(tokenManager.LoadTokenDrivers().success);
     ASSERT_TRUE(tokenManager.TokenOpenSession().success);
     EXPECT_THROW(tokenManager.BuildTokenCertList(), std::runtime_error);
-    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): C_FindObjects gives more than 100000 certificates\n"),
-              std::string::npos)
+    EXPECT_NE(
+        Log().find(" Error  in GetTokenCertList(): C_FindObjects gives more than 100000 certificates\n"),
+        std::string::npos)
         << Log();
 }
 
