@@ -1,7 +1,5 @@
 #include "AsnNode.h"
 
-#include "TextEncoding.h"
-
 #include <optional>
 
 namespace {
@@ -115,11 +113,6 @@ private:
     std::string_view rest_;
 };
 
-struct StringSink {
-    std::string text;
-    void Append(std::string_view bytes) { text += bytes; }
-};
-
 std::string LengthOctets(std::size_t length) {
     if (length < kMoreBit)
         return {static_cast<char>(length)};
@@ -148,12 +141,10 @@ class DerWriter {
 public:
     explicit DerWriter(const AsnNode& root) : root_(root), size_(Measure(root)) {}
 
-    std::size_t size() const { return size_; }
-
-    template <class Sink>
-    void Write(Sink& sink) {
-        nextLength_ = 0;
-        Write(root_, sink);
+    std::string Write() {
+        der_.reserve(size_);
+        Write(root_);
+        return std::move(der_);
     }
 
 private:
@@ -167,19 +158,19 @@ private:
         return TagOctets(node).size() + LengthOctets(length).size() + length;
     }
 
-    template <class Sink>
-    void Write(const AsnNode& node, Sink& sink) {
-        sink.Append(TagOctets(node));
-        sink.Append(LengthOctets(lengths_[nextLength_++]));
-        sink.Append(node.content);
+    void Write(const AsnNode& node) {
+        der_ += TagOctets(node);
+        der_ += LengthOctets(lengths_[nextLength_++]);
+        der_ += node.content;
         for (const std::shared_ptr<AsnNode>& child : node.children)
-            Write(*child, sink);
+            Write(*child);
     }
 
     const AsnNode& root_;
     std::vector<std::size_t> lengths_;
     std::size_t nextLength_ = 0;
     std::size_t size_;
+    std::string der_;
 };
 
 } // namespace
@@ -197,20 +188,4 @@ std::shared_ptr<AsnNode> TakeAsnFromDer(std::string_view& der, int maxDepth) {
     return node;
 }
 
-std::string AsnToDer(const AsnNode& node) {
-    DerWriter writer(node);
-    StringSink sink;
-    sink.text.reserve(writer.size());
-    writer.Write(sink);
-    return std::move(sink.text);
-}
-
-std::string AsnToBase64Der(const AsnNode& node) {
-    DerWriter writer(node);
-    std::string text;
-    text.reserve(Base64Size(writer.size()));
-    Base64Writer sink(text);
-    writer.Write(sink);
-    sink.Finish();
-    return text;
-}
+std::string AsnToDer(const AsnNode& node) { return DerWriter(node).Write(); }

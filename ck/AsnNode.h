@@ -63,7 +63,6 @@ std::shared_ptr<AsnNode> AsnFromDer(std::string_view der);
 std::shared_ptr<AsnNode> TakeAsnFromDer(std::string_view& der, int maxDepth);
 
 std::string AsnToDer(const AsnNode& node);
-std::string AsnToBase64Der(const AsnNode& node);
 
 std::string AsnToXml(const AsnNode& node);
 
