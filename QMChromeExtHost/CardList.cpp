@@ -32,15 +32,7 @@ void CardList::SetCards(const std::vector<std::string>& cards, const std::vector
         Append(rows, markups.data());
 }
 
-void CardList::ForgetSeen() {
-    isDrawn_ = false;
-    seenSince_.reset();
-}
-
-void CardList::NoteSeen() {
-    if (isDrawn_ && !seenSince_)
-        seenSince_ = std::chrono::steady_clock::now();
-}
+void CardList::ForgetSeen() { seenSince_.reset(); }
 
 bool CardList::MayChoose(bool byDoubleClick) const {
     return seenSince_ && (!byDoubleClick || std::chrono::steady_clock::now() - *seenSince_ > kDoubleClick);
@@ -48,7 +40,8 @@ bool CardList::MayChoose(bool byDoubleClick) const {
 
 void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
     wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
-    isDrawn_ = HasClientObjectData(); // "Loading..." has none
+    if (HasClientObjectData() && !seenSince_) // "Loading..." has none
+        seenSince_ = std::chrono::steady_clock::now();
 }
 
 wxString CardList::OnGetItemMarkup(std::size_t n) const {

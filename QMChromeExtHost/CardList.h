@@ -18,10 +18,8 @@ public:
 
     /// From now on the user has not seen the cards.
     void ForgetSeen();
-    /// To be called after events were processed: cards that have been drawn by then are seen.
-    void NoteSeen();
-    /// Whether a choice that is made now can be meant for a card: input from before they were seen chooses
-    /// nothing, and neither does a double click whose first half may be from then.
+    /// Whether a choice that is made now can be meant for a card: input from before they were drawn, which is
+    /// served before drawing, chooses nothing; neither does a double click whose first half may be from then.
     bool MayChoose(bool byDoubleClick) const;
 
 private:
@@ -32,8 +30,7 @@ private:
         return wxHTML_BLOCK;
     }
 
-    mutable bool isDrawn_ = false;
-    std::optional<std::chrono::steady_clock::time_point> seenSince_;
+    mutable std::optional<std::chrono::steady_clock::time_point> seenSince_;
 };
 
 /// The list of the window as what it is.

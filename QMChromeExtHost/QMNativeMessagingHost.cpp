@@ -215,7 +215,7 @@ OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
             }
         }
         do {
-            Yield();
+            wxYield();
             wxMilliSleep(kPauseMilliseconds);
         } while (bSelCertUIOpen);
     } catch (...) {

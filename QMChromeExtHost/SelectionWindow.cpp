@@ -7,15 +7,10 @@
 #include <wx/frame.h>
 #include <wx/utils.h>
 
-void Yield() {
-    wxYield();
-    CardsOf(htmlLstCert).NoteSeen();
-}
-
 void YieldPauseYield() {
-    Yield();
+    wxYield();
     wxMilliSleep(kPauseMilliseconds);
-    Yield();
+    wxYield();
 }
 
 void PlaceWindow() {

@@ -5,8 +5,6 @@
 /// How long the wait for the user sleeps between two looks, and how long a fresh window gets to be drawn.
 inline constexpr unsigned long kPauseMilliseconds = 250;
 
-/// Processes events, and notes whether the cards are seen since.
-void Yield();
 void YieldPauseYield();
 
 /// Gives the window its size and its place. Hidden at start-up before the window manager had placed it, it
