@@ -87,8 +87,9 @@ test("SignXML shows no window, asks no token and logs nothing of its own", async
   const before = (await host.logLines()).length;
   await host.request({ action: "SignXML", xmlDoc: "<a/>", xmlSignParms: "p" });
   const lines = (await host.logLines()).slice(before);
-  assert.deepEqual(lines.filter((line) => !/^\{|^BUFFER LEN/.test(line)), ["after iSize == 4", "after iLen > 0",
-    "ProcessInMessage Returned.", "Not Implimented.", "QMHost Error: Not Implimented.", "In ReadStdin()"]);
+  // The frame and its length, and the beginning of the next read, which may come a little later.
+  assert.deepEqual(lines.filter((line) => !/^\{|^BUFFER LEN|^In ReadStdin/.test(line)), ["after iSize == 4", "after iLen > 0",
+    "ProcessInMessage Returned.", "Not Implimented.", "QMHost Error: Not Implimented."]);
   assert.equal(await yieldsOf(host), 0);
   assert.deepEqual(await token.calls(), []);
 });
