@@ -1,34 +1,13 @@
 #include "CardList.h"
 
-#include <algorithm>
-#include <array>
-#include <string>
-#include <string_view>
+#include <wx/clntdata.h>
 
 namespace {
 
-/// The tags of a card in their order. A valid certificate's card leaves out the first of the two
-/// style='font-size...', an expired one's the second.
-constexpr std::array<std::wstring_view, 14> kCardTags = {
-    L"<div style='font-family:verdana;'>",
-    L"<span style='color:blue;'>",
-    L"<b>",
-    L"</b>",
-    L"</span>",
-    L"<br>",
-    L"<br>",
-    L"<span style='font-size:80%;color:red'>",
-    L"<span style='font-size:80%;'>",
-    L"<b>",
-    L"</b>",
-    L"</span>",
-    L"</div>",
-    L"<hr>",
-};
+using namespace std::chrono_literals;
 
-/// Names have 64 characters at most (RFC 5280 appendix A.1, ub-common-name); wx takes its time with much
-/// longer ones.
-constexpr std::size_t kMaxShownText = 200;
+/// The two halves of a double click lie up to 0.4 s apart (GTK), and it is noticed up to 0.25 s later.
+constexpr auto kDoubleClick = 650ms;
 
 } // namespace
 
@@ -41,37 +20,32 @@ CardList::CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, con
     SetSelectionBackground(wxColour(0xCF, 0xE2, 0xFA));
 }
 
-void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
-    wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
-    ++rowsDrawn_;
+void CardList::SetCards(const std::vector<std::string>& cards, const std::vector<std::string>& shown) {
+    wxArrayString rows;
+    std::vector<wxClientData*> markups; // the list owns them
+    for (std::size_t i = 0; i < cards.size(); ++i) {
+        rows.Add(wxString::FromUTF8(cards[i]));
+        markups.push_back(new wxStringClientData(wxString::FromUTF8(shown[i])));
+    }
+    Clear();
+    if (!rows.empty())
+        Append(rows, markups.data());
 }
 
-wxString CardList::OnGetItemMarkup(std::size_t n) const { return ShownMarkup(OnGetItem(n)); }
+void CardList::ForgetSeen() { seenSince_.reset(); }
 
-wxString ShownMarkup(const wxString& row) {
-    if (row == kLoadingRow)
-        return row;
-    const std::wstring& text = row.ToStdWstring();
-    std::wstring shown;
-    const auto* next = kCardTags.begin();
-    std::size_t shownText = 0; // since the last tag
-    for (std::wstring_view rest = text; !rest.empty();) {
-        const auto* const end = next + std::min<std::ptrdiff_t>(2, kCardTags.end() - next);
-        const auto* const tag =
-            std::find_if(next, end, [&](std::wstring_view own) { return rest.starts_with(own); });
-        if (tag != end) {
-            shown += *tag;
-            rest.remove_prefix(tag->size());
-            next = tag + 1;
-            shownText = 0;
-            continue;
-        }
-        if (shownText < kMaxShownText)
-            shown += rest.front() == L'<' ? L"&lt;" : std::wstring(1, rest.front());
-        else if (shownText == kMaxShownText)
-            shown += L"\u2026";
-        rest.remove_prefix(1);
-        ++shownText;
-    }
-    return shown;
+bool CardList::MayChoose(bool byDoubleClick) const {
+    return seenSince_ && (!byDoubleClick || std::chrono::steady_clock::now() - *seenSince_ > kDoubleClick);
+}
+
+void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
+    wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
+    if (HasClientObjectData() && !seenSince_) // "Loading..." has none
+        seenSince_ = std::chrono::steady_clock::now();
+}
+
+wxString CardList::OnGetItemMarkup(std::size_t n) const {
+    if (!HasClientObjectData())
+        return OnGetItem(n);
+    return static_cast<wxStringClientData*>(GetClientObject(static_cast<unsigned>(n)))->GetData();
 }

@@ -2,14 +2,25 @@
 
 #include <wx/htmllbox.h>
 
-/// The list of cards. A card is made of what a certificate says; here it is shown so that no name can pass
-/// for another one, open a file or an address, or be more than can be drawn.
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The list of cards. It knows each card in two forms: as it is stored, which is the row's text, and as it is
+/// drawn. It opens no file and no address, and knows since when the user has had the cards before their eyes.
 class CardList : public wxSimpleHtmlListBox {
 public:
     CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, const wxSize& size);
 
-    /// How many times a row has been drawn, by which one sees that the rows are on the screen.
-    unsigned RowsDrawn() const { return rowsDrawn_; }
+    /// Replaces the rows by cards in UTF-8; shown[i] is how cards[i] is drawn.
+    void SetCards(const std::vector<std::string>& cards, const std::vector<std::string>& shown);
+
+    /// From now on the user has not seen the cards.
+    void ForgetSeen();
+    /// Whether a choice that is made now can be meant for a card: input from before they were drawn, which is
+    /// served before drawing, chooses nothing; neither does a double click whose first half may be from then.
+    bool MayChoose(bool byDoubleClick) const;
 
 private:
     void OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const override;
@@ -19,12 +30,11 @@ private:
         return wxHTML_BLOCK;
     }
 
-    mutable unsigned rowsDrawn_ = 0;
+    mutable std::optional<std::chrono::steady_clock::time_point> seenSince_;
 };
+
+/// The list of the window as what it is.
+inline CardList& CardsOf(wxSimpleHtmlListBox* list) { return static_cast<CardList&>(*list); }
 
 /// The row that is shown while the cards are being read.
 inline constexpr char kLoadingRow[] = "<h1 style='text-align:center;'>Loading...</h1>";
-
-/// The markup by which a row is shown: a card's own tags as they are, those that come from its certificate as
-/// text, and of each text only as much as says who it is.
-wxString ShownMarkup(const wxString& row);

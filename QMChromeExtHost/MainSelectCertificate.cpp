@@ -7,6 +7,7 @@
 
 #include <wx/bitmap.h>
 #include <wx/button.h>
+#include <wx/evtloop.h>
 #include <wx/icon.h>
 #include <wx/image.h>
 #include <wx/log.h>
@@ -20,6 +21,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <new>
 
 LogLevels AppLogLevel = INFO;
 
@@ -86,9 +88,18 @@ void LogTextToFile(std::string text, LogLevels level) {
     const std::time_t now = std::time(nullptr);
     char timeStamp[30];
     std::snprintf(timeStamp, sizeof timeStamp, "%.24s", std::ctime(&now));
-    LogFile.open("QMSignerExtHostLog.txt", std::ios::out | std::ios::app);
-    LogFile << timeStamp << " " << text << std::endl;
+    try {
+        LogFile.open("QMSignerExtHostLog.txt", std::ios::out | std::ios::app);
+        LogFile << timeStamp << " " << text << std::endl;
+    } catch (const std::bad_alloc&) { // opening wants a buffer
+    }
     LogFile.close();
+}
+
+OperationResult Failure(const char* where, const std::exception& e) {
+    std::string text = std::string("Error  in ") + where + "(): " + e.what();
+    LogTextToFile(text, EXCEPTION);
+    return {false, std::move(text)};
 }
 
 void LoadQMHostSettings() {
@@ -144,6 +155,7 @@ MyFrame::MyFrame(const wxString& title)
     mainSizer->Add(htmlLstCert, 0, wxALL, 5);
     mainSizer->Add(CreateButtonRow(), 1, wxALIGN_CENTER_HORIZONTAL, 5);
     SetSizer(mainSizer);
+    Bind(wxEVT_CHAR_HOOK, &MyFrame::OnKey, this);
 
     LogTextToFile("Trying to Create Status Bar", DEBUG);
     CreateStatusBar(2, wxSTB_DEFAULT_STYLE, 0);
@@ -177,16 +189,22 @@ wxSizer* MyFrame::CreateButtonRow() {
     return row;
 }
 
-void MyFrame::OnOk(wxCommandEvent&) {
+void MyFrame::OnOk(wxCommandEvent& event) {
     const int index = htmlLstCert->GetSelection();
     LogTextToFile("Selected Certificate Index: " + std::to_string(index), DEBUG);
-    const auto row = static_cast<std::size_t>(index);
-    if (index == wxNOT_FOUND ||
-        row >= SelectCertDisplayListCKA_ID.size()) // nothing selected, or "Loading..."
+    if (index == wxNOT_FOUND || !CardsOf(htmlLstCert).MayChoose(event.GetEventType() == wxEVT_LISTBOX_DCLICK))
         return;
-    selCKA_ID = SelectCertDisplayListCKA_ID.at(row);
+    selCKA_ID = SelectCertDisplayListCKA_ID.at(static_cast<std::size_t>(index));
     QMNativeMessagingHost::bSelCertUIOpen = false;
     SelCertFrame->Hide();
+}
+
+void MyFrame::OnKey(wxKeyEvent& event) {
+    // A button that a key presses tells so a quarter of a second later, when the cards may have come.
+    const int key = event.GetKeyCode();
+    const bool isPress = key == WXK_RETURN || key == WXK_NUMPAD_ENTER || key == WXK_SPACE;
+    event.Skip(!isPress || CardsOf(htmlLstCert).MayChoose(false) ||
+               FindFocus() == StdDialogButtonSizerCancel);
 }
 
 void MyFrame::OnCancel(wxCommandEvent&) {
@@ -206,7 +224,9 @@ void MyFrame::OnIdle(wxIdleEvent&) {
     readStdinLoopStarted = true;
     Hide();
     serving_ = true;
-    wxYield(); // sends the hiding to the display, before the loop waits for input
+    // Sends the hiding to the display before the loop waits for input. No input of the user is of this
+    // category, so that none is served.
+    wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_CLIPBOARD);
     ServeRequests();
     serving_ = false;
     if (destroyWhenServed_) {

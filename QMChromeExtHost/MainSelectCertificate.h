@@ -7,6 +7,9 @@
 class wxButton;
 class wxSizer;
 
+/// Whether the first idle event has come: it starts the service.
+extern bool readStdinLoopStarted;
+
 /// Reads "QMHostSettings.json" in the working directory: "AppLogLevel" into AppLogLevel and a non-empty
 /// "TokenDriverFullPath" into TokenDriverFullPath. What is missing keeps its value; nothing is thrown.
 void LoadQMHostSettings();
@@ -27,9 +30,13 @@ public:
 
     void OnOk(wxCommandEvent& event);
     void OnCancel(wxCommandEvent& event);
+    /// Before the cards are seen, no key presses another button than Cancel.
+    void OnKey(wxKeyEvent& event);
+    /// Does nothing, on purpose: the timer is there to wake the event loop.
     void OnTimer(wxTimerEvent& event);
     /// The first one hides the window, loads the token module and serves requests until standard input ends.
     void OnIdle(wxIdleEvent& event);
+    /// Processes events. Kept on purpose, though nobody calls it.
     void QMRefreshUI();
 
     /// Waits, within OnIdle, until the handler has returned: wx goes on using a frame to which it is sending

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ inline bool LogsAt(LogLevels level) { return level >= AppLogLevel; }
 /// Appends one line (time stamp, blank, text) to "QMSignerExtHostLog.txt" in the working directory. The file
 /// is open only during the call, so that each line is on disk when the call returns. Fails silently.
 void LogTextToFile(std::string text, LogLevels level);
+
+/// Logs "Error  in <where>(): " and what was thrown, and returns that text as an operation's failure.
+OperationResult Failure(const char* where, const std::exception& e);
 
 /// Path of the PKCS#11 module, as the settings file gives it or "./QMTokenDriver.so".
 extern std::string TokenDriverFullPath;

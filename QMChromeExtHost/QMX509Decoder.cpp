@@ -5,14 +5,105 @@
 #include "ck/CkDateTime.h"
 #include "ck/CkJsonObject.h"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <sstream>
+#include <string_view>
+#include <vector>
 
 namespace {
 
 // RFC 5280 section 4.2.1.3: every use but keyCertSign (0x04) and cRLSign (0x02). A key that has none of these
 // issues certificates, or says nothing of its use, and is not offered for signing.
 constexpr std::uint32_t kEndEntityUsages = 0xF9;
+
+/// A text by which somebody is named has up to 64 characters, an e-mail address up to 255 (RFC 5280 appendix
+/// A.1). What is longer is told by its length: a part of it might be somebody else's name.
+constexpr std::size_t kMaxShownCharacters = 255;
+
+/// Longer words would reach out of the window.
+constexpr std::size_t kMaxWord = 36;
+
+/// From one UTF-8 character to another, both included.
+struct Range {
+    std::string_view first, last;
+};
+
+/// Characters that take room and show nothing, or turn the direction of others: with these a name could push
+/// the rest of its card away, or draw another one.
+constexpr Range kBlanks[] = {
+    {"\x01", " "},        {"\x7F", "\u00A0"},   {"\u00AD", "\u00AD"}, {"\u034F", "\u034F"},
+    {"\u061C", "\u061C"}, {"\u115F", "\u1160"}, {"\u1680", "\u1680"}, {"\u17B4", "\u17B5"},
+    {"\u180B", "\u180F"}, {"\u2000", "\u200B"}, {"\u200E", "\u200F"}, {"\u2028", "\u202F"},
+    {"\u205F", "\u206F"}, {"\u2800", "\u2800"}, {"\u3000", "\u3000"}, {"\u3164", "\u3164"},
+    {"\uFEFF", "\uFEFF"}, {"\uFFA0", "\uFFA0"}, {"\uFFF9", "\uFFFC"}, {"\U000E0000", "\U000E0FFF"},
+};
+
+bool IsBlank(std::string_view character) {
+    return std::any_of(std::begin(kBlanks), std::end(kBlanks), [&](const Range& range) {
+        return range.first <= character && character <= range.last;
+    });
+}
+
+std::string_view Escaped(std::string_view character) {
+    if (character == "<")
+        return "&lt;";
+    if (character == ">")
+        return "&gt;";
+    if (character == "&")
+        return "&amp;";
+    return character == "\"" ? "&quot;" : character;
+}
+
+/// The characters of a valid UTF-8 text.
+std::vector<std::string_view> Characters(std::string_view text) {
+    std::vector<std::string_view> characters;
+    while (!text.empty()) {
+        const auto lead = static_cast<unsigned char>(text.front());
+        characters.push_back(text.substr(0, lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4));
+        text.remove_prefix(characters.back().size());
+    }
+    return characters;
+}
+
+/// What a certificate says, as a text in HTML that can be nothing else.
+std::string Harmless(std::string text) {
+    const std::vector<std::string_view> characters = Characters(text);
+    if (characters.size() > kMaxShownCharacters)
+        return "[" + std::to_string(characters.size()) + " characters]";
+    std::string shown;
+    std::size_t word = 0; // characters since the last blank
+    for (const std::string_view character : characters) {
+        const bool isBlank = IsBlank(character);
+        if (isBlank ? word > 0 : word == kMaxWord) {
+            shown += ' ';
+            word = 0;
+        }
+        if (isBlank)
+            continue;
+        shown += Escaped(character);
+        ++word;
+    }
+    return shown;
+}
+
+std::string AsItIs(std::string text) { return text; }
+
+/// The card of a certificate, with what the certificate says made of it by `text`.
+std::string Card(const CkCert& cert, std::string (*text)(std::string)) {
+    CkDateTime validTo;
+    validTo.SetFromRfc822(cert.validToStr());
+    const char* validity = validTo.OlderThan(1, "seconds")
+                               ? "<span style='font-size:80%;color:red'><b>Expired: "
+                               : "<span style='font-size:80%;'><b>Valid upto: ";
+    std::ostringstream card;
+    card << "<div style='font-family:verdana;'><span style='color:blue;'><b>" << text(cert.subjectCN())
+         << "</b>&nbsp;(" << text(cert.rfc822Name()) << ")</span><br>" << text(cert.subjectO()) << " <br>"
+         << validity << cert.validToStr() << "</b></span></div>"
+         << "<hr>";
+    return card.str();
+}
 
 } // namespace
 
@@ -57,16 +148,12 @@ std::string QMX509Decoder::GetX509CertHTML(const char* der, std::size_t length) 
     LogTextToFile("Key Usages: " + std::to_string(keyUsages), DEBUG);
     if ((keyUsages & kEndEntityUsages) == 0)
         return "ChainCert";
+    return Card(cert, AsItIs);
+}
 
-    CkDateTime validTo;
-    validTo.SetFromRfc822(cert.validToStr());
-    const char* validity = validTo.OlderThan(1, "seconds")
-                               ? "<span style='font-size:80%;color:red'><b>Expired: "
-                               : "<span style='font-size:80%;'><b>Valid upto: ";
-    std::ostringstream card;
-    card << "<div style='font-family:verdana;'><span style='color:blue;'><b>" << cert.subjectCN()
-         << "</b>&nbsp;(" << cert.rfc822Name() << ")</span><br>" << cert.subjectO() << " <br>" << validity
-         << cert.validToStr() << "</b></span></div>"
-         << "<hr>";
-    return card.str();
+std::string QMX509Decoder::GetX509CertShown(const char* der, std::size_t length) {
+    CkCert cert;
+    if (!cert.LoadFromBinary2(der, length))
+        return Harmless("QMHostError: " + cert.lastErrorText());
+    return Card(cert, Harmless);
 }

@@ -17,4 +17,9 @@ public:
     /// The certificate's row in the window's list, as HTML; the text "ChainCert" for a certificate that is no
     /// signing certificate; "QMHostError: " and the reason for bytes that are no certificate.
     std::string GetX509CertHTML(const char* der, std::size_t length);
+
+    /// The same row as the window draws it: each text out of the certificate is made harmless by itself
+    /// before it comes into the markup, so that no name can be more than a name. For certificates that have a
+    /// row.
+    std::string GetX509CertShown(const char* der, std::size_t length);
 };

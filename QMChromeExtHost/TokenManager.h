@@ -41,7 +41,9 @@ public:
     CK_SESSION_HANDLE hTokenSession = 0;
     /// One record per certificate on the token, chain certificates included; see BuildTokenCertList.
     CkJsonArray TokenCertList;
-    /// The PIN of the last successful login, empty before.
+    /// For each card that BuildTokenCertList has returned, how the window draws it.
+    std::vector<std::string> ShownCards;
+    /// The PIN of the last successful login, empty before. In locked memory.
     std::string TokenUserPin;
 
     /// Loads the module at TokenDriverFullPath and resolves its entry points; one that is missing is noticed
@@ -85,7 +87,7 @@ private:
     /// Reads the certificate object `hCKObj` into the three lists. Throws as CheckResult.
     void AppendCertificate(CK_OBJECT_HANDLE hCKObj, std::vector<std::string>& CertificateHtmlList);
 
-    bool bInited = false;
+    bool bInited = false; ///< kept on purpose: set once, read by nobody
     void* handle = nullptr;
     CK_C_Initialize F_Initialize = nullptr;
     CK_C_Finalize F_Finalize = nullptr;
@@ -98,6 +100,6 @@ private:
     CK_C_GetAttributeValue F_GetAttributeValue = nullptr;
     CK_C_SignInit F_SignInit = nullptr;
     CK_C_Sign F_Sign = nullptr;
-    CK_C_SignFinal F_SignFinal = nullptr;
-    CK_SLOT_ID_PTR pSlotList = nullptr;
+    CK_C_SignFinal F_SignFinal = nullptr; ///< kept on purpose: resolved, never called
+    CK_SLOT_ID_PTR pSlotList = nullptr;   ///< kept on purpose: never set, so that a failure frees nothing
 };

@@ -1,7 +1,5 @@
 #include "AsnNode.h"
 
-#include "TextEncoding.h"
-
 #include <optional>
 
 namespace {
@@ -20,11 +18,11 @@ class DerReader {
 public:
     explicit DerReader(std::string_view der) : rest_(der) {}
 
-    bool atEnd() const { return rest_.empty(); }
+    std::string_view rest() const { return rest_; }
 
     /// The next value with all that is in it, or null.
-    std::shared_ptr<AsnNode> ReadNode(int depth, std::size_t& nodesLeft) {
-        if (depth == kMaxAsnDepth || nodesLeft == 0)
+    std::shared_ptr<AsnNode> ReadNode(int levelsLeft, std::size_t& nodesLeft) {
+        if (levelsLeft == 0 || nodesLeft == 0)
             return nullptr;
         --nodesLeft;
         auto node = std::make_shared<AsnNode>();
@@ -39,8 +37,8 @@ public:
             node->content = content;
             return node;
         }
-        for (DerReader reader(content); !reader.atEnd();) {
-            std::shared_ptr<AsnNode> child = reader.ReadNode(depth + 1, nodesLeft);
+        for (DerReader reader(content); !reader.rest().empty();) {
+            std::shared_ptr<AsnNode> child = reader.ReadNode(levelsLeft - 1, nodesLeft);
             if (!child)
                 return nullptr;
             node->children.push_back(std::move(child));
@@ -115,11 +113,6 @@ private:
     std::string_view rest_;
 };
 
-struct StringSink {
-    std::string text;
-    void Append(std::string_view bytes) { text += bytes; }
-};
-
 std::string LengthOctets(std::size_t length) {
     if (length < kMoreBit)
         return {static_cast<char>(length)};
@@ -148,12 +141,10 @@ class DerWriter {
 public:
     explicit DerWriter(const AsnNode& root) : root_(root), size_(Measure(root)) {}
 
-    std::size_t size() const { return size_; }
-
-    template <class Sink>
-    void Write(Sink& sink) {
-        nextLength_ = 0;
-        Write(root_, sink);
+    std::string Write() {
+        der_.reserve(size_);
+        Write(root_);
+        return std::move(der_);
     }
 
 private:
@@ -167,44 +158,34 @@ private:
         return TagOctets(node).size() + LengthOctets(length).size() + length;
     }
 
-    template <class Sink>
-    void Write(const AsnNode& node, Sink& sink) {
-        sink.Append(TagOctets(node));
-        sink.Append(LengthOctets(lengths_[nextLength_++]));
-        sink.Append(node.content);
+    void Write(const AsnNode& node) {
+        der_ += TagOctets(node);
+        der_ += LengthOctets(lengths_[nextLength_++]);
+        der_ += node.content;
         for (const std::shared_ptr<AsnNode>& child : node.children)
-            Write(*child, sink);
+            Write(*child);
     }
 
     const AsnNode& root_;
     std::vector<std::size_t> lengths_;
     std::size_t nextLength_ = 0;
     std::size_t size_;
+    std::string der_;
 };
 
 } // namespace
 
 std::shared_ptr<AsnNode> AsnFromDer(std::string_view der) {
+    std::shared_ptr<AsnNode> node = TakeAsnFromDer(der, kMaxAsnDepth);
+    return der.empty() ? node : nullptr;
+}
+
+std::shared_ptr<AsnNode> TakeAsnFromDer(std::string_view& der, int maxDepth) {
     DerReader reader(der);
     std::size_t nodesLeft = kMaxAsnNodes;
-    std::shared_ptr<AsnNode> node = reader.ReadNode(0, nodesLeft);
-    return reader.atEnd() ? node : nullptr;
+    std::shared_ptr<AsnNode> node = reader.ReadNode(maxDepth, nodesLeft);
+    der = reader.rest();
+    return node;
 }
 
-std::string AsnToDer(const AsnNode& node) {
-    DerWriter writer(node);
-    StringSink sink;
-    sink.text.reserve(writer.size());
-    writer.Write(sink);
-    return std::move(sink.text);
-}
-
-std::string AsnToBase64Der(const AsnNode& node) {
-    DerWriter writer(node);
-    std::string text;
-    text.reserve(Base64Size(writer.size()));
-    Base64Writer sink(text);
-    writer.Write(sink);
-    sink.Finish();
-    return text;
-}
+std::string AsnToDer(const AsnNode& node) { return DerWriter(node).Write(); }

@@ -58,8 +58,11 @@ constexpr std::uint32_t kMaxAsnTag = 0x7FFFFFFF;
 /// their shortest form. Contents are not judged. Null when it is none, or outside of the limits.
 std::shared_ptr<AsnNode> AsnFromDer(std::string_view der);
 
+/// The same for the value at the front of `der`, nested at most `maxDepth` levels, which is removed from
+/// there.
+std::shared_ptr<AsnNode> TakeAsnFromDer(std::string_view& der, int maxDepth);
+
 std::string AsnToDer(const AsnNode& node);
-std::string AsnToBase64Der(const AsnNode& node);
 
 std::string AsnToXml(const AsnNode& node);
 

@@ -143,18 +143,17 @@ std::string DistinguishedName(const X509_NAME* name) {
     return text;
 }
 
-std::string WithReadableNames(std::string_view der) {
-    const std::shared_ptr<AsnNode> certificate = AsnFromDer(der);
-    if (!certificate || certificate->children.empty())
+std::string WithReadableNames(AsnNode& tree) {
+    if (tree.children.empty())
         return {};
     // RFC 5280 section 4.1: [0] version (absent in version 1), serial number, signature, issuer, validity,
     // subject.
-    const auto& tbsCertificate = certificate->children.front()->children;
+    const auto& tbsCertificate = tree.children.front()->children;
     const std::size_t version =
         !tbsCertificate.empty() && tbsCertificate[0]->tagClass == AsnClass::ContextSpecific;
     if (tbsCertificate.size() < version + 5)
         return {};
     MakeNameReadable(*tbsCertificate[version + 2]);
     MakeNameReadable(*tbsCertificate[version + 4]);
-    return AsnToDer(*certificate);
+    return AsnToDer(tree);
 }

@@ -5,7 +5,8 @@
 #include "OpenSsl.h"
 
 #include <string>
-#include <string_view>
+
+struct AsnNode;
 
 /// `value` as UTF-8 up to its first zero byte; empty when it is of no string type.
 std::string CStringOf(const ASN1_STRING* value);
@@ -16,7 +17,7 @@ std::string FirstAttribute(const X509_NAME* name, int nid);
 /// `name` in one text, as CkCert::subjectDN describes it; empty when there is no name.
 std::string DistinguishedName(const X509_NAME* name);
 
-/// The certificate `der` with the strings in its issuer and subject turned into valid UTF8Strings. libcrypto
-/// loads no certificate with a string in a name that is not what its type says, though makers of certificates
-/// have written such. Empty when `der` is no certificate.
-std::string WithReadableNames(std::string_view der);
+/// The DER of the certificate `tree` with the strings in its issuer and subject turned into valid
+/// UTF8Strings. libcrypto loads no certificate with a string in a name that is not what its type says, though
+/// makers of certificates have written such. Empty when `tree` is no certificate.
+std::string WithReadableNames(AsnNode& tree);

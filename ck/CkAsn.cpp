@@ -77,7 +77,5 @@ bool CkAsn::GetBinaryDer(CkByteData& der) const {
 }
 
 std::string CkAsn::getEncodedDer(const char* encoding) const {
-    if (encoding && std::string_view(encoding) == "Base64")
-        return AsnToBase64Der(*node_);
     return EncodeText(AsnToDer(*node_), encoding);
 }

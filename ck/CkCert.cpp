@@ -1,5 +1,6 @@
 #include "CkCert.h"
 
+#include "AsnNode.h"
 #include "CertName.h"
 #include "OpenSsl.h"
 #include "Rfc822Date.h"
@@ -17,13 +18,13 @@ namespace {
 /// A certificate with a portrait in it takes some 20 KB.
 constexpr std::size_t kMaxCertificateSize = 1'000'000;
 
-/// Reads the certificate at the front of `der` and removes it from there; null when there is none.
-std::shared_ptr<X509> ReadCertificate(std::string_view& der) {
-    const auto* const begin = reinterpret_cast<const unsigned char*>(der.data());
-    const unsigned char* next = begin;
-    OpenSslPtr<X509> certificate(d2i_X509(nullptr, &next, static_cast<long>(der.size())));
-    der.remove_prefix(static_cast<std::size_t>(next - begin));
-    return certificate;
+/// A SignedData has it four levels down (RFC 5652): ContentInfo, [0], SignedData, [0].
+constexpr int kMaxCertificateDepth = kMaxAsnDepth - 4;
+
+/// The certificate at the front of `der`; null when there is none.
+std::shared_ptr<X509> ReadCertificate(std::string_view der) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
+    return OpenSslPtr<X509>(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
 }
 
 /// A certificate and what it was read from.
@@ -102,19 +103,19 @@ bool CkCert::LoadFromBinary2(const char* der, std::size_t length) {
     LastRead& last = Last();
     if (!last.certificate || last.der != std::string_view(der, length)) {
         const OpenSslErrors errors;
-        std::string_view rest(der, length);
-        std::shared_ptr<X509> certificate = ReadCertificate(rest);
-        if (!certificate) {
-            const std::string error = errors.Describe("d2i_X509");
-            const std::string readable = WithReadableNames({der, length});
-            rest = readable;
-            certificate = ReadCertificate(rest);
-            if (!certificate)
-                return impl_->Fail(error);
-        }
-        if (!rest.empty())
-            return impl_->Fail(std::to_string(rest.size()) + " bytes behind the end of the certificate");
-        last = {std::string(der, length), std::move(certificate)};
+        const std::string_view bytes(der, length);
+        std::shared_ptr<X509> certificate = ReadCertificate(bytes);
+        const std::string error = certificate ? "" : errors.Describe("d2i_X509");
+        // libcrypto reads BER too, which nothing else here does. What stands behind is padding.
+        std::string_view padding = bytes;
+        const std::shared_ptr<AsnNode> tree = TakeAsnFromDer(padding, kMaxCertificateDepth);
+        if (!certificate && tree)
+            certificate = ReadCertificate(WithReadableNames(*tree));
+        if (!certificate)
+            return impl_->Fail(error);
+        if (!tree)
+            return impl_->Fail("the certificate is not in DER");
+        last = {std::string(bytes.substr(0, length - padding.size())), std::move(certificate)};
     }
     impl_->certificate = last.certificate;
     impl_->der = last.der;

@@ -18,7 +18,8 @@ public:
     CkCert(CkCert&&) noexcept;
     CkCert& operator=(CkCert&&) noexcept;
 
-    /// Reads one DER certificate of `length` bytes. False when the bytes are none, or more than one.
+    /// Reads the DER certificate at the front of `length` bytes; what stands behind it is padding. False when
+    /// there is none, or none that CkAsn can put into a SignedData.
     bool LoadFromBinary2(const char* der, std::size_t length);
 
     /// What the last failed call says about its failure, in words; empty after a success.
@@ -42,7 +43,8 @@ public:
     /// SHA-1 of the DER: 40 upper-case hex digits.
     std::string sha1Thumbprint() const;
 
-    /// Begin and end of the validity as "Tue, 15 Nov 2022 00:00:00 GMT"; English in every locale.
+    /// Begin and end of the validity as "Tue, 15 Nov 2022 00:00:00 GMT"; English in every locale. Empty when
+    /// it cannot be read.
     std::string validFromStr() const;
     std::string validToStr() const;
 
@@ -53,7 +55,7 @@ public:
     /// The certificate's public key, or null when it cannot be read; see get_LastMethodSuccess().
     std::unique_ptr<CkPublicKey> ExportPublicKey();
 
-    /// The DER as loaded, in Base64 on one line.
+    /// The DER as loaded, without padding, in Base64 on one line.
     std::string getEncoded() const;
 
 private:

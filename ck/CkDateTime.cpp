@@ -33,24 +33,26 @@ constexpr std::array<std::pair<std::string_view, std::int64_t>, 4> kSecondsOfUni
 bool CkDateTime::SetFromRfc822(std::string_view text) {
     const std::optional<std::time_t> time = ParseRfc822(text);
     if (time)
-        time_ = *time;
+        time_ = time;
     return time.has_value();
 }
 
 std::string CkDateTime::getAsTimestamp(bool localTime) const {
+    if (!time_)
+        return {};
     std::tm time{};
     if (!localTime) {
-        gmtime_r(&time_, &time);
+        gmtime_r(&*time_, &time);
         return FormatRfc3339(time) + "Z";
     }
     tzset(); // localtime_r need not look at TZ by itself
-    localtime_r(&time_, &time);
+    localtime_r(&*time_, &time);
     return FormatRfc3339(time) + FormatOffset(time.tm_gmtoff);
 }
 
 bool CkDateTime::OlderThan(int amount, std::string_view units) const {
     for (const auto& [unit, seconds] : kSecondsOfUnit)
         if (unit == units)
-            return std::time(nullptr) - time_ > amount * seconds;
+            return !time_ || std::time(nullptr) - *time_ > amount * seconds;
     return false;
 }

@@ -102,11 +102,12 @@ CkJsonObject::~CkJsonObject() = default;
 
 bool CkJsonObject::Load(std::string_view json) {
     *impl_ = Impl();
-    impl_->error = ReadJsonMembers(json, impl_->members);
-    if (impl_->error.empty())
-        return true;
-    impl_->members.clear();
-    return false;
+    std::vector<JsonMember> members;
+    impl_->error = ReadJsonMembers(json, members);
+    if (!impl_->error.empty())
+        return false;
+    impl_->members = std::move(members);
+    return true;
 }
 
 bool CkJsonObject::LoadFile(const char* path) {
@@ -128,16 +129,18 @@ int CkJsonObject::IndexOf(std::string_view name) const {
     return member ? static_cast<int>(member - impl_->members.data()) : -1;
 }
 
-std::string CkJsonObject::stringOf(std::string_view name) const& {
+std::string CkJsonObject::stringOf(std::string_view name) const {
     const JsonMember* member = impl_->Find(name);
     return member ? std::string(UpToZero(member->text)) : std::string();
 }
 
-std::string CkJsonObject::stringOf(std::string_view name) && {
+std::string CkJsonObject::TakeString(std::string_view name) {
     const int index = IndexOf(name);
     if (index < 0)
         return {};
-    std::string text = std::move(impl_->members[static_cast<std::size_t>(index)].text);
+    JsonMember& member = impl_->members[static_cast<std::size_t>(index)];
+    member.kind = JsonMember::Kind::String;
+    std::string text = std::exchange(member.text, {});
     text.resize(UpToZero(text).size());
     return text;
 }

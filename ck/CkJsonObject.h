@@ -7,9 +7,9 @@
 /// A JSON object (RFC 8259), members in the order in which they came. Of members with the same name the first
 /// counts.
 ///
-/// Objects with more members and files with more bytes than the limits named in the implementation do not
-/// load; depth is not limited and costs no stack. No call throws on account of its input. Texts go in and out
-/// as C strings do: a value ends at its first U+0000.
+/// Files with more bytes than the limit named in the implementation do not load; the number of members and
+/// their depth are not limited, and depth costs no stack. No call throws on account of its input. Texts go in
+/// and out as C strings do: a value ends at its first U+0000.
 class CkJsonObject {
 public:
     CkJsonObject();
@@ -35,9 +35,11 @@ public:
     /// The member as text: a string's own text, a number, boolean or null as JSON writes it, an object or
     /// array as compact JSON; numbers as they were written. Empty when there is no such member. Bytes that
     /// are no UTF-8 stay as they were appended.
-    std::string stringOf(std::string_view name) const&;
-    /// The same of an object that is not needed any more: the text is moved out of it.
-    std::string stringOf(std::string_view name) &&;
+    std::string stringOf(std::string_view name) const;
+
+    /// The same, for large texts: the text is moved out, and the member an empty one. Allocates
+    /// nothing.
+    std::string TakeString(std::string_view name);
 
     /// The member as an integer: a number without its fraction (out of range: the nearest int), a string that
     /// is a decimal number likewise, true as 1. Everything else, also a missing member, is 0.

@@ -10,10 +10,6 @@
 
 namespace {
 
-/// A request has ten members, the record of a certificate nine. Members cost more memory than the text that
-/// makes them, and every look-up passes them all.
-constexpr std::size_t kMaxMembers = 100'000;
-
 /// The reason of a syntax error quotes the text around it, at any length.
 constexpr std::size_t kMaxReasonSize = 300;
 
@@ -40,8 +36,7 @@ bool IsPlain(std::string_view text) {
 /// Receives the parser's events. False from one of them ends the parsing.
 class MemberReader final : public nlohmann::json_sax<nlohmann::json> {
 public:
-    MemberReader(std::vector<JsonMember>& members, std::size_t textSize)
-        : members_(members), textSize_(textSize) {}
+    explicit MemberReader(std::vector<JsonMember>& members) : members_(members) {}
 
     /// Why the parsing ended early.
     const std::string& error() const { return error_; }
@@ -65,7 +60,7 @@ public:
 
     bool string(string_t& value) override {
         if (depth_ == 1)
-            return AddMember(JsonMember::Kind::String, TakeOrCopy(value));
+            return AddMember(JsonMember::Kind::String, std::move(value));
         if (depth_ == 0)
             return RefuseRoot();
         BeginNestedValue();
@@ -75,8 +70,7 @@ public:
 
     bool key(string_t& name) override {
         if (depth_ == 1) {
-            name_ = name;
-            name.reserve(textSize_);
+            name_ = std::move(name);
         } else {
             BeginNestedValue();
             AppendQuotedJson(nested_, name);
@@ -113,13 +107,6 @@ public:
     }
 
 private:
-    /// The parser's strings all come in the one buffer in which it collects their characters. key() has made
-    /// it as large as any of them can be: so it need not grow, again and again, while a long one is read. It
-    /// is given away with what fills most of it.
-    static std::string TakeOrCopy(std::string& buffer) {
-        return buffer.size() > buffer.capacity() / 2 ? std::move(buffer) : std::string(buffer);
-    }
-
     bool OnNumber(std::string text) { return OnScalar(std::move(text), JsonMember::Kind::Number); }
 
     bool OnScalar(std::string text, JsonMember::Kind kind) {
@@ -145,10 +132,6 @@ private:
     }
 
     bool AddMember(JsonMember::Kind kind, std::string text) {
-        if (members_.size() == kMaxMembers) {
-            error_ = "the object has more than " + std::to_string(kMaxMembers) + " members";
-            return false;
-        }
         members_.push_back({std::move(name_), std::move(text), kind});
         return true;
     }
@@ -159,7 +142,6 @@ private:
     }
 
     std::vector<JsonMember>& members_;
-    std::size_t textSize_;
     std::string error_;
     std::size_t depth_ = 0;
     std::string name_;   // of the member whose value comes next
@@ -169,7 +151,7 @@ private:
 } // namespace
 
 std::string ReadJsonMembers(std::string_view json, std::vector<JsonMember>& members) {
-    MemberReader reader(members, json.size());
+    MemberReader reader(members);
     return nlohmann::json::sax_parse(json.begin(), json.end(), &reader) ? std::string() : reader.error();
 }
 

@@ -72,7 +72,9 @@ std::chrono::minutes ReadZone(Reader& reader) {
 } // namespace
 
 std::string FormatRfc822(const std::tm& utc) {
-    const std::string_view day = kDays[static_cast<std::size_t>(utc.tm_wday)];
+    // Not tm_wday: libcrypto leaves it behind when a zone moves the date.
+    const std::chrono::sys_days date(std::chrono::year(utc.tm_year + 1900) / (utc.tm_mon + 1) / utc.tm_mday);
+    const std::string_view day = kDays[std::chrono::weekday(date).c_encoding()];
     const std::string_view month = kMonths[static_cast<std::size_t>(utc.tm_mon)];
     std::array<char, 96> text{};
     std::snprintf(text.data(), text.size(), "%s, %02d %s %04d %02d:%02d:%02d GMT", day.data(), utc.tm_mday,

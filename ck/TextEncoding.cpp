@@ -48,27 +48,23 @@ constexpr DigitTable kHexTable = [] {
 
 constexpr std::size_t kGroup = 3; // bytes that make four digits
 
-/// Through a small buffer: the text needs no zeros where the digits will stand, and EVP_EncodeBlock counts in
-/// int.
-void AppendBase64(std::string& text, std::string_view bytes) {
-    constexpr std::size_t kPart = 4096 * kGroup;
-    std::array<unsigned char, Base64Size(kPart) + 1> digits; // EVP_EncodeBlock adds a zero byte
-    while (!bytes.empty()) {
-        const std::string_view part = bytes.substr(0, kPart);
-        const int size = EVP_EncodeBlock(digits.data(), reinterpret_cast<const unsigned char*>(part.data()),
-                                         static_cast<int>(part.size()));
-        text.append(reinterpret_cast<const char*>(digits.data()), static_cast<std::size_t>(size));
-        bytes.remove_prefix(part.size());
-    }
+std::string ToBase64(std::string_view bytes) {
+    std::string text((bytes.size() + kGroup - 1) / kGroup * 4, '\0');
+    // The zero byte that EVP_EncodeBlock adds comes in the place of the text's own.
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                    reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
+    return text;
 }
 
-void AppendHex(std::string& text, std::string_view bytes) {
-    text.reserve(text.size() + 2 * bytes.size());
+std::string ToHex(std::string_view bytes) {
+    std::string text;
+    text.reserve(2 * bytes.size());
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
         text += kHexDigits[byte >> 4];
         text += kHexDigits[byte & 0xF];
     }
+    return text;
 }
 
 /// The value of the next digit of `text`, which is removed together with what is skipped before it; kNoDigit
@@ -144,34 +140,10 @@ bool Is(const char* encoding, std::string_view name) { return encoding && encodi
 
 } // namespace
 
-void Base64Writer::Append(std::string_view bytes) {
-    if (!rest_.empty()) {
-        const std::size_t missing = std::min(kGroup - rest_.size(), bytes.size());
-        rest_.append(bytes.substr(0, missing));
-        bytes.remove_prefix(missing);
-        if (rest_.size() < kGroup)
-            return;
-        Finish();
-    }
-    const std::size_t whole = bytes.size() - bytes.size() % kGroup;
-    AppendBase64(text_, bytes.substr(0, whole));
-    rest_.assign(bytes.substr(whole));
-}
-
-void Base64Writer::Finish() {
-    AppendBase64(text_, rest_);
-    rest_.clear();
-}
-
 std::string EncodeText(std::string_view bytes, const char* encoding) {
-    std::string text;
-    if (Is(encoding, "Base64")) {
-        text.reserve(Base64Size(bytes.size()));
-        AppendBase64(text, bytes);
-    } else if (Is(encoding, "Hex")) {
-        AppendHex(text, bytes);
-    }
-    return text;
+    if (Is(encoding, "Base64"))
+        return ToBase64(bytes);
+    return Is(encoding, "Hex") ? ToHex(bytes) : std::string();
 }
 
 void AppendDecodedText(std::string& bytes, std::string_view text, const char* encoding) {

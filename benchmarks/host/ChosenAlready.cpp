@@ -1,14 +1,11 @@
-// Stands in for SelectionFlow.cpp in a host whose user has chosen already: the token's first certificate, and
-// the PIN in QM_BENCH_PIN. The rest of the host is the host's own, so that what it does for a signature can
-// be measured without the window and its fixed pauses.
+// Stands in for the window in a host whose user has chosen already: the token's first certificate, and the
+// PIN in QM_BENCH_PIN. The rest of the host is the host's own, so that what it does for a signature can be
+// measured without the window and its fixed pauses.
 
 #include "QMNativeMessagingHost.h"
 #include "TokenManager.h"
-#include "ck/CkJsonObject.h"
 
 #include <cstdlib>
-
-bool QMNativeMessagingHost::bSelCertUIOpen = false;
 
 OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     if (selCKA_ID.empty()) {
@@ -20,12 +17,4 @@ OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
             tokenManager.TokenUserPin = pin;
     }
     return {true, selCKA_ID};
-}
-
-OperationResult QMNativeMessagingHost::GetSelCertFromToken() {
-    if (OperationResult selected = ShowSelectCertDialog(); !selected.success)
-        return selected;
-    return {true, tokenManager.TokenCertList
-                      .ObjectAt(tokenManager.TokenCertList.FindObject("CKA_ID", selCKA_ID, true))
-                      ->emit()};
 }

@@ -25,6 +25,8 @@ const RULES = [
   { text: /^Certificate not found in the token's certificate list: /, code: "CERTIFICATE_NOT_FOUND" },
   { text: /^Empty Response form method TokenSignHash\(\)$/, code: "TOKEN_ERROR", restart: true },
   { text: /^Can't allocate enough memory$/, code: "TOKEN_ERROR", restart: true },
+  // What a token's module must not answer: "C_GetSlotList gives no slot any more".
+  { text: /^C_\w+ gives /, code: "TOKEN_ERROR", restart: true },
 ];
 
 const CKR_LINE = /^\[CKR_ERROR in (.+)\] ErrCode = 0x([0-9A-F]{8})\.$/;

@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
+import { frame } from "./lib/frames.mjs";
 import { chooseFirst, World } from "./lib/world.mjs";
 
 const world = World.forThisFile();
@@ -46,6 +47,13 @@ test("The nonce comes back unchanged", async (t) => {
   for (const nonce of ["", " ", "17", "ü/€\"\\\n\t\u0001", "n".repeat(10_000)]) {
     assert.equal((await host.request({ nonce })).nonce, nonce);
   }
+});
+
+test("The nonce comes back from behind a million other members", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, { settings: null });
+  const members = Array.from({ length: 1_000_000 }, (_, i) => `"m${i}":0`).join();
+  host.sendBytes(frame(`{${members},"text":"many","nonce":"17"}`));
+  assert.deepEqual(await host.reply(), { status_cd: 0, result: "QMHost Error: echo: many", nonce: "17" });
 });
 
 test("A nonce that is no string comes back as its JSON text", async (t) => {

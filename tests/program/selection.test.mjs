@@ -5,7 +5,7 @@ import { test } from "node:test";
 
 import { ck, errorLine } from "./lib/fake-token.mjs";
 import { cancelText, failurePrefix, windowTitle } from "./lib/host.mjs";
-import { sleep, waitFor } from "./lib/process.mjs";
+import { run, sleep, waitFor } from "./lib/process.mjs";
 import { chooseFirst, World } from "./lib/world.mjs";
 
 const world = World.forThisFile();
@@ -149,6 +149,57 @@ test("Impatient double clicks while the list is loading end nothing", async (t) 
   if ((await world.desktop.windows(windowTitle)).length > 0) await host.clickOk();
   assert.equal(idOf(await reply), "01");
   assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
+});
+
+for (const [what, act] of [
+  ["A double click on the row", (desktop, id) => desktop.click(id, 300, 110, 2)],
+  ["A click on OK", (desktop, id, host) => desktop.click(id, ...host.okButton)],
+  ["The Return key", (desktop, id) => desktop.key(id, "Return")],
+]) {
+  test(`${what} while the list is loading chooses nothing`, async (t) => {
+    const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Initialize", delay: 4000 }] });
+    host.send(getCertificate);
+    await waitFor("the loading", async () => (await host.logLines()).includes("Entering TokenOpenSession()"));
+    const id = (await world.desktop.windows(windowTitle))[0];
+    await act(world.desktop, id, host);
+    const loaded = (await host.logLines()).some((line) => line.endsWith("items Loaded in Certificate List."));
+    assert.ok(!loaded, "the list was loaded too early for this test");
+    await host.window();
+    await sleep(1500);
+    assert.equal((await world.desktop.windows(windowTitle)).length, 1, "the window waits for a choice");
+    await host.clickOk();
+    assert.equal(idOf(await host.reply()), "01");
+  });
+}
+
+test("The second click of a double click on OK does not answer the next request", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(getCertificate);
+  await world.desktop.click(await host.window(), ...host.okButton, 2);
+  await host.reply();
+  host.send(getCertificate);
+  await host.window();
+  await sleep(1500);
+  assert.equal((await world.desktop.windows(windowTitle)).length, 1, "the window waits for a choice");
+  await host.clickCancel();
+  await host.reply();
+});
+
+test("A window that the user has moved stays there", async (t) => {
+  const { host } = await world.hostWithFake(t);
+  host.send(getCertificate);
+  const first = await host.window();
+  await run("xdotool", ["windowmove", "--sync", first, "40", "60"], { env: { ...process.env, ...world.desktop.env } });
+  await sleep(500);
+  const moved = await world.desktop.geometry(first);
+  await host.clickOk();
+  await host.reply();
+  for (let i = 0; i < 2; ++i) {
+    host.send(getCertificate);
+    assert.deepEqual(await world.desktop.geometry(await host.window()), moved);
+    await host.clickOk();
+    await host.reply();
+  }
 });
 
 test("After a failure while loading, the next request loads the list", async (t) => {

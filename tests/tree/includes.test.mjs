@@ -22,6 +22,11 @@ const tools = /^"QMTools\.h"$/;
 const decoder = /^"QMX509Decoder\.h"$/;
 const token = /^"(TokenManager|Pkcs11Call)\.h"$/;
 const cards = /^"CardList\.h"$/;
+const pinDialog = /^"PinDialog\.h"$/;
+const frames = /^"Frames\.h"$/;
+const inMessage = /^"InMessage\.h"$/;
+const structures = /^"SignedDataXml\.h"$/;
+const selection = /^"SelectionWindow\.h"$/;
 const messaging = /^"QMNativeMessagingHost\.h"$/;
 const window_ = /^"MainSelectCertificate\.h"$/;
 const ck = /^"ck\/Ck\w+\.h"$/;
@@ -37,13 +42,19 @@ const program = {
   "CardList.cpp": [cards, wx],
   "Pkcs11Call.h": [pkcs11],
   "TokenManager.h": [shared, ck, pkcs11],
-  "TokenManager.cpp": [token, shared, ck, posix, wx], // wx: the PIN dialog
-  "TokenManagerObjects.cpp": [token, decoder, shared, ck],
+  "PinDialog.h": [],
+  "PinDialog.cpp": [pinDialog, shared, ck, wx],
+  "TokenManager.cpp": [token, pinDialog, decoder, shared, ck, posix],
+  "Frames.h": [],
+  "Frames.cpp": [frames],
+  "InMessage.h": [ck],
+  "SignedDataXml.h": [ck],
+  "SignedDataXml.cpp": [structures, shared, ck],
+  "SelectionWindow.h": [],
+  "SelectionWindow.cpp": [selection, cards, shared, wx],
   "QMNativeMessagingHost.h": [shared, ck],
-  "QMNativeMessagingHost.cpp": [messaging, shared, ck, wx], // wx: closes the window when the input ends
-  "SigningOperations.cpp": [messaging, token, tools, shared, ck],
-  "SignedDataBuilders.cpp": [messaging, tools, shared, ck],
-  "SelectionFlow.cpp": [messaging, cards, token, shared, ck, wx],
+  // wx: the window is shown, waited for, and closed when the input ends
+  "QMNativeMessagingHost.cpp": [messaging, cards, frames, inMessage, selection, structures, token, tools, shared, ck, wx],
   "MainSelectCertificate.h": [wx],
   "MainSelectCertificate.cpp": [window_, messaging, cards, token, shared, ck, wx],
   "main.cpp": [window_],

@@ -37,11 +37,12 @@ const ATTACKS = [
   openIdAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks, policyAttacks,
 ];
 
-/** Gives a rig for this file, and a function that defines a test which keeps a picture when it fails. */
-function rigAndTests(name) {
+/** Defines all tests for "chromium" or "firefox". Call it once in a file. */
+export function browserTests(name) {
   const rig = Rig.forThisFile(name);
   const title = name[0].toUpperCase() + name.slice(1);
-  const define = (sentence, body) => test(`${title}: ${sentence}`, async (t) => {
+  let ran = 0;
+  const browserTest = (sentence, body) => test(`${title}: ${sentence}`, async (t) => {
     await rig.restForQuestions();
     try {
       await body(t);
@@ -49,23 +50,6 @@ function rigAndTests(name) {
       await rig.screenshot(`failed-${sentence.replaceAll(/\W+/g, "-").slice(0, 60)}`).catch(() => {});
       throw error;
     }
-  });
-  return { rig, title, define };
-}
-
-/** Defines the attacks, which all have to fail, for "chromium" or "firefox". Call it once in a file. */
-export function attackTests(name) {
-  const { rig, define } = rigAndTests(name);
-  before(() => rig.addPage("/cover", COVER));
-  for (const attacks of ATTACKS) attacks({ name, rig, attack: define });
-}
-
-/** Defines all other tests for "chromium" or "firefox". Call it once in a file. */
-export function browserTests(name) {
-  const { rig, title, define } = rigAndTests(name);
-  let ran = 0;
-  const browserTest = (sentence, body) => define(sentence, async (t) => {
-    await body(t);
     ran++;
   });
   let signatures = 0;
@@ -102,5 +86,8 @@ export function browserTests(name) {
   }
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
-  for (const tests of [consentTests, signingTests, failureTests, registrationTests]) tests(suite);
+  before(() => rig.addPage("/cover", COVER));
+  for (const tests of [consentTests, signingTests, failureTests]) tests(suite);
+  for (const attacks of ATTACKS) attacks({ name, rig, attack: browserTest });
+  registrationTests(suite);
 }

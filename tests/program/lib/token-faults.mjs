@@ -37,13 +37,14 @@ const unavailable = -1; // CK_UNAVAILABLE_INFORMATION
 const huge = 2 ** 40;
 
 // What the module itself answers to the nonsense that it gave.
-const CKR_DEVICE_ERROR = 0x30; // the host's word for a success that cannot be one
 const CKR_KEY_HANDLE_INVALID = 0x60;
 const CKR_OBJECT_HANDLE_INVALID = 0x82;
 const CKR_BUFFER_TOO_SMALL = 0x150;
 
 const list = "BuildTokenCertList - ";
 const key = "GetTokenPvtKey - ";
+
+const grown = "C_GetAttributeValue gives more than it said";
 
 /**
  * The calls of a flow in their order. `nth` counts the calls of an entry point within its part of the flow. `nonsense` are
@@ -52,11 +53,10 @@ const key = "GetTokenPvtKey - ";
 const calls = [
   { part: "opening", call: "C_Initialize" },
   { part: "opening", call: "C_GetSlotList", nth: 1, nonsense: {
-    count: [[0, noSlot], [unavailable, openingFails("Can't allocate enough memory")],
-      [huge, openingFails("Can't allocate enough memory")]],
+    count: [[0, noSlot], ...[unavailable, huge].map((it) => [it, openingFails("C_GetSlotList gives more than 65536 slots")])],
   } },
   { part: "opening", call: "C_GetSlotList", nth: 2, nonsense: {
-    count: [[0, openingFails(errorLine("C_GetSlotList", ck.CKR_TOKEN_NOT_PRESENT))],
+    count: [[0, openingFails("C_GetSlotList gives no slot any more")],
       [unavailable, listsAllTheSame], [huge, listsAllTheSame]],
   } },
   { part: "opening", call: "C_OpenSession", nonsense: { session: [0, unavailable, huge].map((it) => [it, badSession]) } },
@@ -64,23 +64,23 @@ const calls = [
   { part: "listing", call: "C_FindObjects", nth: 1, label: `${list}C_FindObjects`, nonsense: {
     count: [0, 2, unavailable, huge].map((count) => [count, noCertificate]),
     object: [0, unavailable, huge].map((it) =>
-      [it, listingFails(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID)]),
+      [it, listingFails(errorLine(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))]),
   } },
   { part: "listing", call: "C_GetAttributeValue", nth: 1, label: `${list}C_GetAttributeValue for Sizing`,
     // There is no buffer for a value of no bytes, and one byte for a zero behind an id of none.
-    nonsense: Object.fromEntries([["CKA_VALUE", CKR_DEVICE_ERROR], ["CKA_ID", CKR_BUFFER_TOO_SMALL]].map(
-      ([length, whenNone]) => [length, [
-        [0, listingFails(`${list}C_GetAttributeValue`, whenNone)],
-        ...[unavailable, huge].map((it) => [it, listingFails(`${list}C_GetAttributeValue for Sizing`, CKR_DEVICE_ERROR)]),
+    nonsense: Object.fromEntries([["CKA_VALUE", grown], ["CKA_ID", errorLine(`${list}C_GetAttributeValue`, CKR_BUFFER_TOO_SMALL)]]
+      .map(([length, whenNone]) => [length, [
+        [0, listingFails(whenNone)],
+        ...[unavailable, huge].map((it) => [it, listingFails("C_GetAttributeValue gives a length above 16777216 bytes")]),
       ]])) },
   { part: "listing", call: "C_GetAttributeValue", nth: 2, label: `${list}C_GetAttributeValue`,
     nonsense: Object.fromEntries([["CKA_VALUE", listsNoCertificate], ["CKA_ID", listsAllTheSame]].map(([length, whenNone]) =>
       [length, [
         [0, whenNone],
-        ...[unavailable, huge].map((it) => [it, listingFails(`${list}C_GetAttributeValue`, CKR_DEVICE_ERROR)]),
+        ...[unavailable, huge].map((it) => [it, listingFails(grown)]),
       ]])) },
   { part: "listing", call: "C_FindObjects", nth: 2, label: `${list}C_FindObjects`, nonsense: {
-    count: [[1, listingFails(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID)],
+    count: [[1, listingFails(errorLine(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))],
       ...[2, unavailable, huge].map((it) => [it, listsAllTheSame])],
   } },
   { part: "listing", call: "C_FindObjectsFinal", label: `${list}C_FindObjectsFinal` },
@@ -93,7 +93,8 @@ const calls = [
   { part: "key", call: "C_FindObjectsFinal", label: `${key}C_FindObjectsFinal` },
   { part: "signing", call: "C_SignInit" },
   { part: "signing", call: "C_Sign", nonsense: {
-    length: [0, 1025, unavailable, huge].map((it) => [it, signingFails(errorLine("C_Sign", CKR_DEVICE_ERROR))]),
+    length: [[0, signsNothing],
+      ...[1025, unavailable, huge].map((it) => [it, signingFails("C_Sign gives a signature above 1024 bytes")])],
   } },
 ];
 
@@ -137,7 +138,7 @@ export function callsOf(flow) {
 export function callFails(flow, { part, label }, code) {
   const line = errorLine(label, code);
   if (part === "opening") return openingFails(line)(flow);
-  if (part === "listing") return listingFails(label, code)(flow);
+  if (part === "listing") return listingFails(line)(flow);
   if (part === "signing") return signingFails(line)(flow);
   const reason = [`Error in GetTokenPvtKey(): ${line}`];
   return part === "key" ? fails(flow, "", reason)
@@ -189,8 +190,7 @@ function noSlot() {
   return failsEarly("No slot with token attached.", []);
 }
 
-function listingFails(label, code) {
-  const line = errorLine(label, code);
+function listingFails(line) {
   return ({ handler }) => {
     const result = `Error  in ${handler}(): ${line}`;
     return failsEarly(result, [`Error  in GetTokenCertList(): ${line}`, result]);
@@ -199,7 +199,7 @@ function listingFails(label, code) {
 
 /** The first call with the session that the module gave is refused by it, now and ever after. */
 function badSession(flow) {
-  const outcome = listingFails(`${list}C_FindObjectsInit`, ck.CKR_SESSION_HANDLE_INVALID)(flow);
+  const outcome = listingFails(errorLine(`${list}C_FindObjectsInit`, ck.CKR_SESSION_HANDLE_INVALID))(flow);
   return { ...outcome, isLast: true, after: outcome };
 }
 
@@ -223,6 +223,12 @@ function listsNoCertificate(flow) {
 
 function noKey(flow) {
   return fails(flow, "Private Key NOT Found", ["Private Key NOT Found"]);
+}
+
+/** A signature of no bytes is one for data, and none for a hash. */
+function signsNothing(flow) {
+  return flow.signs === "hash" ? fails(flow, "Empty Response form method TokenSignHash()", [])
+    : { ...nothingComesOfIt(flow), isUnsigned: true };
 }
 
 function signingFails(line) {

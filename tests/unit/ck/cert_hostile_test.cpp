@@ -1,5 +1,6 @@
 // Certificates that are broken, or odd on purpose.
 
+#include "ck/CkAsn.h"
 #include "ck/CkCert.h"
 
 #include "Bytes.h"
@@ -19,6 +20,30 @@ CkCert Loaded(const CertificateOrder& order) {
     EXPECT_EQ(certificate.lastErrorText(), "");
     EXPECT_TRUE(certificate.get_LastMethodSuccess());
     return certificate;
+}
+
+std::string WrappedDer(char tag, const std::string& content) {
+    std::string length;
+    for (std::size_t rest = content.size(); rest > 0; rest >>= 8)
+        length.insert(length.begin(), static_cast<char>(rest));
+    if (content.size() >= 0x80)
+        length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
+    return tag + length + content;
+}
+
+/// The certificate `der` with `parameters` behind the object identifier of its (outer) signature algorithm.
+std::string WithSignatureParameters(const std::string& der, const std::string& parameters) {
+    CkAsn certificate;
+    EXPECT_TRUE(certificate.LoadEncoded(ToBase64(der), "Base64"));
+    const auto bytesOf = [&](int index) {
+        CkByteData bytes;
+        certificate.GetSubItem(index)->GetBinaryDer(bytes);
+        return std::string(bytes.getData(), bytes.getSize());
+    };
+    CkByteData oid;
+    certificate.GetSubItem(1)->GetSubItem(0)->GetBinaryDer(oid);
+    const std::string algorithm = WrappedDer('\x30', std::string(oid.getData(), oid.getSize()) + parameters);
+    return WrappedDer('\x30', bytesOf(0) + algorithm + bytesOf(2));
 }
 
 std::string ErrorOf(const std::string& bytes) {
@@ -45,10 +70,62 @@ TEST(CkCertHostile, NoBytesAtAll_AreRefused) {
     EXPECT_NE(certificate.lastErrorText(), "");
 }
 
-TEST(CkCertHostile, BytesBehindTheCertificate_AreRefused) {
+TEST(CkCertHostile, BytesBehindTheCertificate_ArePaddingAndNoPartOfIt) {
+    for (const CertificateOrder& order :
+         {CertificateOrder{},
+          CertificateOrder{.subject = {{"CN", "\xC3", V_ASN1_UTF8STRING, false, true}}}}) {
+        const std::string der = order.der();
+        CkCert own;
+        ASSERT_TRUE(own.LoadFromBinary2(der.data(), der.size()));
+        for (const std::string& padding : {"\0"s, std::string(4096, '\xFF'), der}) {
+            const std::string padded = der + padding;
+            CkCert certificate;
+            ASSERT_TRUE(certificate.LoadFromBinary2(padded.data(), padded.size()));
+            EXPECT_EQ(certificate.getEncoded(), ToBase64(der));
+            EXPECT_EQ(certificate.sha1Thumbprint(), own.sha1Thumbprint());
+        }
+    }
+}
+
+/// The certificate with a length of its outermost SEQUENCE that takes one octet more than it has to.
+std::string WithLongOuterLength(std::string der) {
+    return der.replace(0, 2, "\x30\x83\x00"s); // was 30 82
+}
+
+TEST(CkCertHostile, ACertificateInBerThatIsNoDer_IsRefused) {
     const std::string der = CertificateOrder{}.der();
-    EXPECT_EQ(ErrorOf(der + "\0"s), "1 bytes behind the end of the certificate");
-    EXPECT_NE(ErrorOf(der + der), "");
+    EXPECT_EQ(ErrorOf(WithLongOuterLength(der)), "the certificate is not in DER");
+    EXPECT_EQ(ErrorOf("\x30\x80"s + der.substr(4) + "\0\0"s), "the certificate is not in DER");
+}
+
+TEST(CkCertHostile, WhatLoads_IsAStructureToTheBuilders) {
+    std::vector<std::string> all = OddCertificates();
+    for (std::size_t i = all.size(); i-- > 0;) {
+        all.push_back(all[i] + "padding");
+        all.push_back(WithLongOuterLength(all[i]));
+    }
+    for (const int levels : {100, 118, 119, 120, 121, 122, 123, 124, 125, 126, 127, 128}) {
+        std::string nested = FromHex("05 00");
+        for (int i = 0; i < levels; ++i)
+            nested = WrappedDer('\x30', nested);
+        all.push_back(WithSignatureParameters(CertificateOrder{}.der(), nested));
+    }
+    int loaded = 0;
+    for (const std::string& der : all) {
+        CkCert certificate;
+        if (!certificate.LoadFromBinary2(der.data(), der.size()))
+            continue;
+        ++loaded;
+        CkAsn asn, signedData;
+        ASSERT_TRUE(asn.LoadEncoded(certificate.getEncoded(), "Base64"));
+        const std::string depth = "<sequence><contextSpecific tag=\"0\" constructed=\"1\"><sequence>"
+                                  "<contextSpecific tag=\"0\" constructed=\"1\">";
+        const std::string end = "</contextSpecific></sequence></contextSpecific></sequence>";
+        ASSERT_TRUE(signedData.LoadAsnXml(depth + asn.asnToXml() + end)) << ToHex(der);
+        EXPECT_NE(FromBase64(signedData.getEncodedDer("Base64")).find(FromBase64(certificate.getEncoded())),
+                  std::string::npos);
+    }
+    EXPECT_GT(loaded, static_cast<int>(all.size() / 2));
 }
 
 TEST(CkCertHostile, ACertificateCutShort_IsRefusedAtEveryLength) {

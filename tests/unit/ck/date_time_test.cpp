@@ -56,6 +56,14 @@ TEST(CkDateTime, SetFromRfc822_RefusesEverythingElse) {
         EXPECT_EQ(TimestampOf(text), "none") << text;
 }
 
+TEST(CkDateTime, WithoutADate_HasNoTimestampAndIsPast) {
+    CkDateTime time;
+    EXPECT_FALSE(time.SetFromRfc822(""));
+    EXPECT_EQ(time.getAsTimestamp(false), "");
+    EXPECT_EQ(time.getAsTimestamp(true), "");
+    EXPECT_TRUE(time.OlderThan(1, "seconds"));
+}
+
 TEST(CkDateTime, SetFromRfc822_LeavesTheObjectUnchangedWhenItFails) {
     CkDateTime time;
     ASSERT_TRUE(time.SetFromRfc822("Tue, 15 Nov 2022 00:00:00 GMT"));
@@ -105,6 +113,10 @@ TEST(CkDateTime, OlderThan_IsNeverTrueForAnUnknownUnit) {
     EXPECT_FALSE(CkDateTime().OlderThan(1, "fortnights"));
 }
 
-TEST(CkDateTime, OlderThan_TakesTheLargestAmount) { EXPECT_FALSE(CkDateTime().OlderThan(INT32_MAX, "days")); }
+TEST(CkDateTime, OlderThan_TakesTheLargestAmount) {
+    CkDateTime time;
+    ASSERT_TRUE(time.SetFromRfc822("Thu, 01 Jan 1970 00:00:00 GMT"));
+    EXPECT_FALSE(time.OlderThan(INT32_MAX, "days"));
+}
 
 } // namespace

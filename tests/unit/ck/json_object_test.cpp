@@ -135,13 +135,14 @@ TEST(CkJsonObject, StringOf_EndsAtTheFirstZeroCharacter) {
     EXPECT_EQ(object.emit(), R"({"a":"ab"})");
 }
 
-TEST(CkJsonObject, StringOf_OfAnObjectThatIsNotNeededAnyMore_TakesTheTextOutOfIt) {
+TEST(CkJsonObject, TakeString_TakesTheTextOutOfTheMember) {
     CkJsonObject object = Loaded(R"({"a":"one","n":12.5,"z":"up to\u0000here"})");
-    EXPECT_EQ(std::move(object).stringOf("a"), "one");
-    EXPECT_EQ(std::move(object).stringOf("a"), "");
-    EXPECT_EQ(std::move(object).stringOf("n"), "12.5");
-    EXPECT_EQ(std::move(object).stringOf("z"), "up to");
-    EXPECT_EQ(std::move(object).stringOf("missing"), "");
+    EXPECT_EQ(object.TakeString("a"), "one");
+    EXPECT_EQ(object.TakeString("a"), "");
+    EXPECT_EQ(object.TakeString("n"), "12.5");
+    EXPECT_EQ(object.TakeString("z"), "up to");
+    EXPECT_EQ(object.TakeString("missing"), "");
+    EXPECT_EQ(object.emit(), R"({"a":"","n":"","z":""})");
 }
 
 TEST(CkJsonObject, StringOf_LongAndShortTextsInAnyOrder_AreEachTheirOwn) {

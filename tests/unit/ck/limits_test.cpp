@@ -58,25 +58,14 @@ TEST_F(Limits, Json_NestingThatNeverEnds_IsRefused) {
     EXPECT_FALSE(object.lastErrorText().empty());
 }
 
-TEST_F(Limits, Json_AMillionMembers_AreRefusedInWords) {
+TEST_F(Limits, Json_AMillionMembers_Load) {
     std::string json = "{";
     for (int i = 0; i < 1'000'000; ++i)
         json += "\"m" + std::to_string(i) + "\":0,";
     json.back() = '}';
     CkJsonObject object;
-    EXPECT_FALSE(object.Load(json));
-    EXPECT_EQ(object.lastErrorText(), "the object has more than 100000 members");
-    EXPECT_EQ(object.emit(), "{}");
-}
-
-TEST_F(Limits, Json_AsManyMembersAsAllowed_Load) {
-    std::string json = "{";
-    for (int i = 0; i < 100'000; ++i)
-        json += "\"m" + std::to_string(i) + "\":0,";
-    json.back() = '}';
-    CkJsonObject object;
     ASSERT_TRUE(object.Load(json)) << object.lastErrorText();
-    EXPECT_EQ(object.IndexOf("m99999"), 99'999);
+    EXPECT_EQ(object.IndexOf("m999999"), 999'999);
     EXPECT_EQ(object.emit(), json);
 }
 

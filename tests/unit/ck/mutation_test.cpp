@@ -84,7 +84,9 @@ TEST(Mutation, Certificates_GiveValidTextsOrNone) {
               certificate.rfc822Name(), certificate.validFromStr(), certificate.validToStr()})
             ASSERT_TRUE(IsUtf8(text)) << seed << ": " << ToHex(text);
         ASSERT_LE(certificate.get_IntendedKeyUsage(), 0xFFU) << seed;
-        ASSERT_EQ(certificate.getEncoded(), loaded ? ToBase64(der) : "") << seed;
+        // A changed length at the front may leave the end outside, as padding.
+        ASSERT_EQ(certificate.getEncoded().empty(), !loaded) << seed;
+        ASSERT_TRUE(der.starts_with(FromBase64(certificate.getEncoded()))) << seed;
         const std::unique_ptr<CkPublicKey> key = certificate.ExportPublicKey();
         ASSERT_EQ(key != nullptr, certificate.get_LastMethodSuccess()) << seed;
         ASSERT_EQ(key == nullptr, !certificate.lastErrorText().empty()) << seed;

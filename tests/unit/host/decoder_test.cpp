@@ -96,6 +96,20 @@ TEST_F(DecoderTest, ValidFromIsATimestampAndExpDateTheRfc822Text) {
     EXPECT_TRUE(record->stringOf("ExpDate").ends_with(" GMT")) << record->stringOf("ExpDate");
 }
 
+TEST_F(DecoderTest, AValidityThatCannotBeReadIsShownAsExpiredWithoutADate) {
+    std::string der = TestCertificate{}.der();
+    // UTCTime, 13 bytes: begin and end.
+    for (std::size_t time = der.find("\x17\x0d"); time != std::string::npos;
+         time = der.find("\x17\x0d", time + 2))
+        der.replace(time + 2, 13, "301399000000Z");
+    const std::unique_ptr<CkJsonObject> record = RecordOf(der);
+    EXPECT_EQ(record->IndexOf("ErrMsg"), -1);
+    EXPECT_EQ(record->stringOf("ValidFrom"), "");
+    EXPECT_EQ(record->stringOf("ExpDate"), "");
+    EXPECT_NE(CardOfDer(der).find("color:red'><b>Expired: </b></span></div><hr>"), std::string::npos)
+        << CardOfDer(der);
+}
+
 TEST_F(DecoderTest, BytesThatAreNoCertificateGiveARecordWithTheErrorAlone) {
     const std::unique_ptr<CkJsonObject> record = RecordOf("no certificate");
     EXPECT_EQ(record->IndexOf("ErrMsg"), 0);

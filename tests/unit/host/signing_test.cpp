@@ -4,9 +4,12 @@
 #include "ck/CkByteData.h"
 #include "ck/CkJsonObject.h"
 
+#include <linux/capability.h>
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -62,6 +65,26 @@ std::string Digest(const EVP_MD* algorithm, const std::string& text) {
     EVP_Digest(text.data(), text.size(), digest, &length, algorithm, nullptr);
     return {reinterpret_cast<const char*>(digest), length};
 }
+
+/// Takes root's right to read everything away for a while; others never had it.
+class WithoutPrivileges {
+public:
+    WithoutPrivileges() { Set(0); }
+    ~WithoutPrivileges() { Set(CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_DAC_READ_SEARCH)); }
+    WithoutPrivileges(const WithoutPrivileges&) = delete;
+    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
+
+private:
+    /// Leaves of the two capabilities those in `kept` in effect, as far as they are permitted.
+    static void Set(unsigned kept) {
+        constexpr unsigned both = CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_DAC_READ_SEARCH);
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+        syscall(SYS_capget, &header, data);
+        data[0].effective = (data[0].effective & ~both) | (data[0].permitted & kept);
+        syscall(SYS_capset, &header, data);
+    }
+};
 
 class SigningTest : public ScriptedToken {
 protected:
@@ -191,6 +214,20 @@ TEST_F(SigningTest, OnlyTheDebugLevelKeepsACopyOfTheLatestStructure) {
     EXPECT_EQ(Read("PKCS7Sign.txt"), pkcs7.text);
 }
 
+TEST_F(SigningTest, TheCopyReplacesAnEarlierOneAlsoInAFileThatCanOnlyBeWritten) {
+    LogIn();
+    AppLogLevel = DEBUG;
+    for (const char* file : {"CMSSign.txt", "PKCS7Sign.txt"}) {
+        Write(file, std::string(100'000, 'x'));
+        std::filesystem::permissions(file, std::filesystem::perms::owner_write);
+    }
+    const WithoutPrivileges others; // root may read everything
+    const OperationResult cms = host.GenCMSSign("text", "SHA256", CertB64().c_str(), "01");
+    const OperationResult pkcs7 = host.GenPkcs7Sign(Encode("digest"), "SHA256", CertB64().c_str(), "01");
+    EXPECT_EQ(std::filesystem::file_size("CMSSign.txt"), cms.text.size());
+    EXPECT_EQ(std::filesystem::file_size("PKCS7Sign.txt"), pkcs7.text.size());
+}
+
 TEST_F(SigningTest, AKeyLookupThatFailsComesThroughTheBuildersUnchanged) {
     LogIn();
     EXPECT_EQ(host.GenCMSSign("text", "SHA256", CertB64().c_str(), "none").text, "Private Key NOT Found");
@@ -207,8 +244,11 @@ TEST_F(SigningTest, ACertificateThatDoesNotParseStillGivesAStructure) {
 
 TEST_F(SigningTest, TheBuildersLeaveAnUnsupportedHashToTheirCaller) {
     LogIn();
+    AppLogLevel = DEBUG;
+    std::filesystem::remove("QMSignerExtHostLog.txt");
     EXPECT_THROW(host.GenCMSSign("text", "MD5", CertB64().c_str(), "01"), std::runtime_error);
     EXPECT_THROW(host.GenPkcs7Sign("AAAA", "MD5", CertB64().c_str(), "01"), std::runtime_error);
+    EXPECT_EQ(Log(), "") << "nothing is entered";
 }
 
 TEST_F(SigningTest, APdfSignatureFindsItsCertificateByThumbprintToTheLetter) {
@@ -222,9 +262,31 @@ TEST_F(SigningTest, APdfSignatureFindsItsCertificateByThumbprintToTheLetter) {
               "Error  in GetPDFSignature(): Unsupported hash algorithm");
 }
 
+TEST_F(SigningTest, TheBuildersLogTheirBeginAndTheIssuerAsXml) {
+    LogIn();
+    AppLogLevel = DEBUG;
+    for (const std::string begin : {"Entered GenCMSSign", "Entered GenPkcs7Sign"}) {
+        std::filesystem::remove("QMSignerExtHostLog.txt");
+        if (begin == "Entered GenCMSSign")
+            host.GenCMSSign("text", "SHA256", CertB64().c_str(), "01");
+        else
+            host.GenPkcs7Sign("AAAA", "SHA256", CertB64().c_str(), "01");
+        const std::string issuer =
+            "<sequence><set><sequence><oid>2.5.4.6</oid><printable>IN</printable></sequence></set>"
+            "<set><sequence><oid>2.5.4.10</oid><utf8>Example</utf8></sequence></set>"
+            "<set><sequence><oid>2.5.4.3</oid><utf8>Asha Rao</utf8></sequence></set></sequence>";
+        const std::size_t at = Log().find(" " + begin + "\n");
+        EXPECT_NE(at, std::string::npos) << Log();
+        EXPECT_GT(Log().find(" " + issuer + "\n"), at) << Log();
+        EXPECT_NE(Log().find(" " + issuer + "\n"), std::string::npos) << Log();
+    }
+}
+
 TEST_F(SigningTest, XmlIsNeverSigned) {
+    AppLogLevel = DEBUG;
     EXPECT_EQ(host.SignXML("<a/>", "").text, "Not Implimented.");
     EXPECT_FALSE(host.SignXML("<a/>", "").success);
+    EXPECT_EQ(Log(), "");
 }
 
 } // namespace

@@ -2,6 +2,21 @@
 
 namespace {
 
+/// Whether the kernel keeps the page at this address in memory: "lo" among the VmFlags of its mapping.
+bool IsLocked(const char* address) {
+    std::ifstream maps("/proc/self/smaps");
+    bool isThere = false;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long begin = 0, end = 0;
+        if (std::sscanf(line.c_str(), "%lx-%lx ", &begin, &end) == 2)
+            isThere = begin <= reinterpret_cast<unsigned long>(address) &&
+                      reinterpret_cast<unsigned long>(address) < end;
+        if (isThere && line.starts_with("VmFlags:"))
+            return (line + " ").find(" lo ") != std::string::npos;
+    }
+    return false;
+}
+
 class TokenManagerTest : public ScriptedToken {
 protected:
     void AddFault(const char* call, CK_RV returnValue, int nth = 1) {
@@ -62,13 +77,13 @@ TEST_F(TokenManagerTest, WithoutATokenTheModuleIsFinalisedSoThatTheNextTryCanIni
 TEST_F(TokenManagerTest, AnAbsurdNumberOfSlotsIsRefusedBeforeAnythingIsAllocated) {
     script["faults"] = {{{"call", "C_GetSlotList"}, {"nth", 1}, {"out", {{"count", 1UL << 40}}}}};
     LoadModule();
-    EXPECT_EQ(tokenManager.TokenOpenSession().text, "Can't allocate enough memory");
+    EXPECT_EQ(tokenManager.TokenOpenSession().text, "C_GetSlotList gives more than 65536 slots");
 }
 
 TEST_F(TokenManagerTest, ATokenPulledBetweenTheTwoLooksAtTheSlotsIsNotOpened) {
     script["faults"] = {{{"call", "C_GetSlotList"}, {"nth", 2}, {"out", {{"count", 0}}}}};
     LoadModule();
-    EXPECT_EQ(tokenManager.TokenOpenSession().text, "[CKR_ERROR in C_GetSlotList] ErrCode = 0x000000E0.");
+    EXPECT_EQ(tokenManager.TokenOpenSession().text, "C_GetSlotList gives no slot any more");
     EXPECT_TRUE(Calls("C_OpenSession").empty());
 }
 
@@ -89,6 +104,13 @@ TEST_F(TokenManagerTest, AGivenPinIsUsedWithoutAskingAndKept) {
     ASSERT_EQ(logins.size(), 1U);
     EXPECT_EQ(logins[0]["in"]["user"], 1);
     EXPECT_EQ(logins[0]["in"]["pinLength"], 4);
+}
+
+TEST_F(TokenManagerTest, TheKeptPinLiesInLockedMemoryHoweverLongItIs) {
+    for (const std::string& pin : {std::string("1234"), std::string(200, '7')}) {
+        tokenManager.TokenUserPin = pin;
+        EXPECT_TRUE(IsLocked(tokenManager.TokenUserPin.data())) << pin.size();
+    }
 }
 
 TEST_F(TokenManagerTest, AWrongPinIsReportedAndNotKept) {
@@ -174,14 +196,33 @@ TEST_P(AttributeLength, ThatIsAbsurdEndsTheListingBeforeAnythingIsAllocated) {
         tokenManager.BuildTokenCertList();
         FAIL() << "nothing was thrown";
     } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(
-            e.what(),
-            "[CKR_ERROR in BuildTokenCertList - C_GetAttributeValue for Sizing] ErrCode = 0x00000030.");
+        EXPECT_STREQ(e.what(), "C_GetAttributeValue gives a length above 16777216 bytes");
     }
-    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): [CKR_ERROR in "), std::string::npos);
+    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): C_GetAttributeValue gives "), std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(Nonsense, AttributeLength, ::testing::Values(-1, std::int64_t{1} << 40));
+
+TEST_F(TokenManagerTest, AnAttributeThatGrowsBetweenTheTwoLooksAtItEndsTheListing) {
+    script["faults"] = {{{"call", "C_GetAttributeValue"}, {"nth", 2}, {"out", {{"CKA_ID", 3}}}}};
+    LoadModule();
+    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    EXPECT_THROW(tokenManager.BuildTokenCertList(), std::runtime_error);
+    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): C_GetAttributeValue gives more than it said\n"),
+              std::string::npos)
+        << Log();
+}
+
+TEST_F(TokenManagerTest, ASearchThatNeverEndsIsGivenUp) {
+    TokenDriverFullPath = SEARCHES_WITHOUT_END_MODULE;
+    ASSERT_TRUE(tokenManager.LoadTokenDrivers().success);
+    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    EXPECT_THROW(tokenManager.BuildTokenCertList(), std::runtime_error);
+    EXPECT_NE(
+        Log().find(" Error  in GetTokenCertList(): C_FindObjects gives more than 100000 certificates\n"),
+        std::string::npos)
+        << Log();
+}
 
 TEST_F(TokenManagerTest, AfterASearchThatFoundNoKeyTheNextOneFindsItStillOpen) {
     LogIn();
@@ -244,16 +285,28 @@ TEST_F(TokenManagerTest, AFailedSignatureOverAHashIsEmptyAndItsReasonInTheLog) {
 
 class SignatureLength : public TokenManagerTest, public ::testing::WithParamInterface<std::int64_t> {};
 
-TEST_P(SignatureLength, ThatFitsNoSignatureIsADeviceError) {
+TEST_P(SignatureLength, ThatIsMoreThanTheBufferIsRefused) {
     script["faults"] = {{{"call", "C_Sign"}, {"out", {{"length", GetParam()}}}}};
     LogIn();
     const TokenKey key = tokenManager.GetTokenPvtKey("01");
     const auto* text = reinterpret_cast<const unsigned char*>("text");
     EXPECT_EQ(tokenManager.TokenSignData(key.hPrivateKey, text, "SHA256").text,
-              "Error  in TokenSignData(): [CKR_ERROR in C_Sign] ErrCode = 0x00000030.");
+              "Error  in TokenSignData(): C_Sign gives a signature above 1024 bytes");
     EXPECT_TRUE(tokenManager.TokenSignHash(key.hPrivateKey, text).empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Nonsense, SignatureLength, ::testing::Values(-1, 0, 1025, std::int64_t{1} << 40));
+INSTANTIATE_TEST_SUITE_P(Nonsense, SignatureLength, ::testing::Values(-1, 1025, std::int64_t{1} << 40));
+
+TEST_F(TokenManagerTest, ASignatureOfNoBytesIsOneAllTheSame) {
+    script["faults"] = {{{"call", "C_Sign"}, {"out", {{"length", 0}}}}};
+    LogIn();
+    const TokenKey key = tokenManager.GetTokenPvtKey("01");
+    const auto* text = reinterpret_cast<const unsigned char*>("text");
+    const OperationResult signature = tokenManager.TokenSignData(key.hPrivateKey, text, "SHA256");
+    EXPECT_TRUE(signature.success);
+    EXPECT_EQ(signature.text, "");
+    EXPECT_TRUE(tokenManager.TokenSignHash(key.hPrivateKey, text).empty());
+    EXPECT_EQ(Log().find("Error"), std::string::npos) << Log();
+}
 
 } // namespace

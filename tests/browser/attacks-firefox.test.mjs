@@ -1,3 +1,0 @@
-import { attackTests } from "./lib/suite.mjs";
-
-attackTests("firefox");

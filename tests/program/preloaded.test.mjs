@@ -1,0 +1,95 @@
+// What cannot be brought about from outside: libraries in front of the program's own, of tests/fakes/preload.
+
+import assert from "node:assert/strict";
+import { join } from "node:path";
+import { test } from "node:test";
+
+import { fakes } from "./lib/build.mjs";
+import { errorTitle, failurePrefix } from "./lib/host.mjs";
+import { prefix } from "./lib/frames.mjs";
+import { World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+const choose = { action: "GetSelCertFromToken" };
+const normalEnd = { code: 0, signal: null };
+
+/** Options of a host with this library in front. */
+function preloaded(name, options = {}) {
+  return { env: { LD_PRELOAD: join(fakes, "preload", `${name}.so`) }, ...options };
+}
+
+async function yieldsOf(host) {
+  return (await host.readFile("yields.txt").catch(() => "")).split("\n").length - 1;
+}
+
+test("Events are processed once at the end, and not at the start", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, preloaded("counts-yields"));
+  await host.request({ text: "started" });
+  assert.equal(await yieldsOf(host), 0);
+  assert.deepEqual(await host.finish(), normalEnd);
+  assert.equal(await yieldsOf(host), 1);
+});
+
+test("Before the token is asked events are processed four times, and once when the window is hidden", async (t) => {
+  const { host } = await world.hostWithFake(t, { slots: [] }, preloaded("counts-yields"));
+  assert.equal((await host.request(choose)).result, `${failurePrefix}No slot with token attached.`);
+  assert.equal(await yieldsOf(host), 5);
+  await host.finish();
+});
+
+test("A driver that cannot be loaded for no reason is told in the system's own words", async (t) => {
+  const host = await world.host(t, { token: null, ...preloaded("fails-to-load-without-a-reason") });
+  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
+  assert.deepEqual(await host.exit(), { code: 1, signal: null });
+  assert.equal((await host.logLines()).at(-1),
+    "Error in Load Tokan Driver Lib: basic_string: construction from null is not valid :: ./QMTokenDriver.so");
+});
+
+test("A reason that comes late is told with it", async (t) => {
+  const host = await world.host(t, { token: null, ...preloaded("fails-to-load-the-driver") });
+  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
+  assert.deepEqual(await host.exit(), { code: 1, signal: null });
+  assert.equal((await host.logLines()).at(-1),
+    "Error in Load Tokan Driver Lib: basic_string: construction from null is not valid :: ./QMTokenDriver.so - a late reason");
+});
+
+test("The box says what is logged, with its line breaks", async (t) => {
+  const host = await world.host(t, { token: null, ...preloaded("writes-down-the-box") });
+  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
+  await host.exit();
+  assert.equal(await host.readFile("box.txt"), "Could not load Smartcard or Token driver from path: ./QMTokenDriver.so, "
+    + "exiting Quillmark Extension Host... \n\nPut the file in application folder with name 'QMTokenDriver.so' and try again.");
+});
+
+test("A window that cannot be made ends the program, and the log has the reason alone", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, preloaded("fails-to-make-a-window"));
+  const { code, signal } = await host.exit();
+  assert.notEqual(code, 0);
+  assert.equal(signal, null);
+  assert.equal(await host.replyFrame(), null);
+  assert.equal((await host.logLines()).at(-1), "no window");
+});
+
+test("Without memory for a frame the program ends in its own words, and a smaller one is served before", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, preloaded("fails-to-allocate-a-large-frame"));
+  assert.equal((await host.request({ text: "small" })).result, `${failurePrefix}echo: small`);
+  host.sendBytes(prefix(1 << 23)); // the buffer is eight times as large
+  assert.deepEqual(await host.exit(), normalEnd);
+  assert.equal(await host.replyFrame(), null);
+  assert.deepEqual((await host.logLines()).slice(-2),
+    ["Error  in ReadStdin(): std::bad_alloc", "Exiting ReadStdin Loop and Closing Host Application."]);
+});
+
+test("SignXML shows no window, asks no token and logs nothing of its own", async (t) => {
+  const { host, token } = await world.hostWithFake(t, {}, preloaded("counts-yields"));
+  await host.request({});
+  const before = (await host.logLines()).length;
+  await host.request({ action: "SignXML", xmlDoc: "<a/>", xmlSignParms: "p" });
+  const lines = (await host.logLines()).slice(before);
+  // The frame and its length, and the beginning of the next read, which may come a little later.
+  assert.deepEqual(lines.filter((line) => !/^\{|^BUFFER LEN|^In ReadStdin/.test(line)), ["after iSize == 4", "after iLen > 0",
+    "ProcessInMessage Returned.", "Not Implimented.", "QMHost Error: Not Implimented."]);
+  assert.equal(await yieldsOf(host), 0);
+  assert.deepEqual(await token.calls(), []);
+});

@@ -1,0 +1,18 @@
+// The window's own parts, tested from inside on a display.
+
+import assert from "node:assert/strict";
+import { dirname, join } from "node:path";
+import { test } from "node:test";
+
+import { bin } from "./lib/build.mjs";
+import { runUnchecked } from "./lib/process.mjs";
+import { World } from "./lib/world.mjs";
+
+const world = World.forThisFile();
+
+test("The window's tests pass", async () => {
+  const env = { ...process.env, ...world.desktop.env };
+  const { code, stdout, stderr } = await runUnchecked(join(dirname(bin), "tests", "window_tests"), [], { env });
+  assert.equal(code, 0, `${stdout}${stderr}`);
+  assert.match(stdout.toString(), /\[  PASSED  \] 4 tests\./);
+});

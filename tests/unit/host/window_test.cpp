@@ -1,0 +1,77 @@
+// The window without its user: run on a display, by tests/program/window.test.mjs.
+
+#include "CardList.h"
+#include "MainSelectCertificate.h"
+#include "ScratchFolder.h"
+
+#include <wx/init.h>
+#include <wx/log.h>
+#include <wx/statusbr.h>
+
+#include <ctime>
+
+namespace {
+
+class Window : public ScratchFolder {
+protected:
+    Window() {
+        AppLogLevel = DEBUG;
+        frame_ = new MyFrame("a title"); // wx owns it
+    }
+    ~Window() override { delete frame_; }
+
+    static bool HasLogged(const std::string& line) {
+        return Log().find(" " + line + "\n") != std::string::npos;
+    }
+
+    MyFrame* frame_;
+};
+
+TEST_F(Window, TheStatusBarHasTheTimeInItsFirstOfTwoFields) {
+    EXPECT_EQ(frame_->GetStatusBar()->GetFieldsCount(), 2);
+    const std::string text(frame_->GetStatusBar()->GetStatusText(0).utf8_str());
+    EXPECT_TRUE(text.starts_with("System Time: ")) << text;
+    std::tm time{};
+    const char* const rest = strptime(text.c_str() + 13, "%a %b %d %H:%M:%S %Y", &time);
+    EXPECT_STREQ(rest, "\n") << text;
+    EXPECT_TRUE(HasLogged("Trying to Create Status Bar"));
+}
+
+TEST_F(Window, QMRefreshUIProcessesEventsAndThenLogsSo) {
+    bool isServed = false;
+    frame_->CallAfter([&] {
+        isServed = true;
+        EXPECT_FALSE(HasLogged("In QMRefreshUI()"));
+    });
+    frame_->QMRefreshUI();
+    EXPECT_TRUE(isServed);
+    EXPECT_TRUE(HasLogged("In QMRefreshUI()"));
+}
+
+TEST_F(Window, OnTimerDoesNothing) {
+    const std::string before = Log();
+    wxTimer timer;
+    wxTimerEvent event(timer);
+    frame_->OnTimer(event);
+    EXPECT_EQ(Log(), before);
+}
+
+TEST_F(Window, ARowIsStoredAsItIsAndDrawnAsItIsHarmless) {
+    CardsOf(htmlLstCert).SetCards({"<b>stored</b>"}, {"&lt;drawn&gt;"});
+    EXPECT_EQ(htmlLstCert->GetString(0), "<b>stored</b>");
+    EXPECT_FALSE(CardsOf(htmlLstCert).MayChoose(false)) << "nobody has seen it";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    readStdinLoopStarted = true; // the first idle event starts no service here
+    wxApp::SetInstance(new MyApp);
+    if (!wxEntryStart(argc, argv))
+        return 1;
+    wxLog::EnableLogging(false); // it would tell of the missing logo in a window
+    const int result = RUN_ALL_TESTS();
+    wxEntryCleanup();
+    return result;
+}
