@@ -33,7 +33,7 @@ async function show() {
   const { asks, consequence } = operationOf(operation);
   element("title").textContent = isQuestion ? "Allow this site to use your crypto token?" : "This is what you sign";
   element("origin").textContent = origin;
-  showSite(isQuestion);
+  showSite();
   element("asks").textContent = asks;
   element("consequence").textContent = consequence;
   showFacts(question.facts ?? []);
@@ -46,7 +46,7 @@ async function show() {
   requestAnimationFrame(() => requestAnimationFrame(() => port.postMessage({ type: "shown", id })));
 }
 
-function showSite(isQuestion) {
+function showSite() {
   const { origin, isFramed, isPrivate, surroundings, firstAllowed } = question;
   element("framed").hidden = !isFramed;
   element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
@@ -54,7 +54,7 @@ function showSite(isQuestion) {
   element("framed-warning").hidden = isOwn;
   // A private window leaves no trace, so it cannot add to the list.
   element("always").hidden = isPrivate;
-  element("history").hidden = !isQuestion || isPrivate;
+  element("history").hidden = isPrivate;
   const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
   element("history").textContent = date
     ? `You have allowed this site before, on ${date} for the first time.`

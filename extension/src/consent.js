@@ -2,7 +2,7 @@
 
 import { TEXT_PIECE_CHARACTERS } from "./limits.js";
 
-const SIZE = { width: 520, height: 660 };
+const SIZE = { width: 600, height: 700 };
 const ANSWERS = ["once", "page", "always", "deny"];
 
 export class Consent {
