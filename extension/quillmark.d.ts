@@ -144,7 +144,7 @@ export function signItReturn(hash: string, pan: string, options?: SignOptions): 
  * `hash` is the digest, as bytes or Base64, made with `options.hashAlgorithm`. One that holds a zero byte (of SHA-256,
  * about one in eight) is refused at once with DIGEST_UNSUITABLE; `suitableDigest` avoids it.
  *
- * No window opens when the user has already chosen a certificate for this origin since the signing program was started;
+ * No window opens when the user has already chosen this certificate for this origin since the signing program was started;
  * otherwise the user chooses first, and the error is CERTIFICATE_NOT_FOUND when the choice is another certificate.
  */
 export function signPdfHash(

@@ -36,7 +36,7 @@ export const ERRORS = Object.freeze({
   ABORTED: "This page withdrew its request, and nothing was signed.",
   ORIGIN_DENIED: "This site is not allowed to ask for signatures.",
   NOT_NOW: "Quillmark does not ask you about this page now. Go to the page and use its own button; if you have just refused its request, wait a little first.",
-  TOO_MANY: "This page has too many requests open. It has to wait for their answers before it asks again.",
+  TOO_MANY: "Too many requests are open. This page has to wait for their answers before it asks again.",
   DIGEST_UNSUITABLE: "This document's digest holds a zero byte and cannot be signed as it is. The page has to use another hash algorithm, or change the document slightly (a new time or document ID), and ask again.",
   INVALID_ARGUMENT: "This page made a request that is not valid.",
 });

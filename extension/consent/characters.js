@@ -4,6 +4,9 @@
 // pattern. Line feed and tab are drawn as what they are.
 const HIDDEN = "(?![ \\n\\t])[\\p{C}\\p{Z}\\p{Default_Ignorable_Code_Point}\\u2800]";
 
+// Marks that strike out or cover the letter before them, and more marks on one letter than any language has.
+const COVERING = "[\\u0334-\\u0338\\u0488\\u0489\\u20d0-\\u20f0\\u{1d159}]|\\p{M}{6}";
+
 // Letters that are written from right to left (the ranges of DerivedBidiClass.txt), which would turn what stands around them.
 const RIGHT_TO_LEFT =
   "[\\u0590-\\u08ff\\ufb1d-\\ufdff\\ufe70-\\ufefc\\u{10800}-\\u{10fff}\\u{1e800}-\\u{1efff}]";
@@ -11,7 +14,7 @@ const RIGHT_TO_LEFT =
 // What comes behind so many blanks would be far out of sight.
 const MANY_BLANKS = "[ \\n\\t]{100,}";
 
-const MARKED = new RegExp(`(?<letter>${RIGHT_TO_LEFT})|(?<blanks>${MANY_BLANKS})|${HIDDEN}`, "gu");
+const MARKED = new RegExp(`(?<letter>${RIGHT_TO_LEFT})|(?<blanks>${MANY_BLANKS})|${COVERING}|${HIDDEN}`, "gu");
 const IS_HIDDEN = new RegExp(HIDDEN, "u");
 
 /**

@@ -1,13 +1,14 @@
 // The extension's own window: shows the question that the background holds for it, and sends the user's answer back; or, for
 // a site that is allowed, what it has signed.
 
-import { operationOf, sha256Hex } from "../src/operations.js";
+import { sha256Hex } from "../src/digest.js";
+import { operationOf } from "../src/operations.js";
+import { element } from "../src/pages.js";
 import { Arming } from "./arming.js";
 import { draw } from "./characters.js";
 import { showText } from "./text-section.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
-const element = (id) => document.getElementById(id);
 const buttons = [...document.querySelectorAll("footer button")];
 
 const id = location.hash.slice(1);
@@ -90,7 +91,11 @@ function armWith(title) {
   on("confirm-always", () => send("always"));
   on("always", () => showStep("always-step", arming));
   on("back", () => showStep("answers", arming));
-  window.addEventListener("keydown", (event) => event.key === "Escape" && arming.takes(event) && send("deny"));
+  window.addEventListener("keydown", (event) => {
+    // In the search it clears the search.
+    const isSearch = event.target.id === "wanted" && event.target.value !== "";
+    if (event.key === "Escape" && !isSearch && arming.takes(event)) send("deny");
+  });
 }
 
 // Another place takes the next click, after a second of its own.

@@ -5,15 +5,19 @@ const TOKEN = /\s*("(?:[^"\\]|\\.)*"|[{}[\],:]|[^\s{}[\],:"]+)\s*/gy;
 // What people read; and what a layout may cost for a text that is made to cost much.
 const MAX_CHARACTERS = 1024 * 1024;
 const MAX_INDENT = 40;
+const MAX_DEPTH = 1_000;
 
 /**
  * {text, ranges} of the layout, where `ranges` ({start, end, className}) names the members that stand twice in one object,
- * and `duplicates` counts them. null for a text that is no JSON object or array, or too long.
+ * and `duplicates` counts them. null for a text that is no JSON object or array, or too long or deep.
  */
 export function layOut(json) {
   if (json.length > MAX_CHARACTERS || !/^\s*[{[]/.test(json) || !isJson(json)) return null;
   const writer = new Writer();
-  for (const [, token] of json.matchAll(TOKEN)) writer.add(token);
+  for (const [, token] of json.matchAll(TOKEN)) {
+    if (writer.depth > MAX_DEPTH) return null;
+    writer.add(token);
+  }
   return writer.layout;
 }
 
@@ -31,6 +35,10 @@ class Writer {
   // One for each object or array around: the members of an object so far (name to range), null for an array.
   #around = [];
   #last = "";
+
+  get depth() {
+    return this.#around.length;
+  }
 
   add(token) {
     if ("}]".includes(token)) this.#close(token);

@@ -1,9 +1,9 @@
 // The part of the window that shows the text: as it is signed or laid out, its size and hash, and the search in it.
 
+import { element } from "../src/pages.js";
 import { layOut } from "./json-layout.js";
 import { TextView } from "./text-view.js";
 
-const element = (id) => document.getElementById(id);
 const numbered = (number, one, many) => `${number.toLocaleString()} ${number === 1 ? one : many}`;
 
 /** Fills the section for a text with this SHA-256 and brings it into sight. */
@@ -16,9 +16,9 @@ export function showText(text, sha256) {
   element("sha256").textContent = sha256;
   const layout = layOut(text);
   element("layouts").hidden = layout === null;
-  element("duplicates").hidden = !layout?.duplicates;
-  element("duplicates").textContent =
-    `${numbered(layout?.duplicates ?? 0, "member stands", "members stand")} twice in this text; readers differ on which one counts.`;
+  const notice = noticeOn(text, layout);
+  element("duplicates").hidden = notice === "";
+  element("duplicates").textContent = notice;
   const search = searchIn(view);
   for (const input of element("layouts").querySelectorAll("input")) {
     input.addEventListener("change", () => {
@@ -28,6 +28,15 @@ export function showText(text, sha256) {
   }
   view.show(text);
   element("text-section").hidden = false;
+}
+
+function noticeOn(text, layout) {
+  if (layout?.duplicates) {
+    const repeats = numbered(layout.duplicates, "member repeats", "members repeat");
+    return `${repeats} a name that its object has already; readers differ on which one counts.`;
+  }
+  const isTooMuch = layout === null && /^\s*[{[]/.test(text);
+  return isTooMuch ? "This is no JSON, or too much of it: it is not laid out, and names that repeat are not looked for." : "";
 }
 
 function searchIn(view) {

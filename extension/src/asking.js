@@ -1,7 +1,7 @@
 /** When the user may be asked a question: after a gesture, about a page in sight, and not over and over. */
 
 import { QuillmarkError } from "../quillmark.js";
-import { GESTURE_MS, MINUTE_MS, QUESTIONS_PER_MINUTE, REFUSAL_WAITS_MS } from "./limits.js";
+import { GESTURE_MS, MINUTE_MS, QUESTIONS_PER_MINUTE, REFUSAL_WAITS_MS, REFUSALS_KEPT_MS } from "./limits.js";
 
 const STATE = "questions";
 
@@ -20,19 +20,13 @@ export class QuestionRules {
   }
 
   /**
-   * Throws NOT_NOW when a question about the document may not be asked. `gestureAge`: how many milliseconds ago the user
-   * has pressed a key or a button in it; null for never.
+   * Throws NOT_NOW when a question about the document may not be asked now. `gestureAt`: when the user has last pressed a key
+   * or a button in it.
    */
-  async require(document, gestureAge) {
-    const sinceAnswer = Date.now() - document.engagedAt;
-    if (!(gestureAge !== null && gestureAge <= GESTURE_MS) && !(sinceAnswer <= GESTURE_MS)) {
+  async require({ origin, tabId, engagedAt }, gestureAt) {
+    if (!(Date.now() - Math.max(gestureAt, engagedAt) <= GESTURE_MS)) {
       throw notNow("Ask when the user has clicked or pressed a key in this very document, within 30 seconds.");
     }
-    await this.requireNow(document);
-  }
-
-  /** The same for the moment in which the question's turn has come; the gesture was before. */
-  async requireNow({ origin, tabId }) {
     if (!(await this.#isInSight(tabId))) throw notNow("Ask when the page is in sight, in the tab in front.");
     const { refusals, asked } = await this.#state();
     const wait = Math.ceil(((refusals[origin]?.until ?? 0) - Date.now()) / 1000);
@@ -46,13 +40,18 @@ export class QuestionRules {
     await this.#keep({ ...state, asked: [...state.asked, Date.now()] });
   }
 
-  /** To be called when a question has ended: with an allowance, or in any other way. */
-  async end({ origin }, isAllowed) {
+  /**
+   * To be called when a question has ended: "allowed"; "refused", also by closing it or letting its time run out; or
+   * "withdrawn" by the page, after which it waits as after a first refusal.
+   */
+  async end({ origin }, outcome) {
     const state = await this.#state();
     const { [origin]: last, ...refusals } = state.refusals;
-    if (!isAllowed) {
-      const times = Math.min((last?.times ?? 0) + 1, REFUSAL_WAITS_MS.length);
-      refusals[origin] = { times, until: Date.now() + REFUSAL_WAITS_MS[times - 1] };
+    const before = last?.times ?? 0;
+    if (outcome !== "allowed") {
+      const times = outcome === "refused" ? Math.min(before + 1, REFUSAL_WAITS_MS.length) : before;
+      const wait = REFUSAL_WAITS_MS[outcome === "refused" ? times - 1 : 0];
+      refusals[origin] = { times, until: Date.now() + wait };
     }
     await this.#keep({ ...state, refusals });
   }
@@ -68,7 +67,8 @@ export class QuestionRules {
 
   async #state() {
     const { refusals = {}, asked = [] } = (await this.#session.get(STATE))[STATE] ?? {};
-    return { refusals, asked: asked.filter((time) => time > Date.now() - MINUTE_MS) };
+    const recent = Object.entries(refusals).filter(([, { until }]) => until > Date.now() - REFUSALS_KEPT_MS);
+    return { refusals: Object.fromEntries(recent), asked: asked.filter((time) => time > Date.now() - MINUTE_MS) };
   }
 
   #keep(state) {

@@ -15,6 +15,9 @@ import { Signatures } from "./signatures.js";
 const api = globalThis.browser ?? globalThis.chrome;
 const { local: user, session, managed } = api.storage;
 
+// Chromium would let our script in a page, and so a page's process that was taken over, write what is allowed.
+void user.setAccessLevel?.({ accessLevel: "TRUSTED_CONTEXTS" });
+
 const CONSENT_PAGE = api.runtime.getURL("consent/consent.html");
 const PANEL_PAGES = ["options/options.html", "popup/popup.html"].map((path) => api.runtime.getURL(path));
 
@@ -73,8 +76,8 @@ api.idle?.onStateChanged.addListener((state) => {
 // Begins the background with the browser, so that the administrator's settings are there when the first page asks.
 api.runtime.onStartup.addListener(() => {});
 
-// Our own script in the tab's page answers; where it is not, the page is neither https nor on this computer. A page that is busy
-// for ever holds up no question.
+// Our own script in the tab's page answers. It is in each page that is https or on this computer. A page that is busy for ever
+// holds up no question.
 function surroundings(tabId) {
   const answer = api.tabs.sendMessage(tabId, "origin", { frameId: 0 }).catch(() => null);
   return Promise.race([answer, new Promise((resolve) => setTimeout(resolve, SURROUNDINGS_MS, null))]);

@@ -21,26 +21,35 @@
   // The document's open requests, by an id of our own: {page, id, bytes}. Each channel of the page numbers its own.
   const open = new Map();
 
-  // First of all listeners, for this script runs before any of the page's; and no page can make a trusted event.
-  for (const type of ["click", "keydown"]) {
-    window.addEventListener(type, (event) => {
-      if (event.isTrusted && !NO_GESTURE.includes(event.key)) lastGesture = performance.now();
-    }, { capture: true, passive: true });
+  // First of all listeners, for this script runs before any of the page's. document.open() takes all of them away; to listen
+  // twice is to listen once.
+  listen();
+  new MutationObserver(listen).observe(document, { childList: true });
+
+  function listen() {
+    for (const type of ["click", "keydown"]) window.addEventListener(type, noteGesture, { capture: true, passive: true });
+    window.addEventListener("message", greet);
+    window.addEventListener("pagehide", leave);
   }
 
-  window.addEventListener("message", (event) => {
+  // No page can make a trusted event.
+  function noteGesture(event) {
+    if (event.isTrusted && !NO_GESTURE.includes(event.key)) lastGesture = performance.now();
+  }
+
+  function greet(event) {
     // A message from another frame has another source; its channel must not be served as if this document had sent it.
     if (event.source !== window || event.data?.quillmark !== "connect" || event.ports.length !== 1) return;
     const [page] = event.ports;
     page.onmessage = ({ data }) => receive(page, data);
     page.postMessage({ type: "ready" });
-  });
+  }
 
   // A page that is kept for the way back is gone as far as its requests are concerned.
-  window.addEventListener("pagehide", () => {
+  function leave() {
     for (const [ownId] of open) answer(ownId, failure("ABORTED"));
     disconnect();
-  });
+  }
 
   // The page around a frame is named in the frame's questions.
   if (window === window.top) {
@@ -105,12 +114,16 @@
 
   const failure = (code) => ({ type: "error", error: { code } });
 
-  // Of what a page may post, the extension knows texts, numbers and truth values; the rest, which could be of any size, becomes
-  // null, and is refused as such.
+  // Of the values that a page may post, the extension knows texts and truth values; what could be of any size besides them
+  // becomes null, and is refused as such.
   function plain({ operation, values, timeout }) {
-    const simple = (value) => (["string", "number", "boolean", "undefined"].includes(typeof value) ? value : null);
+    const simple = (value) => (["string", "boolean", "undefined"].includes(typeof value) ? value : null);
     const members = typeof values === "object" && values !== null ? Object.entries(values) : [];
     const known = members.map(([name, value]) => [name, simple(value)]);
-    return { operation: simple(operation), values: Object.fromEntries(known), timeout: simple(timeout) };
+    return {
+      operation: typeof operation === "string" && operation.length < 100 ? operation : null,
+      values: Object.fromEntries(known),
+      timeout: typeof timeout === "number" ? timeout : null,
+    };
   }
 })();

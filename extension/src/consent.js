@@ -61,7 +61,7 @@ export class Consent {
     entry.answered.catch(() => {});
     const id = crypto.randomUUID();
     this.#open.set(id, entry);
-    const opening = this.#openWindow(`${this.#pageUrl}#${id}`, placeOf);
+    const opening = this.#openWindow(`${this.#pageUrl}#${id}`, placeOf).then((windowId) => (entry.windowId = windowId));
     entry.close = async () => {
       signal.removeEventListener("abort", entry.abort);
       this.#open.delete(id);
@@ -70,7 +70,9 @@ export class Consent {
       if (entry.windowId !== undefined) await closing;
     };
     try {
-      entry.windowId = await Promise.race([opening, entry.answered]);
+      await Promise.race([opening, entry.answered]);
+      // It may have been closed before anybody knew its number.
+      if (entry.windowId !== undefined) await this.#windows.get(entry.windowId).catch(() => entry.answer("closed"));
     } catch (error) {
       await entry.close();
       throw error;

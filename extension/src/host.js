@@ -3,6 +3,7 @@
 import { QuillmarkError } from "../quillmark.js";
 import { classifyDisconnect, classifyFailure } from "./failures.js";
 import { MINUTE_MS } from "./limits.js";
+import { Sites } from "./sites.js";
 
 /** The name under which the program is registered with the browsers. */
 export const HOST_NAME = "quillmark.host";
@@ -23,10 +24,9 @@ export class Host {
   #gone = Promise.resolve();
 
   /**
-   * What this run of the program has seen: whether it has answered, by origin the record of the certificate that the user
-   * has chosen for it (null where the program does not tell), whether the token has signed, and the times of its start and
-   * its last use. Undefined while the program is not running.
-   * @type {{answered: boolean, choices: Map<string, object | null>, loggedIn: boolean, started: number, used: number} | undefined}
+   * What this run of the program has seen: whether it has answered, the sites that it has served, whether the token has
+   * signed, and the times of its start and its last use. Undefined while the program is not running.
+   * @type {{answered: boolean, sites: Sites, loggedIn: boolean, started: number, used: number} | undefined}
    */
   run;
 
@@ -44,13 +44,14 @@ export class Host {
    * Sends one request, starting the program if needed, and resolves to the text of its successful reply. Only one
    * request may be open at a time. Rejects with a QuillmarkError; an abort of the signal ends the program, because it
    * has no other way to close its window, and rejects with the signal's reason. `isUse`: false for a sign of life, which
-   * does not lengthen the life of the PIN.
+   * does not lengthen the life of the PIN. `run`: the run of the program that is meant; HOST_EXITED when there is another.
    */
-  async request(message, signal, { isUse = true } = {}) {
+  async request(message, signal, { isUse = true, run } = {}) {
     await this.keepTime();
     signal.throwIfAborted();
     await Promise.race([this.#gone, new Promise((resolve) => signal.addEventListener("abort", resolve))]);
     signal.throwIfAborted();
+    if (run && run !== this.run) throw new QuillmarkError("HOST_EXITED");
     if (!this.#port) this.#open();
 
     const nonce = crypto.randomUUID();
@@ -64,6 +65,7 @@ export class Host {
       return this.#textOf(reply);
     } finally {
       signal.removeEventListener("abort", abort);
+      this.#pending = undefined;
       if (isUse && this.run) this.run.used = Date.now();
       await this.keepTime();
     }
@@ -93,7 +95,7 @@ export class Host {
   #open() {
     const port = this.#connectNative(HOST_NAME);
     this.#port = port;
-    this.run = { answered: false, choices: new Map(), loggedIn: false, started: Date.now(), used: Date.now() };
+    this.run = { answered: false, sites: new Sites(), loggedIn: false, started: Date.now(), used: Date.now() };
     port.onMessage.addListener((reply) => this.#receive(port, reply));
     port.onDisconnect.addListener(() => {
       const detail = this.#lastError(port);

@@ -3,8 +3,8 @@
  * it (64 zeros before the first). What was left out, added or changed in the middle later breaks the chain.
  */
 
+import { sha256Hex } from "./digest.js";
 import { MAX_JOURNAL_ENTRIES } from "./limits.js";
-import { sha256Hex } from "./operations.js";
 
 const STATE = "journal";
 const START = { next: 1, first: 1, head: "0".repeat(64) };

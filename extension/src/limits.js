@@ -19,6 +19,9 @@ export const QUESTIONS_PER_MINUTE = 10;
 /** How long an origin waits after a question that was not answered with an allowance: the first time, the next, and so on. */
 export const REFUSAL_WAITS_MS = [10 * SECOND, MINUTE, 10 * MINUTE, 60 * MINUTE];
 
+/** How long after its wait a refusal counts for the next one. */
+export const REFUSALS_KEPT_MS = 60 * MINUTE;
+
 /** How often at most a page hears of its request's progress. */
 export const PROGRESS_MS = 250;
 

@@ -9,17 +9,23 @@
  *   in full, or `facts`, each a name and a value.
  * - `userChooses`: the program has the user choose a certificate for each such request.
  * - `signs(request)`: what is signed, as {algorithm, digest in hexadecimal}. Absent where nothing is signed.
- * - `certificate(request, result)`: the SHA-1 thumbprint of the certificate that has signed, where it can be known.
+ * - `certificate(request, result)`: the SHA-1 thumbprint of the certificate that was chosen or has signed, where it can be known.
  */
 
 import { MAX_GST_TEXT_BYTES, QuillmarkError } from "../quillmark.js";
 import { certificateIn } from "./cms.js";
+import { digestOf, hex, sha256Hex } from "./digest.js";
 
 const DIGEST_BYTES = new Map([
   ["SHA-256", 32],
   ["SHA-384", 48],
   ["SHA-512", 64],
 ]);
+
+// Longer than any that is meant: what is shown as one line must not be a book.
+const MAX_PDF_DIGEST = 200;
+const MAX_IT_DIGEST = 8192;
+const MAX_NAME = 100;
 
 const CHOOSE_NEXT = "You choose the certificate and type your PIN next.";
 
@@ -34,6 +40,7 @@ const OPERATIONS = new Map(
         "The site then reads the certificate: your name, your e-mail address if it is in it, and your public key.",
       shows: () => ({}),
       userChooses: true,
+      certificate: (request, record) => record.CertThumbPrint,
     },
 
     signGstReturn: {
@@ -60,8 +67,8 @@ const OPERATIONS = new Map(
 
     signItReturn: {
       check: ({ hash, pan, hashAlgorithm }) => {
-        checkText("hash", hash);
-        checkText("pan", pan);
+        checkText("hash", hash, MAX_IT_DIGEST);
+        checkText("pan", pan, MAX_NAME);
         return { hash, pan, hashAlgorithm: hashName(hashAlgorithm) };
       },
       toProgram: (request) => ({
@@ -88,13 +95,14 @@ const OPERATIONS = new Map(
     signPdfHash: {
       check: ({ hash, certThumbPrint, hashAlgorithm }) => {
         const name = hashName(hashAlgorithm);
+        checkText("hash", hash, MAX_PDF_DIGEST);
         const digest = fromBase64("hash", hash);
         if (digest.length !== DIGEST_BYTES.get(name)) {
           throw invalid(`hash has ${digest.length} bytes, a ${name} digest has ${DIGEST_BYTES.get(name)}.`);
         }
         // The signing program hands what it signs to the token only up to the first zero byte.
         if (digest.includes(0)) throw new QuillmarkError("DIGEST_UNSUITABLE");
-        checkText("certThumbPrint", certThumbPrint);
+        checkText("certThumbPrint", certThumbPrint, MAX_NAME);
         const thumbprint = certThumbPrint.toUpperCase();
         if (!/^[0-9A-F]{40}$/.test(thumbprint)) throw invalid("certThumbPrint is not 40 hexadecimal digits.");
         return { hash: toBase64(digest), certThumbPrint: thumbprint, hashAlgorithm: name };
@@ -143,16 +151,7 @@ export function operationOf(name) {
   return operation;
 }
 
-async function digestOf(algorithm, bytes) {
-  return hex(new Uint8Array(await crypto.subtle.digest(algorithm, bytes)));
-}
-
-/** The SHA-256 of a text's UTF-8 form, in hexadecimal. */
-export const sha256Hex = (text) => digestOf("SHA-256", utf8(text));
-
 const sha256 = async (text) => ({ algorithm: "SHA-256", digest: await sha256Hex(text) });
-
-const hex = (bytes) => Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join("");
 
 // The program knows the algorithms by their names without the dash.
 const algorithmOf = ({ hashAlgorithm }) => ({ hashAlgorithm: hashAlgorithm.replace("-", "") });
@@ -161,12 +160,13 @@ const algorithmOf = ({ hashAlgorithm }) => ({ hashAlgorithm: hashAlgorithm.repla
 
 const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
 
-const shortly = (value) => String(JSON.stringify(value)).slice(0, 80);
+const shortly = (value) => JSON.stringify(String(value).slice(0, 80));
 
 const utf8 = (text) => new TextEncoder().encode(text);
 
-function checkText(name, value) {
+function checkText(name, value, longest = Infinity) {
   if (typeof value !== "string" || value === "") throw invalid(`${name} has to be a text that is not empty.`);
+  if (value.length > longest) throw invalid(`${name} has at most ${longest} characters.`);
   // The signing program reads a text up to its first zero character, and would sign less than the page asked for.
   if (value.includes("\0")) throw invalid(`${name} holds the character U+0000.`);
   // Half of a surrogate pair has no UTF-8 form, so nobody could verify a signature over it.
@@ -183,7 +183,6 @@ function hashName(name = "SHA-256") {
 }
 
 function fromBase64(name, text) {
-  checkText(name, text);
   try {
     return bytesOf(text);
   } catch (cause) {

@@ -8,7 +8,8 @@ const ENTRY = /^(https?:\/\/)(\*\.)?((?:[^\s/?#@\\%*:.[\]]+\.)*[^\s/?#@\\%*:.[\]
 /** Whether nobody between the site and this computer can change what the page asks: https, or http on this computer. */
 export function isTrustworthy(origin) {
   const url = parsed(origin);
-  return url !== null && url.origin === origin && isProtected(url);
+  // With a dot behind it a host is another one to browsers, and the same one to people.
+  return url !== null && url.origin === origin && isProtected(url) && !url.hostname.endsWith(".");
 }
 
 function parsed(text) {

@@ -8,6 +8,7 @@ const FIRST_ALLOWED = "firstAllowed";
 export class Permissions {
   #user;
   #policy;
+  #lastChange = Promise.resolve();
 
   /** `user`: the storage area of the profile; `policy`: a PolicySource. */
   constructor({ user, policy }) {
@@ -35,17 +36,26 @@ export class Permissions {
     return Object.hasOwn(times, origin) ? times[origin] : undefined;
   }
 
-  async remember(origin) {
-    const times = await this.#firstTimes();
-    if (!Object.hasOwn(times, origin)) await this.#user.set({ [FIRST_ALLOWED]: { ...times, [origin]: new Date().toISOString() } });
+  remember(origin) {
+    return this.#change(async () => {
+      const times = await this.#firstTimes();
+      return Object.hasOwn(times, origin) ? {} : { [FIRST_ALLOWED]: { ...times, [origin]: new Date().toISOString() } };
+    });
   }
 
-  async allow(origin) {
-    await this.#user.set({ [USERS_LIST]: [...new Set([...(await this.usersOrigins()), origin])].sort() });
+  allow(origin) {
+    return this.#change(async () => ({ [USERS_LIST]: [...new Set([...(await this.usersOrigins()), origin])].sort() }));
   }
 
-  async revoke(origin) {
-    await this.#user.set({ [USERS_LIST]: (await this.usersOrigins()).filter((each) => each !== origin) });
+  revoke(origin) {
+    return this.#change(async () => ({ [USERS_LIST]: (await this.usersOrigins()).filter((each) => each !== origin) }));
+  }
+
+  // One after another: what is read must not be written back over another change.
+  #change(make) {
+    const change = this.#lastChange.then(async () => this.#user.set(await make()));
+    this.#lastChange = change.catch(() => {});
+    return change;
   }
 
   async #firstTimes() {

@@ -1,7 +1,7 @@
 /** Serves the pages: checks what they ask, asks the user whether they may, and has the signing program do it. */
 
 import { MAX_TIMEOUT_MS, QuillmarkError } from "../quillmark.js";
-import { Documents } from "./documents.js";
+import { PageDocument } from "./documents.js";
 import { Limit } from "./limit.js";
 import { MAX_OPEN, MAX_OPEN_PER_DOCUMENT, SIGN_OF_LIFE_MS } from "./limits.js";
 import { operationOf } from "./operations.js";
@@ -20,7 +20,7 @@ export class Service {
   #version;
   #consentQueue = new Queue();
   #hostQueue = new Queue();
-  #documents = new Documents();
+  #documents = new Set();
 
   /** `surroundings(tabId)` resolves to the origin of the page in the tab, null where it is not known. */
   constructor({ permissions, rules, consent, host, signatures, surroundings, version }) {
@@ -35,17 +35,16 @@ export class Service {
 
   /** Serves a page through the port that the extension's script in it has opened. */
   connect(port) {
-    const document = this.#documents.connect(port);
+    const document = new PageDocument(port);
+    this.#documents.add(document);
     port.onMessage.addListener((message) => {
       if (message?.type === "abort") document.open.get(message.id)?.limit.abort("ABORTED");
       if (message?.type === "request") void this.#answer(document, port, message);
     });
     port.onDisconnect.addListener(() => {
-      this.#documents.disconnect(document, port);
-      for (const request of document.open.values()) if (request.port === port) request.limit.abort("ABORTED");
-      if (document.ports.size === 0 && document.usesHost && ![...this.#documents].some((other) => other.usesHost)) {
-        this.#host.close();
-      }
+      this.#documents.delete(document);
+      for (const { limit } of document.open.values()) limit.abort("ABORTED");
+      if (document.usesHost && ![...this.#documents].some((other) => other.usesHost)) this.#host.close();
     });
   }
 
@@ -58,10 +57,13 @@ export class Service {
   /** Takes back what the user has allowed to the origin, for good or until its page closes, and what came of it. */
   async revoke(origin) {
     for (const document of this.#documents) if (document.origin === origin) document.isAllowed = false;
-    await this.#permissions.revoke(origin);
-    await this.recheck();
-    // The PIN was typed for this site among others.
-    if (this.#host.run?.choices.has(origin)) this.#host.close();
+    try {
+      await this.#permissions.revoke(origin);
+    } finally {
+      await this.recheck();
+      // The PIN was typed for this site among others.
+      if (this.#host.run?.sites.has(origin)) this.#host.close();
+    }
   }
 
   /** Ends the requests whose permission does not hold any more. To be called when permissions have changed. */
@@ -78,7 +80,7 @@ export class Service {
     let request;
     const progress = new Progress((state) => post(port, { type: "progress", id, progress: state }));
     try {
-      request = this.#admit(document, port, message);
+      request = this.#admit(document, message);
       const value = await this.#serve(document, request, progress);
       progress.end();
       post(port, { type: "result", id, value });
@@ -90,26 +92,29 @@ export class Service {
     }
   }
 
-  // The door: behind it a request is one of ours, and takes one of the limited places.
-  #admit(document, port, { id, operation, values, timeout, gestureAge }) {
+  // Takes one of the limited places. The values are looked at when the page may ask at all.
+  #admit(document, { id, operation, values, timeout, gestureAge }) {
     if (!Number.isInteger(id) || document.open.has(id)) throw invalid("The request's id is not a number of its own.");
-    if (document.open.size >= MAX_OPEN_PER_DOCUMENT || this.#documents.openRequests >= MAX_OPEN) {
-      throw new QuillmarkError("TOO_MANY");
-    }
+    const allOpen = [...this.#documents].reduce((sum, { open }) => sum + open.size, 0);
+    if (document.open.size >= MAX_OPEN_PER_DOCUMENT || allOpen >= MAX_OPEN) throw new QuillmarkError("TOO_MANY");
     if (!(Number.isFinite(timeout) && timeout > 0 && timeout <= MAX_TIMEOUT_MS)) throw invalid("The time limit is not valid.");
-    const given = typeof values === "object" && values !== null ? values : {};
-    const request =
-      operation === "status"
-        ? { isStatus: true, checkHost: given.checkHost === true }
-        : { name: operation, operation: operationOf(operation), values: operationOf(operation).check(given) };
-    Object.assign(request, { port, gestureAge: gestureAge ?? null, limit: new Limit(timeout) });
+    const request = {
+      name: operation,
+      operation: operation === "status" ? null : operationOf(operation),
+      given: typeof values === "object" && values !== null ? values : {},
+      gestureAt: typeof gestureAge === "number" ? Date.now() - gestureAge : -Infinity,
+      limit: new Limit(timeout),
+    };
     document.open.set(id, request);
     return request;
   }
 
   async #serve(document, request, progress) {
-    if (request.isStatus) return this.#status(document, request, progress);
-    request.grant = await this.#requirePermission(document, request, progress);
+    if (!request.operation) return this.#status(document, request, progress);
+    const isAllowed = await this.#isAllowed(document);
+    if (!isAllowed) await this.#rules.require(document, request.gestureAt);
+    request.values = request.operation.check(request.given);
+    request.grant = isAllowed ? "standing" : await this.#askInTurn(document, request, progress);
     return this.#atHost(document, request, progress, () => this.#perform(document, request));
   }
 
@@ -117,7 +122,7 @@ export class Service {
   async #status(document, request, progress) {
     const permission = await this.#permissionOf(document);
     const isAllowed = permission === "allowed";
-    if (request.checkHost) {
+    if (request.given.checkHost === true) {
       if (!isAllowed) throw new QuillmarkError("ORIGIN_DENIED");
       request.grant = "standing";
       await this.#atHost(document, request, progress, () => this.#signOfLife(request.limit));
@@ -155,20 +160,19 @@ export class Service {
     return permission === "allowed" || (grant === "once" && permission === "ask");
   }
 
-  // Resolves to the grant: "standing" where the site is allowed, "once" where the user has allowed this very request.
-  async #requirePermission(document, request, progress) {
-    const { limit } = request;
-    const settled = async () => {
-      const permission = await this.#permissionOf(document);
-      if (permission === "denied") throw new QuillmarkError("ORIGIN_DENIED");
-      return permission === "allowed";
-    };
-    if (await settled()) return "standing";
-    await this.#rules.require(document, request.gestureAge);
-    return this.#inTurn(this.#consentQueue, limit, () => progress.tell({ state: "waiting" }), async () => {
+  // Whether the site is allowed; false where the user has to be asked.
+  async #isAllowed(document) {
+    const permission = await this.#permissionOf(document);
+    if (permission === "denied") throw new QuillmarkError("ORIGIN_DENIED");
+    return permission === "allowed";
+  }
+
+  // Resolves to the grant: "standing" where the site is now allowed, "once" where the user has allowed this very request.
+  #askInTurn(document, request, progress) {
+    return this.#inTurn(this.#consentQueue, request.limit, () => progress.tell({ state: "waiting" }), async () => {
       // The answer to an earlier question may have settled this one.
-      if (await settled()) return "standing";
-      await this.#rules.requireNow(document);
+      if (await this.#isAllowed(document)) return "standing";
+      await this.#rules.require(document, request.gestureAt);
       progress.tell({ state: "consent" });
       request.wasAsked = true;
       const answer = await this.#ask(document, request);
@@ -181,13 +185,17 @@ export class Service {
   }
 
   async #ask(document, request) {
-    let answer;
     await this.#rules.begin();
+    let outcome = "withdrawn";
     try {
-      answer = await this.#consent.ask(await this.#questionOf(document, request), request.limit.signal);
+      const answer = await this.#consent.ask(await this.#questionOf(document, request), request.limit.signal);
+      outcome = answer === "deny" ? "refused" : "allowed";
       return answer;
+    } catch (error) {
+      if (error.code === "TIMEOUT") outcome = "refused";
+      throw error;
     } finally {
-      await this.#rules.end(document, answer !== undefined && answer !== "deny");
+      await this.#rules.end(document, outcome);
     }
   }
 
@@ -248,17 +256,12 @@ export class Service {
   }
 
   async #sign(document, request) {
-    const { operation, values, wasAsked } = request;
-    const hadToChoose = !operation.userChooses && !this.#host.run?.choices.has(document.origin);
-    if (hadToChoose) {
-      // The PIN was typed for another site: this one has not had the user choose a certificate yet.
-      const chosen = await this.#request(document, request, operationOf("selectCertificate"), {});
-      if (chosen.CertThumbPrint !== values.certThumbPrint) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
-    }
+    const { operation, values } = request;
     if (!operation.signs) return this.#request(document, request, operation, values);
-    const isSilent = !wasAsked && !operation.userChooses && !hadToChoose;
     try {
+      const hadToChoose = await this.#chooseIfNeeded(document, request);
       const result = await this.#request(document, request, operation, values);
+      const isSilent = !request.wasAsked && !operation.userChooses && !hadToChoose;
       await this.#keep(document, request, { outcome: "signed", result, isSilent });
       return result;
     } catch (error) {
@@ -267,25 +270,47 @@ export class Service {
     }
   }
 
+  // The program signs with any certificate of the token, and remembers a PIN that may have been typed for another site: the user
+  // has to have chosen this very certificate for this site, in this run of the program.
+  async #chooseIfNeeded(document, request) {
+    const { operation, values } = request;
+    if (operation.userChooses) return false;
+    await this.#host.keepTime();
+    const isChosen = () => this.#host.run?.sites.hasChosen(document, values.certThumbPrint);
+    if (isChosen()) return false;
+    await this.#request(document, request, operationOf("selectCertificate"), {});
+    if (!isChosen()) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
+    return true;
+  }
+
   async #request(document, { limit }, operation, values) {
-    const result = operation.result(await this.#host.request(operation.toProgram(values), limit.signal));
-    document.engagedAt = Date.now();
-    const { run } = this.#host;
-    if (!run) return result;
-    if (operation.userChooses) run.choices.set(document.origin, result.CertThumbPrint ? result : (run.choices.get(document.origin) ?? null));
-    if (operation.signs) run.loggedIn = true;
+    // Where the user does not choose, another run of the program is another choice.
+    const run = operation.userChooses ? undefined : this.#host.run;
+    const result = operation.result(await this.#host.request(operation.toProgram(values), limit.signal, { run }));
+    if (operation.userChooses) document.engagedAt = Date.now();
+    await this.#note(document, operation, values, result);
     return result;
+  }
+
+  async #note(document, operation, values, result) {
+    const { sites } = this.#host.run ?? {};
+    if (!sites) return;
+    sites.add(document);
+    if (operation.signs) this.#host.run.loggedIn = true;
+    const thumbprint = operation.userChooses && (await operation.certificate?.(values, result));
+    if (thumbprint) sites.choose(document, thumbprint, result.SelCertSubject);
   }
 
   // A journal that cannot be written keeps nobody from his signature.
   async #keep({ origin, isPrivate }, { name, operation, values }, { outcome, result, isSilent }) {
     try {
       const { algorithm, digest } = await operation.signs(values);
-      const thumbprint = (result && (await operation.certificate?.(values, result))) ?? null;
-      const known = [...(this.#host.run?.choices.values() ?? [])].find((record) => record?.CertThumbPrint === thumbprint);
-      const subject = (thumbprint && known?.SelCertSubject) ?? null;
-      const entry = { origin, operation: name, algorithm, digest, certificate: thumbprint, subject, outcome };
-      await this.#signatures.add(entry, { isPrivate, isSilent });
+      const certificate = (result && (await operation.certificate?.(values, result))) ?? null;
+      const subject = this.#host.run?.sites.subjectOf(certificate) ?? null;
+      await this.#signatures.add(
+        { origin, operation: name, algorithm, digest, certificate, subject, outcome },
+        { isPrivate, isSilent },
+      );
     } catch (error) {
       console.error("The journal could not be written:", error);
     }

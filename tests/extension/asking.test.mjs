@@ -94,9 +94,9 @@ test("Each refusal makes the origin wait longer, an allowance begins anew", asyn
 });
 
 test("A time that runs out, and a question that is withdrawn, make the origin wait too", async (t) => {
+  const clock = stopClock(t);
   for (const code of ["TIMEOUT", "ABORTED"]) {
     browser = new FakeBrowser();
-    const clock = stopClock(t);
     const page = await browser.page();
     const controller = new AbortController();
     const request = assert.rejects(page.signAuthToken("token", { timeout: 1_000, signal: controller.signal }), { code });
@@ -129,15 +129,12 @@ test("No question without a click or key in that very document within half a min
 
 test("A gesture counts for half a minute, and so does the answer to a question", async (t) => {
   browser = new FakeBrowser({ answers: ["once", "once"] });
+  stopClock(t);
   const document = { origin: SITE, tabId: 1, engagedAt: -Infinity };
-  await browser.rules.require(document, 30_000);
-  await assert.rejects(browser.rules.require(document, 30_001), { code: "NOT_NOW" });
-  const page = await browser.page();
-  await page.signAuthToken("token");
-  const clock = stopClock(t);
-  clock.tick(29_000);
-  await browser.rules.require({ ...document, engagedAt: Date.now() - 30_000 }, null);
-  await assert.rejects(browser.rules.require({ ...document, engagedAt: Date.now() - 30_001 }, null), { code: "NOT_NOW" });
+  await browser.rules.require(document, Date.now() - 30_000);
+  await assert.rejects(browser.rules.require(document, Date.now() - 30_001), { code: "NOT_NOW" });
+  await browser.rules.require({ ...document, engagedAt: Date.now() - 30_000 }, -Infinity);
+  await assert.rejects(browser.rules.require({ ...document, engagedAt: Date.now() - 30_001 }, -Infinity), { code: "NOT_NOW" });
 });
 
 test("No question about a page that is out of sight, also when its turn comes later", async () => {
@@ -268,6 +265,61 @@ test("A permission that is taken back while nothing runs ends the program that h
   assert.notEqual(browser.host.run, undefined);
   await browser.service.revoke(SITE);
   assert.equal(browser.host.run, undefined);
+});
+
+test("A question that waits for its turn longer than a click counts is not asked", async (t) => {
+  browser = new FakeBrowser();
+  const [first, second] = [await browser.page(), await browser.page("https://second.example")];
+  const clock = stopClock(t);
+  const controller = new AbortController();
+  const held = assert.rejects(first.signAuthToken("1", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  const waiting = assert.rejects(second.signAuthToken("2"), { code: "NOT_NOW" });
+  await settle();
+  clock.tick(31_000);
+  controller.abort();
+  await Promise.all([held, waiting]);
+  assert.equal(browser.questions.length, 1);
+});
+
+test("Two permissions that are taken back at once are both taken back, and one that is given meanwhile stays", async () => {
+  browser = new FakeBrowser({ user: { allowedOrigins: ["https://a.example", "https://b.example"] } });
+  const { permissions } = browser;
+  await Promise.all([permissions.revoke("https://a.example"), permissions.allow(SITE), permissions.revoke("https://b.example")]);
+  assert.deepEqual(await permissions.usersOrigins(), [SITE]);
+});
+
+test("A page that withdraws its question again and again waits, but not longer each time", async (t) => {
+  browser = new FakeBrowser();
+  const clock = stopClock(t);
+  const page = await browser.page();
+  for (let i = 0; i < 4; i++) {
+    page.click();
+    const controller = new AbortController();
+    const request = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+    await settle();
+    controller.abort();
+    await request;
+    await settle();
+    await assert.rejects(page.signAuthToken("token"), { code: "NOT_NOW" });
+    clock.tick(10_000);
+  }
+  assert.equal(browser.questions.length, 4);
+});
+
+test("A window that is closed while it opens denies, and keeps nobody waiting", async () => {
+  browser = new FakeBrowser({ answers: ["once"] });
+  const create = browser.windows.create;
+  browser.windows.create = async (options) => {
+    const { id } = await create(options);
+    browser.windows.open.delete(id); // gone before anybody has its number
+    browser.answers.length = 0;
+    return { id };
+  };
+  await assert.rejects((await browser.page()).selectCertificate(), { code: "ORIGIN_DENIED" });
+  browser.windows.create = create;
+  browser.answers.push("once");
+  assert.deepEqual(await (await browser.page("https://second.example")).selectCertificate(), RECORD);
 });
 
 test("A denial by the administrator ends what a site has asked before it", async () => {

@@ -99,6 +99,8 @@ export function storage(initial = {}) {
   };
 }
 
+const BROWSER_WINDOW = "the browser's own";
+
 /** The browser's windows as far as the consent needs them. */
 export class FakeWindows {
   onRemoved = new Event();
@@ -109,7 +111,9 @@ export class FakeWindows {
     return { left: 0, top: 0, width: 1000, height: 700 };
   }
 
-  async get() {
+  async get(id) {
+    // The browser's own window has no number here.
+    if (id !== undefined && id !== BROWSER_WINDOW && !this.open.has(id)) throw new Error(`no window ${id}`);
     return { state: "normal" };
   }
 
@@ -202,7 +206,7 @@ export class FakeBrowser {
     this.managed = storage(managed);
     this.answers = answers;
     this.badge = 0;
-    this.tabs = { get: async () => ({ active: this.isInSight, windowId: 1 }) };
+    this.tabs = { get: async () => ({ active: this.isInSight, windowId: BROWSER_WINDOW }) };
     this.isInSight = true;
     this.consent = new Consent({ windows: this.windows, pageUrl: "extension:consent" });
     const policy = new PolicySource({ managed: this.managed, session: this.session });
@@ -278,6 +282,7 @@ export class FakeBrowser {
     const runtime = { connect, onMessage: new Event() };
     const context = vm.createContext({
       window, chrome: { runtime }, setInterval: () => {}, clearInterval, performance, TextEncoder, location: { origin: window.origin },
+      document: {}, MutationObserver: class { observe() {} },
     });
     vm.runInContext(await readFile(new URL("src/bridge.js", extension), "utf8"), context);
   }

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { afterEach, test } from "node:test";
 
-import { FakeBrowser, FakeProgram, settle, stopClock, willing } from "./fakes.mjs";
+import { FakeBrowser, FakeProgram, RECORD, settle, stopClock, willing } from "./fakes.mjs";
 
 const SITE = "https://site.example";
 const ALLOWED = { user: { allowedOrigins: [SITE] } };
@@ -45,6 +45,7 @@ test("The time limit ends also a request that waits until the program before it 
   await settle();
   controller.abort();
   await aborted;
+  await settle();
   let code;
   page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
   await settle();
@@ -218,10 +219,12 @@ test("A computer that has slept through the PIN's time finds no PIN when it wake
   browser = new FakeBrowser(ALLOWED);
   const page = await browser.page();
   const clock = stopClock(t);
-  await page.signAuthToken("token");
+  await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   clock.sleep(3_600_000);
-  await page.signAuthToken("token");
+  await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.equal(browser.program.starts, 2);
+  const actions = browser.program.requests.map(({ action }) => action);
+  assert.deepEqual(actions, ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
 });
 
 test("The PIN's times are settings, the administrator's before the user's; what is none counts as the standard", async () => {

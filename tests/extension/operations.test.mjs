@@ -56,6 +56,13 @@ test("A thumbprint travels in capitals and is 40 hexadecimal digits", () => {
   fails("signPdfHash", { hash, certThumbPrint: "12" }, "INVALID_ARGUMENT");
 });
 
+test("What is shown in a line is no book", () => {
+  const long = "A".repeat(60_000_000);
+  fails("signPdfHash", { hash: long, certThumbPrint: THUMBPRINT }, "INVALID_ARGUMENT");
+  fails("signItReturn", { hash: long, pan: "ABCDE1234F" }, "INVALID_ARGUMENT");
+  fails("signItReturn", { hash: "aGFzaA==", pan: long }, "INVALID_ARGUMENT");
+});
+
 test("An operation that does not exist is unknown, also one that every object has", () => {
   for (const operation of ["signXml", "toString", "__proto__", undefined]) fails(operation, {}, "UNKNOWN_ACTION");
 });

@@ -144,6 +144,24 @@ test("signPdfHash is CERTIFICATE_NOT_FOUND when the user chooses another certifi
   assert.deepEqual(actions(), ["GetSelCertFromToken"]);
 });
 
+test("A certificate that the user has not chosen for this site does not sign, whatever was chosen before", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  const other = "B".repeat(40);
+  const page = await browser.page();
+  await page.selectCertificate();
+  await page.signAuthToken("token");
+  for (let i = 0; i < 2; i++) await assert.rejects(page.signPdfHash(DIGEST, other), { code: "CERTIFICATE_NOT_FOUND" });
+  await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
+  assert.deepEqual(actions().filter((action) => action === "PdfSignFromToken").length, 1);
+});
+
+test("A choice in a window is none in a private window of the same site", async () => {
+  browser = new FakeBrowser(ALLOWED);
+  await (await browser.page()).signPdfHash(DIGEST, RECORD.CertThumbPrint);
+  await (await browser.page(SITE, { incognito: true })).signPdfHash(DIGEST, RECORD.CertThumbPrint);
+  assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
+});
+
 test("A choice made for one site does not let another site sign without one", async () => {
   const other = "https://other.example";
   browser = new FakeBrowser({ user: { allowedOrigins: [SITE, other] } });
@@ -217,10 +235,11 @@ test("An id that is open already is refused, and the first request with it ends 
   await page.close();
   port1.close();
   assert.equal(browser.program.running, false);
+  await settle();
   assert.deepEqual(browser.service.origins().waiting, []);
 });
 
-test("Of what a page posts, only texts, numbers and truth values leave it", async () => {
+test("Of what a page posts, only texts and truth values leave it", async () => {
   browser = new FakeBrowser(ALLOWED);
   const page = await browser.page();
   const odd = { hash: new Map([[1, 2]]), certThumbPrint: new ArrayBuffer(8), hashAlgorithm: 10n };
@@ -232,7 +251,7 @@ test("Of what a page posts, only texts, numbers and truth values leave it", asyn
   port1.postMessage({ type: "request", id: 2, operation: "signPdfHash", values: odd, timeout: 1000 });
   await settle();
   port1.close();
-  assert.deepEqual(heard, ["UNKNOWN_ACTION", "INVALID_ARGUMENT"]);
+  assert.deepEqual(heard, ["UNKNOWN_ACTION", "UNSUPPORTED_HASH"]);
 });
 
 test("A page that is kept for the way back is gone as far as its requests are concerned", async () => {

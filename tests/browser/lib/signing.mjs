@@ -46,7 +46,9 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     const another = ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]);
     await rig.user.choose(another);
     assert.equal(codeOf(await another), "CERTIFICATE_NOT_FOUND");
-    assert.equal(codeOf(await ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE])), "CERTIFICATE_NOT_FOUND");
+    const again = ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]);
+    await rig.user.choose(again);
+    assert.equal(codeOf(await again), "CERTIFICATE_NOT_FOUND");
     const signing = signPdf(page, "after the choice", rig.thumbprint);
     await rig.user.typePin();
     await pdfIsValid(await signing);
@@ -83,7 +85,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
   browserTest("the longest token text reaches the program in one piece, and one byte more is TOO_LARGE", async (t) => {
     const page = await allowedPage(t);
     const sign = (length) => page.evaluate((n) => window.ask("signAuthToken", ["y".repeat(n)]), length);
-    const limit = 64 * 1024 * 1024 - 4096 - JSON.stringify({ authToken: "", hashAlgorithm: "SHA-256" }).length;
+    const limit = 64 * 1024 * 1024 - 4096 - JSON.stringify({ authToken: "" }).length;
     assert.equal(codeOf(await sign(limit + 1)), "TOO_LARGE");
     // Firefox takes as much, but needs most of a minute to hand it over.
     const length = name === "firefox" ? 16 * 1024 * 1024 : limit;

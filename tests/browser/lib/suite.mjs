@@ -6,6 +6,7 @@ import { join } from "node:path";
 import { after, before, test } from "node:test";
 
 import { beforeunloadAttacks } from "../attacks/beforeunload.mjs";
+import { documentOpenAttacks } from "../attacks/document-open.mjs";
 import { doubleClickAttacks } from "../attacks/double-click.mjs";
 import { dragAndDropAttacks } from "../attacks/drag-and-drop.mjs";
 import { extensionReloadAttacks } from "../attacks/extension-reload.mjs";
@@ -34,7 +35,7 @@ import { signingTests } from "./signing.mjs";
 const ATTACKS = [
   doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,
   beforeunloadAttacks, gestureAttacks, twoWindowAttacks, navigationAttacks, frameAttacks, statusAttacks, oddTypeAttacks,
-  openIdAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks, policyAttacks,
+  openIdAttacks, documentOpenAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks,
 ];
 
 /** Defines all tests for "chromium" or "firefox". Call it once in a file. */
@@ -90,4 +91,5 @@ export function browserTests(name) {
   for (const tests of [consentTests, signingTests, failureTests]) tests(suite);
   for (const attacks of ATTACKS) attacks({ name, rig, attack: browserTest });
   registrationTests(suite);
+  policyAttacks({ name, rig, attack: browserTest });
 }
