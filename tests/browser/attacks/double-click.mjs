@@ -11,7 +11,7 @@ export function doubleClickAttacks({ name, rig, attack }) {
     const question = await openQuestion(rig, t);
     const place = await placeOfOnce(rig, question);
     await question.page.evaluate(() => (window.strike = (cover) => cover.close()));
-    await openCover(rig, question.page, { left: 230, top: 30, width: 560, height: 720 });
+    await openCover(rig, question.page, { left: 180, top: 10, width: 680, height: 750 });
     await sleep(1_500);
     await rig.user.hands.point(place);
     await rig.user.hands.click(2);
@@ -25,8 +25,8 @@ export function doubleClickAttacks({ name, rig, attack }) {
     const place = await placeOfOnce(rig, question);
     await openCover(rig, question.page, { left: 0, top: 0, width: 230, height: 300 });
     await question.page.evaluate(() => {
-      window.cover.moveTo(240, 40);
-      window.cover.resizeTo(560, 720);
+      window.cover.moveTo(180, 10);
+      window.cover.resizeTo(680, 750);
       window.strike = (cover) => {
         cover.resizeTo(230, 300);
         cover.moveTo(0, 0);

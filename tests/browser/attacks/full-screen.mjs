@@ -8,7 +8,7 @@ export function fullScreenAttacks({ rig, attack }) {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);
     const place = await placeOfOnce(rig, question);
-    await openCover(rig, question.page, { left: 230, top: 30, width: 560, height: 720 });
+    await openCover(rig, question.page, { left: 180, top: 10, width: 680, height: 750 });
     await question.page.evaluate(() => (window.strike = (cover) => cover.document.documentElement.requestFullscreen()));
     // On the edge that stands out, which also brings the window to the front.
     await rig.user.hands.point({ ...place, x: -12 });

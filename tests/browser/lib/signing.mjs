@@ -7,7 +7,7 @@ import { join } from "node:path";
 import { PDFDocument } from "pdf-lib";
 
 import { sleep } from "../../program/lib/process.mjs";
-import { ask, bytes, codeOf, DIGEST, GST_TEXT, signPdf } from "./rig.mjs";
+import { ask, bytes, codeOf, DIGEST, gesture, GST_TEXT, signPdf } from "./rig.mjs";
 
 const ANOTHER_CERTIFICATE = "B".repeat(40);
 const MANY = 200;
@@ -79,6 +79,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     assert.equal(codeOf(await sign(limit + 1)), "TOO_LARGE");
     assert.equal(await rig.user.seesAWindow(), false);
     const strange = await rig.page(t, { origin: rig.otherOrigin });
+    await gesture(strange);
     assert.equal(codeOf(await strange.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), limit + 1)), "TOO_LARGE");
   });
 

@@ -25,6 +25,7 @@ import { statusAttacks } from "../attacks/status.mjs";
 import { stolenFocusAttacks } from "../attacks/stolen-focus.mjs";
 import { twoWindowAttacks } from "../attacks/two-windows.mjs";
 import { typedAheadAttacks } from "../attacks/typed-ahead.mjs";
+import { shownAttacks } from "../attacks/what-is-shown.mjs";
 import { COVER } from "./attacker.mjs";
 import { consentTests } from "./consent.mjs";
 import { failureTests } from "./failures.mjs";
@@ -35,7 +36,7 @@ import { signingTests } from "./signing.mjs";
 const ATTACKS = [
   doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,
   beforeunloadAttacks, gestureAttacks, twoWindowAttacks, navigationAttacks, frameAttacks, statusAttacks, oddTypeAttacks,
-  openIdAttacks, documentOpenAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks,
+  openIdAttacks, documentOpenAttacks, shownAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks,
 ];
 
 /** Defines all tests for "chromium" or "firefox". Call it once in a file. */
