@@ -196,9 +196,9 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
 OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     try {
         bSelCertUIOpen = true;
-        CardsOf(htmlLstCert).ForgetSeen();
         LogTextToFile("Opening Select Certificate Dialog", INFO);
         SelCertFrame->Show();
+        CardsOf(htmlLstCert).ForgetSeen();
         // Once: afterwards the window stays where the user moves it.
         static bool isFirstShow = true;
         const bool isFirst = std::exchange(isFirstShow, false);
