@@ -96,10 +96,12 @@ void LogTextToFile(std::string text, LogLevels level) {
     LogFile.close();
 }
 
-OperationResult Failure(const char* where, const std::exception& e) {
+OperationResult Failure(const char* where, const std::exception& e) try {
     std::string text = std::string("Error  in ") + where + "(): " + e.what();
     LogTextToFile(text, EXCEPTION);
     return {false, std::move(text)};
+} catch (const std::bad_alloc&) {
+    return {false, ""};
 }
 
 void LoadQMHostSettings() {
