@@ -44,7 +44,7 @@ test("A click on Cancel at the start does not answer the first request", async (
   assert.equal((await host.reply()).status_cd, 1);
 });
 
-test("Before the token is asked events are processed four times, and once when its absence hides the window", async (t) => {
+test("Before the token is asked events are processed four times, and once when the window is hidden", async (t) => {
   const { host } = await world.hostWithFake(t, { slots: [] }, preloaded("counts-yields"));
   assert.equal((await host.request(choose)).result, `${failurePrefix}No slot with token attached.`);
   assert.deepEqual(await yieldsOf(host), ["some", ...Array(5).fill("yield")]);
