@@ -1,15 +1,6 @@
 #include "CardList.h"
 
-#include <wx/clntdata.h>
-
-namespace {
-
-using namespace std::chrono_literals;
-
-/// The two halves of a double click lie up to 0.4 s apart (GTK), and it is noticed up to 0.25 s later.
-constexpr auto kDoubleClick = 650ms;
-
-} // namespace
+#include <utility>
 
 CardList::CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, const wxSize& size)
     : wxSimpleHtmlListBox(parent, id, position, size) {
@@ -18,34 +9,43 @@ CardList::CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, con
     // The cards' own colours are blue, red and black: they want a light ground under every theme.
     SetBackgroundColour(*wxWHITE);
     SetSelectionBackground(wxColour(0xCF, 0xE2, 0xFA));
+    // A double click is meant for a card when its first half was.
+    Bind(wxEVT_LEFT_DOWN, [this](wxMouseEvent& event) {
+        pressedOnCards_ = OkButton()->IsEnabled();
+        event.Skip();
+    });
+    Bind(wxEVT_LEFT_DCLICK, [this](wxMouseEvent& event) { event.Skip(pressedOnCards_); });
 }
 
-void CardList::SetCards(const std::vector<std::string>& cards, const std::vector<std::string>& shown) {
+void CardList::SetCards(const std::vector<std::string>& cards, std::vector<std::string> shown) {
     wxArrayString rows;
-    std::vector<wxClientData*> markups; // the list owns them
-    for (std::size_t i = 0; i < cards.size(); ++i) {
-        rows.Add(wxString::FromUTF8(cards[i]));
-        markups.push_back(new wxStringClientData(wxString::FromUTF8(shown[i])));
-    }
+    for (const std::string& card : cards)
+        rows.Add(wxString::FromUTF8(card));
     Clear();
+    shown_ = std::move(shown);
     if (!rows.empty())
-        Append(rows, markups.data());
+        Append(rows);
+    else
+        OkButton()->Enable(); // there is nothing to see or to choose
 }
 
-void CardList::ForgetSeen() { seenSince_.reset(); }
-
-bool CardList::MayChoose(bool byDoubleClick) const {
-    return seenSince_ && (!byDoubleClick || std::chrono::steady_clock::now() - *seenSince_ > kDoubleClick);
+void CardList::ForgetSeen() {
+    pressedOnCards_ = false;
+    OkButton()->Disable();
+    Refresh(); // also where nothing else has them drawn anew
 }
 
 void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
     wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
-    if (HasClientObjectData() && !seenSince_) // "Loading..." has none
-        seenSince_ = std::chrono::steady_clock::now();
+    if (!shown_.empty()) // no "Loading..."
+        OkButton()->Enable();
 }
 
 wxString CardList::OnGetItemMarkup(std::size_t n) const {
-    if (!HasClientObjectData())
-        return OnGetItem(n);
-    return static_cast<wxStringClientData*>(GetClientObject(static_cast<unsigned>(n)))->GetData();
+    return shown_.empty() ? OnGetItem(n) : wxString::FromUTF8(shown_.at(n));
+}
+
+void CardList::DoClear() {
+    shown_.clear();
+    wxSimpleHtmlListBox::DoClear();
 }

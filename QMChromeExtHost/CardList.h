@@ -2,35 +2,35 @@
 
 #include <wx/htmllbox.h>
 
-#include <chrono>
-#include <optional>
 #include <string>
 #include <vector>
 
 /// The list of cards. It knows each card in two forms: as it is stored, which is the row's text, and as it is
-/// drawn. It opens no file and no address, and knows since when the user has had the cards before their eyes.
+/// drawn. It opens no file and no address. OK, its sibling, is enabled while the user has the cards before
+/// their eyes, so that input from before chooses nothing.
 class CardList : public wxSimpleHtmlListBox {
 public:
     CardList(wxWindow* parent, wxWindowID id, const wxPoint& position, const wxSize& size);
 
     /// Replaces the rows by cards in UTF-8; shown[i] is how cards[i] is drawn.
-    void SetCards(const std::vector<std::string>& cards, const std::vector<std::string>& shown);
+    void SetCards(const std::vector<std::string>& cards, std::vector<std::string> shown);
 
-    /// From now on the user has not seen the cards.
+    /// Disables OK until a card is drawn anew; events that wait are served before. To be called once the
+    /// window is shown.
     void ForgetSeen();
-    /// Whether a choice that is made now can be meant for a card: input from before they were drawn, which is
-    /// served before drawing, chooses nothing; neither does a double click whose first half may be from then.
-    bool MayChoose(bool byDoubleClick) const;
 
 private:
+    wxWindow* OkButton() const { return GetParent()->FindWindow(wxID_OK); }
     void OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const override;
     wxString OnGetItemMarkup(std::size_t n) const override;
+    void DoClear() override;
     wxColour GetSelectedTextColour(const wxColour& cardColour) const override { return cardColour; }
     wxHtmlOpeningStatus OnHTMLOpeningURL(wxHtmlURLType, const wxString&, wxString*) const override {
         return wxHTML_BLOCK;
     }
 
-    mutable std::optional<std::chrono::steady_clock::time_point> seenSince_;
+    std::vector<std::string> shown_; ///< how the cards are drawn; empty while there are none
+    bool pressedOnCards_ = false; ///< whether the last press of the pointer's button met cards that were seen
 };
 
 /// The list of the window as what it is.

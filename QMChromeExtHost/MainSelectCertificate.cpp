@@ -96,10 +96,12 @@ void LogTextToFile(std::string text, LogLevels level) {
     LogFile.close();
 }
 
-OperationResult Failure(const char* where, const std::exception& e) {
+OperationResult Failure(const char* where, const std::exception& e) try {
     std::string text = std::string("Error  in ") + where + "(): " + e.what();
     LogTextToFile(text, EXCEPTION);
     return {false, std::move(text)};
+} catch (const std::bad_alloc&) {
+    return {false, ""};
 }
 
 void LoadQMHostSettings() {
@@ -155,7 +157,6 @@ MyFrame::MyFrame(const wxString& title)
     mainSizer->Add(htmlLstCert, 0, wxALL, 5);
     mainSizer->Add(CreateButtonRow(), 1, wxALIGN_CENTER_HORIZONTAL, 5);
     SetSizer(mainSizer);
-    Bind(wxEVT_CHAR_HOOK, &MyFrame::OnKey, this);
 
     LogTextToFile("Trying to Create Status Bar", DEBUG);
     CreateStatusBar(2, wxSTB_DEFAULT_STYLE, 0);
@@ -189,22 +190,15 @@ wxSizer* MyFrame::CreateButtonRow() {
     return row;
 }
 
-void MyFrame::OnOk(wxCommandEvent& event) {
+void MyFrame::OnOk(wxCommandEvent&) {
     const int index = htmlLstCert->GetSelection();
     LogTextToFile("Selected Certificate Index: " + std::to_string(index), DEBUG);
-    if (index == wxNOT_FOUND || !CardsOf(htmlLstCert).MayChoose(event.GetEventType() == wxEVT_LISTBOX_DCLICK))
+    // A button that a key presses tells so a quarter of a second later, when it may have been disabled.
+    if (index == wxNOT_FOUND || !StdDialogButtonSizerOK->IsEnabled())
         return;
     selCKA_ID = SelectCertDisplayListCKA_ID.at(static_cast<std::size_t>(index));
     QMNativeMessagingHost::bSelCertUIOpen = false;
     SelCertFrame->Hide();
-}
-
-void MyFrame::OnKey(wxKeyEvent& event) {
-    // A button that a key presses tells so a quarter of a second later, when the cards may have come.
-    const int key = event.GetKeyCode();
-    const bool isPress = key == WXK_RETURN || key == WXK_NUMPAD_ENTER || key == WXK_SPACE;
-    event.Skip(!isPress || CardsOf(htmlLstCert).MayChoose(false) ||
-               FindFocus() == StdDialogButtonSizerCancel);
 }
 
 void MyFrame::OnCancel(wxCommandEvent&) {

@@ -30,8 +30,6 @@ public:
 
     void OnOk(wxCommandEvent& event);
     void OnCancel(wxCommandEvent& event);
-    /// Before the cards are seen, no key presses another button than Cancel.
-    void OnKey(wxKeyEvent& event);
     /// Does nothing, on purpose: the timer is there to wake the event loop.
     void OnTimer(wxTimerEvent& event);
     /// The first one hides the window, loads the token module and serves requests until standard input ends.

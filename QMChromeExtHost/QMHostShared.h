@@ -33,7 +33,8 @@ inline bool LogsAt(LogLevels level) { return level >= AppLogLevel; }
 /// is open only during the call, so that each line is on disk when the call returns. Fails silently.
 void LogTextToFile(std::string text, LogLevels level);
 
-/// Logs "Error  in <where>(): " and what was thrown, and returns that text as an operation's failure.
+/// Logs "Error  in <where>(): " and what was thrown, and returns that text as an operation's failure,
+/// without a text when there is no memory for it. Throws nothing: handlers call it.
 OperationResult Failure(const char* where, const std::exception& e);
 
 /// Path of the PKCS#11 module, as the settings file gives it or "./QMTokenDriver.so".

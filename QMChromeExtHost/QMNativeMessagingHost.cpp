@@ -17,7 +17,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -79,7 +78,8 @@ std::unique_ptr<CkJsonObject> FindCertificate(const char* name, const std::strin
 }
 
 /// Runs the body of an action; what it throws becomes a failure that names the action.
-OperationResult RunAction(const char* name, const std::function<OperationResult()>& body) {
+template <typename Body>
+OperationResult RunAction(const char* name, Body body) {
     try {
         return body();
     } catch (const std::runtime_error& e) {
@@ -166,9 +166,9 @@ OperationResult QMNativeMessagingHost::ProcessInMessage(CkJsonObject* InData) {
     }
 }
 
-void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) try {
-    CkJsonObject RespJsonObj;
+void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) {
     try {
+        CkJsonObject RespJsonObj;
         if (RespData.success) {
             RespJsonObj.AppendInt("status_cd", 1);
             RespJsonObj.AppendString("result", std::move(RespData.text));
@@ -179,16 +179,10 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
             LogTextToFile(resultResp, DEBUG);
         }
         RespJsonObj.AppendString("nonce", std::move(nonce));
-
         WriteFrame(RespJsonObj.emit());
     } catch (const std::exception& e) {
-        // No second reply: one may have gone out in part.
-        RespJsonObj.AppendInt("status_cd", 0);
-        RespJsonObj.AppendString("result", kErrorPrefix + e.what());
-        throw;
+        Failure("ReturnResult", e); // no second reply: one may have gone out in part
     }
-} catch (const std::exception& e) {
-    Failure("ReturnResult", e);
 }
 
 // The choice of certificate.
@@ -196,9 +190,9 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
 OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     try {
         bSelCertUIOpen = true;
-        CardsOf(htmlLstCert).ForgetSeen();
         LogTextToFile("Opening Select Certificate Dialog", INFO);
         SelCertFrame->Show();
+        CardsOf(htmlLstCert).ForgetSeen();
         // Once: afterwards the window stays where the user moves it.
         static bool isFirstShow = true;
         const bool isFirst = std::exchange(isFirstShow, false);

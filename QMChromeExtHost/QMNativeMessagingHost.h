@@ -21,7 +21,8 @@ public:
 
     /// Reads the next frame: a length of 4 bytes in the machine's byte order (native messaging) and that many
     /// bytes of JSON text. Returns a new request that the caller owns, empty when the text is no JSON object;
-    /// null at the end of input, a short or non-positive length, or one that is beyond the limit.
+    /// null at the end of input, a short or non-positive length, one that is beyond the limit, or without
+    /// memory for the text.
     CkJsonObject* ReadStdin();
 
     /// Runs the operation that the request's "action" names, and takes the request's texts out of it. Throws

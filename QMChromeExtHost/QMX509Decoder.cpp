@@ -22,8 +22,8 @@ constexpr std::uint32_t kEndEntityUsages = 0xF9;
 /// A.1). What is longer is told by its length: a part of it might be somebody else's name.
 constexpr std::size_t kMaxShownCharacters = 255;
 
-/// Longer words would reach out of the window.
-constexpr std::size_t kMaxWord = 36;
+/// Longer words would reach out of the window, were they in capitals.
+constexpr std::size_t kMaxWord = 24;
 
 /// From one UTF-8 character to another, both included.
 struct Range {

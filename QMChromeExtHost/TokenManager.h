@@ -41,10 +41,10 @@ public:
     CK_SESSION_HANDLE hTokenSession = 0;
     /// One record per certificate on the token, chain certificates included; see BuildTokenCertList.
     CkJsonArray TokenCertList;
-    /// For each card that BuildTokenCertList has returned, how the window draws it.
-    std::vector<std::string> ShownCards;
     /// The PIN of the last successful login, empty before. In locked memory.
     std::string TokenUserPin;
+    /// For each card that BuildTokenCertList has returned, how the window draws it.
+    std::vector<std::string> ShownCards;
 
     /// Loads the module at TokenDriverFullPath and resolves its entry points; one that is missing is noticed
     /// when it is first called. True with a report, or false with a text for the user.

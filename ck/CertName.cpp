@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <string_view>
 
 namespace {
@@ -99,7 +100,9 @@ void MakeReadable(AsnNode& value) {
     if (value.tagClass != AsnClass::Universal || !judged)
         return;
     const OpenSslPtr<ASN1_STRING> string(ASN1_STRING_type_new(static_cast<int>(value.tag)));
-    ASN1_STRING_set(string.get(), value.content.data(), static_cast<int>(value.content.size()));
+    if (!string ||
+        !ASN1_STRING_set(string.get(), value.content.data(), static_cast<int>(value.content.size())))
+        throw std::bad_alloc();
     value.content = Utf8Of(string.get());
     value.tag = kAsnUtf8String;
 }

@@ -101,9 +101,9 @@ bool CkCert::LoadFromBinary2(const char* der, std::size_t length) {
         return impl_->Fail("the certificate is larger than " + std::to_string(kMaxCertificateSize) +
                            " bytes");
     LastRead& last = Last();
-    if (!last.certificate || last.der != std::string_view(der, length)) {
+    const std::string_view bytes(der, length);
+    if (!last.certificate || !bytes.starts_with(last.der)) {
         const OpenSslErrors errors;
-        const std::string_view bytes(der, length);
         std::shared_ptr<X509> certificate = ReadCertificate(bytes);
         const std::string error = certificate ? "" : errors.Describe("d2i_X509");
         // libcrypto reads BER too, which nothing else here does. What stands behind is padding.

@@ -79,12 +79,14 @@ pugi::xml_node At(pugi::xml_node element, std::string_view path, bool create) {
     for (const Step& step : steps)
         if (element = Child(element, step, create); !element)
             break;
+    CheckXmlMemory();
     return element;
 }
 
 std::shared_ptr<pugi::xml_document> OneEmptyElement() {
     auto document = std::make_shared<pugi::xml_document>();
     document->append_child("unnamed");
+    CheckXmlMemory();
     return document;
 }
 
@@ -109,7 +111,10 @@ bool CkXml::LoadXml2(std::string_view xml, bool autoTrim) {
     return loaded;
 }
 
-void CkXml::put_Tag(std::string_view name) { impl_->element.set_name(std::string(name).c_str()); }
+void CkXml::put_Tag(std::string_view name) {
+    impl_->element.set_name(std::string(name).c_str());
+    CheckXmlMemory();
+}
 
 std::string CkXml::getChildContent(std::string_view path) const {
     return At(impl_->element, path, false).child_value();
@@ -124,6 +129,7 @@ void CkXml::UpdateChildContent(std::string_view path, std::string_view content) 
         text.set(content.data(), content.size());
     else if (text)
         element.remove_child(text.data());
+    CheckXmlMemory();
 }
 
 bool CkXml::UpdateAttrAt(std::string_view path, bool autoCreate, std::string_view name,
@@ -135,7 +141,9 @@ bool CkXml::UpdateAttrAt(std::string_view path, bool autoCreate, std::string_vie
     pugi::xml_attribute attribute = element.attribute(attributeName.c_str());
     if (!attribute)
         attribute = element.append_attribute(attributeName.c_str());
-    return attribute.set_value(value.data(), value.size());
+    const bool isSet = attribute.set_value(value.data(), value.size());
+    CheckXmlMemory();
+    return isSet;
 }
 
 std::unique_ptr<CkXml> CkXml::FindChild(std::string_view path) const {
@@ -145,6 +153,9 @@ std::unique_ptr<CkXml> CkXml::FindChild(std::string_view path) const {
     return std::unique_ptr<CkXml>(new CkXml(std::make_unique<Impl>(Impl{impl_->document, element})));
 }
 
-void CkXml::AddChildTree(const CkXml& tree) { impl_->element.append_copy(tree.impl_->element); }
+void CkXml::AddChildTree(const CkXml& tree) {
+    impl_->element.append_copy(tree.impl_->element);
+    CheckXmlMemory();
+}
 
 std::string CkXml::getXml() const { return XmlText(impl_->element); }

@@ -1,13 +1,20 @@
 #include "XmlText.h"
 
 #include <new>
+#include <utility>
 
 namespace {
 
-/// A tree that cannot grow throws. pugixml's own way is to leave the element out and say nothing.
-[[maybe_unused]] const bool kThrows = [] {
-    pugi::set_memory_management_functions([](std::size_t size) { return ::operator new(size); },
-                                          [](void* memory) { ::operator delete(memory); });
+bool lacksMemory = false;
+
+void* Allocate(std::size_t size) {
+    void* const memory = ::operator new(size, std::nothrow);
+    lacksMemory |= !memory;
+    return memory;
+}
+
+[[maybe_unused]] const bool kIsSet = [] {
+    pugi::set_memory_management_functions(Allocate, [](void* memory) { ::operator delete(memory); });
     return true;
 }();
 
@@ -17,7 +24,11 @@ constexpr unsigned kOptions = pugi::parse_default | pugi::parse_fragment;
 // The parser would take a zero byte for the end.
 bool HasZero(std::string_view xml) { return xml.find('\0') != std::string_view::npos; }
 
-bool HasOneRoot(const pugi::xml_document& document) {
+/// Whether what was parsed has one root.
+bool IsWhole(const pugi::xml_document& document, const pugi::xml_parse_result& parsed) {
+    CheckXmlMemory();
+    if (!parsed)
+        return false;
     int elements = 0;
     for (const pugi::xml_node node : document) {
         if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata)
@@ -44,20 +55,25 @@ private:
 
 } // namespace
 
+void CheckXmlMemory() {
+    if (std::exchange(lacksMemory, false))
+        throw std::bad_alloc();
+}
+
 bool ParseXml(pugi::xml_document& document, std::string_view xml, unsigned moreOptions) {
     return !HasZero(xml) &&
-           document.load_buffer(xml.data(), xml.size(), kOptions | moreOptions, pugi::encoding_utf8) &&
-           HasOneRoot(document);
+           IsWhole(document,
+                   document.load_buffer(xml.data(), xml.size(), kOptions | moreOptions, pugi::encoding_utf8));
 }
 
 bool ParseXmlInPlace(pugi::xml_document& document, std::string& xml, unsigned moreOptions) {
     return !HasZero(xml) &&
-           document.load_buffer_inplace(xml.data(), xml.size(), kOptions | moreOptions,
-                                        pugi::encoding_utf8) &&
-           HasOneRoot(document);
+           IsWhole(document, document.load_buffer_inplace(xml.data(), xml.size(), kOptions | moreOptions,
+                                                          pugi::encoding_utf8));
 }
 
 std::string XmlText(pugi::xml_node node) {
+    CheckXmlMemory();
     std::string xml;
     StringWriter writer(xml);
     node.print(writer, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);

@@ -5,8 +5,9 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import { fakes } from "./lib/build.mjs";
-import { errorTitle, failurePrefix } from "./lib/host.mjs";
+import { errorTitle, failurePrefix, windowTitle } from "./lib/host.mjs";
 import { prefix } from "./lib/frames.mjs";
+import { sleep } from "./lib/process.mjs";
 import { World } from "./lib/world.mjs";
 
 const world = World.forThisFile();
@@ -20,21 +21,33 @@ function preloaded(name, options = {}) {
 }
 
 async function yieldsOf(host) {
-  return (await host.readFile("yields.txt").catch(() => "")).split("\n").length - 1;
+  return (await host.readFile("yields.txt")).split("\n").slice(0, -1);
 }
 
-test("Events are processed once at the end, and not at the start", async (t) => {
+test("Events are processed once at the end; at the start none of the user's are", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("counts-yields"));
   await host.request({ text: "started" });
-  assert.equal(await yieldsOf(host), 0);
+  assert.deepEqual(await yieldsOf(host), ["some"]);
   assert.deepEqual(await host.finish(), normalEnd);
-  assert.equal(await yieldsOf(host), 1);
+  assert.deepEqual(await yieldsOf(host), ["some", "yield"]);
+});
+
+test("A click on Cancel at the start does not answer the first request", async (t) => {
+  const { host } = await world.hostWithFake(t, {}, preloaded("holds-the-start-window"));
+  await world.desktop.click(await world.desktop.window(windowTitle), ...host.cancelButton);
+  assert.ok(!(await host.logLines()).includes("Start TokenManager()"), "the click came too late for this test");
+  host.send(choose);
+  await host.window();
+  await sleep(1000);
+  assert.equal((await world.desktop.windows(windowTitle)).length, 1, "the window waits for a choice");
+  await host.clickOk();
+  assert.equal((await host.reply()).status_cd, 1);
 });
 
 test("Before the token is asked events are processed four times, and once when the window is hidden", async (t) => {
   const { host } = await world.hostWithFake(t, { slots: [] }, preloaded("counts-yields"));
   assert.equal((await host.request(choose)).result, `${failurePrefix}No slot with token attached.`);
-  assert.equal(await yieldsOf(host), 5);
+  assert.deepEqual(await yieldsOf(host), ["some", ...Array(5).fill("yield")]);
   await host.finish();
 });
 
@@ -90,6 +103,6 @@ test("SignXML shows no window, asks no token and logs nothing of its own", async
   // The frame and its length, and the beginning of the next read, which may come a little later.
   assert.deepEqual(lines.filter((line) => !/^\{|^BUFFER LEN|^In ReadStdin/.test(line)), ["after iSize == 4", "after iLen > 0",
     "ProcessInMessage Returned.", "Not Implimented.", "QMHost Error: Not Implimented."]);
-  assert.equal(await yieldsOf(host), 0);
+  assert.deepEqual(await yieldsOf(host), ["some"]);
   assert.deepEqual(await token.calls(), []);
 });

@@ -155,20 +155,35 @@ for (const [what, act] of [
   ["A double click on the row", (desktop, id) => desktop.click(id, 300, 110, 2)],
   ["A click on OK", (desktop, id, host) => desktop.click(id, ...host.okButton)],
   ["The Return key", (desktop, id) => desktop.key(id, "Return")],
+  ["The key of OK", (desktop, id) => desktop.key(id, "alt+o")],
+  ["A button that is held over OK from", (desktop, id, host) => desktop.hold(id, ...host.okButton)],
 ]) {
   test(`${what} while the list is loading chooses nothing`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Initialize", delay: 4000 }] });
     host.send(getCertificate);
     await waitFor("the loading", async () => (await host.logLines()).includes("Entering TokenOpenSession()"));
     const id = (await world.desktop.windows(windowTitle))[0];
-    await act(world.desktop, id, host);
+    const letGo = await act(world.desktop, id, host);
     const loaded = (await host.logLines()).some((line) => line.endsWith("items Loaded in Certificate List."));
     assert.ok(!loaded, "the list was loaded too early for this test");
     await host.window();
+    await letGo?.();
     await sleep(1500);
     assert.equal((await world.desktop.windows(windowTitle)).length, 1, "the window waits for a choice");
     await host.clickOk();
     assert.equal(idOf(await host.reply()), "01");
+  });
+}
+
+for (const key of ["Return", "alt+o"]) {
+  test(`${key} chooses once the cards are there, at every request`, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    for (let i = 0; i < 3; ++i) {
+      host.send(getCertificate);
+      await world.desktop.key(await host.window(), key);
+      assert.equal(idOf(await host.reply()), "01");
+      await world.desktop.windowGone(windowTitle);
+    }
   });
 }
 

@@ -100,6 +100,12 @@ export class Desktop {
     await run("xdotool", ["click", "--repeat", String(times), "--delay", "60", "1"], this.#options());
   }
 
+  /** Presses the pointer's button at a point of the window. What is returned lets it go. */
+  async hold(id, x, y) {
+    await run("xdotool", ["mousemove", "--window", id, String(x), String(y), "mousedown", "1"], this.#options());
+    return () => run("xdotool", ["mouseup", "1"], this.#options());
+  }
+
   /** Gives the window the keyboard, then types the text with real keys. */
   async type(id, text) {
     await this.focus(id);

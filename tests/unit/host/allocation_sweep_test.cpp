@@ -207,6 +207,25 @@ TEST_F(Choice, ThatIsInNoRecordIsNotFound) {
     EXPECT_EQ(result.text, "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: stranger");
 }
 
+using Handlers = ScratchFolder;
+
+TEST_F(Handlers, GetNoExceptionFromFailure) {
+    const std::runtime_error reason("a reason");
+    std::size_t withoutText = 0;
+    for (std::size_t n = 1;; ++n) {
+        OperationResult result{true, ""};
+        {
+            const FailingAllocation failing(n);
+            ASSERT_NO_THROW(result = Failure("AnOperationWithALongName", reason));
+        }
+        EXPECT_FALSE(result.success);
+        if (!FailingAllocation::Happened())
+            break;
+        withoutText += result.text.empty();
+    }
+    EXPECT_GT(withoutText, 0U);
+}
+
 using Settings = ScratchFolder;
 
 TEST_F(Settings, AFailedAllocationLeavesWhatWasAppliedAndTellsTheReasonAlone) {

@@ -7,6 +7,7 @@
 #include <wx/init.h>
 #include <wx/log.h>
 #include <wx/statusbr.h>
+#include <wx/utils.h>
 
 #include <ctime>
 
@@ -25,6 +26,36 @@ protected:
     }
 
     MyFrame* frame_;
+};
+
+/// With a card in it that is selected, and not yet drawn.
+class WindowWithCard : public Window {
+protected:
+    WindowWithCard() {
+        SelCertFrame = frame_;
+        SelectCertDisplayListCKA_ID = {"an id"};
+        selCKA_ID.clear();
+        frame_->Show();
+        CardsOf(htmlLstCert).ForgetSeen();
+        CardsOf(htmlLstCert).SetCards({"stored"}, {"drawn"});
+        htmlLstCert->SetSelection(0);
+    }
+
+    bool IsOkEnabled() const { return frame_->FindWindow(wxID_OK)->IsEnabled(); }
+
+    void Draw() {
+        for (int i = 0; i < 100 && !IsOkEnabled(); ++i) {
+            wxYield();
+            wxMilliSleep(20);
+        }
+        ASSERT_TRUE(IsOkEnabled());
+    }
+
+    static void Mouse(wxEventType type) {
+        wxMouseEvent event(type);
+        event.SetPosition(wxPoint(60, 10));
+        htmlLstCert->ProcessWindowEvent(event);
+    }
 };
 
 TEST_F(Window, TheStatusBarHasTheTimeInItsFirstOfTwoFields) {
@@ -59,7 +90,36 @@ TEST_F(Window, OnTimerDoesNothing) {
 TEST_F(Window, ARowIsStoredAsItIsAndDrawnAsItIsHarmless) {
     CardsOf(htmlLstCert).SetCards({"<b>stored</b>"}, {"&lt;drawn&gt;"});
     EXPECT_EQ(htmlLstCert->GetString(0), "<b>stored</b>");
-    EXPECT_FALSE(CardsOf(htmlLstCert).MayChoose(false)) << "nobody has seen it";
+}
+
+TEST_F(WindowWithCard, OkIsDisabledUntilTheCardIsDrawn) {
+    EXPECT_FALSE(IsOkEnabled());
+    EXPECT_TRUE(frame_->FindWindow(wxID_CANCEL)->IsEnabled());
+    Draw();
+}
+
+TEST_F(WindowWithCard, APressOfOkThatIsToldLateChoosesNothing) {
+    wxCommandEvent event(wxEVT_BUTTON, wxID_OK);
+    frame_->ProcessWindowEvent(event);
+    EXPECT_EQ(selCKA_ID, "");
+    Draw();
+    frame_->ProcessWindowEvent(event);
+    EXPECT_EQ(selCKA_ID, "an id");
+}
+
+TEST_F(WindowWithCard, ADoubleClickThatBeganBeforeTheCardWasDrawnChoosesNothing) {
+    Mouse(wxEVT_LEFT_DOWN);
+    Draw();
+    wxMilliSleep(1000);
+    Mouse(wxEVT_LEFT_DCLICK);
+    EXPECT_EQ(selCKA_ID, "");
+}
+
+TEST_F(WindowWithCard, ADoubleClickRightBehindTheDrawingChooses) {
+    Draw();
+    Mouse(wxEVT_LEFT_DOWN);
+    Mouse(wxEVT_LEFT_DCLICK);
+    EXPECT_EQ(selCKA_ID, "an id");
 }
 
 } // namespace
