@@ -166,9 +166,9 @@ OperationResult QMNativeMessagingHost::ProcessInMessage(CkJsonObject* InData) {
     }
 }
 
-void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) {
+void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string nonce) try {
+    CkJsonObject RespJsonObj;
     try {
-        CkJsonObject RespJsonObj;
         if (RespData.success) {
             RespJsonObj.AppendInt("status_cd", 1);
             RespJsonObj.AppendString("result", std::move(RespData.text));
@@ -181,8 +181,13 @@ void QMNativeMessagingHost::ReturnResult(OperationResult RespData, std::string n
         RespJsonObj.AppendString("nonce", std::move(nonce));
         WriteFrame(RespJsonObj.emit());
     } catch (const std::exception& e) {
-        Failure("ReturnResult", e); // no second reply: one may have gone out in part
+        // No second reply: one may have gone out in part.
+        RespJsonObj.AppendInt("status_cd", 0);
+        RespJsonObj.AppendString("result", kErrorPrefix + e.what());
+        throw;
     }
+} catch (const std::exception& e) {
+    Failure("ReturnResult", e);
 }
 
 // The choice of certificate.
