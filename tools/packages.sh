@@ -22,7 +22,7 @@ packages_test=(valgrind locales faketime strace sway grim wtype libnss3 libtpm2-
 packages_bench=(libengine-pkcs11-openssl)
 packages_tree=(git clang-format clang-tidy shellcheck pyflakes3)
 packages_package=(dpkg-dev debhelper fakeroot lintian git)
-packages_browser=(chromium firefox-esr)
+packages_browser=(chromium firefox-esr x11-xserver-utils)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)
 # Left out when a Node.js that is new enough is installed in another way.

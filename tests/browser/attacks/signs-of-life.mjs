@@ -1,9 +1,11 @@
-// A site that asks nothing of the program but whether it lives.
+// What would keep the PIN longer than the user wants: a site that asks nothing but whether the program lives, a locked screen.
 
-import { sleep } from "../../program/lib/process.mjs";
+import assert from "node:assert/strict";
+
+import { run, sleep } from "../../program/lib/process.mjs";
 import { ask, askWithoutGesture } from "../lib/rig.mjs";
 
-export function signOfLifeAttacks({ rig, attack }) {
+export function signOfLifeAttacks({ name, rig, attack }) {
   attack("signs of life do not keep the PIN: the program ends after a quiet minute, where one is set", async (t) => {
     const origin = await rig.freshOrigin(t);
     await rig.allow(origin);
@@ -26,4 +28,18 @@ export function signOfLifeAttacks({ rig, attack }) {
       await sleep(3_000);
     }
   });
+
+  // Firefox does not tell of a locked screen.
+  if (name === "chromium") {
+    attack("a locked screen ends the program and its PIN", async (t) => {
+      const origin = await rig.freshOrigin(t);
+      await rig.allow(origin);
+      const page = await rig.page(t, { origin });
+      assert.equal((await ask(page, "status", [], { checkHost: true })).value.host, "running");
+      const env = { ...process.env, ...rig.world.desktop.env };
+      await run("xset", ["s", "activate"], { env });
+      t.after(() => run("xset", ["s", "reset"], { env }));
+      await rig.programGone({ timeout: 10_000 });
+    });
+  }
 }
