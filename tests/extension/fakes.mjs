@@ -58,6 +58,14 @@ export async function settle(turns = 100) {
   for (let i = 0; i < turns; i++) await turn();
 }
 
+/** Lets things happen until the condition holds, for as long as it takes on a busy machine. */
+export async function until(condition) {
+  for (let i = 0; !condition(); i++) {
+    if (i > 100_000) throw new Error(`in vain: ${condition}`);
+    await turn();
+  }
+}
+
 /** Stops the clock of setTimeout and Date until the test `t` ends; `tick(milliseconds)` moves it on. */
 export function stopClock(t) {
   const real = { setTimeout, clearTimeout };
@@ -241,6 +249,7 @@ export class FakeBrowser {
     let question;
     let text = "";
     page.onMessage.addListener((message) => {
+      if (message.type === "gone") return;
       if (message.type === "question") question = message.question;
       if (message.type === "text") text += message.piece;
       if (!question || text.length < question.characters) return;

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { afterEach, test } from "node:test";
 
-import { FakeBrowser, FakeProgram, RECORD, settle, stopClock, willing } from "./fakes.mjs";
+import { FakeBrowser, FakeProgram, RECORD, settle, stopClock, until, willing } from "./fakes.mjs";
 
 const SITE = "https://site.example";
 const ALLOWED = { user: { allowedOrigins: [SITE] } };
@@ -42,15 +42,15 @@ test("The time limit ends also a request that waits until the program before it 
   const clock = stopClock(t);
   const controller = new AbortController();
   const aborted = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
+  await until(() => browser.program.requests.length === 1);
   controller.abort();
   await aborted;
-  await settle();
+  await until(() => !browser.program.running);
   let code;
   page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
-  await settle();
+  await until(() => browser.questions.length === 2);
   clock.tick(1_000);
-  await settle();
+  await until(() => code);
   assert.equal(code, "TIMEOUT");
   assert.equal(browser.program.starts, 1);
 });
@@ -109,13 +109,13 @@ test("The time limit closes the consent window with TIMEOUT", async () => {
 
 test("The time limit does not run while other requests come first", async () => {
   const slow = async () => {
-    await new Promise((resolve) => setTimeout(resolve, 150));
+    await new Promise((resolve) => setTimeout(resolve, 600));
     return { text: "QUJD" };
   };
   browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(slow) });
   const page = await browser.page();
-  const first = page.signAuthToken("first", { timeout: 5_000 });
-  const second = page.signAuthToken("second", { timeout: 250 });
+  const first = page.signAuthToken("first", { timeout: 10_000 });
+  const second = page.signAuthToken("second", { timeout: 1_100 });
   assert.deepEqual(await Promise.all([first, second]), ["QUJD", "QUJD"]);
 });
 
