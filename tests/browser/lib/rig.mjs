@@ -134,8 +134,9 @@ export class Rig {
       const policy = { name: gecko.id, description: "Policy", type: "storage", data };
       return writeWithFolders(join(this.home, ".mozilla/managed-storage", `${gecko.id}.json`), policy);
     }
-    // Chromium reads them from a folder of all users only, so each rig writes its own part.
-    const file = `/etc/chromium/policies/managed/quillmark-tests-${process.pid}.json`;
+    // Chromium reads them from a folder of all users only, and merges what it finds there. Under one name for all runs, what a
+    // run left behind that was killed is written over by the next.
+    const file = "/etc/chromium/policies/managed/quillmark-tests.json";
     const madeFolder = await writeWithFolders(file, { "3rdparty": { extensions: { [registration.chromiumExtensions[0]]: data } } });
     this.#cleanup.add(async () => {
       await rm(file, { force: true });
