@@ -56,7 +56,7 @@ async function makeSetting(bin, programs, work) {
 
 /** Runs the programs: { rows, failed }. */
 async function measure(programs, setting, filter, env, cleanup) {
-  const driver = spawn(join(programs, "bench-driver"), [setting, ...filter], {
+  const driver = spawn(join(programs, "bench-rows"), [setting, ...filter], {
     env: { ...process.env, ...env },
     stdio: ["ignore", "pipe", "inherit"],
   });

@@ -1,6 +1,6 @@
 // Measures the host against its references and writes the rows as lines of JSON to standard output.
 //
-//   bench-driver <setting.json> [<part of a row's name>]
+//   bench-rows <setting.json> [<part of a row's name>]
 
 #include "Report.h"
 #include "Rows.h"

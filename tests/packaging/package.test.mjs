@@ -1,4 +1,4 @@
-// The Debian package: made by ./package, and as root installed, used by an ordinary user, and purged.
+// The Debian package: made by tools/package, and as root installed, used by an ordinary user, and purged.
 
 import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
@@ -61,7 +61,7 @@ async function reasonToSkip() {
 
 /** The path of the new package. Lintian's complaints are failures. */
 async function makePackage() {
-  await run(join(root, "package"), [], { timeout: 9 * minutes });
+  await run(join(root, "tools/package"), [], { timeout: 9 * minutes });
   const folder = join(root, "build/package");
   return join(folder, (await readdir(folder)).find((name) => /^quillmark_.*\.deb$/.test(name)));
 }
