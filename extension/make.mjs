@@ -1,13 +1,16 @@
 #!/usr/bin/env node
 /**
- * Makes the extension's folders, by copying: `chromium` and `firefox`, which the browsers load as they are, and `example`,
- * the example page. They differ from the sources only in the manifest, and in the libraries beside the page.
+ * Makes the extension's folders: `chromium` and `firefox`, which the browsers load as they are, and `example`, the example
+ * page. Our own code is copied as it is; the manifest is put together, and libraries of npm are bundled, each into one file
+ * that can be read.
  *
  *     node extension/make.mjs [FOLDER]      (build/extension when left out)
  */
 import { cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
+
+import { bundleLibraries } from "./libraries.mjs";
 
 const SOURCE = dirname(fileURLToPath(import.meta.url));
 const PDF_LIBRARY = join(SOURCE, "../node_modules/@cantoo/pdf-lib");
@@ -25,6 +28,7 @@ export async function make(target) {
   for (const browser of ["chromium", "firefox"]) {
     const folder = await emptyFolder(join(target, browser));
     for (const name of EXTENSION_FILES) await cp(join(SOURCE, name), join(folder, name), { recursive: true });
+    await bundleLibraries(join(folder, "libraries"));
     await writeFile(join(folder, "manifest.json"), `${JSON.stringify(await manifest(browser), null, 2)}\n`);
   }
   await cp(join(SOURCE, "managed-storage.json"), join(target, "chromium", "managed-storage.json"));
