@@ -38,6 +38,9 @@ export const ERRORS = Object.freeze({
   NOT_NOW: "Quillmark does not ask you about this page now. Go to the page and use its own button; if you have just refused its request, wait a little first.",
   TOO_MANY: "Too many requests are open. This page has to wait for their answers before it asks again.",
   DIGEST_UNSUITABLE: "This document's digest holds a zero byte and cannot be signed as it is. The page has to use another hash algorithm, or change the document slightly (a new time or document ID), and ask again.",
+  DOCUMENT_REFUSED: "This document cannot be signed.",
+  SIGNATURE_INVALID: "The signed document did not pass its check, and was thrown away. Try again; if this repeats, tell us which token it is.",
+  TIMESTAMP_FAILED: "This page did not get a time stamp for the signature, and nothing was signed. Try again later.",
   INVALID_ARGUMENT: "This page made a request that is not valid.",
 });
 

@@ -22,6 +22,11 @@ packages_test=(valgrind locales faketime strace sway grim wtype libnss3 libtpm2-
 packages_bench=(libengine-pkcs11-openssl)
 packages_tree=(git clang-format clang-tidy shellcheck pyflakes3)
 packages_packaging=(dpkg-dev debhelper fakeroot lintian git)
+# Makers of PDF documents, and those who judge signed ones.
+packages_extension=(
+  ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
+  qpdf texlive-latex-base weasyprint wkhtmltopdf
+)
 packages_browser=(chromium firefox-esr x11-xserver-utils)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)

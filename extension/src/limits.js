@@ -48,3 +48,17 @@ export const PIN_LIFE = {
   quietMinutes: { standard: 10, least: 1, most: 60 },
   longestMinutes: { standard: 240, least: 1, most: 720 },
 };
+
+/** The largest document, and the most of all documents of a request: they are held several times while they are shown and signed. */
+export const MAX_PDF_BYTES = 64 * 1024 * 1024;
+export const MAX_ALL_PDF_BYTES = 256 * 1024 * 1024;
+
+/** Documents of one request: as many as somebody looks through. */
+export const MAX_DOCUMENTS = 100;
+
+/** Pages of a document that its window can draw and a person can look through. */
+export const MAX_PDF_PAGES = 5_000;
+
+/** Objects of a document, and bytes of one of its packed parts, above which it is meant to fill the memory. */
+export const MAX_PDF_OBJECTS = 1_000_000;
+export const MAX_PDF_STREAM_BYTES = 64 * 1024 * 1024;

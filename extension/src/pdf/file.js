@@ -1,0 +1,226 @@
+/**
+ * A PDF file's objects, found as its own cross-reference says and in no other way: what is added to a file refers to that, and
+ * a reader that searches the file for objects instead may find others.
+ */
+
+import { PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef } from "../../libraries/pdf-lib.js";
+import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES } from "../limits.js";
+import { orRefuse, refusal } from "./refusal.js";
+import { inflated } from "./streams.js";
+
+export const name = (text) => PDFName.of(text);
+
+const DAMAGED = "it is damaged. Open it in the program that it comes from, and save it anew.";
+const CUT_SHORT = "its end is missing, or something stands behind it. Download it or export it once more.";
+
+// Where readers look for the head and the end (ISO 32000-1, annex H.3).
+const SEARCHED = 1024;
+
+const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
+
+export class PdfFile {
+  /** The members of the newest trailer. */
+  trailer;
+  /** Where the newest cross-reference begins, and whether it is a stream. */
+  startxref;
+  hasXrefStream = false;
+  #entries = new Map();
+  #objects = new Map();
+  #streams = new Map();
+  context = PDFContext.create();
+
+  /** Reads the bytes of a file. Throws DOCUMENT_REFUSED for one that cannot be extended. */
+  constructor(bytes) {
+    this.bytes = bytes;
+    if (bytes.length > MAX_PDF_BYTES) throw refusal(`it is larger than ${MAX_PDF_BYTES / 1024 / 1024} MiB.`);
+    checkHead(bytes);
+    this.startxref = startxrefOf(bytes);
+    orRefuse(DAMAGED, () => this.#readSections());
+    if (this.trailer.has(name("Encrypt"))) throw refusal("it is encrypted. Save it without a password or restrictions first.");
+    if (!(this.trailer.get(name("Root")) instanceof PDFRef)) throw refusal(DAMAGED);
+  }
+
+  /** The number that a new object may have. */
+  get size() {
+    return Math.max(0, ...this.#entries.keys()) + 1;
+  }
+
+  /** The numbers of all objects in use. */
+  get numbers() {
+    return [...this.#entries].filter(([, entry]) => entry !== null).map(([number]) => number);
+  }
+
+  /** What a reference stands for, or the object itself when it is none; undefined for what is not there. */
+  get(object) {
+    for (let hops = 0; object instanceof PDFRef; hops++) {
+      if (hops > 20) throw refusal(DAMAGED);
+      object = this.#load(object.objectNumber);
+    }
+    return object;
+  }
+
+  /** The object of this number. */
+  objectOf(number) {
+    return this.#load(number);
+  }
+
+  /** A dictionary's member, of this type when one is given; undefined when it is missing or of another one. */
+  member(dictionary, key, Type) {
+    const value = this.get(dictionary?.get(name(key)));
+    return Type && !(value instanceof Type) ? undefined : value;
+  }
+
+  get catalog() {
+    const catalog = this.get(this.trailer.get(name("Root")));
+    if (!(catalog instanceof PDFDict)) throw refusal(DAMAGED);
+    return catalog;
+  }
+
+  #load(number) {
+    if (!this.#objects.has(number)) {
+      const entry = this.#entries.get(number);
+      const object = entry && orRefuse(DAMAGED, () => (entry.stream ? this.#inStream(entry) : this.#at(entry.offset, number)));
+      this.#objects.set(number, object ?? undefined);
+    }
+    return this.#objects.get(number);
+  }
+
+  #at(offset, number) {
+    const head = /^\s*(\d+)\s+(\d+)\s+obj\b/.exec(latin1(this.bytes.subarray(offset, offset + 64)));
+    if (!head || (number !== undefined && Number(head[1]) !== number)) throw refusal(DAMAGED);
+    return this.#parse(this.bytes.subarray(offset + head[0].length));
+  }
+
+  #parse(bytes) {
+    return PDFObjectParser.forBytes(bytes, this.context).parseObject();
+  }
+
+  #inStream({ stream, index }) {
+    if (!this.#streams.has(stream)) this.#streams.set(stream, this.#openStream(stream));
+    const { content, offsets } = this.#streams.get(stream);
+    return this.#parse(content.subarray(offsets[index]));
+  }
+
+  // ISO 32000-1, 7.5.7: pairs of object numbers and offsets, then the objects.
+  #openStream(number) {
+    const entry = this.#entries.get(number);
+    if (!entry || entry.stream) throw refusal(DAMAGED);
+    const stream = this.#at(entry.offset, number);
+    const content = inflated(stream, this);
+    const first = this.member(stream.dict, "First", PDFNumber).asNumber();
+    const pairs = latin1(content.subarray(0, first)).trim().split(/\s+/).map(Number);
+    return { content, offsets: pairs.filter((_, i) => i % 2 === 1).map((offset) => first + offset) };
+  }
+
+  // ---- the cross-reference, newest section first: an entry that is there already counts
+
+  #readSections() {
+    const seen = new Set();
+    const sections = [this.startxref];
+    while (sections.length > 0) {
+      const offset = sections.shift();
+      if (seen.has(offset) || seen.size > SEARCHED || !(offset >= 0 && offset < this.bytes.length)) throw refusal(DAMAGED);
+      seen.add(offset);
+      const dictionary = this.#readSection(offset);
+      this.trailer ??= dictionary;
+      // A table's stream for newer readers comes before older sections (7.5.8.4).
+      sections.unshift(...["XRefStm", "Prev"].flatMap((key) => dictionary.get(name(key))?.asNumber() ?? []));
+    }
+  }
+
+  #readSection(offset) {
+    const isTable = /^\s*xref\b/.test(latin1(this.bytes.subarray(offset, offset + 64)));
+    if (!this.trailer) this.hasXrefStream = !isTable;
+    return isTable ? this.#readTable(offset) : this.#readStream(offset);
+  }
+
+  // 7.5.4
+  #readTable(offset) {
+    let at = offset + /^\s*xref\s+/.exec(latin1(this.bytes.subarray(offset, offset + 64)))[0].length;
+    for (;;) {
+      const line = latin1(this.bytes.subarray(at, at + 64));
+      const head = /^\s*(\d+)\s+(\d+)\s+(?=\d|trailer)/.exec(line);
+      if (!head) break;
+      at += head[0].length;
+      const [first, count] = [Number(head[1]), Number(head[2])];
+      this.#checkNumber(first + count);
+      for (let i = 0; i < count; i++) {
+        const entry = /^\s*(\d{10}) (\d{5}) ([nf])\s*/.exec(latin1(this.bytes.subarray(at, at + 24)));
+        at += entry[0].length;
+        this.#note(first + i, entry[3] === "n" ? { offset: Number(entry[1]), generation: Number(entry[2]) } : null);
+      }
+    }
+    const trailer = /^\s*trailer\s*/.exec(latin1(this.bytes.subarray(at, at + 64)));
+    return this.#parse(this.bytes.subarray(at + trailer[0].length));
+  }
+
+  // 7.5.8
+  #readStream(offset) {
+    const stream = this.#at(offset);
+    if (!(stream instanceof PDFRawStream) || stream.dict.get(name("Type")) !== name("XRef")) throw refusal(DAMAGED);
+    const numbers = (key) => stream.dict.get(name(key))?.asArray().map((each) => each.asNumber());
+    const widths = numbers("W");
+    const index = numbers("Index") ?? [0, stream.dict.get(name("Size")).asNumber()];
+    const content = inflated(stream, this);
+    let at = 0;
+    const field = (width, missing) => {
+      if (width === 0) return missing;
+      if (at + width > content.length) throw refusal(DAMAGED);
+      at += width;
+      return content.subarray(at - width, at).reduce((sum, byte) => sum * 256 + byte, 0);
+    };
+    for (let i = 0; i < index.length; i += 2) {
+      this.#checkNumber(index[i] + index[i + 1]);
+      for (let number = index[i]; number < index[i] + index[i + 1]; number++) {
+        const [type, second, third] = [field(widths[0], 1), field(widths[1], 0), field(widths[2], 0)];
+        this.#note(number, [null, { offset: second, generation: third }, { stream: second, index: third }][type] ?? null);
+      }
+    }
+    return stream.dict;
+  }
+
+  #checkNumber(number) {
+    if (!(number <= MAX_PDF_OBJECTS)) throw refusal("it has more parts than a document has.");
+  }
+
+  #note(number, entry) {
+    if (!this.#entries.has(number)) this.#entries.set(number, entry);
+  }
+
+  /** The generation of an object that is changed: 0 in streams, as it was elsewhere. */
+  generationOf(number) {
+    return this.#entries.get(number)?.generation ?? 0;
+  }
+
+  /** The pages in their order, as references. */
+  pages() {
+    const pages = [];
+    const seen = new Set();
+    const visit = (ref) => {
+      if (seen.has(ref)) throw refusal(DAMAGED);
+      seen.add(ref);
+      const node = this.get(ref);
+      if (!(node instanceof PDFDict)) throw refusal(DAMAGED);
+      const kids = this.member(node, "Kids", PDFArray);
+      if (kids) for (const kid of kids.asArray()) visit(kid);
+      else pages.push(ref);
+      if (pages.length > MAX_PDF_PAGES) throw refusal(`it has more than ${MAX_PDF_PAGES} pages.`);
+    };
+    orRefuse(DAMAGED, () => visit(this.catalog.get(name("Pages"))));
+    if (pages.length === 0) throw refusal("it has no pages.");
+    return pages;
+  }
+}
+
+function checkHead(bytes) {
+  const head = latin1(bytes.subarray(0, SEARCHED));
+  if (/^%PDF-[12]\.\d/.test(head)) return;
+  throw refusal(head.includes("%PDF-") ? "something stands before its beginning. Export it once more." : "it is no PDF document.");
+}
+
+function startxrefOf(bytes) {
+  const end = latin1(bytes.subarray(-SEARCHED));
+  const found = /startxref\s+(\d+)\s+%%EOF[\s\0]*$/.exec(end);
+  if (!found) throw refusal(CUT_SHORT);
+  return Number(found[1]);
+}

@@ -1,0 +1,58 @@
+/** What is in a PDF document and not in the drawing of its pages, or may look different elsewhere. */
+
+import { PDFArray, PDFDict, PDFName, PDFRawStream } from "../../libraries/pdf-lib.js";
+import { name } from "./file.js";
+
+const isOneOf = (file, dictionary, key, values) => values.includes(file.member(dictionary, key, PDFName)?.decodeText());
+
+/** Each: the words for people, and whether a dictionary is such a part. */
+const PARTS = [
+  { words: "attached files", isIt: (file, each) => file.member(each, "EF", PDFDict) !== undefined },
+  {
+    words: "scripts",
+    isIt: (file, each) => isOneOf(file, each, "S", ["JavaScript", "Rendition"]) || each.has(name("JS")),
+  },
+  {
+    words: "actions that start programs or send the form away",
+    isIt: (file, each) => isOneOf(file, each, "S", ["Launch", "SubmitForm", "ImportData", "GoToR", "GoToE"]),
+  },
+  { words: "layers, which can be hidden or shown", isIt: (file, each) => isOneOf(file, each, "Type", ["OCG"]) },
+  {
+    words: "form fields, whose content can be changed",
+    isIt: (file, each) => isOneOf(file, each, "FT", ["Tx", "Btn", "Ch"]),
+  },
+  { words: "a form that another program draws (XFA)", isIt: (file, each) => each.has(name("XFA")) },
+  {
+    words: "films, sounds or three-dimensional pictures",
+    isIt: (file, each) => isOneOf(file, each, "Subtype", ["Movie", "Sound", "Screen", "RichMedia", "3D"]),
+  },
+  { words: "notes that are hidden", isIt: (file, each) => isHiddenNote(file, each) },
+  { words: "pictures with another version for printing", isIt: (file, each) => each.has(name("Alternates")) },
+  {
+    words: "content that is in another file",
+    isIt: (file, each) => isOneOf(file, each, "Subtype", ["Form"]) && each.has(name("Ref")),
+  },
+];
+
+// ISO 32000-1, 12.5.3: hidden, or not for the screen; and no field of a signature, which need not be seen.
+const HIDDEN_OR_NO_VIEW = 2 | 32;
+
+function isHiddenNote(file, dictionary) {
+  if (!dictionary.has(name("Rect")) || !dictionary.has(name("Subtype")) || isOneOf(file, dictionary, "FT", ["Sig"])) return false;
+  return ((file.member(dictionary, "F")?.asNumber?.() ?? 0) & HIDDEN_OR_NO_VIEW) !== 0;
+}
+
+/** The words for each such part of the file. All its objects are looked at, wherever they hang. */
+export function partsNotShown(file) {
+  const found = new Set();
+  const look = (object) => {
+    const dictionary = object instanceof PDFRawStream ? object.dict : object;
+    if (dictionary instanceof PDFDict) {
+      for (const part of PARTS) if (!found.has(part) && part.isIt(file, dictionary)) found.add(part);
+      for (const value of dictionary.values()) look(value);
+    }
+    if (object instanceof PDFArray) for (const each of object.asArray()) look(each);
+  };
+  for (const number of file.numbers) look(file.objectOf(number));
+  return PARTS.filter((part) => found.has(part)).map(({ words }) => words);
+}

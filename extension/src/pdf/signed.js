@@ -1,0 +1,87 @@
+/** The signatures that a PDF document has. */
+
+import { PDFArray, PDFDict, PDFHexString, PDFName, PDFNumber, PDFString } from "../../libraries/pdf-lib.js";
+import { readSignature, readTimeStamp } from "./cms.js";
+import { name } from "./file.js";
+import { refusal } from "./refusal.js";
+import { joined } from "./update.js";
+
+const MAX_SIGNATURES = 200;
+const MAX_DEPTH = 20;
+
+// ISO 32000-1, table 257: what a certifying signature permits.
+const NO_CHANGES = 1;
+
+/**
+ * The signatures in the file's form, in the order of what they cover: [{isWhole, coversAll, signer, certificate, time, kind}].
+ * `isWhole` is null where the kind of signature is not known here; `coversAll`: nothing was added behind it.
+ */
+export async function signaturesOf(file) {
+  const signatures = [];
+  for (const dictionary of signatureDictionaries(file)) signatures.push(await read(file, dictionary));
+  return signatures.sort((one, other) => one.end - other.end);
+}
+
+/** Throws DOCUMENT_REFUSED when a signature of the document forbids any change (12.8.2.2). */
+export function checkPermitted(file) {
+  const certification = file.member(file.member(file.catalog, "Perms", PDFDict), "DocMDP", PDFDict);
+  const all = [...signatureDictionaries(file), ...(certification ? [certification] : [])];
+  for (const dictionary of all) {
+    for (const reference of file.member(dictionary, "Reference", PDFArray)?.asArray() ?? []) {
+      const parameters = file.member(file.get(reference), "TransformParams", PDFDict);
+      const permission = parameters && file.member(parameters, "P", PDFNumber)?.asNumber();
+      if (permission === NO_CHANGES) throw refusal("its author has certified it and forbids every change, also a further signature.");
+    }
+  }
+}
+
+function signatureDictionaries(file) {
+  const found = [];
+  const visit = (given, inherited, depth) => {
+    const field = file.get(given);
+    if (!(field instanceof PDFDict)) return;
+    if (depth > MAX_DEPTH || found.length > MAX_SIGNATURES) throw refusal("it has more form fields than a document has.");
+    const type = file.member(field, "FT", PDFName) ?? inherited;
+    const value = type === name("Sig") && file.member(field, "V", PDFDict);
+    if (value) found.push(value);
+    for (const kid of file.member(field, "Kids", PDFArray)?.asArray() ?? []) visit(kid, type, depth + 1);
+  };
+  const form = file.member(file.catalog, "AcroForm", PDFDict);
+  for (const field of (form && file.member(form, "Fields", PDFArray)?.asArray()) ?? []) visit(field, undefined, 0);
+  return found;
+}
+
+async function read(file, dictionary) {
+  const kind = file.member(dictionary, "SubFilter", PDFName)?.decodeText() ?? "";
+  const text = (key) => textIn(file.member(dictionary, key));
+  const about = { kind, signer: text("Name"), time: text("M"), isWhole: false, coversAll: false, end: 0 };
+  const range = (file.member(dictionary, "ByteRange", PDFArray)?.asArray() ?? []).map((each) => file.get(each)?.asNumber?.());
+  const contents = file.member(dictionary, "Contents", PDFHexString);
+  const covered = contents && coveredBy(file.bytes, range, contents);
+  if (!covered) return about;
+  about.end = range[2] + range[3];
+  about.coversAll = isBlank(file.bytes.subarray(about.end));
+  const readIt = { "adbe.pkcs7.detached": readSignature, "ETSI.CAdES.detached": readSignature, "ETSI.RFC3161": readTimeStamp }[kind];
+  if (!readIt) return { ...about, isWhole: null };
+  try {
+    const { isWhole, signer, certificate } = await readIt(contents.asBytes(), covered);
+    return { ...about, isWhole, certificate, signer: signer || about.signer };
+  } catch {
+    return about;
+  }
+}
+
+// The bytes that a signature is over: all but its own Contents, with nothing else in the gap.
+function coveredBy(bytes, [first, gap, behind, rest, ...more], contents) {
+  const isRange = [first, gap, behind, rest].every((each) => Number.isInteger(each) && each >= 0) && more.length === 0;
+  if (!isRange || first !== 0 || gap >= behind || behind + rest > bytes.length) return undefined;
+  const inGap = new TextDecoder("latin1").decode(bytes.subarray(gap, behind));
+  if (inGap !== `<${contents.asString()}>`) return undefined;
+  return joined([bytes.subarray(0, gap), bytes.subarray(behind, behind + rest)]);
+}
+
+const isBlank = (bytes) => bytes.every((byte) => [0, 9, 10, 12, 13, 32].includes(byte));
+
+function textIn(object) {
+  return object instanceof PDFString || object instanceof PDFHexString ? object.decodeText() : "";
+}
