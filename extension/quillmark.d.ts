@@ -24,6 +24,9 @@ export type ErrorCode =
   | "NOT_NOW"
   | "TOO_MANY"
   | "DIGEST_UNSUITABLE"
+  | "DOCUMENT_REFUSED"
+  | "SIGNATURE_INVALID"
+  | "TIMESTAMP_FAILED"
   | "INVALID_ARGUMENT";
 
 /** What the user is told, by error code. The codes are stable; the words may be improved. */
@@ -137,9 +140,67 @@ export function signGstReturn(text: string, options?: SignOptions): Promise<stri
  */
 export function signItReturn(hash: string, pan: string, options?: SignOptions): Promise<string>;
 
+/** Where a signature is to be seen: points from the lower left corner of the page, whose number is 1 when left out. */
+export interface SignaturePlace {
+  page?: number;
+  x: number;
+  y: number;
+  width: number;
+  height: number;
+}
+
+export interface PdfDetails {
+  /** The file's name, which the user is shown. That of a File when left out. */
+  name?: string;
+  /** Why and where it is signed: stands in the signature. */
+  reason?: string;
+  location?: string;
+  /** A rectangle with the signer's name, the date and the reason: at a place, or with `true` where the user puts it. */
+  visible?: boolean | SignaturePlace;
+}
+
+export interface PdfOptions extends RequestOptions {
+  /** Certificates (DER) that go into each signature beside the signer's. */
+  chain?: (ArrayBuffer | ArrayBufferView)[];
+  /**
+   * Gets a time stamp for a signature: of its digest (SHA-256), from an authority's answer (RFC 3161, DER). `request` is the
+   * request for it, as authorities take it by HTTP: `(digest, request) => fetch(url, { method: "POST", body: request, … })`.
+   */
+  timestamp?(digest: Uint8Array, request: Uint8Array): Promise<ArrayBuffer | ArrayBufferView>;
+}
+
+/**
+ * Shows the user a PDF document in the extension's own window, and signs it when he wants it: with the certificate that he
+ * chooses there. Resolves to the signed file: the document's bytes, and the signature behind them.
+ *
+ * `document` is read before the function returns or, a Blob, cannot be changed anyway: what is shown is what is signed.
+ * A document that cannot be signed is DOCUMENT_REFUSED, and `message` says why. `options.timeout` is 600,000 when left out.
+ */
+export function signPdf(
+  document: ArrayBuffer | ArrayBufferView | Blob,
+  options?: PdfDetails & PdfOptions,
+): Promise<Uint8Array>;
+
+/** What became of one document. */
+export type PdfOutcome =
+  | { status: "fulfilled"; value: Uint8Array }
+  | { status: "rejected"; reason: QuillmarkError };
+
+/**
+ * The same for up to 100 documents, with one question, one certificate and one PIN. Resolves to what became of each, in their
+ * order; a failure leaves the others whole. `onResult` is called with each outcome as it comes. Rejects when none was begun.
+ */
+export function signPdfs(
+  documents: ({ document: ArrayBuffer | ArrayBufferView | Blob } & PdfDetails)[],
+  options?: PdfOptions & { onResult?(index: number, outcome: PdfOutcome): void },
+): Promise<PdfOutcome[]>;
+
 /**
  * Signs the digest of a PDF file's byte ranges with the certificate of this thumbprint. Resolves to a detached PKCS#7
  * SignedData, DER in Base64, ready for the signature dictionary's Contents.
+ *
+ * Nobody can see what a digest stands for, so the user signs blind, and has to trust the page. Prefer `signPdf`, which shows the
+ * document that it signs, and does the PDF work.
  *
  * `hash` is the digest, as bytes or Base64, made with `options.hashAlgorithm`. One that holds a zero byte (of SHA-256,
  * about one in eight) is refused at once with DIGEST_UNSUITABLE; `suitableDigest` avoids it.

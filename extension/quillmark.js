@@ -107,6 +107,72 @@ export async function signPdfHash(hash, certThumbPrint, options) {
   return ask("signPdfHash", { hash: text, certThumbPrint, hashAlgorithm: options?.hashAlgorithm }, options);
 }
 
+export async function signPdf(document, { name, reason, location, visible, ...options } = {}) {
+  const [outcome] = await signPdfs([{ document, name, reason, location, visible }], options);
+  if (outcome.status === "rejected") throw outcome.reason;
+  return outcome.value;
+}
+
+export async function signPdfs(documents, { chain = [], timestamp, onResult, timeout = MAX_TIMEOUT_MS, ...options } = {}) {
+  // What the page does with its bytes from here on changes nothing: a Blob cannot be changed.
+  const blobs = documents.map(({ document }) => new Blob([document instanceof Blob ? document : octetsOf("document", document)]));
+  const described = documents.map(({ document, name = document.name, reason, location, visible }, i) => ({
+    name, reason, location, visible, size: blobs[i].size,
+  }));
+  const outcomes = new Outcomes(blobs, onResult);
+  const answers = {
+    piece: async ({ document, at, length }) => toBase64(await blobs[document].slice(at, at + length).arrayBuffer()),
+    timeStamp: async ({ digest, request }) => toBase64(await timestamp(fromBase64(digest), fromBase64(request))),
+    outcome: (outcome) => outcomes.take(outcome),
+  };
+  const values = {
+    documents: JSON.stringify(described),
+    chain: JSON.stringify(chain.map((each) => toBase64(octetsOf("chain", each)))),
+    timestamp: typeof timestamp === "function",
+  };
+  try {
+    await ask("signPdfs", values, { ...options, timeout, onQuery: ({ what, ...query }) => answers[what](query) });
+  } catch (error) {
+    if (outcomes.isEmpty) throw error;
+    await outcomes.failRest(error);
+  }
+  return outcomes.all;
+}
+
+/** What has become of each document. */
+class Outcomes {
+  all;
+  #blobs;
+  #onResult;
+
+  constructor(blobs, onResult) {
+    this.#blobs = blobs;
+    this.#onResult = onResult;
+    this.all = blobs.map(() => undefined);
+  }
+
+  get isEmpty() {
+    return this.all.every((outcome) => outcome === undefined);
+  }
+
+  // The extension gives what it has appended: all that comes before is the document as it was.
+  async take({ document, appended, error }) {
+    this.#settle(document, error
+      ? { status: "rejected", reason: new QuillmarkError(error.code, error) }
+      : { status: "fulfilled", value: octets(await new Blob([this.#blobs[document], fromBase64(appended)]).arrayBuffer()) });
+    return "";
+  }
+
+  async failRest(reason) {
+    this.all.forEach((outcome, i) => outcome ?? this.#settle(i, { status: "rejected", reason }));
+  }
+
+  #settle(i, outcome) {
+    this.all[i] = outcome;
+    this.#onResult?.(i, outcome);
+  }
+}
+
 export function signAuthToken(token, options) {
   return ask("signAuthToken", { authToken: token, hashAlgorithm: options?.hashAlgorithm }, options);
 }
@@ -125,12 +191,22 @@ export async function suitableDigest(makeBytes, { maxAttempts = 20 } = {}) {
 }
 
 function toBase64(bytes) {
-  if (!(bytes instanceof ArrayBuffer) && !ArrayBuffer.isView(bytes)) throw invalid("hash has to be bytes or Base64.");
-  const octets = ArrayBuffer.isView(bytes)
-    ? new Uint8Array(bytes.buffer, bytes.byteOffset, bytes.byteLength)
-    : new Uint8Array(bytes);
-  return btoa(String.fromCharCode(...octets));
+  // In pieces, for a function takes only so many arguments.
+  const pieces = [];
+  const all = octetsOf("hash", bytes);
+  for (let at = 0; at < all.length; at += 0x8000) pieces.push(String.fromCharCode(...all.subarray(at, at + 0x8000)));
+  return btoa(pieces.join(""));
 }
+
+const fromBase64 = (text) => Uint8Array.from(atob(text), (character) => character.charCodeAt(0));
+
+function octetsOf(name, bytes) {
+  if (!(bytes instanceof ArrayBuffer) && !ArrayBuffer.isView(bytes)) throw invalid(`${name} has to be bytes.`);
+  return octets(bytes);
+}
+
+const octets = (bytes) =>
+  ArrayBuffer.isView(bytes) ? new Uint8Array(bytes.buffer, bytes.byteOffset, bytes.byteLength) : new Uint8Array(bytes);
 
 const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
 
@@ -189,7 +265,7 @@ class Connection {
     port.onmessage = ({ data }) => this.#receive(data);
   }
 
-  send(operation, values, { signal, timeout = DEFAULT_TIMEOUT_MS, onProgress } = {}) {
+  send(operation, values, { signal, timeout = DEFAULT_TIMEOUT_MS, onProgress, onQuery } = {}) {
     return new Promise((resolve, reject) => {
       const id = ++this.#lastId;
       const abort = () => {
@@ -201,7 +277,7 @@ class Connection {
       this.#port.postMessage({ type: "request", id, operation, values, timeout });
       signal?.addEventListener("abort", abort);
       const finish = () => signal?.removeEventListener("abort", abort);
-      this.#open.set(id, { resolve, reject, onProgress, finish });
+      this.#open.set(id, { resolve, reject, onProgress, onQuery, finish });
     });
   }
 
@@ -209,6 +285,9 @@ class Connection {
     switch (message?.type) {
       case "progress":
         this.#open.get(message.id)?.onProgress?.(message.progress);
+        break;
+      case "query":
+        void this.#reply(message);
         break;
       case "result":
         this.#settle(message.id)?.resolve(message.value);
@@ -220,6 +299,17 @@ class Connection {
         this.#lose();
         break;
     }
+  }
+
+  // The extension asks for a piece of a document, or tells what became of one, and waits for the answer.
+  async #reply({ id, number, query }) {
+    let text = null;
+    try {
+      text = await this.#open.get(id)?.onQuery?.(query);
+    } catch (error) {
+      console.error(error); // the page's own, in what it does for the extension
+    }
+    this.#port.postMessage({ type: "reply", id, number, text });
   }
 
   #settle(id) {

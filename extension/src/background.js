@@ -19,6 +19,7 @@ const { local: user, session, managed } = api.storage;
 void user.setAccessLevel?.({ accessLevel: "TRUSTED_CONTEXTS" });
 
 const CONSENT_PAGE = api.runtime.getURL("consent/consent.html");
+const DOCUMENTS_PAGE = api.runtime.getURL("viewer/viewer.html");
 const PANEL_PAGES = ["options/options.html", "popup/popup.html"].map((path) => api.runtime.getURL(path));
 
 const policy = new PolicySource({ managed, session });
@@ -36,7 +37,7 @@ const host = new Host({
   lastError: (port) => (port.error ?? api.runtime.lastError)?.message,
   pinLife: () => settings.pinLife(),
 });
-const consent = new Consent({ windows: api.windows, pageUrl: CONSENT_PAGE });
+const consent = new Consent({ windows: api.windows, pageUrl: CONSENT_PAGE, documentsUrl: DOCUMENTS_PAGE });
 const service = new Service({
   permissions,
   rules: new QuestionRules({ session, tabs: api.tabs, windows: api.windows }),
@@ -50,7 +51,7 @@ const panel = new Panel({ service, host, signatures, journal, permissions, setti
 
 api.runtime.onConnect.addListener((port) => {
   if (port.name === "page") service.connect(port);
-  else if (port.name === "consent" && isOwnPage(port.sender, [CONSENT_PAGE])) consent.connect(port);
+  else if (port.name === "consent" && isOwnPage(port.sender, [CONSENT_PAGE, DOCUMENTS_PAGE])) consent.connect(port);
   else port.disconnect();
 });
 

@@ -9,6 +9,9 @@
   const MAX_OPEN_PER_DOCUMENT = 20;
   const MAX_OPEN_BYTES = 64 * 1024 * 1024 - 4096;
 
+  // What the page library answers the extension within a request: a piece of a document, in Base64.
+  const MAX_REPLY_CHARACTERS = 4 * 1024 * 1024;
+
   // The browser stops an extension that is quiet for 30 seconds, and with it what the user has allowed to this document.
   const KEEP_ALIVE_MS = 20_000;
 
@@ -61,6 +64,7 @@
   function receive(page, data) {
     const [ownId] = [...open].find(([, request]) => request.page === page && request.id === data?.id) ?? [];
     if (data?.type === "abort" && ownId !== undefined) extension?.postMessage({ type: "abort", id: ownId });
+    if (data?.type === "reply" && ownId !== undefined) reply(ownId, data);
     if (data?.type !== "request") return;
     const request = plain(data);
     const bytes = new TextEncoder().encode(JSON.stringify(request.values)).length;
@@ -85,6 +89,11 @@
     }
   }
 
+  function reply(ownId, { number, text }) {
+    const isText = typeof text === "string" && text.length <= MAX_REPLY_CHARACTERS;
+    if (Number.isInteger(number)) extension?.postMessage({ type: "reply", id: ownId, number, text: isText ? text : null });
+  }
+
   function connect() {
     extension = api.runtime.connect({ name: "page" });
     extension.onMessage.addListener((message) => answer(message.id, message));
@@ -95,7 +104,7 @@
   function answer(ownId, message) {
     const request = open.get(ownId);
     if (!request) return;
-    if (message.type !== "progress") open.delete(ownId);
+    if (["result", "error"].includes(message.type)) open.delete(ownId);
     request.page.postMessage({ ...message, id: request.id });
   }
 

@@ -1,21 +1,29 @@
-/** The extension's own windows: the question whether a site may ask, and the text that an allowed site has signed. */
+/**
+ * The extension's own windows: the question whether a site may ask, the text that an allowed site has signed, and the documents
+ * that are shown and signed.
+ */
 
+import { QuillmarkError } from "../quillmark.js";
 import { TEXT_PIECE_CHARACTERS } from "./limits.js";
+import { plain } from "./plain-error.js";
 
 const SIZE = { width: 600, height: 700 };
-const ANSWERS = ["once", "page", "always", "deny"];
+const DOCUMENTS_SIZE = { width: 900, height: 900 };
+const ANSWERS = ["once", "page", "always", "deny", "sign", "none"];
 
 export class Consent {
   #windows;
   #pageUrl;
+  #documentsUrl;
   #open = new Map();
 
-  /** `windows` is the browser's windows interface, `pageUrl` the address of the consent page. */
-  constructor({ windows, pageUrl }) {
+  /** `windows` is the browser's windows interface, `pageUrl` the address of the consent page, `documentsUrl` that for documents. */
+  constructor({ windows, pageUrl, documentsUrl }) {
     this.#windows = windows;
     this.#pageUrl = pageUrl;
+    this.#documentsUrl = documentsUrl;
     windows.onRemoved.addListener((windowId) => {
-      for (const each of this.#open.values()) if (each.windowId === windowId) each.answer("closed");
+      for (const each of this.#open.values()) if (each.windowId === windowId) each.gone();
     });
   }
 
@@ -48,20 +56,37 @@ export class Consent {
     }
   }
 
-  async #show(question, signal, placeOf) {
+  /**
+   * Opens the window that shows documents: {answered, finished, close()}. `answered` resolves to "sign", "deny", "closed", or
+   * "none" when none of them can be signed; `finished` when the window has done its work, and rejects when it is closed before. `calls` has a function for each thing
+   * that the window asks for.
+   */
+  openDocuments(question, signal, calls) {
+    return this.#show({ ...question, kind: "documents" }, signal, (last) => middleOf(last, DOCUMENTS_SIZE), calls);
+  }
+
+  async #show(question, signal, placeOf, calls) {
     signal.throwIfAborted();
-    const entry = { question };
+    const entry = { question, calls };
     entry.shown = new Promise((resolve) => (entry.show = () => resolve("shown")));
     entry.answered = new Promise((resolve, reject) => {
       entry.answer = resolve;
       entry.abort = () => reject(signal.reason);
       signal.addEventListener("abort", entry.abort);
     });
+    entry.finished = new Promise((resolve, reject) => {
+      entry.finish = resolve;
+      entry.gone = () => {
+        entry.answer("closed");
+        reject(new QuillmarkError("USER_CANCELLED"));
+      };
+      signal.addEventListener("abort", () => reject(signal.reason));
+    });
     // An abort may come while the window opens, before anyone awaits the answer.
-    entry.answered.catch(() => {});
+    for (const each of [entry.answered, entry.finished]) each.catch(() => {});
     const id = crypto.randomUUID();
     this.#open.set(id, entry);
-    const opening = this.#openWindow(`${this.#pageUrl}#${id}`, placeOf).then((windowId) => (entry.windowId = windowId));
+    const opening = this.#openWindow(`${calls ? this.#documentsUrl : this.#pageUrl}#${id}`, placeOf).then((windowId) => (entry.windowId = windowId));
     entry.close = async () => {
       signal.removeEventListener("abort", entry.abort);
       this.#open.delete(id);
@@ -72,7 +97,7 @@ export class Consent {
     try {
       await Promise.race([opening, entry.answered]);
       // It may have been closed before anybody knew its number.
-      if (entry.windowId !== undefined) await this.#windows.get(entry.windowId).catch(() => entry.answer("closed"));
+      if (entry.windowId !== undefined) await this.#windows.get(entry.windowId).catch(() => entry.gone());
     } catch (error) {
       await entry.close();
       throw error;
@@ -88,7 +113,7 @@ export class Consent {
   /** Serves the consent page, which sends the id that it was opened with, takes the question, and sends the answer. */
   connect(port) {
     let served;
-    port.onMessage.addListener(({ type, id, answer }) => {
+    port.onMessage.addListener(({ type, id, answer, call }) => {
       const entry = this.#open.get(id);
       if (!entry) return port.postMessage({ type: "gone" });
       if (type === "ready") {
@@ -98,9 +123,13 @@ export class Consent {
         entry.show();
       } else if (type === "answer" && ANSWERS.includes(answer)) {
         entry.answer(answer);
+      } else if (type === "call") {
+        void serveCall(port, entry.calls, call);
+      } else if (type === "finished") {
+        entry.finish();
       }
     });
-    port.onDisconnect.addListener(() => served?.answer("closed"));
+    port.onDisconnect.addListener(() => served?.gone());
   }
 }
 
@@ -111,11 +140,26 @@ function sendQuestion(port, { text = "", ...question }) {
   }
 }
 
+async function serveCall(port, calls, { number, name, values }) {
+  let answer;
+  try {
+    answer = { value: await calls[name](values) };
+  } catch (error) {
+    answer = { error: plain(error) };
+  }
+  try {
+    port.postMessage({ type: "return", number, ...answer });
+  } catch {
+    // The window was closed.
+  }
+}
+
 // Over the window that the user looks at. A desktop without windows' places gives none.
-function middleOf({ left, top, width, height }) {
-  if (left === undefined) return {};
+function middleOf({ left, top, width, height }, size = SIZE) {
+  if (left === undefined) return size;
   return {
-    left: Math.max(0, Math.round(left + (width - SIZE.width) / 2)),
-    top: Math.max(0, Math.round(top + (height - SIZE.height) / 2)),
+    ...size,
+    left: Math.max(0, Math.round(left + (width - size.width) / 2)),
+    top: Math.max(0, Math.round(top + (height - size.height) / 2)),
   };
 }

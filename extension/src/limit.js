@@ -15,9 +15,10 @@ export class Limit {
     return this.#controller.signal;
   }
 
-  abort(code) {
+  /** `reason`: an error's code, or the QuillmarkError itself. */
+  abort(reason) {
     clearTimeout(this.#timer);
-    this.#controller.abort(new QuillmarkError(code));
+    this.#controller.abort(typeof reason === "string" ? new QuillmarkError(reason) : reason);
   }
 
   /** Awaits the work with the clock running. */

@@ -8,12 +8,14 @@
  * - `asks` and `consequence` are the words of the question to the user, `shows(request)` what the question shows: a `text`
  *   in full, or `facts`, each a name and a value.
  * - `userChooses`: the program has the user choose a certificate for each such request.
+ * - `showsDocuments`: the request is served by the window that shows its documents, which the user is asked in each time.
  * - `signs(request)`: what is signed, as {algorithm, digest in hexadecimal}. Absent where nothing is signed.
  * - `certificate(request, result)`: the SHA-1 thumbprint of the certificate that was chosen or has signed, where it can be known.
  */
 
 import { MAX_GST_TEXT_BYTES, QuillmarkError } from "../quillmark.js";
 import { certificateIn } from "./cms.js";
+import { checkDocuments } from "./document-request.js";
 import { digestOf, hex, sha256Hex } from "./digest.js";
 
 const DIGEST_BYTES = new Map([
@@ -126,6 +128,14 @@ const OPERATIONS = new Map(
       userChooses: false,
       signs: ({ hash, hashAlgorithm }) => ({ algorithm: hashAlgorithm, digest: hex(bytesOf(hash)) }),
       certificate: ({ certThumbPrint }) => certThumbPrint,
+    },
+
+    signPdfs: {
+      check: checkDocuments,
+      asks: "It asks you to sign what you see here",
+      shows: (request) => request,
+      showsDocuments: true,
+      userChooses: true,
     },
 
     signAuthToken: {

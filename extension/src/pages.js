@@ -43,6 +43,7 @@ const OPERATIONS = {
   signGstReturn: "GST return",
   signItReturn: "Income-tax return",
   signPdfHash: "PDF document",
+  signPdfs: "PDF document, shown before",
   signAuthToken: "Authentication token",
 };
 

@@ -1,10 +1,13 @@
 /** Serves the pages: checks what they ask, asks the user whether they may, and has the signing program do it. */
 
 import { MAX_TIMEOUT_MS, QuillmarkError } from "../quillmark.js";
+import { callsOf } from "./document-calls.js";
 import { PageDocument } from "./documents.js";
 import { Limit } from "./limit.js";
 import { MAX_OPEN, MAX_OPEN_PER_DOCUMENT, SIGN_OF_LIFE_MS } from "./limits.js";
 import { operationOf } from "./operations.js";
+import { PageQueries } from "./page-queries.js";
+import { plain } from "./plain-error.js";
 import { Progress } from "./progress.js";
 import { Queue } from "./queue.js";
 
@@ -39,6 +42,7 @@ export class Service {
     this.#documents.add(document);
     port.onMessage.addListener((message) => {
       if (message?.type === "abort") document.open.get(message.id)?.limit.abort("ABORTED");
+      if (message?.type === "reply") document.open.get(message.id)?.queries.take(message);
       if (message?.type === "request") void this.#answer(document, port, message);
     });
     port.onDisconnect.addListener(() => {
@@ -81,6 +85,7 @@ export class Service {
     const progress = new Progress((state) => post(port, { type: "progress", id, progress: state }));
     try {
       request = this.#admit(document, message);
+      request.queries = new PageQueries((query) => post(port, { id, ...query }), request.limit.signal);
       const value = await this.#serve(document, request, progress);
       progress.end();
       post(port, { type: "result", id, value });
@@ -114,6 +119,7 @@ export class Service {
     const isAllowed = await this.#isAllowed(document);
     if (!isAllowed) await this.#rules.require(document, request.gestureAt);
     request.values = request.operation.check(request.given);
+    if (request.operation.showsDocuments) return this.#serveDocuments(document, request, progress);
     request.grant = isAllowed ? "standing" : await this.#askInTurn(document, request, progress);
     return this.#atHost(document, request, progress, () => this.#perform(document, request));
   }
@@ -171,16 +177,19 @@ export class Service {
   #askInTurn(document, request, progress) {
     return this.#inTurn(this.#consentQueue, request.limit, () => progress.tell({ state: "waiting" }), async () => {
       // The answer to an earlier question may have settled this one.
-      if (await this.#isAllowed(document)) return "standing";
-      await this.#rules.require(document, request.gestureAt);
+      const isAllowed = await this.#isAllowed(document);
+      if (isAllowed && !request.operation.showsDocuments) return "standing";
+      if (!isAllowed) await this.#rules.require(document, request.gestureAt);
       progress.tell({ state: "consent" });
       request.wasAsked = true;
-      const answer = await this.#ask(document, request);
+      const answer = await (isAllowed ? this.#show(document, request) : this.#ask(document, request));
+      if (answer === "deny" && isAllowed) throw new QuillmarkError("USER_CANCELLED");
       if (answer === "deny") {
         document.isDenied = true;
         throw new QuillmarkError("ORIGIN_DENIED");
       }
-      return this.#allow(document, answer);
+      if (answer === "none") return answer;
+      return isAllowed ? "standing" : this.#allow(document, answer);
     });
   }
 
@@ -188,8 +197,8 @@ export class Service {
     await this.#rules.begin();
     let outcome = "withdrawn";
     try {
-      const answer = await this.#consent.ask(await this.#questionOf(document, request), request.limit.signal);
-      outcome = answer === "deny" ? "refused" : "allowed";
+      const answer = await this.#show(document, request);
+      outcome = { deny: "refused", none: "withdrawn" }[answer] ?? "allowed";
       return answer;
     } catch (error) {
       if (error.code === "TIMEOUT") outcome = "refused";
@@ -199,11 +208,20 @@ export class Service {
     }
   }
 
+  async #show(document, request) {
+    const question = await this.#questionOf(document, request);
+    const { limit, calls } = request;
+    if (!calls) return this.#consent.ask(question, limit.signal);
+    request.window = await this.#consent.openDocuments(question, limit.signal, calls);
+    const answer = await request.window.answered;
+    return answer === "closed" ? "deny" : answer;
+  }
+
   async #allow(document, answer) {
     document.engagedAt = Date.now();
     // A private window leaves no trace.
     if (!document.isPrivate) await this.#permissions.remember(document.origin);
-    if (answer === "once") return "once";
+    if (["once", "sign"].includes(answer)) return "once";
     if (answer === "always" && !document.isPrivate) await this.#permissions.allow(document.origin);
     else document.isAllowed = true;
     return "standing";
@@ -219,6 +237,30 @@ export class Service {
       operation: name,
       ...operation.shows(values),
     };
+  }
+
+  // ---- documents that are shown
+
+  // Their window does the work. Here it gets the page's bytes, and signatures once the user has answered in it.
+  async #serveDocuments(document, request, progress) {
+    const atHost = (work) => this.#atHost(document, request, progress, work);
+    const program = {
+      choose: (operation) => atHost(() => this.#request(document, request, operation, {})),
+      sign: (signature) => atHost(() => this.#sign(document, { ...request, ...signature })),
+      run: () => this.#host.run,
+    };
+    request.calls = callsOf(request, program);
+    try {
+      request.answered = this.#askInTurn(document, request, progress).then((grant) => (request.grant = grant));
+      await request.answered;
+      await request.window.finished;
+    } catch (error) {
+      // Whatever is at work for it ends with it.
+      request.limit.abort(error);
+      throw error;
+    } finally {
+      await request.window?.close();
+    }
   }
 
   // ---- the signing program
@@ -274,7 +316,7 @@ export class Service {
   // has to have chosen this very certificate for this site, in this run of the program.
   async #chooseIfNeeded(document, request) {
     const { operation, values } = request;
-    if (operation.userChooses) return false;
+    if (operation.userChooses || request.run) return false;
     await this.#host.keepTime();
     const isChosen = () => this.#host.run?.sites.hasChosen(document, values.certThumbPrint);
     if (isChosen()) return false;
@@ -283,9 +325,9 @@ export class Service {
     return true;
   }
 
-  async #request(document, { limit }, operation, values) {
+  async #request(document, { limit, run: chosenIn }, operation, values) {
     // Where the user does not choose, another run of the program is another choice.
-    const run = operation.userChooses ? undefined : this.#host.run;
+    const run = operation.userChooses ? undefined : (chosenIn ?? this.#host.run);
     const result = operation.result(await this.#host.request(operation.toProgram(values), limit.signal, { run }));
     if (operation.userChooses) document.engagedAt = Date.now();
     await this.#note(document, operation, values, result);
@@ -302,11 +344,11 @@ export class Service {
   }
 
   // A journal that cannot be written keeps nobody from his signature.
-  async #keep({ origin, isPrivate }, { name, operation, values }, { outcome, result, isSilent }) {
+  async #keep({ origin, isPrivate }, { name, operation, values, subject: known }, { outcome, result, isSilent }) {
     try {
       const { algorithm, digest } = await operation.signs(values);
       const certificate = (result && (await operation.certificate?.(values, result))) ?? null;
-      const subject = this.#host.run?.sites.subjectOf(certificate) ?? null;
+      const subject = known ?? this.#host.run?.sites.subjectOf(certificate) ?? null;
       await this.#signatures.add(
         { origin, operation: name, algorithm, digest, certificate, subject, outcome },
         { isPrivate, isSilent },
@@ -315,13 +357,6 @@ export class Service {
       console.error("The journal could not be written:", error);
     }
   }
-}
-
-// An error in the form in which it travels to the page. What is no QuillmarkError is the browser's, about the port.
-function plain(error) {
-  if (!(error instanceof QuillmarkError)) return { ...plain(new QuillmarkError("HOST_EXITED")), detail: String(error) };
-  const { code, message, detail, ckr } = error;
-  return { code, message, detail, ckr };
 }
 
 // The page may have gone meanwhile.

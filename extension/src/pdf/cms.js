@@ -47,14 +47,12 @@ export async function readSignature(bytes, covered) {
 /** The same of a time stamp over the bytes: {isWhole, signer, certificate, time}. */
 export async function readTimeStamp(bytes, covered) {
   const data = signedDataOf(bytes);
-  const info = infoIn(data);
-  const { isWhole, certificate } = await verified(data, undefined);
-  const algorithm = { [SHA256]: "SHA-256", "2.16.840.1.101.3.4.2.2": "SHA-384", "2.16.840.1.101.3.4.2.3": "SHA-512" };
-  const name = algorithm[info.messageImprint.hashAlgorithm.algorithmId];
-  const digest = name && new Uint8Array(await crypto.subtle.digest(name, covered));
-  const isItsOwn = digest !== undefined && equal(digest, info.messageImprint.hashedMessage.valueBlock.valueHexView);
-  return { isWhole: isWhole && isItsOwn, signer: nameIn(certificate), certificate: certificate && derOf(certificate), time: info.genTime };
+  const { genTime } = infoIn(data);
+  const { isWhole, certificate } = await verified(data, bufferOf(covered));
+  return { isWhole, signer: nameIn(certificate), certificate: certificate && derOf(certificate), time: genTime };
 }
+
+// Of a time stamp this compares its imprint with the content, too.
 
 async function verified(data, content) {
   try {
@@ -79,22 +77,22 @@ function infoIn(data) {
   return new TSTInfo({ schema: parsed(new Uint8Array(data.encapContentInfo.eContent.getValue())) });
 }
 
-/** What a time stamp of a signature is asked over: its digest (SHA-256), and a request for it as RFC 3161 has it. */
+/** What a time stamp of a signature is asked with: {stamped, digest, request}, the bytes, their SHA-256, and RFC 3161's request. */
 export async function timeStampRequest(signature) {
-  const value = signedDataOf(signature).signerInfos[0].signature.valueBlock.valueHexView;
-  const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", value));
-  return { digest, request: Uint8Array.from([...REQUEST_HEAD, ...digest, ...REQUEST_END]) };
+  const stamped = signedDataOf(signature).signerInfos[0].signature.valueBlock.valueHexView;
+  const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", stamped));
+  return { stamped, digest, request: Uint8Array.from([...REQUEST_HEAD, ...digest, ...REQUEST_END]) };
 }
 
-/** The token in an authority's answer (DER). Throws an Error when it grants none, or one for another digest. */
-export async function tokenIn(answer, digest) {
+/** The token in an authority's answer (DER) to this request. Throws an Error when it grants none, or one for something else. */
+export async function tokenIn(answer, { stamped, digest }) {
   const response = new TimeStampResp({ schema: parsed(answer) });
   if (response.status.status > 1 || !response.timeStampToken) throw new Error("The authority has not granted the time stamp.");
   const data = new SignedData({ schema: response.timeStampToken.content });
   const { hashAlgorithm, hashedMessage } = infoIn(data).messageImprint;
   const isItsOwn = hashAlgorithm.algorithmId === SHA256 && equal(hashedMessage.valueBlock.valueHexView, digest);
   if (!isItsOwn) throw new Error("The time stamp is for another signature.");
-  if (!(await verified(data, undefined)).isWhole) throw new Error("The time stamp is not whole.");
+  if (!(await verified(data, bufferOf(stamped))).isWhole) throw new Error("The time stamp is not whole.");
   return response.timeStampToken;
 }
 

@@ -3,6 +3,7 @@
 import { waitFor } from "../../program/lib/process.mjs";
 
 const CONSENT = "/consent/consent.html";
+const DOCUMENTS = "/viewer/viewer.html";
 const OPTIONS = "/options/options.html";
 
 export class ExtensionPages {
@@ -16,6 +17,12 @@ export class ExtensionPages {
   /** Calls a function with JSON values in the consent page; undefined while there is none. */
   async consent(body, ...args) {
     const page = await this.#pages.find(CONSENT);
+    return page && this.#pages.evaluate(page, called(body, args)).catch(() => undefined);
+  }
+
+  /** The same in the window that shows documents. */
+  async documents(body, ...args) {
+    const page = await this.#pages.find(DOCUMENTS);
     return page && this.#pages.evaluate(page, called(body, args)).catch(() => undefined);
   }
 

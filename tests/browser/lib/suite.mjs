@@ -29,6 +29,7 @@ import { shownAttacks } from "../attacks/what-is-shown.mjs";
 import { COVER } from "./attacker.mjs";
 import { consentTests } from "./consent.mjs";
 import { failureTests } from "./failures.mjs";
+import { pdfTests } from "./pdf.mjs";
 import { registrationTests } from "./registration.mjs";
 import { ask, bytes, Rig, statusOf } from "./rig.mjs";
 import { signingTests } from "./signing.mjs";
@@ -89,7 +90,7 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, pdfTests]) tests(suite);
   for (const attacks of ATTACKS) attacks({ name, rig, attack: browserTest });
   registrationTests(suite);
   policyAttacks({ name, rig, attack: browserTest });

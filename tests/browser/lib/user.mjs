@@ -11,6 +11,7 @@ const BROWSER_TITLE = { chromium: " - Chromium", firefox: " — Mozilla Firefox"
 const TABS = { deny: 0, always: 1, page: 2, once: 3 };
 
 const WAITING_TITLE = "Quillmark - Allow this site?";
+const DOCUMENTS_TITLE = "Quillmark - Sign this?";
 
 export class User {
   #desktop;
@@ -84,6 +85,28 @@ export class User {
     // The browser's own bars are above the page, and nothing is below it.
     const { width, height } = await this.#desktop.geometry(id);
     return { id, x: width / 2 + place.x, y: height + place.y };
+  }
+
+  /** The window of the extension that shows documents of this origin, once its buttons take clicks. */
+  async documentsWindow(origin) {
+    const id = await this.#desktop.window(this.#extensionTitle(`Quillmark - Sign for ${origin}?`));
+    this.questionsSeen.add(id);
+    return id;
+  }
+
+  /** Answers "sign" or "deny" in the window that shows documents, by the keyboard. */
+  async answerDocuments(origin, answer) {
+    const waiting = this.#extensionTitle(DOCUMENTS_TITLE);
+    const ready = this.#extensionTitle(`Quillmark - Sign for ${origin}?`);
+    const titles = [waiting, ready];
+    const id = await waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.#desktop.windows(each)))).flat()[0]);
+    await this.#desktop.focus(id);
+    await this.documentsWindow(origin);
+    if (answer === "sign") await this.#desktop.key(id, "Tab");
+    await sleep(200);
+    await this.documentsWindow(origin);
+    await this.#desktop.key(id, "Return");
+    return id;
   }
 
   #extensionTitle(title) {

@@ -1,0 +1,185 @@
+// The window in which the user sees documents, and signs what he has seen. It has the documents' bytes and nobody else in the
+// extension has; they are gone with it.
+
+import { Arming } from "../consent/arming.js";
+import { draw } from "../consent/characters.js";
+import { QuillmarkError } from "../quillmark.js";
+import { operationOf } from "../src/operations.js";
+import { element } from "../src/pages.js";
+import { factsOf } from "../src/pdf/document.js";
+import { plain } from "../src/plain-error.js";
+import { showAbout, summaryOf } from "./about.js";
+import { fromBase64 } from "./base64.js";
+import { Background } from "./calls.js";
+import { PagesView } from "./pages-view.js";
+import { letPlace } from "./placing.js";
+import { signAll, withField } from "./signing.js";
+
+/** A piece of a document on its way: less than a browser's message may have. */
+const PIECE_BYTES = 2 * 1024 * 1024;
+
+// Where a visible signature is at first, in points: at the lower left of the first page.
+const FIRST_PLACE = { page: 0, rectangle: [36, 36, 236, 96] };
+const NAME_TO_COME = "(your name)";
+
+// Firefox would open what is dropped here in the place of the question.
+for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) => event.preventDefault());
+
+const view = new PagesView(element("pages"), (page, count) => {
+  element("page").textContent = `Page ${page.toLocaleString()} of ${count.toLocaleString()}`;
+});
+const background = new Background({ onQuestion: (given) => void begin(given).catch(fail), onGone: showGone });
+
+let question;
+let documents;
+let shown;
+
+async function begin(given) {
+  question = given;
+  showSite();
+  documents = question.documents.map((each) => ({ ...each, place: placeIn(each.visible) }));
+  element("documents").hidden = false;
+  for (const [i, document] of documents.entries()) await read(i, document);
+  const first = documents.findIndex(({ error }) => !error);
+  if (documents.length > 1) showList();
+  if (first === -1) {
+    background.answer("none");
+    return background.finish();
+  }
+  await open(first);
+  element("loading").hidden = true;
+  arm();
+}
+
+function showSite() {
+  const { origin, operation, isFramed, surroundings, firstAllowed } = question;
+  element("asks").textContent = operationOf(operation).asks;
+  element("origin").textContent = origin;
+  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
+  element("history").textContent = date ? `First allowed on ${date}.` : "You have never allowed this site before.";
+  element("framed").hidden = !isFramed;
+  element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
+}
+
+function placeIn(visible) {
+  if (typeof visible === "boolean") return visible ? FIRST_PLACE : undefined;
+  const { page, x, y, width, height } = visible;
+  return { page: page - 1, rectangle: [x, y, x + width, y + height] };
+}
+
+// A document that cannot be signed is told to the page, and does not keep the others from it.
+async function read(i, document) {
+  element("loading").textContent = documents.length > 1 ? `Reading document ${i + 1} of ${documents.length}…` : "Reading…";
+  document.bytes = new Uint8Array(document.size);
+  for (let at = 0; at < document.size; at += PIECE_BYTES) {
+    const length = Math.min(PIECE_BYTES, document.size - at);
+    document.bytes.set(exactly(length, fromBase64(await background.call("piece", { document: i, at, length }))), at);
+  }
+  try {
+    document.facts = await factsOf(document.bytes);
+    await withField(document, { signer: NAME_TO_COME });
+  } catch (error) {
+    await refuse(i, error);
+  }
+}
+
+function exactly(length, bytes) {
+  if (bytes.length !== length) throw new Error("The page did not give its document.");
+  return bytes;
+}
+
+async function refuse(i, error) {
+  Object.assign(documents[i], { error, bytes: undefined });
+  await background.call("tell", { document: i, error: plain(error) });
+}
+
+// Shown is the file as it will be, with the field for the signature: what is drawn and what is signed cannot differ in more than
+// the name and the time.
+async function open(i, { keepsPlace = false } = {}) {
+  const document = documents[i];
+  const { file } = await withField(document, { signer: NAME_TO_COME });
+  if (!keepsPlace) showAbout(document);
+  element("document").hidden = false;
+  element("pages").classList.toggle("places", document.visible === true);
+  shown = i;
+  await view.show(file, { keepsPlace });
+  for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
+}
+
+function showList() {
+  const items = documents.map((document, i) => {
+    const item = globalThis.document.createElement("li");
+    const words = globalThis.document.createElement("span");
+    words.className = "quiet";
+    words.textContent = document.error ? document.error.message : summaryOf(document.facts);
+    const button = globalThis.document.createElement("button");
+    button.type = "button";
+    button.disabled = Boolean(document.error);
+    draw(button, document.name);
+    button.addEventListener("click", () => void open(i).catch(fail));
+    item.append(button, words);
+    return item;
+  });
+  element("list").replaceChildren(...items);
+  element("list").hidden = false;
+  const signable = documents.filter(({ error }) => !error).length;
+  element("sign").textContent = `Sign ${signable.toLocaleString()} ${signable === 1 ? "document" : "documents"}`;
+}
+
+element("smaller").addEventListener("click", () => showZoom(view.zoom(-1)));
+element("larger").addEventListener("click", () => showZoom(view.zoom(1)));
+const showZoom = (zoom) => (element("zoom").textContent = `${zoom * 100} %`);
+showZoom(1);
+
+letPlace(element("pages"), view, (place) => {
+  if (documents[shown].visible !== true) return;
+  documents[shown].place = place;
+  void open(shown, { keepsPlace: true }).catch(fail);
+});
+
+// ---- the answer, under the rules that hold for every question
+
+function arm() {
+  const waiting = document.title;
+  const buttons = [...document.querySelectorAll("footer button")];
+  const arming = new Arming((isArmed) => {
+    document.title = isArmed ? `Quillmark - Sign for ${question.origin}?` : waiting;
+    document.documentElement.classList.toggle("waits", !isArmed);
+    for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
+  });
+  element("deny").focus();
+  const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
+  on("deny", deny);
+  on("sign", () => void sign().catch(fail));
+  on("stop", () => void fail(new QuillmarkError("USER_CANCELLED")));
+  window.addEventListener("keydown", (event) => {
+    if (event.key === "Escape" && arming.takes(event) && element("working").hidden) deny();
+  });
+}
+
+function deny() {
+  element("deny").disabled = element("sign").disabled = true;
+  background.answer("deny");
+}
+
+async function sign() {
+  background.answer("sign");
+  element("answers").hidden = true;
+  element("working").hidden = element("progress").hidden = false;
+  element("progress").textContent = "Choose your certificate and type your PIN in Quillmark's own window.";
+  element("list").inert = element("document").inert = true;
+  await signAll(background, documents, question, (i) => {
+    element("progress").textContent = `Signing ${i + 1} of ${documents.length}…`;
+  });
+  background.finish();
+}
+
+// What is no document's own fault ends the request; the page is told by the background.
+async function fail(error) {
+  await background.call("fail", plain(error)).catch(() => {});
+}
+
+function showGone() {
+  element("documents").hidden = true;
+  element("gone").hidden = false;
+}

@@ -1,0 +1,118 @@
+// Documents that are not signed, and the words for it.
+
+import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
+import { join } from "node:path";
+import { after, before, test } from "node:test";
+import { deflateSync } from "node:zlib";
+
+import { PDFDocument, PDFName } from "pdf-lib";
+
+import { factsOf, prepared } from "../../extension/src/pdf/document.js";
+import { MAX_PDF_BYTES, MAX_PDF_PAGES } from "../../extension/src/limits.js";
+import { run, Signer } from "./pdf/sign.mjs";
+
+let signer;
+before(async () => (signer = await Signer.create()));
+after(() => signer.remove());
+
+async function made(change = () => {}, options = {}) {
+  const document = await PDFDocument.create();
+  document.addPage().drawText("A contract");
+  await change(document);
+  return document.save({ useObjectStreams: false, ...options });
+}
+
+const latin1 = (bytes) => Buffer.from(bytes).toString("latin1");
+const fromLatin1 = (text) => new Uint8Array(Buffer.from(text, "latin1"));
+
+/** Neither are facts told of it nor is it prepared for a signature. */
+async function refused(bytes, words) {
+  const isIt = ({ code, message }) => code === "DOCUMENT_REFUSED" && words.test(message) && !/undefined|Error/.test(message);
+  await assert.rejects(factsOf(bytes), isIt);
+  await assert.rejects(prepared(bytes, { signer: "", time: new Date(), room: 4096 }), isIt);
+}
+
+test("An encrypted document is refused, also one that opens without a password", async () => {
+  const file = await signer.file("plain.pdf", await made());
+  const to = join(signer.folder, "encrypted.pdf");
+  for (const password of ["", "secret"]) {
+    await run("qpdf", ["--encrypt", password, "owner", "256", "--", file, to]);
+    await refused(await readFile(to), /encrypted/);
+  }
+});
+
+test("A document that was cut short anywhere is refused", async () => {
+  const bytes = await made();
+  for (const length of [10, 100, Math.floor(bytes.length / 2), bytes.length - 30, bytes.length - 5]) {
+    await refused(bytes.slice(0, length), /its end is missing|no PDF/);
+  }
+});
+
+test("Something before the head or behind the end is refused, and blanks at the end are not", async () => {
+  const bytes = await made();
+  await refused(Buffer.concat([Buffer.from("junk\n"), bytes]), /before its beginning/);
+  await refused(Buffer.concat([bytes, Buffer.from("junk")]), /behind it/);
+  await refused(Buffer.from("<html></html>"), /no PDF/);
+  await refused(new Uint8Array(), /no PDF/);
+  assert.equal((await factsOf(Buffer.concat([bytes, Buffer.from("\r\n\0\n")]))).pages, 1);
+});
+
+test("A certification that forbids changes is refused, wherever it is named; one that allows signatures is not", async () => {
+  for (const [permission, isRefused] of [[1, true], [2, false], [3, false]]) {
+    for (const place of ["field", "catalog"]) {
+      const bytes = await made(({ context, catalog }) => {
+        const reference = { Type: "SigRef", TransformMethod: "DocMDP", TransformParams: { Type: "TransformParams", P: permission } };
+        const signature = context.register(context.obj({ Type: "Sig", Reference: [reference] }));
+        if (place === "catalog") catalog.set(PDFName.of("Perms"), context.obj({ DocMDP: signature }));
+        else catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(context.obj({ FT: "Sig", V: signature }))] }));
+      });
+      if (isRefused) await refused(bytes, /forbids every change/);
+      else assert.equal((await factsOf(bytes)).pages, 1);
+    }
+  }
+});
+
+test("More than the limits is refused: bytes, pages, and parts that would fill the memory", async () => {
+  await refused(new Uint8Array(MAX_PDF_BYTES + 1), /larger than/);
+  await refused(await made(({ context, catalog }) => {
+    const kid = context.register(context.obj({ Type: "Page" }));
+    const kids = Array.from({ length: MAX_PDF_PAGES + 1 }, () => context.register(context.obj({ Type: "Page" })));
+    catalog.set(PDFName.of("Pages"), context.register(context.obj({ Type: "Pages", Kids: [kid, ...kids], Count: kids.length + 1 })));
+  }), /pages/);
+  const bomb = latin1(deflateSync(Buffer.alloc(80 * 1024 * 1024)));
+  const head = "%PDF-1.7\n";
+  const stream = `1 0 obj\n<< /Type /XRef /W [1 2 1] /Size 2 /Root 1 0 R /Filter /FlateDecode /Length ${bomb.length} >>\nstream\n${bomb}\nendstream\nendobj\n`;
+  await refused(fromLatin1(`${head}${stream}startxref\n${head.length}\n%%EOF`), /larger than those of a document/);
+});
+
+test("A cross-reference that leads nowhere, in a circle or to another object is refused", async () => {
+  const text = latin1(await made());
+  await refused(fromLatin1(text.replace(/startxref\s+\d+/, "startxref\n5")), /damaged/);
+  await refused(fromLatin1(text.replace(/startxref\s+\d+/, "startxref\n99999999")), /damaged/);
+  const start = Number(/startxref\s+(\d+)/.exec(text)[1]);
+  await refused(fromLatin1(text.replace(/trailer\s*<</, `trailer\n<< /Prev ${start} `)), /damaged/);
+  await refused(fromLatin1(text.replace(/(\d{10}) 00000 n/g, "0000000009 00000 n")), /damaged/);
+});
+
+test("An object that only a search through the file would find is not taken for the one that counts", async () => {
+  const text = latin1(await made());
+  const number = /\/Root (\d+) 0 R/.exec(text)[1];
+  const other = `\n${number} 0 obj\n<< /Type /Catalog /Pages 99 0 R >>\nendobj\n`;
+  const at = text.lastIndexOf("xref", text.lastIndexOf("startxref") - 1);
+  const shifted = (text.slice(0, at) + other + text.slice(at)).replace(/startxref\s+\d+/, `startxref\n${at + other.length}`);
+  assert.equal((await factsOf(fromLatin1(shifted))).pages, 1);
+  const signed = latin1(await signer.sign(fromLatin1(shifted)));
+  assert.ok(!signed.slice(shifted.length).includes("99 0 R"), "what is appended refers to the catalogue that counts");
+});
+
+test("Nested arrays without end, and pages that are their own parents, are refused", async () => {
+  const text = latin1(await made());
+  const deep = "[".repeat(200_000);
+  await refused(fromLatin1(text.replace(/trailer\s*<</, `trailer\n<< /Deep ${deep} `)), /damaged/);
+  await refused(await made(({ context, catalog }) => {
+    const ref = context.nextRef();
+    context.assign(ref, context.obj({ Type: "Pages", Kids: [ref], Count: 1 }));
+    catalog.set(PDFName.of("Pages"), ref);
+  }), /damaged/);
+});
