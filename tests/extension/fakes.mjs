@@ -216,7 +216,7 @@ export class FakeBrowser {
     this.badge = 0;
     this.tabs = { get: async () => ({ active: this.isInSight, windowId: BROWSER_WINDOW }) };
     this.isInSight = true;
-    this.consent = new Consent({ windows: this.windows, pageUrl: "extension:consent" });
+    this.consent = new Consent({ windows: this.windows, pageUrl: "extension:consent", documentsUrl: "extension:documents" });
     const policy = new PolicySource({ managed: this.managed, session: this.session });
     const settings = new Settings({ user: this.user, policy });
     this.pinLife = () => settings.pinLife();
@@ -243,6 +243,7 @@ export class FakeBrowser {
   }
 
   #answerConsent(url) {
+    if (!url.startsWith("extension:consent")) return;
     const id = url.split("#")[1];
     const [page, background] = portPair("consent", {});
     this.consent.connect(background);
