@@ -8,6 +8,8 @@ import { homedir } from "node:os";
 import { dirname, join, relative, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
+import { PDFDocument } from "pdf-lib";
+
 import { make } from "../extension/make.mjs";
 import { startBrowser } from "../tests/browser/lib/browser.mjs";
 import { ExtensionPages } from "../tests/browser/lib/extension-pages.mjs";
@@ -69,7 +71,7 @@ async function makeToken(folder, home) {
 }
 
 async function letThePersonSign(browser, home) {
-  console.log(`  Choose a certificate, allow the site, sign a text or a PDF document; the PIN is ${pin}.`);
+  console.log(`  Choose a PDF document, look at it in the extension's window, and sign it; the PIN is ${pin}.`);
   console.log(`  What you save lies in ${relative(".", join(home, "Downloads"))}. The demo ends with the browser.`);
   await new Promise((resolve) => browser.once("disconnected", resolve));
   step("The browser is closed");
@@ -80,12 +82,17 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   user.extension = new ExtensionPages(name, browser);
   const picture = (what) => desktop.screenshot(join(folder, `${what}.png`));
 
-  await page.click("#sign-pdf");
-  const saved = page.waitForSelector('[data-for="sign-pdf"] a', { timeout: 120_000 });
+  const contract = join(folder, "contract.pdf");
+  const document = await PDFDocument.create();
+  document.addPage([595, 842]).drawText("A contract", { x: 60, y: 760, size: 14 });
+  await writeFile(contract, await document.save());
+  await (await page.$("#files")).uploadFile(contract);
+  await page.click("#sign");
+  const saved = page.waitForSelector("#outcomes a", { timeout: 120_000 });
   saved.catch(() => {});
-  await user.consentWindow(address);
-  await picture("consent");
-  await user.consent(address, "always");
+  await user.documentsWindow(address);
+  await picture("document");
+  await user.answerDocuments(address, "sign");
   await user.certificateWindow();
   await sleep(2_000); // for the picture: the cards are drawn
   await picture("certificate-window");

@@ -5,7 +5,7 @@ import { QuillmarkError } from "../quillmark.js";
 const api = globalThis.browser ?? globalThis.chrome;
 
 export class Background {
-  #port = api.runtime.connect({ name: "documents" });
+  #port = api.runtime.connect({ name: "consent" });
   #id = location.hash.slice(1);
   #open = new Map();
   #lastNumber = 0;

@@ -1,10 +1,6 @@
-// Choosing a certificate and signing with it, up to the longest and the most that can be signed, and the example page.
+// Choosing a certificate and signing with it, up to the longest and the most that can be signed.
 
 import assert from "node:assert/strict";
-import { writeFile } from "node:fs/promises";
-import { join } from "node:path";
-
-import { PDFDocument } from "pdf-lib";
 
 import { sleep } from "../../program/lib/process.mjs";
 import { ask, bytes, codeOf, DIGEST, gesture, GST_TEXT, signPdf } from "./rig.mjs";
@@ -117,50 +113,5 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     assert.equal(codeOf(await ask(page, "signAuthToken", ["token"], { hashAlgorithm: "SHA1" })), "UNSUPPORTED_HASH");
     assert.equal(codeOf(await ask(page, "signAuthToken", ["a\0b"])), "INVALID_ARGUMENT");
     assert.deepEqual(await rig.programs(), []);
-  });
-
-  browserTest("the example page shows the certificate, signs a text, and saves a signed PDF document of the user's own", async (t) => {
-    const own = join(await rig.world.cleanupOf(t).folder("own"), "contract.pdf");
-    const page = await allowedPage(t, { path: "/index.html" });
-    await page.waitForFunction(() => document.querySelector("#status").textContent.includes("is ready"));
-    const outcome = async (id) => {
-      const line = await page.waitForSelector(`[data-for="${id}"]:not(:empty)`);
-      return line.evaluate((element) => element.textContent);
-    };
-    const saved = (id) => page.$eval(`[data-for="${id}"] a`, async (link) => {
-      const content = new Uint8Array(await (await fetch(link.href)).arrayBuffer());
-      return { name: link.download, value: btoa(Array.from(content, (byte) => String.fromCharCode(byte)).join("")) };
-    });
-
-    await page.click("#choose");
-    const choice = outcome("choose");
-    await rig.user.choose(choice);
-    assert.match(await choice, /is chosen/);
-    assert.equal(await page.$eval("#thumbprint", (element) => element.textContent), rig.thumbprint);
-
-    await page.click("#sign-text");
-    const signature = outcome("sign-text");
-    await rig.user.chooseAndLogIn(signature);
-    assert.match(await signature, /is signed/);
-    const text = await page.$eval("#text", (element) => element.value);
-    assert.equal((await check(rig.world.judges.cms(bytes((await saved("sign-text")).value)))).toString(), text);
-
-    const document = await PDFDocument.create();
-    document.addPage().drawText("The user's own contract");
-    await writeFile(own, await document.save());
-    await (await page.$("#pdf")).uploadFile(own);
-    await page.click("#sign-pdf");
-    assert.match(await outcome("sign-pdf"), /is signed/);
-    const pdf = await saved("sign-pdf");
-    assert.equal(pdf.name, "contract-signed.pdf");
-    await pdfIsValid(pdf);
-    await page.bringToFront();
-    await rig.screenshot("example");
-
-    await page.click("#sign-text");
-    const cancelled = outcome("sign-text");
-    await rig.user.cancel(cancelled);
-    assert.match(await cancelled, /USER_CANCELLED/);
-    await rig.screenshot("example-error");
   });
 }
