@@ -17,6 +17,7 @@ import { gestureAttacks } from "../attacks/gestures.mjs";
 import { navigationAttacks } from "../attacks/navigation.mjs";
 import { oddTypeAttacks } from "../attacks/odd-types.mjs";
 import { openIdAttacks } from "../attacks/open-ids.mjs";
+import { pdfDocumentAttacks } from "../attacks/pdf-documents.mjs";
 import { pictureInPictureAttacks } from "../attacks/picture-in-picture.mjs";
 import { policyAttacks } from "../attacks/policies.mjs";
 import { revocationAttacks } from "../attacks/revocation.mjs";
@@ -38,6 +39,7 @@ const ATTACKS = [
   doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,
   beforeunloadAttacks, gestureAttacks, twoWindowAttacks, navigationAttacks, frameAttacks, statusAttacks, oddTypeAttacks,
   openIdAttacks, documentOpenAttacks, shownAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks,
+  pdfDocumentAttacks,
 ];
 
 /** Defines all tests for "chromium" or "firefox". Call it once in a file. */

@@ -13,6 +13,11 @@ const TABS = { deny: 0, always: 1, page: 2, once: 3 };
 const WAITING_TITLE = "Quillmark - Allow this site?";
 const DOCUMENTS_TITLE = "Quillmark - Sign this?";
 
+const MIDDLE_OF = (wanted) => {
+  const { x, y, width, height } = document.querySelector(wanted)?.getBoundingClientRect() ?? {};
+  return width && { x: x + width / 2 - innerWidth / 2, y: y + height / 2 - innerHeight };
+};
+
 export class User {
   #desktop;
   #browser;
@@ -77,10 +82,15 @@ export class User {
 
   /** The middle of what the selector names in the consent page, whose window is `id`: { id, x, y }; undefined when not there. */
   async placeOf(selector, id) {
-    const place = await this.extension.consent((wanted) => {
-      const { x, y, width, height } = document.querySelector(wanted)?.getBoundingClientRect() ?? {};
-      return width && { x: x + width / 2 - innerWidth / 2, y: y + height / 2 - innerHeight };
-    }, selector);
+    return this.#onScreen(await this.extension.consent(MIDDLE_OF, selector), id);
+  }
+
+  /** The same in the window that shows documents. */
+  async placeOfDocuments(selector, id) {
+    return this.#onScreen(await this.extension.documents(MIDDLE_OF, selector), id);
+  }
+
+  async #onScreen(place, id) {
     if (!place) return undefined;
     // The browser's own bars are above the page, and nothing is below it.
     const { width, height } = await this.#desktop.geometry(id);
@@ -94,12 +104,15 @@ export class User {
     return id;
   }
 
+  /** The same window as soon as it is there. */
+  documentsSoon(origin) {
+    const titles = [DOCUMENTS_TITLE, `Quillmark - Sign for ${origin}?`].map((title) => this.#extensionTitle(title));
+    return waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.#desktop.windows(each)))).flat()[0]);
+  }
+
   /** Answers "sign" or "deny" in the window that shows documents, by the keyboard. */
   async answerDocuments(origin, answer) {
-    const waiting = this.#extensionTitle(DOCUMENTS_TITLE);
-    const ready = this.#extensionTitle(`Quillmark - Sign for ${origin}?`);
-    const titles = [waiting, ready];
-    const id = await waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.#desktop.windows(each)))).flat()[0]);
+    const id = await this.documentsSoon(origin);
     await this.#desktop.focus(id);
     await this.documentsWindow(origin);
     if (answer === "sign") await this.#desktop.key(id, "Tab");

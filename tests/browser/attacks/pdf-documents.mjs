@@ -1,0 +1,173 @@
+// Pages that want another document signed than the one that was shown, or an answer that nobody gave.
+
+import assert from "node:assert/strict";
+import { writeFile } from "node:fs/promises";
+import { join } from "node:path";
+
+import { run, sleep, waitFor } from "../../program/lib/process.mjs";
+import { assertStruck, openCover, openRawChannel } from "../lib/attacker.mjs";
+import { askToSign, documentOf, pdfPage, textsIn } from "../lib/pdf.mjs";
+import { bytes, gesture } from "../lib/rig.mjs";
+
+export function pdfDocumentAttacks({ name, rig, attack }) {
+  /** A page of its own origin that speaks without the library, and answers pieces from `window.content` (Base64). */
+  async function rawPage(t, content) {
+    const origin = await rig.freshOrigin(t);
+    const page = await rig.page(t, { origin });
+    await openRawChannel(page);
+    await page.evaluate((given) => {
+      window.content = given;
+      const { port, answers } = window.raw;
+      const receive = port.onmessage;
+      port.onmessage = (event) => {
+        receive(event);
+        const { type, id, number, query } = event.data;
+        if (type !== "query") return;
+        const text = query.what === "piece" ? window.piece(query) : "";
+        port.postMessage({ type: "reply", id, number, text });
+      };
+      window.piece = ({ at, length }) => btoa(atob(window.content).slice(at, at + length));
+      window.outcome = () => answers.find(({ query }) => query?.what === "outcome")?.query;
+      window.end = () => answers.find(({ type }) => ["result", "error"].includes(type));
+    }, content);
+    await gesture(page);
+    const documents = JSON.stringify([{ name: "contract.pdf", size: bytes(content).length }]);
+    await page.evaluate((text) => {
+      window.raw.port.postMessage({ type: "request", id: 1, operation: "signPdfs", values: { documents: text }, timeout: 300_000 });
+    }, documents);
+    return { page, origin };
+  }
+
+  const endOf = (page) => waitFor("the end", () => page.evaluate(() => window.end()));
+
+  async function isValid(document) {
+    const file = join(rig.world.folder, "attacked.pdf");
+    await writeFile(file, document);
+    const { stdout } = await run("pdfsig", ["-nocert", file]).catch(({ stdout = "" }) => ({ stdout }));
+    return stdout.toString().includes("Signature is Valid.");
+  }
+
+  attack("bytes that the page changes after the call are signed as they were at the call", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    const content = await documentOf(1, "What was given");
+    await page.evaluate(() => {
+      const real = Blob;
+      window.Blob = class extends real {
+        constructor(...args) {
+          super(...args);
+          // As soon as the library has made its copy, the page changes what it gave.
+          queueMicrotask(() => window.given?.forEach(({ document }) => document.fill(65)));
+        }
+      };
+    });
+    const request = askToSign(page, [{ content }]);
+    await rig.user.answerDocuments(origin, "sign");
+    await rig.user.chooseAndLogIn(request);
+    const [{ value, ...failure }] = await request;
+    assert.ok(value, JSON.stringify(failure));
+    assert.ok(bytes(value).subarray(0, bytes(content).length).equals(bytes(content)));
+    assert.ok(await isValid(bytes(value)));
+  });
+
+  attack("another document under the same name, sent while the first one is in sight, does not get its signature", async (t) => {
+    const [shown, other] = [await documentOf(1, "Pay 100"), await documentOf(1, "Pay 999")];
+    assert.equal(shown.length, other.length);
+    const { page, origin } = await rawPage(t, shown);
+    await rig.user.documentsWindow(origin);
+    await page.evaluate((content) => {
+      window.content = content;
+      window.flood = setInterval(() => {
+        for (let number = 1; number < 20; number++) window.raw.port.postMessage({ type: "reply", id: 1, number, text: content });
+      }, 50);
+    }, other);
+    await rig.user.answerDocuments(origin, "sign");
+    await rig.user.chooseAndLogIn(endOf(page));
+    const { appended } = await waitFor("the outcome", () => page.evaluate(() => window.outcome()));
+    assert.ok(await isValid(Buffer.concat([bytes(shown), bytes(appended)])), "what was shown is signed");
+    assert.ok(!(await isValid(Buffer.concat([bytes(other), bytes(appended)]))), "and the other is not");
+  });
+
+  for (const [what, piece] of [
+    ["more bytes than it said", "({ length }) => btoa('x'.repeat(length + 1))"],
+    ["fewer bytes than it said", "() => btoa('x')"],
+    ["no Base64", "() => '§§§'"],
+    ["no text", "() => ({ length: 5 })"],
+  ]) {
+    attack(`a page that sends ${what} gets an error, and the token is not asked`, async (t) => {
+      const content = await documentOf(1);
+      const origin = await rig.freshOrigin(t);
+      const page = await rig.page(t, { origin });
+      await openRawChannel(page);
+      await page.evaluate((body, size) => {
+        const piece = (0, eval)(body);
+        const { port, answers } = window.raw;
+        port.onmessage = ({ data }) => {
+          answers.push(data);
+          if (data.type === "query") port.postMessage({ type: "reply", id: 1, number: data.number, text: piece(data.query) });
+        };
+        window.end = () => answers.find(({ type }) => ["result", "error"].includes(type));
+        window.begin = () => port.postMessage({
+          type: "request", id: 1, operation: "signPdfs", values: { documents: JSON.stringify([{ size }]) }, timeout: 60_000,
+        });
+      }, piece, bytes(content).length);
+      await gesture(page);
+      await page.evaluate(() => window.begin());
+      assert.equal((await endOf(page)).type, "error");
+      assert.deepEqual(await rig.programs(), []);
+    });
+  }
+
+  async function openDocuments(t) {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    const request = askToSign(page, [{ content: await documentOf(1) }]);
+    let answer;
+    request.then((given) => (answer = given), () => {});
+    const id = await rig.user.documentsSoon(origin);
+    return { origin, page, request, id, answer: () => answer };
+  }
+
+  async function assertUnanswered({ answer, origin }) {
+    await sleep(1_000);
+    assert.equal(answer(), undefined);
+    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await textsIn(rig, "origin"), [origin]);
+    assert.equal(await rig.extension.documents(() => document.querySelector("#answers").hidden), false);
+  }
+
+  attack("keys typed ahead, or held down, sign no document", async (t) => {
+    const question = await openDocuments(t);
+    await rig.user.hands.keys(Array(12).fill(["Tab", "Return"]).flat());
+    await rig.user.hands.hold("Return", 2_000);
+    await assertUnanswered(question);
+  });
+
+  attack("the second half of a double click on a window that covered the document is no answer", async (t) => {
+    const question = await openDocuments(t);
+    const place = await waitFor("Sign", () => rig.user.placeOfDocuments("#sign", question.id));
+    await question.page.evaluate(() => (window.strike = (cover) => cover.close()));
+    await openCover(rig, question.page, { left: 40, top: 0, width: 960, height: 768 });
+    await sleep(1_500);
+    await rig.user.hands.point(place);
+    await rig.user.hands.click(2);
+    if (name === "chromium") await assertStruck(question.page);
+    await assertUnanswered(question);
+  });
+
+  attack("a script in a document does not run, and is told of", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    const { PDFDocument } = await import("pdf-lib");
+    const document = await PDFDocument.create();
+    document.addPage();
+    document.addJavaScript("open", "app.alert('x'); this.submitForm('http://localhost/');");
+    await document.attach(Buffer.from("abc"), "notes.txt");
+    const request = askToSign(page, [{ content: Buffer.from(await document.save()).toString("base64") }]);
+    await rig.user.documentsWindow(origin);
+    await rig.screenshot("documents-parts");
+    assert.match((await textsIn(rig, "parts"))[0], /attached files; scripts/);
+    await rig.user.answerDocuments(origin, "deny");
+    assert.equal((await request)[0].code, "ORIGIN_DENIED");
+  });
+}
