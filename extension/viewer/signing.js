@@ -1,7 +1,8 @@
 /** Signs the documents that the window shows, one after another, and hands each out as it is done. */
 
 import { commonName, extended, timeStampRequest, tokenIn } from "../src/pdf/cms.js";
-import { checkFinished, prepared } from "../src/pdf/document.js";
+import { checkFinished } from "../src/pdf/document.js";
+import { withSignatureField } from "../src/pdf/field.js";
 import { plain } from "../src/plain-error.js";
 import { QuillmarkError } from "../quillmark.js";
 import { fromBase64, toBase64 } from "./base64.js";
@@ -15,11 +16,11 @@ const TIME_STAMP_ROOM = 24 * 1024;
 const OF_ONE_DOCUMENT = ["DOCUMENT_REFUSED", "SIGNATURE_INVALID", "TIMESTAMP_FAILED"];
 
 /** The document with its field, as it will be but for the name and the time; `signer`: the name that stands in it. */
-export function withField({ bytes, reason, location, place }, { signer, room = SIGNATURE_ROOM }) {
+export function withField({ file, reason, location, place }, { signer, room = SIGNATURE_ROOM }) {
   const [left, bottom, right, top] = place?.rectangle ?? [];
   const picture = (time) => pictureOf({ signer, reason, time, width: right - left, height: top - bottom });
   const appearance = place && { ...place, picture };
-  return prepared(bytes, { signer, reason, location, room, time: new Date(), appearance });
+  return withSignatureField(file, { signer, reason, location, room, time: new Date(), appearance });
 }
 
 /** Signs all of the `documents` that have no `error`; `onProgress(i)` is called before each. */
@@ -37,7 +38,7 @@ export async function signAll(background, documents, { chain, timestamp }, onPro
     const token = timestamp ? await timeStampOf(background, signature) : undefined;
     if (token || others.length > 0) signature = extended(signature, { chain: others, token });
     const appended = made.insert(signature);
-    await checkFinished(document.bytes, appended, certificate);
+    await checkFinished(document.file, appended, certificate);
     return appended;
   };
 

@@ -6,7 +6,7 @@ import { draw } from "../consent/characters.js";
 import { QuillmarkError } from "../quillmark.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
-import { factsOf } from "../src/pdf/document.js";
+import { factsOf, opened } from "../src/pdf/document.js";
 import { plain } from "../src/plain-error.js";
 import { showAbout, summaryOf } from "./about.js";
 import { fromBase64 } from "./base64.js";
@@ -70,13 +70,14 @@ function placeIn(visible) {
 // A document that cannot be signed is told to the page, and does not keep the others from it.
 async function read(i, document) {
   element("loading").textContent = documents.length > 1 ? `Reading document ${i + 1} of ${documents.length}…` : "Reading…";
-  document.bytes = new Uint8Array(document.size);
+  const bytes = new Uint8Array(document.size);
   for (let at = 0; at < document.size; at += PIECE_BYTES) {
     const length = Math.min(PIECE_BYTES, document.size - at);
-    document.bytes.set(pieceOf(length, await background.call("piece", { document: i, at, length })), at);
+    bytes.set(pieceOf(length, await background.call("piece", { document: i, at, length })), at);
   }
   try {
-    document.facts = await factsOf(document.bytes);
+    document.file = opened(bytes);
+    document.facts = await factsOf(document.file);
     await withField(document, { signer: NAME_TO_COME });
   } catch (error) {
     await refuse(i, error);
@@ -90,7 +91,7 @@ function pieceOf(length, text) {
 }
 
 async function refuse(i, error) {
-  Object.assign(documents[i], { error, bytes: undefined });
+  Object.assign(documents[i], { error, file: undefined });
   await background.call("tell", { document: i, error: plain(error) });
 }
 
@@ -98,12 +99,12 @@ async function refuse(i, error) {
 // the name and the time.
 async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
-  const { file } = await withField(document, { signer: NAME_TO_COME });
+  const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
   if (!keepsPlace) showAbout(document);
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
   shown = i;
-  await view.show(file, { keepsPlace });
+  await view.show(drawn, { keepsPlace });
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
 }
 

@@ -8,9 +8,8 @@ import { deflateSync } from "node:zlib";
 
 import { PDFDocument, PDFName } from "pdf-lib";
 
-import { factsOf, prepared } from "../../extension/src/pdf/document.js";
 import { MAX_PDF_BYTES, MAX_PDF_PAGES } from "../../extension/src/limits.js";
-import { run, Signer } from "./pdf/sign.mjs";
+import { facts, prepared, run, Signer } from "./pdf/sign.mjs";
 
 let signer;
 before(async () => (signer = await Signer.create()));
@@ -29,7 +28,7 @@ const fromLatin1 = (text) => new Uint8Array(Buffer.from(text, "latin1"));
 /** Neither are facts told of it nor is it prepared for a signature. */
 async function refused(bytes, words) {
   const isIt = ({ code, message }) => code === "DOCUMENT_REFUSED" && words.test(message) && !/undefined|Error/.test(message);
-  await assert.rejects(factsOf(bytes), isIt);
+  await assert.rejects(facts(bytes), isIt);
   await assert.rejects(prepared(bytes, { signer: "", time: new Date(), room: 4096 }), isIt);
 }
 
@@ -55,7 +54,7 @@ test("Something before the head or behind the end is refused, and blanks at the 
   await refused(Buffer.concat([bytes, Buffer.from("junk")]), /behind it/);
   await refused(Buffer.from("<html></html>"), /no PDF/);
   await refused(new Uint8Array(), /no PDF/);
-  assert.equal((await factsOf(Buffer.concat([bytes, Buffer.from("\r\n\0\n")]))).pages, 1);
+  assert.equal((await facts(Buffer.concat([bytes, Buffer.from("\r\n\0\n")]))).pages, 1);
 });
 
 test("A certification that forbids changes is refused, wherever it is named; one that allows signatures is not", async () => {
@@ -68,7 +67,7 @@ test("A certification that forbids changes is refused, wherever it is named; one
         else catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(context.obj({ FT: "Sig", V: signature }))] }));
       });
       if (isRefused) await refused(bytes, /forbids every change/);
-      else assert.equal((await factsOf(bytes)).pages, 1);
+      else assert.equal((await facts(bytes)).pages, 1);
     }
   }
 });
@@ -101,7 +100,7 @@ test("An object that only a search through the file would find is not taken for 
   const other = `\n${number} 0 obj\n<< /Type /Catalog /Pages 99 0 R >>\nendobj\n`;
   const at = text.lastIndexOf("xref", text.lastIndexOf("startxref") - 1);
   const shifted = (text.slice(0, at) + other + text.slice(at)).replace(/startxref\s+\d+/, `startxref\n${at + other.length}`);
-  assert.equal((await factsOf(fromLatin1(shifted))).pages, 1);
+  assert.equal((await facts(fromLatin1(shifted))).pages, 1);
   const signed = latin1(await signer.sign(fromLatin1(shifted)));
   assert.ok(!signed.slice(shifted.length).includes("99 0 R"), "what is appended refers to the catalogue that counts");
 });

@@ -9,8 +9,8 @@ import { after, before, test } from "node:test";
 import { PDFDocument, degrees } from "pdf-lib";
 
 import { commonName, extended, timeStampRequest, tokenIn } from "../../extension/src/pdf/cms.js";
-import { checkFinished, factsOf, prepared } from "../../extension/src/pdf/document.js";
-import { run, signaturesIn, Signer } from "./pdf/sign.mjs";
+import { checkFinished, opened } from "../../extension/src/pdf/document.js";
+import { facts, prepared, run, signaturesIn, Signer } from "./pdf/sign.mjs";
 import { TimeStampAuthority } from "./pdf/time-stamps.mjs";
 
 let signer;
@@ -23,12 +23,12 @@ before(async () => {
 });
 after(() => signer.remove());
 
-const statesOf = async (file) => (await factsOf(file)).signatures.map(({ isWhole, coversAll }) => [isWhole, coversAll]);
+const statesOf = async (file) => (await facts(file)).signatures.map(({ isWhole, coversAll }) => [isWhole, coversAll]);
 
 test("A signature is whole, and after an addition it is whole and does not cover all", async () => {
   const signed = await signer.sign(bytes);
   assert.deepEqual(await statesOf(signed), [[true, true]]);
-  const { signatures } = await factsOf(signed);
+  const { signatures } = await facts(signed);
   assert.equal(signatures[0].signer, "Asha Rao");
   assert.deepEqual(Buffer.from(signatures[0].certificate), signer.bytes);
   assert.deepEqual(await statesOf(await signer.sign(signed)), [[true, false], [true, true]]);
@@ -79,13 +79,13 @@ test("A file whose signature is another's, or over something else, does not pass
   try {
     const made = await prepared(bytes, { signer: "", time: new Date(), room: 4096 });
     const invalid = { code: "SIGNATURE_INVALID" };
-    await assert.rejects(checkFinished(bytes, made.insert(await other.cms(made.covered)), signer.bytes), invalid);
-    await assert.rejects(checkFinished(bytes, made.insert(await signer.cms(Buffer.from("something else"))), signer.bytes), invalid);
-    await assert.rejects(checkFinished(bytes, made.insert(new Uint8Array(100)), signer.bytes), invalid);
+    await assert.rejects(checkFinished(opened(bytes), made.insert(await other.cms(made.covered)), signer.bytes), invalid);
+    await assert.rejects(checkFinished(opened(bytes), made.insert(await signer.cms(Buffer.from("something else"))), signer.bytes), invalid);
+    await assert.rejects(checkFinished(opened(bytes), made.insert(new Uint8Array(100)), signer.bytes), invalid);
     const cms = await signer.cms(made.covered);
     cms[cms.length - 5] ^= 1;
-    await assert.rejects(checkFinished(bytes, made.insert(cms), signer.bytes), invalid);
-    await checkFinished(bytes, made.insert(await signer.cms(made.covered)), signer.bytes);
+    await assert.rejects(checkFinished(opened(bytes), made.insert(cms), signer.bytes), invalid);
+    await checkFinished(opened(bytes), made.insert(await signer.cms(made.covered)), signer.bytes);
   } finally {
     await other.remove();
   }

@@ -3,37 +3,35 @@
 import { QuillmarkError } from "../../quillmark.js";
 import { digestOf } from "../digest.js";
 import { PdfFile } from "./file.js";
-import { withSignatureField } from "./field.js";
 import { partsNotShown } from "./parts.js";
 import { orRefuse } from "./refusal.js";
 import { checkPermitted, signaturesOf } from "./signed.js";
 import { joined } from "./update.js";
 
-/** What people are told of a document: {pages, bytes, sha256, signatures, parts}. Throws DOCUMENT_REFUSED. */
-export async function factsOf(bytes) {
+/** The file of these bytes, which may get a signature. Throws DOCUMENT_REFUSED for any other. */
+export function opened(bytes) {
   const file = new PdfFile(bytes);
   checkPermitted(file);
+  return file;
+}
+
+/** What people are told of a document: {pages, bytes, sha256, signatures, parts}. Throws DOCUMENT_REFUSED. */
+export async function factsOf(file) {
   return {
-    pages: file.pages().length,
-    bytes: bytes.length,
-    sha256: await digestOf("SHA-256", bytes),
+    pages: file.pages.length,
+    bytes: file.bytes.length,
+    sha256: await digestOf("SHA-256", file.bytes),
     signatures: await signaturesOf(file),
     parts: orRefuse("it is damaged.", () => partsNotShown(file)),
   };
 }
 
-/** The document with a signature field: see withSignatureField. */
-export async function prepared(bytes, details) {
-  checkPermitted(new PdfFile(bytes));
-  return withSignatureField(bytes, details);
-}
-
 /**
- * Throws when the file of these bytes and those appended is not what it has to be: its newest signature is over all of it, whole
+ * Throws when the file with the appended bytes behind it is not what it has to be: its newest signature is over all of it, whole
  * and made by the key of this certificate (DER), and those before are as they were.
  */
-export async function checkFinished(bytes, appended, certificate) {
-  const [before, after] = [await signaturesOf(new PdfFile(bytes)), await signaturesOf(new PdfFile(joined([bytes, appended])))];
+export async function checkFinished(file, appended, certificate) {
+  const [before, after] = [await signaturesOf(file), await signaturesOf(new PdfFile(joined([file.bytes, appended])))];
   const own = after.pop();
   const isGood = own?.isWhole === true && own.coversAll && sameBytes(own.certificate, certificate);
   const areSame = after.length === before.length && after.every(({ isWhole }, i) => isWhole === before[i].isWhole);

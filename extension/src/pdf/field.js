@@ -2,7 +2,7 @@
 
 import { PDFArray, PDFBool, PDFDict, PDFHexString, PDFNumber, PDFRawStream, PDFRef, PDFString } from "../../libraries/pdf-lib.js";
 import { zlibSync } from "../../libraries/fflate.js";
-import { name, PdfFile } from "./file.js";
+import { name } from "./file.js";
 import { refusal } from "./refusal.js";
 import { bytesOf, joined, Update } from "./update.js";
 
@@ -21,7 +21,7 @@ const MAX_ATTEMPTS = 20;
 const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
 
 /**
- * Extends the bytes of a file by a signature field, and finds a time for it with which the digest holds no zero byte, for the
+ * Extends a PdfFile by a signature field, and finds a time for it with which the digest holds no zero byte, for the
  * signing program hands what it signs to the token only up to the first one.
  *
  * `details`: {signer, reason, location: texts or undefined, time: a Date, room: bytes for the signature,
@@ -29,10 +29,10 @@ const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
  * Gives {digest, covered, file, insert(signature)}: the digest (SHA-256) of the bytes `covered`, the file with the room empty,
  * and a function that gives the appended bytes with the signature (DER) in that room.
  */
-export async function withSignatureField(bytes, details) {
+export async function withSignatureField(file, details) {
   for (let attempt = 0; attempt < MAX_ATTEMPTS; attempt++) {
     const time = new Date(details.time.getTime() - attempt * 1000);
-    const prepared = prepare(new PdfFile(bytes), { ...details, time });
+    const prepared = prepare(file, { ...details, time });
     const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", prepared.covered));
     if (!digest.includes(0)) return { ...prepared, digest };
   }
@@ -100,8 +100,7 @@ function signatureBytes(file, { signer, reason, location, time, room }) {
 }
 
 function addField(file, update, signature, { appearance, time }) {
-  const pages = file.pages();
-  const page = pages[appearance?.page ?? 0];
+  const page = file.pages[appearance?.page ?? 0];
   if (!page) throw refusal(`it has no page ${appearance.page + 1} for the visible signature.`);
   const field = update.add(
     dictionary(file, {

@@ -27,6 +27,7 @@ export class PdfFile {
   #entries = new Map();
   #objects = new Map();
   #streams = new Map();
+  #pages;
   context = PDFContext.create();
 
   /** Reads the bytes of a file. Throws DOCUMENT_REFUSED for one that cannot be extended. */
@@ -193,7 +194,11 @@ export class PdfFile {
   }
 
   /** The pages in their order, as references. */
-  pages() {
+  get pages() {
+    return (this.#pages ??= this.#findPages());
+  }
+
+  #findPages() {
     const pages = [];
     const seen = new Set();
     const visit = (ref) => {

@@ -6,7 +6,8 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 
 import { commonName } from "../../../extension/src/pdf/cms.js";
-import { checkFinished, prepared } from "../../../extension/src/pdf/document.js";
+import { checkFinished, factsOf, opened } from "../../../extension/src/pdf/document.js";
+import { withSignatureField } from "../../../extension/src/pdf/field.js";
 import { joined } from "../../../extension/src/pdf/update.js";
 import { Authority } from "../../program/lib/certificates.mjs";
 import { run, runUnchecked } from "../../program/lib/process.mjs";
@@ -16,6 +17,10 @@ globalThis.crypto ??= webcrypto;
 export { joined, run, runUnchecked };
 
 const TIME = new Date("2026-11-21T12:00:00Z");
+
+/** The facts of a document's bytes, and the file with a signature field; as the window for documents has them. */
+export const facts = async (bytes) => factsOf(opened(bytes));
+export const prepared = async (bytes, details) => withSignatureField(opened(bytes), details);
 
 /** Somebody with a certificate, in a folder of the test's own. */
 export class Signer {
@@ -46,11 +51,12 @@ export class Signer {
 
   /** The signed file of a document. `details` as of withSignatureField; `more(signature)` changes the signature before it goes in. */
   async sign(bytes, details = {}, more = (signature) => signature) {
-    const made = await prepared(bytes, {
+    const file = opened(bytes);
+    const made = await withSignatureField(file, {
       signer: commonName(this.bytes), reason: "I approve (this)", location: "Chennai", time: TIME, room: 8192, ...details,
     });
     const appended = made.insert(await more(await this.cms(made.covered)));
-    await checkFinished(bytes, appended, this.bytes);
+    await checkFinished(file, appended, this.bytes);
     return joined([bytes, appended]);
   }
 
