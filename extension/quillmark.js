@@ -191,9 +191,10 @@ export async function suitableDigest(makeBytes, { maxAttempts = 20 } = {}) {
 }
 
 function toBase64(bytes) {
+  const all = octetsOf("hash", bytes);
+  if (all.toBase64) return all.toBase64();
   // In pieces, for a function takes only so many arguments.
   const pieces = [];
-  const all = octetsOf("hash", bytes);
   for (let at = 0; at < all.length; at += 0x8000) pieces.push(String.fromCharCode(...all.subarray(at, at + 0x8000)));
   return btoa(pieces.join(""));
 }

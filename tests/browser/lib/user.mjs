@@ -115,7 +115,8 @@ export class User {
     const id = await this.documentsSoon(origin);
     await this.#desktop.focus(id);
     await this.documentsWindow(origin);
-    if (answer === "sign") await this.#desktop.key(id, "Tab");
+    const hasFocus = () => this.extension.documents((wanted) => document.activeElement.id === wanted, answer);
+    for (let i = 0; i < 20 && !(await hasFocus()); i++) await this.#desktop.key(id, "Tab");
     await sleep(200);
     await this.documentsWindow(origin);
     await this.#desktop.key(id, "Return");
