@@ -39,6 +39,7 @@ export function callsOf(request, program) {
     async sign({ hash }) {
       await requireAnswer();
       const { certThumbPrint, subject, run } = chosen;
+      if (!run) throw new QuillmarkError("HOST_EXITED");
       const values = SIGNATURE.check({ hash, certThumbPrint, hashAlgorithm: "SHA-256" });
       return program.sign({ operation: SIGNATURE, values, run, subject, wasAsked: true });
     },

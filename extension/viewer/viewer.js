@@ -52,10 +52,11 @@ async function begin(given) {
 }
 
 function showSite() {
-  const { origin, operation, isFramed, surroundings, firstAllowed } = question;
+  const { origin, operation, isFramed, isPrivate, surroundings, firstAllowed } = question;
   element("asks").textContent = operationOf(operation).asks;
   element("origin").textContent = origin;
   const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
+  element("history").hidden = isPrivate;
   element("history").textContent = date ? `First allowed on ${date}.` : "You have never allowed this site before.";
   element("framed").hidden = !isFramed;
   element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
