@@ -80,7 +80,7 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const request = askToSign(page, [{ content, name: "contract.pdf", reason: "Approved", location: "Chennai" }]);
     await rig.user.documentsWindow(rig.origin);
     await rig.screenshot("documents-one-page");
-    await waitFor("the pages", async () => (await rig.extension.documents(() => document.querySelectorAll("#pages canvas").length)) === 2);
+    await waitFor("the pages", async () => (await rig.extension.documents(() => document.querySelectorAll("#pages canvas").length)) > 0);
     const size = bytes(content).length.toLocaleString("en-US");
     assert.deepEqual(await textsIn(rig, "origin", "name", "facts", "page", "sha256", "adds"), [
       rig.origin, "contract.pdf", `2 pages, ${size} bytes, no signature yet.`, "Page 1 of 2",
