@@ -74,19 +74,25 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     await run("qpdf", ["--check", file]);
   }
 
+  // A site that nobody has refused or allowed.
+  async function freshPage(t) {
+    const origin = await rig.freshOrigin(t);
+    return { origin, page: await pdfPage(rig, t, { origin }) };
+  }
+
   browserTest("signPdf shows the document in a window, and what comes back is that document with a signature", async (t) => {
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const content = await documentOf(2);
     const request = askToSign(page, [{ content, name: "contract.pdf", reason: "Approved", location: "Chennai" }]);
-    await rig.user.documentsWindow(rig.origin);
+    await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-one-page");
     await waitFor("the pages", async () => (await rig.extension.documents(() => document.querySelectorAll("#pages canvas").length)) > 0);
     const size = bytes(content).length.toLocaleString("en-US");
     assert.deepEqual(await textsIn(rig, "origin", "name", "facts", "page", "sha256", "adds"), [
-      rig.origin, "contract.pdf", `2 pages, ${size} bytes, no signature yet.`, "Page 1 of 2",
+      origin, "contract.pdf", `2 pages, ${size} bytes, no signature yet.`, "Page 1 of 2",
       `SHA-256 ${createHash("sha256").update(bytes(content)).digest("hex")}`, "Your signature says: reason: Approved; place: Chennai.",
     ]);
-    const id = await rig.user.answerDocuments(rig.origin, "sign");
+    const id = await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const [{ value, ...failure }] = await request;
     assert.ok(value, JSON.stringify(failure));
@@ -96,26 +102,26 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
 
     // Once more: the signature that it has now is told of, and stays whole.
     const again = askToSign(page, [{ content: value }]);
-    await rig.user.documentsWindow(rig.origin);
+    await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-signed");
     assert.match((await textsIn(rig, "signatures"))[0], /^Signed by .+: whole\. Who has issued/);
-    await rig.user.answerDocuments(rig.origin, "sign");
+    await rig.user.answerDocuments(origin, "sign");
     await rig.user.choose(again);
     await judge((await again)[0].value, 2);
   });
 
   browserTest("several documents: one question, one certificate, one PIN; one that cannot be signed leaves the others whole", async (t) => {
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const content = await documentOf(1);
     const documents = [{ content, name: "a.pdf" }, { content: content.slice(0, 400), name: "cut.pdf" }, { content, name: "b.pdf" }];
     const request = askToSign(page, documents);
-    await rig.user.documentsWindow(rig.origin);
+    await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-several");
     assert.match((await textsIn(rig, "list"))[0], /a\.pdf1 page.*cut\.pdfThis document cannot be signed: its end is missing.*b\.pdf1 page/s);
     assert.deepEqual(await textsIn(rig, "name", "sign"), ["a.pdf", "Sign 2 documents"]);
     await rig.extension.documents(() => document.querySelectorAll("#list button")[2].click());
     await waitFor("the other document", async () => (await textsIn(rig, "name"))[0] === "b.pdf");
-    await rig.user.answerDocuments(rig.origin, "sign");
+    await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const [a, cut, b] = await request;
     assert.equal(cut.code, "DOCUMENT_REFUSED");
@@ -123,16 +129,16 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   });
 
   browserTest("a document that cannot be signed is told in words, and its window closes by itself", async (t) => {
-    const page = await pdfPage(rig, t, { origin: await rig.freshOrigin(t) });
+    const { page } = await freshPage(t);
     const [{ code, message }] = await askToSign(page, [{ content: btoa("<html>") }]);
     assert.deepEqual({ code, message }, { code: "DOCUMENT_REFUSED", message: "This document cannot be signed: it is no PDF document." });
     assert.equal(await rig.extension.documents(() => 1), undefined);
   });
 
   browserTest("the user draws the place of a visible signature with the mouse, and it is there in the signed file", async (t) => {
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const request = askToSign(page, [{ content: await documentOf(1), visible: true, reason: "जाँचा गया" }]);
-    const id = await rig.user.documentsWindow(rig.origin);
+    const id = await rig.user.documentsWindow(origin);
     const box = await rig.extension.documents(() => {
       const { x, y, width, height } = document.querySelector(".page").getBoundingClientRect();
       return { x, y, width, height, top: outerHeight - innerHeight };
@@ -140,9 +146,9 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const at = (across, down) => ({ id, x: box.x + box.width * across, y: box.top + box.y + Math.min(box.height, 300) * down });
     await rig.user.hands.drag(at(0.5, 0.2), at(0.9, 0.6));
     await waitFor("the page to be drawn anew", () => rig.extension.documents(() => document.querySelectorAll(".page canvas").length === 1));
-    await rig.user.documentsWindow(rig.origin);
+    await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-visible");
-    await rig.user.answerDocuments(rig.origin, "sign");
+    await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const [{ value, ...failure }] = await request;
     assert.ok(value, JSON.stringify(failure));
@@ -154,10 +160,10 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("3,000 pages and 20 MB are shown, and scrolled to their end", async (t) => {
     const content = await largeDocument(3000, 20 * 1024 * 1024);
     await writeFile(join(rig.extensions, "example/large.pdf"), content);
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const start = Date.now();
     const request = askToSign(page, [{ url: "large.pdf", name: "large.pdf" }]);
-    const id = await rig.user.documentsWindow(rig.origin);
+    const id = await rig.user.documentsWindow(origin);
     process.stderr.write(`${name}: 3,000 pages, ${content.length} bytes: ready for the answer after ${Date.now() - start} ms\n`);
     await rig.screenshot("documents-3000-pages");
     const scrolled = await rig.extension.documents(async () => {
@@ -171,7 +177,7 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     process.stderr.write(`${name}: the last page is drawn ${Math.round(scrolled.time)} ms after the jump to it\n`);
     assert.ok(scrolled.canvases < 20, `${scrolled.canvases} pages are kept`);
     assert.deepEqual(await textsIn(rig, "page"), ["Page 3,000 of 3,000"]);
-    await rig.user.answerDocuments(rig.origin, "deny");
+    await rig.user.answerDocuments(origin, "deny");
     assert.equal((await request)[0].code, "ORIGIN_DENIED");
     await rig.user.gone(id);
   });
@@ -179,12 +185,12 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("50 MB are signed", async (t) => {
     const content = await largeDocument(10, 50 * 1024 * 1024);
     await writeFile(join(rig.extensions, "example/large.pdf"), content);
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const start = Date.now();
     const request = askToSign(page, [{ url: "large.pdf", name: "large.pdf" }]);
-    await rig.user.documentsWindow(rig.origin);
+    await rig.user.documentsWindow(origin);
     const shown = Date.now();
-    await rig.user.answerDocuments(rig.origin, "sign");
+    await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const [{ value, ...failure }] = await request;
     process.stderr.write(`${name}: ${content.length} bytes: shown after ${shown - start} ms, signed after ${Date.now() - shown} ms more\n`);
@@ -193,11 +199,11 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   });
 
   browserTest("a hundred documents in one call, with one PIN", async (t) => {
-    const page = await pdfPage(rig, t);
+    const { page, origin } = await freshPage(t);
     const documents = await Promise.all(Array.from({ length: 100 }, async (_, i) => ({ content: await documentOf(1, `Contract ${i}`), name: `${i}.pdf` })));
     const request = askToSign(page, documents);
-    await rig.user.documentsWindow(rig.origin);
-    await rig.user.answerDocuments(rig.origin, "sign");
+    await rig.user.documentsWindow(origin);
+    await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const outcomes = await request;
     const times = (await page.evaluate(() => window.results)).map(([, , time]) => time);
