@@ -26,6 +26,11 @@ export class ExtensionPages {
     return page && this.#pages.evaluate(page, called(body, args)).catch(() => undefined);
   }
 
+  /** The window that shows documents, as puppeteer's page; in Chromium. */
+  documentsPage() {
+    return this.#pages.find(DOCUMENTS);
+  }
+
   /** How many consent pages are open. */
   async consentPages() {
     return this.#pages.count(CONSENT);

@@ -8,7 +8,7 @@ import { join } from "node:path";
 import { PDFDocument, PDFName } from "pdf-lib";
 
 import { run, waitFor } from "../../program/lib/process.mjs";
-import { bytes, gesture } from "./rig.mjs";
+import { bytes, gesture, root } from "./rig.mjs";
 
 /** A page that has documents signed: `signDocuments([Base64], options)` gives what became of each, `last` the newest promise. */
 export const PDF_PAGE = `<script type="module">
@@ -156,6 +156,29 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const [, left] = /\/Rect \[ ([\d.]+) /.exec(bytes(value).subarray(bytes(await documentOf(1)).length - 300).toString("latin1"));
     assert.ok(Math.abs(Number(left) - 200) < 15, `it begins in the middle of 400 points: ${left}`);
   });
+
+  if (name === "chromium") {
+    browserTest("the window for documents is complete in the dark, and at 200 %", async (t) => {
+      const { page, origin } = await freshPage(t);
+      const request = askToSign(page, [{ content: await documentOf(2), name: `${"a long name ".repeat(10)}.pdf`, reason: "Approved" }]);
+      await rig.user.documentsWindow(origin);
+      const window = await rig.extension.documentsPage();
+      const picture = (what) => window.screenshot({ path: join(root, `build/screenshots/chromium-documents-${what}.png`) });
+      await window.emulateMediaFeatures([{ name: "prefers-color-scheme", value: "dark" }]);
+      await picture("dark");
+      assert.notEqual(await window.evaluate(() => getComputedStyle(document.body).backgroundColor), "rgb(244, 246, 249)");
+      await window.setViewport({ width: 450, height: 400, deviceScaleFactor: 2 });
+      await picture("200-percent");
+      const hidden = await window.evaluate(() => ["sign", "deny", "origin", "name", "pages"].filter((id) => {
+        const { left, right, top, bottom, height } = document.getElementById(id).getBoundingClientRect();
+        return height === 0 || left < 0 || right > innerWidth || top < 0 || (id !== "pages" && bottom > innerHeight);
+      }));
+      assert.deepEqual(hidden, []);
+      await window.setViewport(null);
+      await rig.user.answerDocuments(origin, "deny");
+      await request;
+    });
+  }
 
   browserTest("3,000 pages and 20 MB are shown, and scrolled to their end", async (t) => {
     const content = await largeDocument(3000, 20 * 1024 * 1024);
