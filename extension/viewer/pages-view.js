@@ -34,6 +34,7 @@ export class PagesView {
   /** Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. */
   async show(bytes, { keepsPlace = false } = {}) {
     const place = keepsPlace ? this.#container.scrollTop : 0;
+    this.#container.setAttribute("aria-busy", "true");
     const loading = getDocument({
       data: bytes,
       cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
@@ -62,6 +63,7 @@ export class PagesView {
     const start = this.#pages[Math.max(0, this.#pageInSight() - 1)];
     for (const { element } of this.#pages) this.#observer.observe(element);
     await this.#draw(start);
+    this.#container.setAttribute("aria-busy", "false");
     this.#tellPage();
     return document.numPages;
   }
@@ -118,11 +120,18 @@ export class PagesView {
     }
   }
 
-  async #draw(page) {
+  /** Resolves when the page is drawn in the size that it has. */
+  #draw(page) {
     const wanted = page.scale * devicePixelRatio;
-    if (!this.#document || page.drawing === wanted) return;
-    page.drawing = wanted;
-    page.task?.cancel();
+    if (this.#document && page.drawing !== wanted) {
+      page.drawing = wanted;
+      page.task?.cancel();
+      page.drawn = this.#drawAnew(page, wanted);
+    }
+    return page.drawn;
+  }
+
+  async #drawAnew(page, wanted) {
     try {
       const proxy = await this.#document.getPage(page.index + 1);
       page.viewport = proxy.getViewport({ scale: 1 });

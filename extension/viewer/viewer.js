@@ -33,6 +33,7 @@ const background = new Background({ onQuestion: (given) => void begin(given).cat
 let question;
 let documents;
 let shown;
+let arming;
 
 async function begin(given) {
   question = given;
@@ -110,6 +111,8 @@ async function open(i, { keepsPlace = false } = {}) {
   element("pages").classList.toggle("places", document.visible === true);
   shown = i;
   await view.show(drawn, { keepsPlace });
+  // What is in sight has changed, and the user has to see it.
+  arming?.restart();
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
 }
 
@@ -149,7 +152,7 @@ letPlace(element("pages"), view, (place) => {
 function arm() {
   const waiting = document.title;
   const buttons = [...document.querySelectorAll("footer button")];
-  const arming = new Arming((isArmed) => {
+  arming = new Arming((isArmed) => {
     document.title = isArmed ? `Quillmark - Sign for ${question.origin}?` : waiting;
     document.documentElement.classList.toggle("waits", !isArmed);
     for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
@@ -157,7 +160,7 @@ function arm() {
   element("deny").focus();
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
   on("deny", deny);
-  on("sign", () => void sign().catch(fail));
+  on("sign", () => element("pages").ariaBusy === "false" && void sign().catch(fail));
   on("stop", () => void fail(new QuillmarkError("USER_CANCELLED")));
   window.addEventListener("keydown", (event) => {
     if (event.key === "Escape" && arming.takes(event) && element("working").hidden) deny();

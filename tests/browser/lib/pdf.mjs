@@ -7,7 +7,7 @@ import { join } from "node:path";
 
 import { PDFDocument, PDFName } from "pdf-lib";
 
-import { run, waitFor } from "../../program/lib/process.mjs";
+import { run, sleep, waitFor } from "../../program/lib/process.mjs";
 import { bytes, gesture, root } from "./rig.mjs";
 
 /** A page that has documents signed: `signDocuments([Base64], options)` gives what became of each, `last` the newest promise. */
@@ -145,7 +145,8 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     });
     const at = (across, down) => ({ id, x: box.x + box.width * across, y: box.top + box.y + Math.min(box.height, 300) * down });
     await rig.user.hands.drag(at(0.5, 0.2), at(0.9, 0.6));
-    await waitFor("the page to be drawn anew", () => rig.extension.documents(() => document.querySelectorAll(".page canvas").length === 1));
+    await sleep(500); // until it is drawn anew
+    await waitFor("the page", () => rig.extension.documents(() => document.querySelector("#pages").ariaBusy === "false"));
     await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-visible");
     await rig.user.answerDocuments(origin, "sign");
