@@ -1,6 +1,5 @@
 #include "ModuleProbe.h"
 
-#include "Backends.h" // kProgramName
 #include "ModuleFiles.h"
 
 #include <p11-kit/p11-kit.h>

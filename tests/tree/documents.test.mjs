@@ -133,7 +133,7 @@ function sourcesOf(command) {
     return filesOfTree(path, `tools/${path}*`);
   }
   if (/^quillmark-(browsers|doctor|host|journal)$/.test(command)) return [`packaging/${command}`];
-  if (command === "quillmark-tokens") return filesOfTree("QMTokenDriver/*.cpp");
+  if (command === "quillmark-tokens") return filesOfTree("quillmark-tokens/*.cpp");
   return null;
 }
 

@@ -6,7 +6,7 @@ import { test } from "node:test";
 
 import { compileCommands, filesOfTree, forEachAtOnce, root, run } from "./lib/tree.mjs";
 
-const own = ["ck", "QMChromeExtHost", "QMTokenDriver"];
+const own = ["ck", "QMChromeExtHost", "QMTokenDriver", "quillmark-tokens"];
 
 test("each header compiles alone and may be included twice", async () => {
   const commands = compileCommands();

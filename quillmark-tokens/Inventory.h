@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Backends.h"
 #include "CertificateFacts.h"
-#include "KeptPin.h"
-#include "ModuleProbe.h"
-#include "TokenScan.h"
+#include "QMTokenDriver/Backends.h"
+#include "QMTokenDriver/KeptPin.h"
+#include "QMTokenDriver/ModuleProbe.h"
+#include "QMTokenDriver/TokenScan.h"
 
 #include <functional>
 #include <optional>
@@ -14,7 +14,7 @@
 /// What quillmark-tokens tells: everything that p11-kit knows, what of it the program is offered, and why the
 /// rest is not.
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 struct CertificateEntry {
     std::string id;                        ///< the CKA_ID as the driver shows it
@@ -57,4 +57,4 @@ Inventory TakeInventory(const Backends& backends, const std::vector<ProbeResult>
 /// How many certificates can sign, as far as was seen.
 std::size_t CountUsable(const Inventory& inventory);
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

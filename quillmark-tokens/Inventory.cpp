@@ -1,14 +1,14 @@
 #include "Inventory.h"
 
-#include "Ckr.h"
-#include "TokenReader.h"
+#include "QMTokenDriver/Ckr.h"
+#include "QMTokenDriver/TokenReader.h"
 
 #include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <iterator>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 namespace {
 
@@ -106,7 +106,7 @@ TokenEntry Look(SeenToken seen, const AskForPin& askForPin) {
     token.objection = TokenObjection(token.seen);
     if (token.seen.verdict == TokenVerdict::NotReadable || token.seen.verdict == TokenVerdict::NotInitialised)
         return token;
-    TokenReader reader(token.seen);
+    TokenReader reader(*token.seen.backend->functions, token.seen.slot);
     if (reader.Opened() != CKR_OK) {
         token.objection = DescribeAnswer(reader.Opened());
         return token;
@@ -192,4 +192,4 @@ std::size_t CountUsable(const Inventory& inventory) {
     return usable;
 }
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

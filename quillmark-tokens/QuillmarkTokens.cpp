@@ -3,7 +3,7 @@
 #include "Inventory.h"
 #include "InventoryReport.h"
 #include "PinPrompt.h"
-#include "StdoutIsStderr.h"
+#include "QMTokenDriver/StdoutIsStderr.h"
 
 #include <cstdlib>
 #include <exception>
@@ -13,6 +13,7 @@
 namespace {
 
 using namespace tokendriver;
+using namespace tokendriver::tool;
 
 constexpr const char* kHelp =
     R"(Usage: quillmark-tokens [--json] [--login]

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 /// A text from a token without its control characters, so that it cannot speak to the terminal.
 std::string Printable(std::string text);
@@ -22,4 +22,4 @@ std::string TextReport(const Inventory& inventory);
 ///                        "thumbprint"?, "notBefore"?, "notAfter"? }] }
 std::string JsonReport(const Inventory& inventory);
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

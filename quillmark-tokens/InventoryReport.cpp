@@ -6,7 +6,7 @@
 #include <iterator>
 #include <sstream>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 namespace {
 
@@ -161,4 +161,4 @@ std::string JsonReport(const Inventory& inventory) {
     return report.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 namespace {
 
@@ -46,4 +46,4 @@ bool AskOnTerminal(const std::string& question, KeptPin& pin) {
     return pin.IsKept();
 }
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

@@ -1,6 +1,6 @@
 #include "CertificateFacts.h"
 
-#include "OpenSslPtr.h"
+#include "QMTokenDriver/OpenSslPtr.h"
 
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -9,7 +9,7 @@
 
 #include <array>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 namespace {
 
@@ -89,4 +89,4 @@ std::optional<CertificateFacts> ReadCertificate(const Bytes& der, std::time_t no
         std::move(objections)};
 }
 
-} // namespace tokendriver
+} // namespace tokendriver::tool

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Attributes.h"
+#include "QMTokenDriver/Attributes.h"
 
 #include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace tokendriver {
+namespace tokendriver::tool {
 
 /// What a person wants to know of an X.509 certificate on a token, and why it may be of no use for signing.
 struct CertificateFacts {
@@ -25,4 +25,4 @@ struct CertificateFacts {
 /// Reads one DER certificate; nothing when it is none. `now` decides on its validity.
 std::optional<CertificateFacts> ReadCertificate(const Bytes& der, std::time_t now);
 
-} // namespace tokendriver
+} // namespace tokendriver::tool
