@@ -8,6 +8,6 @@ CK_RV CallModule(CK_RV (*entryPoint)(Parameters...), Arguments... arguments) {
     return entryPoint ? entryPoint(arguments...) : CKR_FUNCTION_NOT_SUPPORTED;
 }
 
-/// The length given for a CK_ULONG in the program's search templates. The values are 64 bits wide; the
-/// modules that the program grew up with compare their low four bytes.
+/// The length given for a CK_ULONG in the host's search templates. The values are 64 bits wide; the
+/// modules that the host grew up with compare their low four bytes.
 inline constexpr CK_ULONG kTemplateUlongLength = 4;

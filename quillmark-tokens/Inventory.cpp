@@ -62,7 +62,7 @@ std::string KeyObjection(TokenReader& reader, CK_OBJECT_HANDLE key, const Certif
     return {};
 }
 
-/// The driver hands the program the first key with the id: so it is the first that counts.
+/// The driver hands the host the first key with the id: so it is the first that counts.
 void JudgeKey(TokenReader& reader, const Bytes& id, bool isLoggedIn, CertificateEntry& entry) {
     const std::vector<CK_OBJECT_HANDLE> keys = reader.PrivateKeys(id);
     if (keys.empty() && isLoggedIn)
@@ -138,7 +138,7 @@ ModuleEntry Look(const Backend& backend, const AskForPin& askForPin) {
     return module;
 }
 
-/// Marks the token that the program uses, and objects to the others: it never looks at them.
+/// Marks the token that the host uses, and objects to the others: it never looks at them.
 void MarkFirst(const Backends& backends, Inventory& inventory) {
     const std::vector<SeenToken> shown = ShownTokens(ScanTokens(backends));
     for (ModuleEntry& module : inventory)
@@ -149,7 +149,7 @@ void MarkFirst(const Backends& backends, Inventory& inventory) {
             slot.token->isFirst =
                 slot.token->seen.backend == first.backend && slot.token->seen.slot == first.slot;
             if (!slot.token->isFirst && slot.token->objection.empty())
-                slot.token->objection = "the program uses the first token only: " + first.identity.label;
+                slot.token->objection = "the signing program uses the first token only: " + first.identity.label;
         }
 }
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// What quillmark-tokens tells: everything that p11-kit knows, what of it the program is offered, and why the
+/// What quillmark-tokens tells: everything that p11-kit knows, what of it the host is offered, and why the
 /// rest is not.
 
 namespace tokendriver::tool {
@@ -25,7 +25,7 @@ struct CertificateEntry {
 
 struct TokenEntry {
     SeenToken seen;
-    bool isFirst = false;  ///< the one that the program uses
+    bool isFirst = false;  ///< the one that the host uses
     std::string objection; ///< why the token is not offered; empty: it is
     std::string login;     ///< what the login answered, in words; empty without one
     std::vector<CertificateEntry> certificates;

@@ -50,7 +50,7 @@ void Write(std::ostream& out, const TokenEntry& token) {
         << ", serial number " << Printable(Field(info.serialNumber))
         << (IsHardware(token) ? ", hardware" : "") << '\n';
     if (token.isFirst)
-        out << "      the program uses this token\n";
+        out << "      the signing program uses this token\n";
     if (!token.objection.empty())
         out << "      not offered: " << Printable(token.objection) << '\n';
     if (!token.login.empty())

@@ -1,4 +1,4 @@
-// quillmark-tokens: tells which certificates the program can sign with, and why not with the others.
+// quillmark-tokens: tells which certificates the host can sign with, and why not with the others.
 
 #include "Inventory.h"
 #include "InventoryReport.h"

@@ -37,7 +37,7 @@ async function main() {
 
   const { token, judges } = await makeToken(folder, home);
   await run(join(root, "install"), ["--from", bin], { env: { ...process.env, ...token.env } });
-  step(`The program is installed in ${relative(".", home)} and registered with the browsers there`);
+  step(`The signing program is installed in ${relative(".", home)} and registered with the browsers there`);
 
   const extensions = join(folder, "extension");
   await make(extensions);

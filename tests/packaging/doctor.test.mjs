@@ -194,7 +194,7 @@ test("A working folder in whose place others can put another is a failure, in th
   await chmod(computer.home, 0o777);
   const { couldSign, text } = await onlyProblem(computer);
   assert.equal(couldSign, false);
-  assert.equal(text, `quillmark-host: the program is not started: ${computer.home} can be changed by others, ` +
+  assert.equal(text, `quillmark-host: the signing program is not started: ${computer.home} can be changed by others, ` +
     `who could exchange what lies in it (chmod go-w '${computer.home}')`);
 });
 
@@ -403,7 +403,7 @@ test("With the real program, driver and a soft token: status 0, and 1 once the t
   const well = await doctor();
   assert.equal(well.code, 0, well.texts.join("\n"));
   assert.ok(well.texts.some((text) => /^ok: .*CN=user on "Quillmark" can sign/.test(text)), well.texts.join("\n"));
-  assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the program answers/.test(text)));
+  assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the signing program answers/.test(text)));
 
   await rm(join(token.env.HOME, "tokens"), { recursive: true });
   await mkdir(join(token.env.HOME, "tokens"));
