@@ -3,7 +3,7 @@
 #include <p11-kit/pkcs11.h>
 
 /// Calls a PKCS#11 entry point; one that the module lacks answers CKR_FUNCTION_NOT_SUPPORTED.
-template <typename... Parameters, typename... Arguments>
+template <class... Parameters, class... Arguments>
 CK_RV CallModule(CK_RV (*entryPoint)(Parameters...), Arguments... arguments) {
     return entryPoint ? entryPoint(arguments...) : CKR_FUNCTION_NOT_SUPPORTED;
 }

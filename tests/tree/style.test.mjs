@@ -18,6 +18,17 @@ const maxTestLines = 520;
 /** What clang-tidy may take in one run, in milliseconds: some seconds of processor time for each file that has changed. */
 const tidyTime = 300_000;
 
+/** The first line of a shell script. */
+const shell = /^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/;
+
+/** A pipe to head, to grep -q, -m or -l, to sed with its command q, or to awk with exit. */
+const pipeToEarlyEnd = new RegExp(/(?<!\|)\|&?\s*(?:\w+=\S*\s+|command\s+)*/.source + "(?:" + [
+  /head\b.*/,
+  /[ef]?grep\b[^|\n]*\s(?:-[a-zA-Z]*[qmlL]|--quiet|--silent|--max-count|--files).*/,
+  /sed\b[^|\n]*(?:[\s'"{};!$/\d])q\d*\s*(?:['"};\s)]|$)/,
+  /awk\b.*\bexit\b/,
+].map(({ source }) => source).join("|") + ")", "gm");
+
 test("the C++ is formatted as .clang-format says", async () => {
   await clean("clang-format", ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);
 });
@@ -49,8 +60,21 @@ test("clang-tidy finds nothing in the program, in ck, in the token driver and in
   if (left.length > 0) t.skip(`no time for ${left.length} of ${sources.length} files; the next run goes on with them`);
 });
 
+test("templates take a class, not a typename", () => {
+  const files = filesOfTree("*.cpp", "*.h");
+  assert.ok(files.length > 0);
+  assert.deepEqual(files.filter((file) => /\btemplate\s*<[^>]*\btypename\b/.test(read(file))), []);
+});
+
 test("shellcheck finds nothing in the shell scripts", async () => {
-  await clean("shellcheck", ["--external-sources", ...scripts(/^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/)]);
+  await clean("shellcheck", ["--external-sources", ...scripts(shell)]);
+});
+
+// The writer then ends by SIGPIPE or not, as it happens, and with `pipefail` the script with it.
+test("no pipe in a shell script has a reader that may end first", () => {
+  const files = scripts(shell);
+  assert.ok(files.length > 0);
+  assert.deepEqual(files.flatMap((file) => (commandsOf(file).match(pipeToEarlyEnd) ?? []).map((pipe) => `${file}: ${pipe}`)), []);
 });
 
 test("pyflakes finds nothing in the Python scripts", async () => {
@@ -73,6 +97,11 @@ test("no file names a place of one machine or a package registry's address", () 
   }).map((place) => `${file}: ${place}`));
   assert.deepEqual(naming, []);
 });
+
+/** A shell script without its comments, each command on one line. */
+function commandsOf(file) {
+  return read(file).replace(/^\s*#.*$|\s#\s.*$/gm, "").replace(/\\\n|(?<=\|)\s*\n/g, " ");
+}
 
 /** Runs a checker that has to find something to check, end with 0 and say nothing. */
 async function clean(checker, args) {
