@@ -21,7 +21,7 @@ const ck = /^"ck\/Ck\w+\.h"$/;
 // The tables: what each file may include. A name is that of one of our headers, without its ".h"; the one of the file's own
 // name goes without saying. From the bottom to the top; nothing points upward.
 
-const program = {
+const host = {
   "QMHostShared.h": [],
   "QMTools.h": [],
   "QMTools.cpp": [],
@@ -100,7 +100,7 @@ const tool = {
 const privateHeaders = filesOfTree("ck/*.h").filter((header) => /^\/\/ Private to ck\b/m.test(read(header)));
 const isPrivate = (header) => privateHeaders.includes(header);
 
-for (const [folder, table] of Object.entries({ QMChromeExtHost: program, QMTokenDriver: driver, "quillmark-tokens": tool })) {
+for (const [folder, table] of Object.entries({ QMChromeExtHost: host, QMTokenDriver: driver, "quillmark-tokens": tool })) {
   test(`each file of ${folder}/ includes only what is below it`, () => {
     const files = filesOfTree(`${folder}/*.cpp`, `${folder}/*.h`);
     assert.deepEqual(files.map((file) => basename(file)).sort(), Object.keys(table).sort(),
@@ -110,7 +110,7 @@ for (const [folder, table] of Object.entries({ QMChromeExtHost: program, QMToken
   });
 }
 
-test("ck knows nothing of the program, and its public headers name no foreign type", () => {
+test("ck knows nothing of the host, and its public headers name no foreign type", () => {
   const files = filesOfTree("ck/*.cpp", "ck/*.h");
   const isPublic = (file) => file.endsWith(".h") && !isPrivate(file);
   assert.deepEqual(forbidden(files, (file) => [ownHeader("ck"), ...(isPublic(file) ? [] : [openssl, json, pugixml, posix])]), []);

@@ -33,7 +33,7 @@ test("the C++ is formatted as .clang-format says", async () => {
   await clean("clang-format", ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);
 });
 
-test("clang-tidy finds nothing in the program, in ck, in the token driver and in its tool", async (t) => {
+test("clang-tidy finds nothing in the host, in ck, in the token driver and in its tool", async (t) => {
   const sources = filesOfTree("ck/*.cpp", "QMChromeExtHost/*.cpp", "QMTokenDriver/*.cpp", "quillmark-tokens/*.cpp");
   const commands = new Map(compileCommands().map(({ file, words }) => [file, words]));
   assert.deepEqual(sources.filter((file) => !commands.has(file)), [], "not compiled by this build");
