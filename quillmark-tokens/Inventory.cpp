@@ -149,7 +149,8 @@ void MarkFirst(const Backends& backends, Inventory& inventory) {
             slot.token->isFirst =
                 slot.token->seen.backend == first.backend && slot.token->seen.slot == first.slot;
             if (!slot.token->isFirst && slot.token->objection.empty())
-                slot.token->objection = "the signing program uses the first token only: " + first.identity.label;
+                slot.token->objection =
+                    "the signing program uses the first token only: " + first.identity.label;
         }
 }
 
