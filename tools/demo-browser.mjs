@@ -9,22 +9,22 @@ import { dirname, join, relative, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
 import { make } from "../extension/make.mjs";
-import { startBrowser } from "../tests/browser/lib/browser.mjs";
-import { ExtensionPages } from "../tests/browser/lib/extension-pages.mjs";
-import { serve } from "../tests/browser/lib/site.mjs";
-import { User } from "../tests/browser/lib/user.mjs";
-import { bin } from "../tests/program/lib/build.mjs";
-import { Authority } from "../tests/program/lib/certificates.mjs";
-import { Desktop } from "../tests/program/lib/desktop.mjs";
-import { Judges } from "../tests/program/lib/judges.mjs";
-import { Cleanup, run, sleep } from "../tests/program/lib/process.mjs";
-import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import { startBrowser } from "../tests/lib/browser/browser.mjs";
+import { ExtensionPages } from "../tests/lib/browser/extension-pages.mjs";
+import { serve } from "../tests/lib/browser/site.mjs";
+import { User } from "../tests/lib/browser/user.mjs";
+import { bin } from "../tests/lib/quillmark.mjs";
+import { Authority } from "../tests/lib/token/certificates.mjs";
+import { Desktop } from "../tests/lib/display/desktop.mjs";
+import { Judges } from "../tests/lib/judges/judges.mjs";
+import { Cleanup, run, sleep } from "../tests/lib/process.mjs";
+import { SoftToken } from "../tests/lib/token/soft-token.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
-const pin = "1234";
-const owner = "Asha Rao";
-const ownerKeyId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+const PIN = "1234";
+const OWNER = "Asha Rao";
+const OWNER_KEY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 const cleanup = new Cleanup();
 
@@ -60,16 +60,16 @@ async function main() {
 }
 
 async function makeToken(folder, home) {
-  const token = await SoftToken.create(home, { pin, label: "Quillmark demo" });
+  const token = await SoftToken.create(home, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
-  const subject = `/C=IN/O=Quillmark Demo/CN=${owner}`;
-  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), ownerKeyId);
-  step(`A token is made, with a certificate of ${owner}; its PIN is ${pin}`);
+  const subject = `/C=IN/O=Quillmark Demo/CN=${OWNER}`;
+  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), OWNER_KEY_ID);
+  step(`A token is made, with a certificate of ${OWNER}; its PIN is ${PIN}`);
   return { token, judges: new Judges(folder, authority.certificate) };
 }
 
 async function letThePersonSign(browser, home) {
-  console.log(`  Choose a certificate, allow the site, sign a text or a PDF document; the PIN is ${pin}.`);
+  console.log(`  Choose a certificate, allow the site, sign a text or a PDF document; the PIN is ${PIN}.`);
   console.log(`  What you save lies in ${relative(".", join(home, "Downloads"))}. The demo ends with the browser.`);
   await new Promise((resolve) => browser.once("disconnected", resolve));
   step("The browser is closed");
@@ -92,7 +92,7 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   await user.choose(saved);
   await user.pinWindow();
   await picture("pin");
-  await user.typePin(pin);
+  await user.typePin(PIN);
 
   const signed = await (await saved).evaluate(async ({ href }) => {
     const bytes = new Uint8Array(await (await fetch(href)).arrayBuffer());

@@ -3,25 +3,25 @@
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { join, relative } from "node:path";
 
-import { bin } from "../tests/program/lib/build.mjs";
-import { Authority } from "../tests/program/lib/certificates.mjs";
-import { Desktop } from "../tests/program/lib/desktop.mjs";
-import { Host, pinTitle } from "../tests/program/lib/host.mjs";
-import { Judges } from "../tests/program/lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "../tests/program/lib/pdf.mjs";
-import { Cleanup } from "../tests/program/lib/process.mjs";
-import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import { bin } from "../tests/lib/quillmark.mjs";
+import { Authority } from "../tests/lib/token/certificates.mjs";
+import { Desktop } from "../tests/lib/display/desktop.mjs";
+import { Host, PIN_TITLE } from "../tests/lib/program/host.mjs";
+import { Judges } from "../tests/lib/judges/judges.mjs";
+import { makePdfWithoutZeroInDigest, signPdf } from "../tests/lib/judges/pdf.mjs";
+import { Cleanup } from "../tests/lib/process.mjs";
+import { SoftToken } from "../tests/lib/token/soft-token.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
 const folder = join(bin, "../../demo");
-const pin = "1234";
-const owner = "Asha Rao";
+const PIN = "1234";
+const OWNER = "Asha Rao";
 
 /** A user who thinks it over may take this long. */
-const patience = 600_000;
+const PATIENCE = 600_000;
 
 /** An identifier as cards have it: the size of a SHA-1, with zero bytes, and no UTF-8. */
-const ownerKeyId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+const OWNER_KEY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 const cleanup = new Cleanup();
 
@@ -37,7 +37,7 @@ async function main() {
   const user = isAuto ? new OwnHands(host, desktop) : new PersonAtTheDisplay();
 
   const record = JSON.parse(await ask(host, user, { action: "GetSelCertFromToken" }, "choose"));
-  if (record.SelCertSubject.includes(`CN=${owner}`) === false) throw new Error(`Choose the certificate of ${owner}`);
+  if (record.SelCertSubject.includes(`CN=${OWNER}`) === false) throw new Error(`Choose the certificate of ${OWNER}`);
   step(`Chosen: ${record.SelCertSubject} (thumbprint ${record.CertThumbPrint})`);
 
   await signReturn(host, user, judges);
@@ -51,13 +51,13 @@ async function main() {
 
 /** A SoftHSM token with the user's certificate, an expired one and the authority's. */
 async function makeToken() {
-  const token = await SoftToken.create(folder, { pin, label: "Quillmark demo" });
+  const token = await SoftToken.create(folder, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
   const issue = (file, name, options) =>
     authority.issue(file, { subject: `/C=IN/O=Quillmark Demo/CN=${name}`, email: "asha@example.in", ...options });
-  const certificate = await issue("user", owner);
-  await token.addPair(certificate, ownerKeyId);
-  await token.addPair(await issue("expired", `${owner} (old)`, { to: "20231115000000Z" }), "02");
+  const certificate = await issue("user", OWNER);
+  await token.addPair(certificate, OWNER_KEY_ID);
+  await token.addPair(await issue("expired", `${OWNER} (old)`, { to: "20231115000000Z" }), "02");
   await token.addCertificate(join(folder, "ca.der"), "03");
   step("A token is made: a user's certificate, an expired one, a CA's");
   return { token, certificate, judges: new Judges(folder, authority.certificate) };
@@ -95,15 +95,15 @@ async function signAuthToken(host, user, judges, certificate) {
 async function ask(host, user, request, deed = null) {
   host.send({ ...request, nonce: String(Date.now()) });
   if (deed) await user.does(deed, request.action);
-  const reply = await host.reply({ timeout: patience });
+  const reply = await host.reply({ timeout: PATIENCE });
   if (reply.status_cd !== 1) throw new Error(`${request.action}: ${reply.result}`);
   return reply.result;
 }
 
 class PersonAtTheDisplay {
   async does(deed, action) {
-    console.log(`  ${action}: choose "${owner}" in the window and press OK`);
-    if (deed === "choose and log in") console.log(`  then type the PIN, which is ${pin}`);
+    console.log(`  ${action}: choose "${OWNER}" in the window and press OK`);
+    if (deed === "choose and log in") console.log(`  then type the PIN, which is ${PIN}`);
   }
 }
 
@@ -119,8 +119,8 @@ class OwnHands {
     await this.host.clickCard((await isExpired(0)) ? 1 : 0);
     await this.host.clickOk();
     if (deed !== "choose and log in") return;
-    await this.desktop.screenshot(join(folder, "pin-dialog.png"), await this.desktop.window(pinTitle));
-    await this.host.enterPin(pin);
+    await this.desktop.screenshot(join(folder, "pin-dialog.png"), await this.desktop.window(PIN_TITLE));
+    await this.host.enterPin(PIN);
   }
 }
 

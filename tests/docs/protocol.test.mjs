@@ -5,10 +5,10 @@ import { symlink } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../program/lib/build.mjs";
-import { run } from "../program/lib/process.mjs";
-import { SoftToken } from "../program/lib/soft-token.mjs";
-import { World } from "../program/lib/world.mjs";
+import { bin } from "../lib/quillmark.mjs";
+import { run } from "../lib/process.mjs";
+import { SoftToken } from "../lib/token/soft-token.mjs";
+import { World } from "../lib/world.mjs";
 import { blocksOf } from "./lib/blocks.mjs";
 
 const world = World.forThisFile();

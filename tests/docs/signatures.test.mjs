@@ -6,10 +6,10 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { thumbprint } from "../program/lib/judges.mjs";
-import { run } from "../program/lib/process.mjs";
-import { SoftToken } from "../program/lib/soft-token.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../program/lib/world.mjs";
+import { thumbprint } from "../lib/judges/judges.mjs";
+import { run } from "../lib/process.mjs";
+import { SoftToken } from "../lib/token/soft-token.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 import { blocksOf } from "./lib/blocks.mjs";
 
 const world = World.forThisFile();

@@ -5,9 +5,9 @@ import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../program/lib/build.mjs";
-import { run, runUnchecked } from "../program/lib/process.mjs";
-import { World } from "../program/lib/world.mjs";
+import { bin } from "../lib/quillmark.mjs";
+import { run, runUnchecked } from "../lib/process.mjs";
+import { World } from "../lib/world.mjs";
 import { Computer, GOOD_TOKENS, registration, root } from "./lib/computer.mjs";
 
 /** A computer on which everything is right. */

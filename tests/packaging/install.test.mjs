@@ -6,7 +6,7 @@ import { mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promis
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run, runUnchecked } from "../program/lib/process.mjs";
+import { run, runUnchecked } from "../lib/process.mjs";
 import { Computer, root } from "./lib/computer.mjs";
 
 const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"];

@@ -7,16 +7,16 @@ import { join } from "node:path";
 import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
-import { run, runUnchecked } from "../program/lib/process.mjs";
-import { SoftToken } from "../program/lib/soft-token.mjs";
-import { chooseAndLogIn, World } from "../program/lib/world.mjs";
+import { run, runUnchecked } from "../lib/process.mjs";
+import { SoftToken } from "../lib/token/soft-token.mjs";
+import { chooseAndLogIn, World } from "../lib/world.mjs";
 
 const root = fileURLToPath(new URL("../../", import.meta.url));
 const world = World.forThisFile();
-const minutes = 60_000;
+const MINUTES = 60_000;
 
-const nobody = 65534;
-const asNobody = ["setpriv", `--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups"];
+const NOBODY = 65534;
+const AS_NOBODY = ["setpriv", `--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups"];
 
 const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
   "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
@@ -25,7 +25,7 @@ test("the package installs, signs for a user, and is purged without a trace", { 
   const before = await traces();
   const deb = await makePackage();
   t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
-  await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * minutes });
+  await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * MINUTES });
   const { stdout: listed } = await run("dpkg", ["-L", "quillmark"]);
   const files = listed.toString().split("\n").filter(Boolean);
 
@@ -61,7 +61,7 @@ async function reasonToSkip() {
 
 /** The path of the new package. Lintian's complaints are failures. */
 async function makePackage() {
-  await run(join(root, "tools/package"), [], { timeout: 9 * minutes });
+  await run(join(root, "tools/package"), [], { timeout: 9 * MINUTES });
   const folder = join(root, "build/package");
   return join(folder, (await readdir(folder)).find((name) => /^quillmark_.*\.deb$/.test(name)));
 }
@@ -79,11 +79,11 @@ async function signsForUser(t, launcher) {
   const token = await SoftToken.create(home);
   const certificate = await world.certificate();
   await token.addPair(certificate, "a1b2c3");
-  await run("chown", ["-R", `${nobody}:${nobody}`, home]);
+  await run("chown", ["-R", `${NOBODY}:${NOBODY}`, home]);
 
   const workingFolder = join(home, ".local/share/quillmark");
   const host = await world.host(t, {
-    wrapper: asNobody, program: launcher, folder: workingFolder,
+    wrapper: AS_NOBODY, program: launcher, folder: workingFolder,
     env: { ...token.env, XDG_DATA_HOME: "", XDG_RUNTIME_DIR: home },
   });
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "a token" });
@@ -92,6 +92,6 @@ async function signsForUser(t, launcher) {
   assert.deepEqual(await host.finish(), { code: 0, signal: null });
 
   const { uid, mode } = await stat(workingFolder);
-  assert.deepEqual([uid, mode & 0o777], [nobody, 0o700]);
+  assert.deepEqual([uid, mode & 0o777], [NOBODY, 0o700]);
   assert.match(await host.logText(), /Host Application Started/);
 }

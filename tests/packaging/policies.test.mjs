@@ -5,7 +5,7 @@ import { mkdir, readFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run } from "../program/lib/process.mjs";
+import { run } from "../lib/process.mjs";
 import { Computer, registration, root } from "./lib/computer.mjs";
 
 const vectors = JSON.parse(await readFile(join(root, "tests/policies/vectors.json"), "utf8"));

@@ -5,10 +5,10 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, parseDer } from "./lib/asn1.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { binaryId, chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { contentOf, parseDer } from "../lib/judges/asn1.mjs";
+import { thumbprint } from "../lib/judges/judges.mjs";
+import { makePdfWithoutZeroInDigest, signPdf } from "../lib/judges/pdf.mjs";
+import { BINARY_ID, chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
@@ -32,7 +32,7 @@ test("A user chooses, signs a return, a PDF and a token in one run, with one PIN
   await choose(host, { action: "GetSelCertFromToken" }, "user");
   const record = JSON.parse((await host.reply()).result);
   assert.equal(record.CertThumbPrint, await thumbprint(certificate.pem));
-  assert.equal(record.CKA_ID, binaryId.toUpperCase());
+  assert.equal(record.CKA_ID, BINARY_ID.toUpperCase());
 
   const text = '{"gstin":"33ABCDE1234F1Z5"}';
   await choose(host, { action: "GSTReturnSign", hash: text }, "user");

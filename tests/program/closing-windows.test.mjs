@@ -3,15 +3,15 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { errorTitle, failurePrefix, noPinText, pinTitle, windowTitle } from "./lib/host.mjs";
-import { run, sleep } from "./lib/process.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, PIN_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
+import { run, sleep } from "../lib/process.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
-const choose = { action: "GetSelCertFromToken" };
-const sign = { action: "SignAuthToken", authToken: "token" };
-const normalEnd = { code: 0, signal: null };
+const CHOOSE = { action: "GetSelCertFromToken" };
+const SIGN = { action: "SignAuthToken", authToken: "token" };
+const NORMAL_END = { code: 0, signal: null };
 
 /** The window manager draws its close box here whether the window offers closing or not. */
 async function clickCloseBox(id) {
@@ -22,7 +22,7 @@ async function clickCloseBox(id) {
 test("The title bar's close box and Alt+F4, many times: the window goes on waiting", async (t) => {
   const { host } = await world.hostWithFake(t);
   for (let round = 0; round < 3; ++round) {
-    host.send(choose);
+    host.send(CHOOSE);
     const id = await host.window();
     for (let i = 0; i < 5; ++i) {
       await clickCloseBox(id);
@@ -31,20 +31,20 @@ test("The title bar's close box and Alt+F4, many times: the window goes on waiti
     await sleep(300);
     await host.clickOk();
     assert.equal((await host.reply()).status_cd, 1);
-    assert.equal((await host.request({ text: "on" })).result, `${failurePrefix}echo: on`);
+    assert.equal((await host.request({ text: "on" })).result, `${FAILURE_PREFIX}echo: on`);
   }
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("Alt+F4 while the token is read: the list comes all the same", async (t) => {
   const { host } = await world.hostWithFake(t, { faults: [{ call: "C_OpenSession", delay: 1500 }] });
-  host.send(choose);
-  const id = await world.desktop.window(windowTitle);
+  host.send(CHOOSE);
+  const id = await world.desktop.window(WINDOW_TITLE);
   for (let i = 0; i < 5; ++i) await world.desktop.key(id, "alt+F4");
   await host.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
-  assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.equal((await chooseAndLogIn(host, SIGN)).status_cd, 1);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 for (const [how, close] of [
@@ -54,35 +54,35 @@ for (const [how, close] of [
   test(`The PIN dialog closed with ${how} is cancelled, also with a PIN in it`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
     for (const typed of ["", "1234"]) {
-      host.send(sign);
+      host.send(SIGN);
       await host.clickOk();
-      const dialog = await world.desktop.window(pinTitle);
+      const dialog = await world.desktop.window(PIN_TITLE);
       if (typed) await world.desktop.type(dialog, typed);
       await close(dialog);
-      assert.equal((await host.reply()).result, failurePrefix);
+      assert.equal((await host.reply()).result, FAILURE_PREFIX);
       assert.equal((await host.logLines()).filter((line) => line.startsWith("Error in")).at(-1),
-        `Error in GetTokenPvtKey(): ${noPinText}`);
+        `Error in GetTokenPvtKey(): ${NO_PIN_TEXT}`);
     }
     assert.deepEqual(await token.calls("C_Login"), []);
-    assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
-    assert.deepEqual(await host.finish(), normalEnd);
+    assert.equal((await chooseAndLogIn(host, SIGN)).status_cd, 1);
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
 test("The message of a missing driver closed with Alt+F4 ends the host like its button", async (t) => {
   const host = await world.host(t);
-  await world.desktop.key(await world.desktop.window(errorTitle), "alt+F4");
+  await world.desktop.key(await world.desktop.window(ERROR_TITLE), "alt+F4");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
 });
 
 test("A user who kills the window ends the host at once, and without a signal", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(choose);
+  host.send(CHOOSE);
   const id = await host.window();
   await run("xdotool", ["windowkill", id], { env: { ...process.env, ...world.desktop.env } });
   const { code, signal } = await host.exit({ timeout: 2000 });
   assert.equal(signal, null);
   assert.notEqual(code, 0);
   const { host: next } = await world.hostWithFake(t);
-  assert.equal((await chooseFirst(next, choose)).status_cd, 1);
+  assert.equal((await chooseFirst(next, CHOOSE)).status_cd, 1);
 });

@@ -5,8 +5,8 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, oid, parseDer, shapeOf } from "./lib/asn1.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { contentOf, oid, parseDer, shapeOf } from "../lib/judges/asn1.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 

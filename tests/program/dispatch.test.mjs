@@ -3,10 +3,10 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { ck } from "./lib/fake-token.mjs";
-import { windowTitle } from "./lib/host.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { CK } from "../lib/token/fake-token.mjs";
+import { WINDOW_TITLE } from "../lib/program/host.mjs";
+import { thumbprint } from "../lib/judges/judges.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
@@ -23,7 +23,7 @@ test("Actions are matched exactly: case, blanks and unknown names take the echo"
   for (const action of ["gstreturnsign", "GSTReturnSign ", "", "Nothing", "SignXml"]) {
     assert.equal((await host.request({ action, text: action })).result, `QMHost Error: echo: ${action}`);
   }
-  await world.desktop.windowGone(windowTitle);
+  await world.desktop.windowGone(WINDOW_TITLE);
 });
 
 test("Member names are matched exactly", async (t) => {
@@ -54,8 +54,8 @@ test("The hash algorithm is SHA256 when absent or empty, and loses its dashes bu
   const mechanism = async () => (await token.calls("C_SignInit")).at(-1).in.mechanism;
 
   for (const [hashAlgorithm, expected] of [
-    [undefined, ck.CKM_SHA256_RSA_PKCS], ["", ck.CKM_SHA256_RSA_PKCS], ["SHA-256", ck.CKM_SHA256_RSA_PKCS],
-    ["SHA-384", ck.CKM_SHA384_RSA_PKCS], ["-S-H-A-5-1-2-", ck.CKM_SHA512_RSA_PKCS],
+    [undefined, CK.CKM_SHA256_RSA_PKCS], ["", CK.CKM_SHA256_RSA_PKCS], ["SHA-256", CK.CKM_SHA256_RSA_PKCS],
+    ["SHA-384", CK.CKM_SHA384_RSA_PKCS], ["-S-H-A-5-1-2-", CK.CKM_SHA512_RSA_PKCS],
   ]) {
     assert.equal((await sign({ hashAlgorithm })).status_cd, 1, hashAlgorithm);
     assert.equal(await mechanism(), expected, hashAlgorithm);
@@ -93,7 +93,7 @@ test("An exception that no operation knows is the reply of its request, and the 
   const text = "Error  in ProcessInMessage(): thrown by the module";
   assert.deepEqual(await host.request({ action: "GSTReturnSign", hash: "text", nonce: "1" }),
     { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "1" });
-  await world.desktop.windowGone(windowTitle);
+  await world.desktop.windowGone(WINDOW_TITLE);
   assert.ok((await host.logLines()).includes(text));
   assert.equal((await chooseFirst(host, { action: "GetSelCertFromToken", nonce: "2" })).status_cd, 1);
 });

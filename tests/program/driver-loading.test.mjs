@@ -5,9 +5,9 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { ck, entryPoints, errorLine } from "./lib/fake-token.mjs";
-import { errorTitle, windowTitle } from "./lib/host.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { CK, ENTRY_POINTS, errorLine } from "../lib/token/fake-token.mjs";
+import { ERROR_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
@@ -20,7 +20,7 @@ const couldNotLoad = (path) => [
 /** What a host that could not load its module has logged, after the user has closed the message box. */
 async function logOfFailure(t, options) {
   const host = await world.host(t, { token: null, ...options });
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
+  await world.desktop.key(await world.desktop.window(ERROR_TITLE), "Return");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
   assert.equal(await host.replyFrame(), null);
   return host.logLines();
@@ -59,13 +59,13 @@ test("The session is left open and the module initialised at the end", async (t)
   assert.equal((await token.sequence()).at(-1), "C_Sign");
 });
 
-const thrownBySelection = (label) => `Error  in GetSelCertFromToken(): ${errorLine(label, ck.CKR_FUNCTION_NOT_SUPPORTED)}`;
+const thrownBySelection = (label) => `Error  in GetSelCertFromToken(): ${errorLine(label, CK.CKR_FUNCTION_NOT_SUPPORTED)}`;
 
 /** The reply to a request for a certificate when the module lacks the function. Others fail only when a key is used. */
 const withoutFunction = {
-  C_Initialize: errorLine("C_Initialize", ck.CKR_FUNCTION_NOT_SUPPORTED),
-  C_GetSlotList: errorLine("C_GetSlotList", ck.CKR_FUNCTION_NOT_SUPPORTED),
-  C_OpenSession: errorLine("C_OpenSession", ck.CKR_FUNCTION_NOT_SUPPORTED),
+  C_Initialize: errorLine("C_Initialize", CK.CKR_FUNCTION_NOT_SUPPORTED),
+  C_GetSlotList: errorLine("C_GetSlotList", CK.CKR_FUNCTION_NOT_SUPPORTED),
+  C_OpenSession: errorLine("C_OpenSession", CK.CKR_FUNCTION_NOT_SUPPORTED),
   C_FindObjectsInit: thrownBySelection("BuildTokenCertList - C_FindObjectsInit"),
   C_FindObjects: thrownBySelection("BuildTokenCertList - C_FindObjects"),
   C_FindObjectsFinal: thrownBySelection("BuildTokenCertList - C_FindObjectsFinal"),
@@ -78,7 +78,7 @@ for (const [name, text] of Object.entries(withoutFunction)) {
     const reply = await host.request({ action: "GetSelCertFromToken" });
     assert.deepEqual(reply, { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "" });
     assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
-    await world.desktop.windowGone(windowTitle);
+    await world.desktop.windowGone(WINDOW_TITLE);
     assert.deepEqual(await host.finish(), { code: 0, signal: null });
   });
 }
@@ -87,7 +87,7 @@ for (const name of ["C_SignInit", "C_Sign"]) {
   test(`A module without ${name} loads, and signing fails with its name and 0x54`, async (t) => {
     const { host } = await world.hostWithFake(t, { without: name });
     const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
-    const line = errorLine(name, ck.CKR_FUNCTION_NOT_SUPPORTED);
+    const line = errorLine(name, CK.CKR_FUNCTION_NOT_SUPPORTED);
     assert.equal(result, `QMHost Error: Error  in TokenSignData(): ${line}`);
     assert.deepEqual(await host.finish(), { code: 0, signal: null });
   });
@@ -97,7 +97,7 @@ test("A module without C_Login loads, and the login fails with its name and 0x54
   const { host } = await world.hostWithFake(t, { without: "C_Login" });
   const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(result, "QMHost Error: ");
-  const line = errorLine("C_Login", ck.CKR_FUNCTION_NOT_SUPPORTED);
+  const line = errorLine("C_Login", CK.CKR_FUNCTION_NOT_SUPPORTED);
   assert.ok((await host.logLines()).includes(`Error in GetTokenPvtKey(): ${line}`));
 });
 
@@ -116,11 +116,11 @@ test("A module without C_SignFinal signs", async (t) => {
 
 test("Each of the program's entry points has its test with a module that lacks it", () => {
   const tested = [...Object.keys(withoutFunction), "C_SignInit", "C_Sign", "C_Login", "C_Finalize", "C_SignFinal"];
-  assert.deepEqual(tested.sort(), [...entryPoints].sort());
+  assert.deepEqual(tested.sort(), [...ENTRY_POINTS].sort());
 });
 
 for (const [code, shown] of [
-  [ck.CKR_CRYPTOKI_NOT_INITIALIZED, "0x00000190"],
+  [CK.CKR_CRYPTOKI_NOT_INITIALIZED, "0x00000190"],
   [0x80000001, "0x80000001"],
   [0xabcdef12, "0xABCDEF12"],
   [2 ** 32 + 5, "0x00000005"],
@@ -137,11 +137,11 @@ for (const [code, shown] of [
 }
 
 test("A failed call is logged at DEBUG and its handler's line at EXCEPTION", async (t) => {
-  const faults = [{ call: "C_Initialize", rv: ck.CKR_GENERAL_ERROR }];
+  const faults = [{ call: "C_Initialize", rv: CK.CKR_GENERAL_ERROR }];
   const { host } = await world.hostWithFake(t, { faults }, { settings: { AppLogLevel: 3 } });
   await host.request({ action: "GetSelCertFromToken" });
   assert.deepEqual((await host.logLines()).slice(1),
-    [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", ck.CKR_GENERAL_ERROR)}`]);
+    [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", CK.CKR_GENERAL_ERROR)}`]);
 });
 
 test("A call that succeeds is logged with its label", async (t) => {

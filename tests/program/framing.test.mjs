@@ -3,12 +3,12 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame, prefix } from "./lib/frames.mjs";
-import { World } from "./lib/world.mjs";
+import { frame, prefix } from "../lib/program/frames.mjs";
+import { World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
-const closing = "Exiting ReadStdin Loop and Closing Host Application.";
+const CLOSING = "Exiting ReadStdin Loop and Closing Host Application.";
 
 /** What the host logs after it has begun to read. */
 async function logOfReading(host) {
@@ -21,7 +21,7 @@ test("A length of zero ends the host", async (t) => {
   host.sendBytes(Buffer.alloc(4));
   assert.deepEqual(await host.exit(), { code: 0, signal: null });
   assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN 0", closing]);
+  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN 0", CLOSING]);
 });
 
 test("A negative length ends the host", async (t) => {
@@ -29,14 +29,14 @@ test("A negative length ends the host", async (t) => {
   host.sendBytes(Buffer.alloc(4, 0xff));
   assert.deepEqual(await host.exit(), { code: 0, signal: null });
   assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN -1", closing]);
+  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN -1", CLOSING]);
 });
 
 test("Half a length prefix ends the host and logs nothing of it", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.sendBytes(Buffer.from([1, 0]));
   assert.deepEqual(await host.finish(), { code: 0, signal: null });
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", closing]);
+  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", CLOSING]);
 });
 
 test("A body shorter than its length is parsed as far as it came", async (t) => {

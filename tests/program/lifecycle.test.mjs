@@ -5,14 +5,14 @@ import { chmod, copyFile, mkdir, rm, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "./lib/build.mjs";
-import { errorTitle, windowTitle } from "./lib/host.mjs";
-import { run, sleep } from "./lib/process.mjs";
-import { chooseFirst, World } from "./lib/world.mjs";
+import { bin } from "../lib/quillmark.mjs";
+import { ERROR_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
+import { run, sleep } from "../lib/process.mjs";
+import { chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
-const start = [
+const START = [
   "Loading Settings from QMHostSettings.json",
   "Host Application Started",
   "Entered MyFrame::MyFrame",
@@ -29,12 +29,12 @@ const start = [
   "In CheckForInwordMsgFromBrowser",
   "In ReadStdin()",
 ];
-const end = "Exiting ReadStdin Loop and Closing Host Application.";
+const END = "Exiting ReadStdin Loop and Closing Host Application.";
 
 test("With the input at its end already, the host goes through start and end and stops with 0", async (t) => {
   const { host, token } = await world.hostWithFake(t);
   assert.deepEqual(await host.finish(), { code: 0, signal: null });
-  assert.deepEqual(await host.logLines(), [...start, end]);
+  assert.deepEqual(await host.logLines(), [...START, END]);
   assert.equal(await host.replyFrame(), null);
   assert.deepEqual(await token.calls(), []);
 });
@@ -46,7 +46,7 @@ test("The first idle event alone starts the service", async (t) => {
   await host.request({});
   assert.deepEqual(await host.finish(), { code: 0, signal: null });
   const lines = await host.logLines();
-  for (const once of [...start.slice(0, -1), end]) {
+  for (const once of [...START.slice(0, -1), END]) {
     assert.equal(lines.filter((line) => line === once).length, 1, once);
   }
 });
@@ -54,16 +54,16 @@ test("The first idle event alone starts the service", async (t) => {
 test("No window is to be seen while the host serves", async (t) => {
   const { host } = await world.hostWithFake(t);
   await host.request({});
-  await world.desktop.windowGone(windowTitle);
+  await world.desktop.windowGone(WINDOW_TITLE);
   await sleep(500);
-  assert.deepEqual(await world.desktop.windows(windowTitle), []);
+  assert.deepEqual(await world.desktop.windows(WINDOW_TITLE), []);
 });
 
 test("A token driver that cannot be loaded: one message box, then status 1 and nothing written", async (t) => {
   const host = await world.host(t, { token: null });
-  const box = await world.desktop.window(errorTitle);
-  assert.equal((await world.desktop.windows(errorTitle)).length, 1);
-  await world.desktop.windowGone(windowTitle);
+  const box = await world.desktop.window(ERROR_TITLE);
+  assert.equal((await world.desktop.windows(ERROR_TITLE)).length, 1);
+  await world.desktop.windowGone(WINDOW_TITLE);
   host.send({ text: "too late" });
   await world.desktop.key(box, "Return");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
@@ -73,7 +73,7 @@ test("A token driver that cannot be loaded: one message box, then status 1 and n
 test("The message box of a missing driver ends the host also when the input has ended", async (t) => {
   const host = await world.host(t, { token: null });
   host.endInput();
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
+  await world.desktop.key(await world.desktop.window(ERROR_TITLE), "Return");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
 });
 
@@ -112,7 +112,7 @@ test("A closed output is noticed at the next read: the host ends with 0", async 
   host.send({ text: "into the void" });
   host.send({ text: "and another" });
   assert.deepEqual(await host.finish(), { code: 0, signal: null });
-  assert.equal((await host.logLines()).at(-1), end);
+  assert.equal((await host.logLines()).at(-1), END);
 });
 
 test("A browser that goes while the window is open: the answer is awaited, then the host ends with 0", async (t) => {

@@ -6,17 +6,17 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, oid, parseDer, shapeOf } from "./lib/asn1.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { makeKey } from "./lib/certificates.mjs";
-import { run } from "./lib/process.mjs";
-import { chooseFirst, World } from "./lib/world.mjs";
+import { contentOf, oid, parseDer, shapeOf } from "../lib/judges/asn1.mjs";
+import { thumbprint } from "../lib/judges/judges.mjs";
+import { makePdfWithoutZeroInDigest, signPdf } from "../lib/judges/pdf.mjs";
+import { makeKey } from "../lib/token/certificates.mjs";
+import { run } from "../lib/process.mjs";
+import { chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
 const document = Buffer.from("a document");
-const hashOids = { SHA1: "1.3.14.3.2.26", SHA256: "2.16.840.1.101.3.4.2.1", SHA384: "2.16.840.1.101.3.4.2.2",
+const HASH_OIDS = { SHA1: "1.3.14.3.2.26", SHA256: "2.16.840.1.101.3.4.2.1", SHA384: "2.16.840.1.101.3.4.2.2",
   SHA512: "2.16.840.1.101.3.4.2.3" };
 
 function digestOf(data, hash = "sha256") {
@@ -81,7 +81,7 @@ test("The elements have the values of the certificate, the hash and the standard
   const { contentType, version, digestAlgorithms, content, certificates, signerInfo } =
     await partsOf(Buffer.from(result, "base64"));
   const [, serial, , issuer] = (await parseDer(certificate.bytes)).children[0].children;
-  const sha256 = Buffer.concat([Buffer.from("300d", "hex"), oid(hashOids.SHA256), Buffer.from("0500", "hex")]);
+  const sha256 = Buffer.concat([Buffer.from("300d", "hex"), oid(HASH_OIDS.SHA256), Buffer.from("0500", "hex")]);
 
   assert.deepEqual(contentType.bytes, oid("1.2.840.113549.1.7.2"));
   assert.deepEqual(version.bytes, Buffer.from("020101", "hex"));
@@ -127,7 +127,7 @@ test("SHA1 names its own algorithm in the structure, while the token signs with 
   const { host, token } = await readyHost(t);
   const { result } = await signDigest(host, digestOf(document, "sha1"), await world.certificate(), { hashAlgorithm: "SHA-1" });
   const { digestAlgorithms } = await partsOf(Buffer.from(result, "base64"));
-  assert.deepEqual(digestAlgorithms.children[0].children[0].bytes, oid(hashOids.SHA1));
+  assert.deepEqual(digestAlgorithms.children[0].children[0].bytes, oid(HASH_OIDS.SHA1));
   assert.equal((await token.calls("C_SignInit")).at(-1).in.mechanism, 0x40);
 });
 

@@ -3,8 +3,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame } from "./lib/frames.mjs";
-import { chooseFirst, World } from "./lib/world.mjs";
+import { frame } from "../lib/program/frames.mjs";
+import { chooseFirst, World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 

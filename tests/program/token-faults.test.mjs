@@ -8,20 +8,20 @@ import { rename, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { after, before, test } from "node:test";
 
-import { Authority } from "./lib/certificates.mjs";
-import { Desktop } from "./lib/desktop.mjs";
-import { ck, FakeToken } from "./lib/fake-token.mjs";
-import { failurePrefix, Host, windowTitle } from "./lib/host.mjs";
-import { Judges, thumbprint } from "./lib/judges.mjs";
-import { Cleanup } from "./lib/process.mjs";
-import { callFails, callsOf, casesOf, flows, nothingComesOfIt } from "./lib/token-faults.mjs";
-import { User } from "./lib/user.mjs";
+import { Authority } from "../lib/token/certificates.mjs";
+import { Desktop } from "../lib/display/desktop.mjs";
+import { CK, FakeToken } from "../lib/token/fake-token.mjs";
+import { FAILURE_PREFIX, Host, WINDOW_TITLE } from "../lib/program/host.mjs";
+import { Judges, thumbprint } from "../lib/judges/judges.mjs";
+import { Cleanup } from "../lib/process.mjs";
+import { callFails, callsOf, casesOf, FLOWS, nothingComesOfIt } from "./lib/token-faults.mjs";
+import { User } from "../lib/user/user.mjs";
 
 /** Hosts at a time, each on a display of its own: they sleep most of the time. */
-const workers = 6;
+const WORKERS = 6;
 
-const text = "text to be signed";
-const digest = createHash("sha256").update(text).digest();
+const TEXT = "text to be signed";
+const digest = createHash("sha256").update(TEXT).digest();
 // The hash of an IT return is the Base64 of the Base64 of the digest, and the CKA_ID of its key.
 const itHash = Buffer.from(digest.toString("base64")).toString("base64");
 
@@ -34,26 +34,26 @@ before(async () => {
   world.certificate = await authority.issue("user");
   world.thumbprint = await thumbprint(world.certificate.pem);
   world.judges = new Judges(folder, authority.certificate);
-  while (world.desktops.length < workers) world.desktops.push(await Desktop.start(world.cleanup));
+  while (world.desktops.length < WORKERS) world.desktops.push(await Desktop.start(world.cleanup));
 });
 after(() => world.cleanup.run());
 
 const requests = {
   choose: { action: "GetSelCertFromToken" },
-  GST: { action: "GSTReturnSign", hash: text },
+  GST: { action: "GSTReturnSign", hash: TEXT },
   IT: { action: "ITReturnSign", hash: itHash },
-  "auth token": { action: "SignAuthToken", authToken: text },
+  "auth token": { action: "SignAuthToken", authToken: TEXT },
   PDF: { action: "PdfSignFromToken", hash: digest.toString("base64") },
 };
 
 /** Whether the result of a request is what was asked for: openssl says so. */
 const judges = {
   choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, world.thumbprint),
-  GST: async (result) => assert.equal((await world.judges.cms(base64(result))).toString(), text),
+  GST: async (result) => assert.equal((await world.judges.cms(base64(result))).toString(), TEXT),
   IT: async (result) => assert.deepEqual(
     (await world.judges.recover(base64(result), world.certificate.pem)).subarray(-digest.length), digest),
-  "auth token": (result) => world.judges.rsa(base64(result), text, world.certificate.pem),
-  PDF: (result) => world.judges.cms(base64(result), { content: text }),
+  "auth token": (result) => world.judges.rsa(base64(result), TEXT, world.certificate.pem),
+  PDF: (result) => world.judges.cms(base64(result), { content: TEXT }),
 };
 
 function base64(result) {
@@ -74,7 +74,7 @@ class Patient {
     patient.host = await Host.start({ desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
       env: { MALLOC_PERTURB_: "85" } }); // what is used before it is set is rubbish
     await patient.#ask({}); // past the start
-    if (!flow.window) await patient.succeed(flows.find(({ name }) => name === "choose"));
+    if (!flow.window) await patient.succeed(FLOWS.find(({ name }) => name === "choose"));
     return patient;
   }
 
@@ -96,11 +96,11 @@ class Patient {
       else if (expected.isUnsigned) await this.#judgeUnsigned(reply.result);
       else await judges[flow.name](reply.result);
     } else {
-      assert.deepEqual([reply.status_cd, reply.result], [0, failurePrefix + expected.result]);
+      assert.deepEqual([reply.status_cd, reply.result], [0, FAILURE_PREFIX + expected.result]);
     }
     assert.deepEqual((await this.host.logLines()).slice(from), expected.log);
     assert.deepEqual(await this.desktop.windows(".*"), [], "a window is left");
-    assert.equal((await this.#ask({ text: "served" })).result, `${failurePrefix}echo: served`);
+    assert.equal((await this.#ask({ text: "served" })).result, `${FAILURE_PREFIX}echo: served`);
   }
 
   async succeed(flow = this.flow) {
@@ -186,8 +186,8 @@ async function runCourses(t, courses) {
   assert.equal(passed.count, all);
 }
 
-test("Faults of the token", { concurrency: workers }, async (t) => {
-  const courses = flows.flatMap((flow) => {
+test("Faults of the token", { concurrency: WORKERS }, async (t) => {
+  const courses = FLOWS.flatMap((flow) => {
     const cases = casesOf(flow);
     const parts = [["opening"], ["listing"], ["login", "key", "signing"]].map((parts) => {
       const ofParts = cases.filter(({ part, isLast }) => parts.includes(part) && !isLast);
@@ -202,24 +202,24 @@ test("Faults of the token", { concurrency: workers }, async (t) => {
 });
 
 // What a module that goes by the standard makes of a second C_Initialize, and of a search or signature left open.
-test("After a fault, a module that forgives nothing", { concurrency: workers }, async (t) => {
-  const flow = flows.find(({ name }) => name === "GST");
+test("After a fault, a module that forgives nothing", { concurrency: WORKERS }, async (t) => {
+  const flow = FLOWS.find(({ name }) => name === "GST");
   const isInitialized = { part: "opening", label: "C_Initialize" };
   const next = {
-    C_GetSlotList: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
-    C_OpenSession: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
-    C_Sign: [{ part: "signing", label: "C_SignInit" }, ck.CKR_OPERATION_ACTIVE],
+    C_GetSlotList: [isInitialized, CK.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_OpenSession: [isInitialized, CK.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_Sign: [{ part: "signing", label: "C_SignInit" }, CK.CKR_OPERATION_ACTIVE],
   };
   for (const call of ["C_FindObjects", "C_GetAttributeValue", "C_FindObjectsFinal"]) next[call] = "open search";
   const calls = callsOf(flow);
   await runCourses(t, calls.map((at) => {
     const nth = calls.filter(({ call }) => call === at.call).indexOf(at) + 1; // in the whole flow
-    const faults = [{ call: at.call, nth, rv: ck.CKR_DEVICE_REMOVED }];
-    const fault = { name: at.label, faults, ...callFails(flow, at, ck.CKR_DEVICE_REMOVED) };
+    const faults = [{ call: at.call, nth, rv: CK.CKR_DEVICE_REMOVED }];
+    const fault = { name: at.label, faults, ...callFails(flow, at, CK.CKR_DEVICE_REMOVED) };
     let what = next[at.call];
     if (what === "open search") {
       const search = calls.find(({ part, call }) => part === at.part && call === "C_FindObjectsInit");
-      what = [search, ck.CKR_OPERATION_ACTIVE];
+      what = [search, CK.CKR_OPERATION_ACTIVE];
     }
     return new Course(flow, `${at.label}, call ${at.nth}`, [fault],
       { script: {}, last: what ? callFails(flow, ...what) : nothingComesOfIt(flow) });

@@ -5,13 +5,13 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
-import { nss } from "./tokens/nss.mjs";
-import { asUser } from "./tokens/private-modules.mjs";
+import { thumbprint } from "../lib/judges/judges.mjs";
+import { makePdfWithoutZeroInDigest, signPdf } from "../lib/judges/pdf.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import { nss } from "../lib/token/nss.mjs";
+import { asUser } from "../lib/token/private-token.mjs";
 import { softhsm } from "./tokens/softhsm.mjs";
-import { tpm2 } from "./tokens/tpm2.mjs";
+import { tpm2 } from "../lib/token/tpm2.mjs";
 
 const world = World.forThisFile();
 

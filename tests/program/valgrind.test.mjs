@@ -6,11 +6,11 @@ import { join } from "node:path";
 import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
-import { World } from "./lib/world.mjs";
+import { World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 
-const slow = { timeout: 240_000 };
+const SLOW = { timeout: 240_000 };
 
 const suppressions = fileURLToPath(new URL("../sanitizers/valgrind.supp", import.meta.url));
 
@@ -37,40 +37,40 @@ function errorsIn(xml) {
 
 test("The input at its end at the start", async (t) => {
   const { host, errors } = await watchedHost(t);
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
   assert.deepEqual(await errors(), []);
 });
 
 test("One echo", async (t) => {
   const { host, errors } = await watchedHost(t);
-  assert.equal((await host.request({ text: "hello" }, slow)).result, "QMHost Error: echo: hello");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.equal((await host.request({ text: "hello" }, SLOW)).result, "QMHost Error: echo: hello");
+  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
   assert.deepEqual(await errors(), []);
 });
 
 test("One signature, with the window and the PIN dialog", async (t) => {
   const { host, errors } = await watchedHost(t);
-  await host.request({}, slow); // from now on the window of the start is hidden
+  await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send({ action: "GSTReturnSign", hash: "text" });
-  await host.clickOk(slow);
-  await host.enterPin("1234", slow);
-  const { result } = await host.reply(slow);
+  await host.clickOk(SLOW);
+  await host.enterPin("1234", SLOW);
+  const { result } = await host.reply(SLOW);
   assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), "text");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
   assert.deepEqual(await errors(), []);
 });
 
 test("A cancelled window, a failed signature and a PDF", async (t) => {
   const { host, errors } = await watchedHost(t);
-  await host.request({}, slow); // from now on the window of the start is hidden
+  await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send({ action: "GetSelCertFromToken" });
-  await host.clickCancel(slow);
-  await host.reply(slow);
-  await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, slow);
+  await host.clickCancel(SLOW);
+  await host.reply(SLOW);
+  await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, SLOW);
   host.send({ action: "SignAuthToken", authToken: "x" });
-  await host.clickOk(slow);
-  await host.cancelPin(slow);
-  assert.equal((await host.reply(slow)).result, "QMHost Error: ");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
+  await host.clickOk(SLOW);
+  await host.cancelPin(SLOW);
+  assert.equal((await host.reply(SLOW)).result, "QMHost Error: ");
+  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
   assert.deepEqual(await errors(), []);
 });

@@ -4,9 +4,9 @@ import assert from "node:assert/strict";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "./lib/build.mjs";
-import { runUnchecked } from "./lib/process.mjs";
-import { World } from "./lib/world.mjs";
+import { bin } from "../lib/quillmark.mjs";
+import { runUnchecked } from "../lib/process.mjs";
+import { World } from "../lib/world.mjs";
 
 const world = World.forThisFile();
 

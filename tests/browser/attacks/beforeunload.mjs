@@ -1,6 +1,6 @@
 // The browser's own box, whether the user wants to leave the page, stands between the question and the keys.
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
 import { assertUnanswered, openQuestion } from "../lib/attacker.mjs";
 
 export function beforeunloadAttacks({ rig, attack }) {

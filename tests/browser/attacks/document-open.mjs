@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 
 import { assertRefused } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, statusOf } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, statusOf } from "../../lib/browser/rig.mjs";
 
 export function documentOpenAttacks({ rig, attack }) {
   attack("a page that opens its document anew is served as before, and asks nothing without a click", async (t) => {

@@ -1,6 +1,6 @@
 // The page covers the window with one of its own, and takes that away between the two clicks of a double click.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
 export function doubleClickAttacks({ name, rig, attack }) {

@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
 export function dragAndDropAttacks({ rig, attack }) {

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf } from "../lib/rig.mjs";
+import { ask, codeOf } from "../../lib/browser/rig.mjs";
 
 // Firefox ends the extension's script in the page without a word to it, so that the page hears no more.
 const LOST = ["EXTENSION_MISSING", "no answer"];

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { gesture, statusOf } from "../lib/rig.mjs";
+import { gesture, statusOf } from "../../lib/browser/rig.mjs";
 
 const FLOOD = 6_000;
 

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { assertRefused } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, framing, gesture, statusOf } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, framing, gesture, statusOf } from "../../lib/browser/rig.mjs";
 
 export function frameAttacks({ rig, attack }) {
   async function framed(t) {

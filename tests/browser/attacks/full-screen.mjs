@@ -1,6 +1,6 @@
 // A page's window that fills the screen hides everything, and is gone with the first half of a double click.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
 export function fullScreenAttacks({ rig, attack }) {

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { assertRefused, codeOrQuestion } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, codeOf, framing, gesture } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, codeOf, framing, gesture } from "../../lib/browser/rig.mjs";
 
 export function gestureAttacks({ rig, attack }) {
   const select = (page) => askWithoutGesture(page, "selectCertificate");

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, codeOf, statusOf } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, codeOf, statusOf } from "../../lib/browser/rig.mjs";
 
 export function navigationAttacks({ rig, attack }) {
   attack("a question goes with its page, and the page that follows has neither its answer nor its click", async (t) => {

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, DIGEST } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, DIGEST } from "../../lib/browser/rig.mjs";
 
 export function oddTypeAttacks({ rig, attack }) {
   attack("an operation, a value or a time of another type is refused, also with a PIN that another site was given", async (t) => {

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { gesture } from "../lib/rig.mjs";
+import { gesture } from "../../lib/browser/rig.mjs";
 
 export function openIdAttacks({ rig, attack }) {
   attack("a request with the number of an open one is refused, and the open one ends with its page", async (t) => {

@@ -1,8 +1,8 @@
 // A picture-in-picture document stands above all windows without taking the keyboard from the question.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertStruck, assertUnanswered, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
-import { gesture } from "../lib/rig.mjs";
+import { gesture } from "../../lib/browser/rig.mjs";
 
 export function pictureInPictureAttacks({ name, rig, attack }) {
   if (name !== "chromium") return; // Firefox has no documents in such windows, only videos, which see no click

@@ -2,9 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
 import { codeOrQuestion } from "../lib/attacker.mjs";
-import { ask, canSetPolicies, statusOf } from "../lib/rig.mjs";
+import { ask, canSetPolicies, statusOf } from "../../lib/browser/rig.mjs";
 
 export function policyAttacks({ name, rig, attack }) {
   if (!canSetPolicies(name)) return;

@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, DIGEST } from "../lib/rig.mjs";
+import { sleep } from "../../lib/process.mjs";
+import { ask, askWithoutGesture, codeOf, DIGEST } from "../../lib/browser/rig.mjs";
 
 const TABS = 3;
 const WAITING = 51;

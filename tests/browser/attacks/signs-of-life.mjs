@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 
-import { run, sleep } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture } from "../lib/rig.mjs";
+import { run, sleep } from "../../lib/process.mjs";
+import { ask, askWithoutGesture } from "../../lib/browser/rig.mjs";
 
 export function signOfLifeAttacks({ name, rig, attack }) {
   attack("signs of life do not keep the PIN: the program ends after a quiet minute, where one is set", async (t) => {

@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, statusOf } from "../lib/rig.mjs";
+import { waitFor } from "../../lib/process.mjs";
+import { ask, askWithoutGesture, codeOf, statusOf } from "../../lib/browser/rig.mjs";
 
 export function statusAttacks({ rig, attack }) {
   attack("a page that is not allowed learns neither whether the program runs nor how many requests wait", async (t) => {

@@ -1,6 +1,6 @@
 // The page holds the keyboard with a window of its own, and lets go of it in the middle of what the user types.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion } from "../lib/attacker.mjs";
 
 export function stolenFocusAttacks({ rig, attack }) {

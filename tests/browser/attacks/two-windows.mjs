@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf, gesture, askWithoutGesture } from "../lib/rig.mjs";
+import { ask, codeOf, gesture, askWithoutGesture } from "../../lib/browser/rig.mjs";
 
 export function twoWindowAttacks({ rig, attack }) {
   attack("a denial in one window of a site counts in its other window", async (t) => {

@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/process.mjs";
 import { assertUnanswered, openQuestion } from "../lib/attacker.mjs";
 
 export function typedAheadAttacks({ rig, attack }) {

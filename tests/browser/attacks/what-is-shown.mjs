@@ -3,9 +3,9 @@
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../../lib/process.mjs";
 import { openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf, DIGEST, gesture } from "../lib/rig.mjs";
+import { ask, codeOf, DIGEST, gesture } from "../../lib/browser/rig.mjs";
 
 const shown = (rig) => rig.extension.consent(() => ({
   words: document.querySelector("#question").innerText,

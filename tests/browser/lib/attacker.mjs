@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
-import { ask, codeOf, statusOf } from "./rig.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
+import { ask, codeOf, statusOf } from "../../lib/browser/rig.mjs";
 
 /** Has the user asked from a page of an origin of its own: { origin, page, request, id } with the window's id. */
 export async function openQuestion(rig, t, { operation = "selectCertificate", args = [] } = {}) {

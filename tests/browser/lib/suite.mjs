@@ -27,11 +27,11 @@ import { twoWindowAttacks } from "../attacks/two-windows.mjs";
 import { typedAheadAttacks } from "../attacks/typed-ahead.mjs";
 import { shownAttacks } from "../attacks/what-is-shown.mjs";
 import { COVER } from "./attacker.mjs";
-import { consentTests } from "./consent.mjs";
-import { failureTests } from "./failures.mjs";
-import { registrationTests } from "./registration.mjs";
-import { ask, bytes, Rig, statusOf } from "./rig.mjs";
-import { signingTests } from "./signing.mjs";
+import { consentTests } from "../uses/consent.mjs";
+import { failureTests } from "../uses/failures.mjs";
+import { registrationTests } from "../uses/registration.mjs";
+import { ask, bytes, Rig, statusOf } from "../../lib/browser/rig.mjs";
+import { signingTests } from "../uses/signing.mjs";
 
 const ATTACKS = [
   doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,

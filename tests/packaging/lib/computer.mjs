@@ -5,8 +5,8 @@ import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
-import { bin } from "../../program/lib/build.mjs";
-import { Cleanup, runUnchecked } from "../../program/lib/process.mjs";
+import { bin } from "../../lib/quillmark.mjs";
+import { Cleanup, runUnchecked } from "../../lib/process.mjs";
 
 export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
 export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));

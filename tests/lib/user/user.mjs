@@ -1,13 +1,13 @@
 // A user who answers the host's windows as they come, and again when a click goes astray.
 
-import { pinTitle, windowTitle } from "./host.mjs";
-import { run, sleep } from "./process.mjs";
+import { PIN_TITLE, WINDOW_TITLE } from "../program/host.mjs";
+import { run, sleep } from "../process.mjs";
 
 /** How long a click or a PIN may take to show effect until it is given again. */
-const patience = 1500;
+const PATIENCE = 1500;
 
 /** Where the buttons of the select-certificate window are, with or without a title bar. */
-const buttons = { ok: ["344", "426"], cancel: ["254", "426"] };
+const BUTTONS = { ok: ["344", "426"], cancel: ["254", "426"] };
 
 export class User {
   #desktop;
@@ -24,8 +24,8 @@ export class User {
     settled.catch(() => {});
     this.#lastAct = { title: "", at: 0 };
     while (!done) {
-      if (!(await this.#act(pinTitle, (id) => this.#typePin(id, pin)))) {
-        await this.#act(windowTitle, (id) => this.#press(id, button));
+      if (!(await this.#act(PIN_TITLE, (id) => this.#typePin(id, pin)))) {
+        await this.#act(WINDOW_TITLE, (id) => this.#press(id, button));
       }
       await Promise.race([settled.catch(() => {}), sleep(30)]);
     }
@@ -36,13 +36,13 @@ export class User {
   async #act(title, act) {
     const [id] = await this.#desktop.windows(title);
     if (!id) return false;
-    const isNew = this.#lastAct.title !== title || Date.now() - this.#lastAct.at > patience;
+    const isNew = this.#lastAct.title !== title || Date.now() - this.#lastAct.at > PATIENCE;
     if (isNew && (await act(id))) this.#lastAct = { title, at: Date.now() };
     return true;
   }
 
   #press(id, button) {
-    return this.#xdotool("mousemove", "--window", id, ...buttons[button], "click", "1");
+    return this.#xdotool("mousemove", "--window", id, ...BUTTONS[button], "click", "1");
   }
 
   #typePin(id, pin) {

@@ -4,11 +4,11 @@ import { generateKeyPairSync, sign } from "node:crypto";
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { oid } from "./asn1.mjs";
+import { oid } from "../judges/asn1.mjs";
 
-export const tags = { utf8: 0x0c, printable: 0x13, teletex: 0x14, universal: 0x1c, bmp: 0x1e };
+export const TAGS = { utf8: 0x0c, printable: 0x13, teletex: 0x14, universal: 0x1c, bmp: 0x1e };
 
-const types = { CN: "2.5.4.3", O: "2.5.4.10", emailAddress: "1.2.840.113549.1.9.1" };
+const TYPES = { CN: "2.5.4.3", O: "2.5.4.10", emailAddress: "1.2.840.113549.1.9.1" };
 
 /** An element of DER (X.690): tag, length, content. */
 export function der(tag, ...content) {
@@ -25,8 +25,8 @@ const sha256WithRsa = sequence(oid("1.2.840.113549.1.1.11"), der(0x05));
 /** A Name: of each attribute its text, or { tag, bytes } for other strings than UTF-8. */
 function name(attributes) {
   return sequence(...Object.entries(attributes).map(([type, value]) => {
-    const { tag, bytes } = value.bytes ? value : { tag: tags.utf8, bytes: Buffer.from(value) };
-    return der(0x31, sequence(oid(types[type]), der(tag, bytes)));
+    const { tag, bytes } = value.bytes ? value : { tag: TAGS.utf8, bytes: Buffer.from(value) };
+    return der(0x31, sequence(oid(TYPES[type]), der(tag, bytes)));
   }));
 }
 

@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
-import { ask, canSetPolicies, codeOf, GST_TEXT, statusOf } from "./rig.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
+import { ask, canSetPolicies, codeOf, GST_TEXT, statusOf } from "../../lib/browser/rig.mjs";
 
 export function consentTests({ name, rig, browserTest, allowedPage }) {
   browserTest("the first request asks the user for consent, and the answer Once is for this request alone", async (t) => {

@@ -3,10 +3,10 @@
 import { copyFile, readFile, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { fakes } from "./build.mjs";
+import { fakes } from "../quillmark.mjs";
 
 /** PKCS#11's numbers, by their names there. */
-export const ck = {
+export const CK = {
   CKA_CLASS: 0x0, CKA_TOKEN: 0x1, CKA_VALUE: 0x11, CKA_CERTIFICATE_TYPE: 0x80, CKA_KEY_TYPE: 0x100, CKA_ID: 0x102,
   CKO_CERTIFICATE: 1, CKO_PRIVATE_KEY: 3, CKU_USER: 1,
   CKF_RW_SESSION: 2, CKF_SERIAL_SESSION: 4,
@@ -18,7 +18,7 @@ export const ck = {
 };
 
 /** The entry points that the program resolves, in its order. */
-export const entryPoints = ["C_Initialize", "C_Finalize", "C_GetSlotList", "C_OpenSession", "C_Login",
+export const ENTRY_POINTS = ["C_Initialize", "C_Finalize", "C_GetSlotList", "C_OpenSession", "C_Login",
   "C_GetAttributeValue", "C_FindObjectsInit", "C_FindObjects", "C_FindObjectsFinal", "C_SignInit", "C_Sign",
   "C_SignFinal"];
 

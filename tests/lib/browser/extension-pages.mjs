@@ -1,6 +1,6 @@
 // What the tests see of the extension's own pages, through the browsers' debugging protocols.
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { waitFor } from "../process.mjs";
 
 const CONSENT = "/consent/consent.html";
 const OPTIONS = "/options/options.html";

@@ -3,15 +3,15 @@
 import { readFile, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run } from "./process.mjs";
+import { run } from "../process.mjs";
 
-const defaultUsage = "critical,digitalSignature,nonRepudiation";
+const DEFAULT_USAGE = "critical,digitalSignature,nonRepudiation";
 
 /**
  * As users' certificates have them. pdfsig needs both: where one of them is missing it takes what its library remembers of
  * the search for it as a failure, and says "Unknown issue with Certificate" of a trusted one (seen: poppler 22.12).
  */
-const userExtensions = "extendedKeyUsage = clientAuth,emailProtection\ncrlDistributionPoints = URI:http://crl.example/ca.crl";
+const USER_EXTENSIONS = "extendedKeyUsage = clientAuth,emailProtection\ncrlDistributionPoints = URI:http://crl.example/ca.crl";
 
 /** A date of the form that `openssl ca` takes, some days from now. */
 export function daysFromNow(days) {
@@ -45,7 +45,7 @@ export class Authority {
    * Issues a certificate for a new RSA key. Gives the files { key, pem, der } and the DER bytes { bytes }.
    * `usage` and `email` null leave these out; `from` and `to` as openssl ca takes them; `serial` is hex.
    */
-  async issue(name, { subject = `/C=IN/O=Quillmark Test/CN=${name}`, email = "user@example.com", usage = defaultUsage,
+  async issue(name, { subject = `/C=IN/O=Quillmark Test/CN=${name}`, email = "user@example.com", usage = DEFAULT_USAGE,
     from = "20221115000000Z", to = "20491231235959Z", bits = 2048, serial = null } = {}) {
     const file = (suffix) => join(this.folder, `${name}.${suffix}`);
     const certificate = { key: file("key"), pem: file("pem"), der: file("der") };
@@ -58,7 +58,7 @@ export class Authority {
       "policy = any\nunique_subject = no\nemail_in_dn = no\nx509_extensions = ext",
       "[any]\ncountryName = optional\norganizationName = optional\ncommonName = optional",
       "[ext]\nbasicConstraints = critical,CA:false\nsubjectKeyIdentifier = hash\nauthorityKeyIdentifier = keyid",
-      userExtensions,
+      USER_EXTENSIONS,
       usage === null ? "" : `keyUsage = ${usage}`,
       email === null ? "" : `subjectAltName = email:${email}`,
     ]);
@@ -75,8 +75,8 @@ export class Authority {
   /** A certificate for a public key (a DER file) whose private key is elsewhere: the files { pem, der }. */
   async certify(name, publicKey) {
     const certificate = { pem: join(this.folder, `${name}.pem`), der: join(this.folder, `${name}.der`) };
-    const extensions = await this.#file(`${name}.ext`, ["basicConstraints = critical,CA:false", userExtensions,
-      `keyUsage = ${defaultUsage}`]);
+    const extensions = await this.#file(`${name}.ext`, ["basicConstraints = critical,CA:false", USER_EXTENSIONS,
+      `keyUsage = ${DEFAULT_USAGE}`]);
     const pemKey = join(this.folder, `${name}.public`);
     await run("openssl", ["pkey", "-pubin", "-inform", "DER", "-in", publicKey, "-out", pemKey]);
     await run("openssl", ["x509", "-new", "-force_pubkey", pemKey, "-subj", `/C=IN/O=Quillmark Test/CN=${name}`, "-days", "30",

@@ -3,7 +3,7 @@
 import { mkdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run } from "./process.mjs";
+import { run } from "../process.mjs";
 
 export class Judges {
   #folder;

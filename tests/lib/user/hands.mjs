@@ -1,6 +1,6 @@
 // The user's hands where they are faster or clumsier than User's: they press at a place of the screen, whatever is there.
 
-import { run, sleep } from "../../program/lib/process.mjs";
+import { run, sleep } from "../process.mjs";
 
 export class Hands {
   #env;

@@ -2,16 +2,16 @@
 
 import { after, before } from "node:test";
 
-import { Authority } from "./certificates.mjs";
-import { Desktop } from "./desktop.mjs";
-import { FakeToken } from "./fake-token.mjs";
-import { Host } from "./host.mjs";
-import { Judges } from "./judges.mjs";
+import { Authority } from "./token/certificates.mjs";
+import { Desktop } from "./display/desktop.mjs";
+import { FakeToken } from "./token/fake-token.mjs";
+import { Host } from "./program/host.mjs";
+import { Judges } from "./judges/judges.mjs";
 import { Cleanup } from "./process.mjs";
-import { SoftToken } from "./soft-token.mjs";
+import { SoftToken } from "./token/soft-token.mjs";
 
 /** A binary identifier as cards have it, the size of a SHA-1: with zero bytes, and no UTF-8. */
-export const binaryId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+export const BINARY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 export class World {
   #cleanup = new Cleanup();
@@ -47,7 +47,7 @@ export class World {
   /** A SoftHSM token with a user's certificate (binary CKA_ID), an expired one and the authority's own. */
   async softToken(t, options) {
     const token = await SoftToken.create(await this.cleanupOf(t).folder("softhsm"), options);
-    await token.addPair(await this.certificate(), binaryId);
+    await token.addPair(await this.certificate(), BINARY_ID);
     await token.addPair(await this.certificate("expired", { to: "20231115000000Z" }), "02");
     await token.addCertificate(`${this.folder}/ca.der`, "03");
     return token;

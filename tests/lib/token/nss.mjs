@@ -3,10 +3,10 @@
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run } from "../lib/process.mjs";
-import { PrivateToken } from "./private-modules.mjs";
+import { run } from "../process.mjs";
+import { PrivateToken } from "./private-token.mjs";
 
-const pin = "1234";
+const PIN = "1234";
 
 /** A database with one certificate of the test's world. NSS gives it its CKA_ID: a hash of the public key. */
 export async function nss(folder, world) {
@@ -14,11 +14,11 @@ export async function nss(folder, world) {
   const database = `sql:${folder}`;
   const pinFile = join(folder, "pin");
   const pkcs12 = join(folder, "user.p12");
-  await writeFile(pinFile, pin);
+  await writeFile(pinFile, PIN);
   await run("openssl", ["pkcs12", "-export", "-name", "user", "-in", certificate.pem, "-inkey", certificate.key,
     "-passout", `file:${pinFile}`, "-out", pkcs12]);
   await run("certutil", ["-N", "-d", database, "-f", pinFile]);
   await run("pk12util", ["-i", pkcs12, "-d", database, "-k", pinFile, "-w", pinFile]);
   return PrivateToken.of(folder, ["module: ../libsoftokn3.so", // from p11-kit's folder of modules
-    `x-init-reserved: configdir='${database}' certPrefix='' keyPrefix='' secmod='' flags=noModDB`], { pin, certificate });
+    `x-init-reserved: configdir='${database}' certPrefix='' keyPrefix='' secmod='' flags=noModDB`], { pin: PIN, certificate });
 }

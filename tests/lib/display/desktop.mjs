@@ -3,9 +3,9 @@
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 
-import { Cleanup, run, runUnchecked, sleep, waitFor } from "./process.mjs";
+import { Cleanup, run, runUnchecked, sleep, waitFor } from "../process.mjs";
 
-const screenSize = "1024x768x24";
+const SCREEN_SIZE = "1024x768x24";
 
 export class Desktop {
   #cleanup;
@@ -21,7 +21,7 @@ export class Desktop {
   /** Starts the display and the window manager. Both end with `cleanup`. */
   static async start(cleanup = new Cleanup()) {
     // The kernel ends it with us, however we end; what runs on the display goes with it.
-    const command = ["Xvfb", "-displayfd", "3", "-screen", "0", screenSize, "-nolisten", "tcp", "-noreset"];
+    const command = ["Xvfb", "-displayfd", "3", "-screen", "0", SCREEN_SIZE, "-nolisten", "tcp", "-noreset"];
     const xvfb = spawn("setpriv", ["--pdeathsig", "KILL", ...command], { stdio: ["ignore", "ignore", "ignore", "pipe"] });
     await started(xvfb, "Xvfb");
     cleanup.addChild(xvfb);

@@ -4,10 +4,10 @@ import { spawn } from "node:child_process";
 import { chown, readdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run, runUnchecked, waitFor } from "./process.mjs";
+import { run, runUnchecked, waitFor } from "../process.mjs";
 
-const size = { width: 1024, height: 768 }; // in the units of the windows
-const nobody = 65534; // sway refuses to be root's
+const SIZE = { width: 1024, height: 768 }; // in the units of the windows
+const NOBODY = 65534; // sway refuses to be root's
 
 export class WaylandDesktop {
   /** Starts the compositor with one output of that scale. It ends with `cleanup`. */
@@ -16,14 +16,14 @@ export class WaylandDesktop {
     const folder = await cleanup.folder("sway");
     const config = join(folder, "config");
     await writeFile(config, `xwayland disable
-output * resolution ${size.width * scale}x${size.height * scale} scale ${scale}
+output * resolution ${SIZE.width * scale}x${SIZE.height * scale} scale ${scale}
 for_window [app_id=".*"] floating enable
 `);
     desktop.env = { XDG_RUNTIME_DIR: folder, SWAYSOCK: join(folder, "sway"), GDK_BACKEND: "wayland", DISPLAY: undefined,
       GTK_THEME: "Adwaita", NO_AT_BRIDGE: "1" };
     const isRoot = process.getuid() === 0;
-    if (isRoot) await chown(folder, nobody, nobody);
-    const asNobody = isRoot ? [`--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups"] : [];
+    if (isRoot) await chown(folder, NOBODY, NOBODY);
+    const asNobody = isRoot ? [`--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups"] : [];
     desktop.sway = spawn("setpriv", ["--pdeathsig", "KILL", ...asNobody, "sway", "--config", config], {
       stdio: "ignore",
       env: { ...process.env, ...desktop.env, HOME: folder, WAYLAND_DISPLAY: undefined,

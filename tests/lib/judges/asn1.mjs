@@ -1,6 +1,6 @@
 // The structure of DER as openssl reads it.
 
-import { run } from "./process.mjs";
+import { run } from "../process.mjs";
 
 /**
  * The tree of a DER structure: { tag, header, bytes, children }. `tag` is openssl's word for it ("SEQUENCE", "OBJECT",

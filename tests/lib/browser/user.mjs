@@ -1,8 +1,8 @@
 // The user in front of the browser: answers the extension's question and the signing program's windows, by mouse and keys.
 
-import { pinTitle, windowTitle } from "../../program/lib/host.mjs";
-import { sleep, waitFor } from "../../program/lib/process.mjs";
-import { Hands } from "./hands.mjs";
+import { PIN_TITLE, WINDOW_TITLE } from "../program/host.mjs";
+import { sleep, waitFor } from "../process.mjs";
+import { Hands } from "../user/hands.mjs";
 
 /** What the browsers put behind the title of a page. */
 const BROWSER_TITLE = { chromium: " - Chromium", firefox: " — Mozilla Firefox" };
@@ -115,7 +115,7 @@ export class User {
   }
 
   certificateWindow() {
-    return this.#desktop.window(windowTitle);
+    return this.#desktop.window(WINDOW_TITLE);
   }
 
   /**
@@ -131,7 +131,7 @@ export class User {
   }
 
   pinWindow() {
-    return this.#desktop.window(pinTitle);
+    return this.#desktop.window(PIN_TITLE);
   }
 
   /** Until the window is gone: what comes next must not take it for a new question. */
@@ -149,7 +149,7 @@ export class User {
 
   /** Whether the signing program shows any window. */
   async seesAWindow() {
-    return (await Promise.all([windowTitle, pinTitle].map((title) => this.#desktop.windows(title)))).flat().length > 0;
+    return (await Promise.all([WINDOW_TITLE, PIN_TITLE].map((title) => this.#desktop.windows(title)))).flat().length > 0;
   }
 
   async #clickUntilAnswered(request, side) {
@@ -157,8 +157,8 @@ export class User {
     const end = () => (answered = true);
     request.then(end, end);
     await waitFor("the request to be answered", async () => {
-      if (answered || (await this.#desktop.windows(pinTitle)).length > 0) return true;
-      const [id] = await this.#desktop.windows(windowTitle);
+      if (answered || (await this.#desktop.windows(PIN_TITLE)).length > 0) return true;
+      const [id] = await this.#desktop.windows(WINDOW_TITLE);
       if (id) await this.#clickButton(id, side).catch(() => {}); // it may close under the mouse
       return false;
     }, { interval: 300 });

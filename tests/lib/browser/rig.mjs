@@ -8,11 +8,11 @@ import { after, before } from "node:test";
 import { fileURLToPath } from "node:url";
 
 import { make, manifest } from "../../../extension/make.mjs";
-import { bin } from "../../program/lib/build.mjs";
-import { FakeToken } from "../../program/lib/fake-token.mjs";
-import { Cleanup, run, waitFor } from "../../program/lib/process.mjs";
-import { SoftToken } from "../../program/lib/soft-token.mjs";
-import { binaryId, World } from "../../program/lib/world.mjs";
+import { bin } from "../quillmark.mjs";
+import { FakeToken } from "../token/fake-token.mjs";
+import { Cleanup, run, waitFor } from "../process.mjs";
+import { SoftToken } from "../token/soft-token.mjs";
+import { BINARY_ID, World } from "../world.mjs";
 import { startBrowser } from "./browser.mjs";
 import { ExtensionPages } from "./extension-pages.mjs";
 import { serve } from "./site.mjs";
@@ -25,8 +25,8 @@ const registration = JSON.parse(await readFile(join(root, "packaging/registratio
 // A page of a site that uses the page library. `ask` turns what an operation comes to into a value for the tests.
 const PAGE = `<!doctype html><meta charset="utf-8"><title>Test page</title><link rel="icon" href="data:,">
 <script type="module">
-  import * as library from "./quillmark.js";
-  import { prepareSignature, sampleDocument } from "./pdf-signing.js";
+  import * as library from "../../browser/lib/quillmark.js";
+  import { prepareSignature, sampleDocument } from "../../browser/lib/pdf-signing.js";
   window.progress = [];
   window.ask = async (operation, args, options = {}) => {
     window.withdrawal = new AbortController();
@@ -91,7 +91,7 @@ export class Rig {
     this.home = await this.#cleanup.folder(`home-${this.name}`);
     this.certificate = await this.world.certificate();
     this.token = await SoftToken.create(this.home);
-    await this.token.addPair(this.certificate, binaryId);
+    await this.token.addPair(this.certificate, BINARY_ID);
     await this.install();
 
     this.extensions = await this.#cleanup.folder("extension");

@@ -4,19 +4,19 @@ import { spawn } from "node:child_process";
 import { readFile, symlink, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 
-import { bin } from "./build.mjs";
+import { bin } from "../quillmark.mjs";
 import { frame, FrameReader } from "./frames.mjs";
-import { sleep, waitFor } from "./process.mjs";
+import { sleep, waitFor } from "../process.mjs";
 
-export const windowTitle = "Quillmark - Select Certificate";
-export const pinTitle = "Quillmark";
-export const pinMessage = "Please Enter Token PIN";
-export const errorTitle = "Exiting Quillmark - Error Loading Token Driver";
-export const cancelText = "User Canceled without Selecting Certificate.";
-export const noPinText = "Token User PIN required for Token Login, but given empty.";
-export const failurePrefix = "QMHost Error: ";
+export const WINDOW_TITLE = "Quillmark - Select Certificate";
+export const PIN_TITLE = "Quillmark";
+export const PIN_MESSAGE = "Please Enter Token PIN";
+export const ERROR_TITLE = "Exiting Quillmark - Error Loading Token Driver";
+export const CANCEL_TEXT = "User Canceled without Selecting Certificate.";
+export const NO_PIN_TEXT = "Token User PIN required for Token Login, but given empty.";
+export const FAILURE_PREFIX = "QMHost Error: ";
 
-const browserArguments = ["chrome-extension://abcdefghijklmnopabcdefghijklmnop/"];
+const BROWSER_ARGUMENTS = ["chrome-extension://abcdefghijklmnopabcdefghijklmnop/"];
 
 export class Host {
   #child;
@@ -36,7 +36,7 @@ export class Host {
    * - `program`: another program than that in the folder, as a path; it is started in its own folder
    */
   static async start({ desktop, cleanup, token = null, settings = { AppLogLevel: 1 }, logo = true, prepare = null,
-    args = browserArguments, env = {}, wrapper = [], folder = null, program = null }) {
+    args = BROWSER_ARGUMENTS, env = {}, wrapper = [], folder = null, program = null }) {
     const host = new Host();
     host.#desktop = desktop;
     host.folder = folder ?? await cleanup.folder("host");
@@ -123,7 +123,7 @@ export class Host {
   /** The lines of the log without their time stamps. */
   async logLines() {
     const text = await this.logText();
-    return text.split("\n").slice(0, -1).map((line) => line.replace(timeStamp, ""));
+    return text.split("\n").slice(0, -1).map((line) => line.replace(TIME_STAMP, ""));
   }
 
   /** The log file as it stands; empty when there is none. */
@@ -138,15 +138,15 @@ export class Host {
   // The user at the windows. `options.timeout` is how long to wait for a window, in milliseconds.
 
   /** Points of the window; GTK puts Cancel left and OK right of the middle. */
-  okButton = [344, buttonRow];
-  cancelButton = [254, buttonRow];
+  okButton = [344, BUTTON_ROW];
+  cancelButton = [254, BUTTON_ROW];
 
   /** The select-certificate window, once the certificates' cards are in it. */
   async window(options) {
-    const id = await this.#desktop.window(windowTitle, options);
+    const id = await this.#desktop.window(WINDOW_TITLE, options);
     // At the list's right edge there is nothing but the lines between the cards and the colour of the selected one: the
     // "Loading..." row is white there, and what is not yet painted black.
-    const edge = { x: listEdge, y: listTop + 10, width: 1, height: 270 };
+    const edge = { x: LIST_EDGE, y: LIST_TOP + 10, width: 1, height: 270 };
     const isOfCards = (colour) => !["ffffff", "000000"].includes(colour);
     await waitFor("the cards", async () => (await this.#desktop.colours(id, edge)).some(isOfCards),
       options);
@@ -163,39 +163,39 @@ export class Host {
    */
   async clickCancel(options) {
     await waitFor("Cancel to hide the window", async () => {
-      await this.#desktop.click(await this.#desktop.window(windowTitle, options), ...this.cancelButton);
-      const isGone = await this.#desktop.windowGone(windowTitle, { timeout: 2000 }).then(() => true, () => false);
+      await this.#desktop.click(await this.#desktop.window(WINDOW_TITLE, options), ...this.cancelButton);
+      const isGone = await this.#desktop.windowGone(WINDOW_TITLE, { timeout: 2000 }).then(() => true, () => false);
       await sleep(700);
-      return isGone && (await this.#desktop.windows(windowTitle)).length === 0;
+      return isGone && (await this.#desktop.windows(WINDOW_TITLE)).length === 0;
     }, options);
   }
 
   /** OK while there is nothing to choose from. */
   async clickOkWithoutCards() {
-    await this.#desktop.click(await this.#desktop.window(windowTitle), ...this.okButton);
+    await this.#desktop.click(await this.#desktop.window(WINDOW_TITLE), ...this.okButton);
   }
 
   /** Clicks into a card of three lines (the first is 0), once or `times` times fast. */
   async clickCard(row, times = 1) {
-    await this.#desktop.click(await this.window(), 60, listTop + (row + 0.5) * cardHeight, times);
+    await this.#desktop.click(await this.window(), 60, LIST_TOP + (row + 0.5) * CARD_HEIGHT, times);
   }
 
   /** The colours of the text of a card of three lines. */
   async cardColours(row) {
-    const text = { x: 10, y: listTop + row * cardHeight + 8, width: 560, height: 52 };
+    const text = { x: 10, y: LIST_TOP + row * CARD_HEIGHT + 8, width: 560, height: 52 };
     return this.#desktop.colours(await this.window(), text);
   }
 
   /** Types the PIN into the dialog and presses Return. */
   async enterPin(pin, options) {
-    const dialog = await this.#desktop.window(pinTitle, options);
+    const dialog = await this.#desktop.window(PIN_TITLE, options);
     await this.#desktop.type(dialog, pin);
     await this.#desktop.key(dialog, "Return");
   }
 
   /** Leaves the PIN dialog with Escape. */
   async cancelPin(options) {
-    await this.#desktop.key(await this.#desktop.window(pinTitle, options), "Escape");
+    await this.#desktop.key(await this.#desktop.window(PIN_TITLE, options), "Escape");
   }
 
   async #within(timeout, what, promise) {
@@ -217,12 +217,12 @@ export class Host {
 
 // Points of the window. It is 500 pixels high with or without its title bar, by the window manager's leave; these are right
 // in both cases, which differ by up to 20 pixels.
-const listTop = 82;
-const listEdge = 585;
-const cardHeight = 73;
-const buttonRow = 426;
+const LIST_TOP = 82;
+const LIST_EDGE = 585;
+const CARD_HEIGHT = 73;
+const BUTTON_ROW = 426;
 
-const timeStamp = /^[A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4} /;
+const TIME_STAMP = /^[A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4} /;
 
 function asText(settings) {
   return typeof settings === "string" || Buffer.isBuffer(settings) ? settings : JSON.stringify(settings);

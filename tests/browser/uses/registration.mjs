@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { readFile, rename, rm, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, root } from "./rig.mjs";
+import { run } from "../../lib/process.mjs";
+import { ask, askWithoutGesture, codeOf, root } from "../../lib/browser/rig.mjs";
 
 export function registrationTests({ name, rig, browserTest, allowedPage }) {
   browserTest("a program that is registered for another extension is refused", async (t) => {

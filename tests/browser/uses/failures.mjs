@@ -4,9 +4,9 @@ import assert from "node:assert/strict";
 import { rename } from "node:fs/promises";
 import { join } from "node:path";
 
-import { ck } from "../../program/lib/fake-token.mjs";
-import { sleep, waitFor } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, bytes, codeOf, DIGEST } from "./rig.mjs";
+import { CK } from "../../lib/token/fake-token.mjs";
+import { sleep, waitFor } from "../../lib/process.mjs";
+import { ask, askWithoutGesture, bytes, codeOf, DIGEST } from "../../lib/browser/rig.mjs";
 
 export function failureTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("Cancel is USER_CANCELLED, and the next request shows the window again", async (t) => {
@@ -70,7 +70,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     const failing = (rv, nth) => ({ call: "C_Sign", rv, nth });
     await rig.useFakeToken(t, {
       certificates: [{ certificate: rig.certificate, id: "01" }],
-      faults: [failing(ck.CKR_GENERAL_ERROR, 1)],
+      faults: [failing(CK.CKR_GENERAL_ERROR, 1)],
     });
     const page = await allowedPage(t);
     const request = ask(page, "signAuthToken", ["token"]);
@@ -81,7 +81,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
 
     await rig.useFakeToken(t, {
       certificates: [{ certificate: rig.certificate, id: "01" }],
-      faults: [failing(ck.CKR_DEVICE_REMOVED, 1)],
+      faults: [failing(CK.CKR_DEVICE_REMOVED, 1)],
     });
     const pulled = ask(page, "signAuthToken", ["token"]);
     await rig.user.chooseAndLogIn(pulled);

@@ -3,17 +3,17 @@
 import { mkdir, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { bin } from "../lib/build.mjs";
-import { run } from "../lib/process.mjs";
+import { bin } from "../quillmark.mjs";
+import { run } from "../process.mjs";
 
 const isRoot = process.getuid() === 0;
-const nobody = 65534;
+const NOBODY = 65534;
 
 /**
  * The command to put in front of a program that is to use such a token: nothing, unless the tests run as root, whose own
  * configuration p11-kit does not read. Then another user, who may still reach every file.
  */
-export const asUser = !isRoot ? [] : ["setpriv", `--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups",
+export const asUser = !isRoot ? [] : ["setpriv", `--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups",
   "--inh-caps=+dac_override", "--ambient-caps=+dac_override"];
 
 /** A token that p11-kit shows alone to a program that runs with its `env`, behind `asUser`. */
@@ -27,7 +27,7 @@ export class PrivateToken {
     await mkdir(join(config, "pkcs11/modules"), { recursive: true });
     await writeFile(join(config, "pkcs11/pkcs11.conf"), "user-config: only\n");
     await writeFile(join(config, "pkcs11/modules/token.module"), `${lines.join("\n")}\n`);
-    if (isRoot) await run("chown", ["-R", `${nobody}:${nobody}`, folder]);
+    if (isRoot) await run("chown", ["-R", `${NOBODY}:${NOBODY}`, folder]);
     const token = new PrivateToken();
     return Object.assign(token, { pin, certificate, env: { HOME: folder, XDG_CONFIG_HOME: config, ...env } });
   }

@@ -3,11 +3,11 @@
 import { mkdir, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { bin } from "./build.mjs";
-import { run } from "./process.mjs";
+import { bin } from "../quillmark.mjs";
+import { run } from "../process.mjs";
 
 /** Where Debian's package puts the module. */
-const softhsm = "/usr/lib/softhsm/libsofthsm2.so";
+const SOFTHSM = "/usr/lib/softhsm/libsofthsm2.so";
 
 export class SoftToken {
   /**
@@ -21,7 +21,7 @@ export class SoftToken {
     await mkdir(join(folder, "tokens"), { recursive: true });
     await mkdir(modules, { recursive: true });
     await writeFile(join(folder, ".config/pkcs11/pkcs11.conf"), "user-config: only\n");
-    await writeFile(join(modules, "softhsm2.module"), `module: ${softhsm}\n`);
+    await writeFile(join(modules, "softhsm2.module"), `module: ${SOFTHSM}\n`);
     const config = join(folder, "softhsm2.conf");
     await writeFile(config, `directories.tokendir = ${join(folder, "tokens")}\nlog.level = ERROR\n`);
     /** What a program needs in its environment to see this token, and no other. */
@@ -39,7 +39,7 @@ export class SoftToken {
 
   /** Puts a certificate (a DER file) on the token. */
   async addCertificate(file, id) {
-    await this.#run("pkcs11-tool", "--module", softhsm, "--token-label", this.label, "--login", "--pin", this.pin,
+    await this.#run("pkcs11-tool", "--module", SOFTHSM, "--token-label", this.label, "--login", "--pin", this.pin,
       "--write-object", file, "--type", "cert", "--id", id);
   }
 
