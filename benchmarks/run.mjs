@@ -8,11 +8,11 @@ import { join } from "node:path";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 
+import { Cleanup } from "../tests/lib/cleanup.mjs";
 import { Desktop } from "../tests/lib/display/desktop.mjs";
-import { Cleanup, run } from "../tests/lib/process.mjs";
-import { SoftToken } from "../tests/lib/token/soft-token.mjs";
+import { run } from "../tests/lib/process.mjs";
+import { SOFTHSM, SoftToken } from "../tests/lib/token/soft-token.mjs";
 
-const SOFTHSM = "/usr/lib/softhsm/libsofthsm2.so";
 const TOKEN_SIZES = [1, 10, 100, 1000];
 const FILL_TIMEOUT = 600_000; // milliseconds: the token writes a file for each certificate, and waits for the disk
 

@@ -1,12 +1,13 @@
-// Running commands, waiting, and undoing what was started.
+// Running commands, and waiting.
 
 import { spawn } from "node:child_process";
-import { mkdtemp, rm } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
 import { setTimeout as sleep } from "node:timers/promises";
 
 export { sleep };
+
+/** A user who is nobody in particular, and what root puts in front of a command to have it run as this one. */
+export const NOBODY = 65534;
+export const AS_NOBODY = ["setpriv", `--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups"];
 
 /** Runs a command to its end. Resolves with stdout (a Buffer), stderr (text) and code; `input` goes to its stdin. */
 export function runUnchecked(command, args, { input = "", timeout = 60_000, ...options } = {}) {
@@ -44,42 +45,5 @@ export async function waitFor(what, probe, { timeout = 30_000, interval = 40 } =
     if (found) return found;
     if (Date.now() > end) throw new Error(`Waited ${timeout} ms in vain for ${what}`);
     await sleep(interval);
-  }
-}
-
-/** What has to be undone, last first. Undoing goes on after a failure and reports the first one. */
-export class Cleanup {
-  #undo = [];
-
-  add(undo) {
-    this.#undo.push(undo);
-  }
-
-  /** A new empty folder that goes with the rest. */
-  async folder(name) {
-    const path = await mkdtemp(join(tmpdir(), `quillmark-${name}-`));
-    this.add(() => rm(path, { recursive: true, force: true }));
-    return path;
-  }
-
-  /** Ends a child process of ours, if it still runs, and waits until it is gone. */
-  addChild(child) {
-    const gone = new Promise((resolve) => child.once("close", resolve));
-    this.add(async () => {
-      if (child.exitCode === null && child.signalCode === null) child.kill("SIGKILL");
-      await gone;
-    });
-  }
-
-  async run() {
-    let failure;
-    while (this.#undo.length > 0) {
-      try {
-        await this.#undo.pop()();
-      } catch (error) {
-        failure ??= error;
-      }
-    }
-    if (failure) throw failure;
   }
 }

@@ -1,12 +1,23 @@
-// Where the build under test lies.
+// What this project's tests tell the harness of the project: where the program under test lies, and what goes with it. No
+// other file of this folder knows a path of it.
 
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
-const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
+export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../..");
 
 /** The folder that the host can be run in. QM_BIN names another than that of the release preset. */
 export const bin = resolve(process.env.QM_BIN ?? join(root, "build/release/bin"));
 
-/** The folder with the tests' own PKCS#11 modules. */
-export const fakes = join(dirname(bin), "fakes");
+/** The folder of the build, and what else it holds: the tests' own libraries, and pictures that tests leave there. */
+export const build = dirname(bin);
+export const fakes = join(build, "fakes");
+export const screenshots = join(build, "screenshots");
+
+/** The host's files, and the scripted PKCS#11 module, which may lack an entry point. */
+export const product = {
+  program: join(bin, "QMChromeExtHost"),
+  driver: join(bin, "QMTokenDriver.so"),
+  logo: join(bin, "QMLogo.png"),
+  fakeModule: (without = null) => join(fakes, without === null ? "fake-pkcs11.so" : `fake-pkcs11-without-${without}.so`),
+};

@@ -1,36 +1,48 @@
-// What the tests of a file share: a desktop, an authority with its certificates, the judges.
+// What the tests of a file share: a desktop, an authority with its certificates, the judges. All ends with the file, and what
+// a test has started with the test.
 
 import { after, before } from "node:test";
 
-import { Authority } from "./token/certificates.mjs";
+import { Cleanup } from "./cleanup.mjs";
 import { Desktop } from "./display/desktop.mjs";
-import { FakeToken } from "./token/fake-token.mjs";
-import { Host } from "./program/host.mjs";
 import { Judges } from "./judges/judges.mjs";
-import { Cleanup } from "./process.mjs";
+import { Host } from "./program/host.mjs";
+import { Authority } from "./token/certificates.mjs";
+import { FakeToken } from "./token/fake-token.mjs";
 import { SoftToken } from "./token/soft-token.mjs";
+import { User } from "./user/user.mjs";
 
 /** A binary identifier as cards have it, the size of a SHA-1: with zero bytes, and no UTF-8. */
 export const BINARY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 export class World {
+  #product;
   #cleanup = new Cleanup();
   #certificates = new Map();
   #tests = new WeakMap();
 
-  /** Call it once in a file, outside of the tests. */
-  static forThisFile() {
+  /**
+   * Call it once in a file, outside of the tests. `product`: what is tested, as files { program, driver, logo }, and
+   * { fakeModule(without) }, which gives the scripted module with or without an entry point.
+   */
+  static forThisFile(product) {
     const world = new World();
+    world.#product = product;
     before(() => world.#create());
     after(() => world.#cleanup.run());
     return world;
   }
 
   async #create() {
-    this.desktop = await Desktop.start(this.#cleanup);
+    this.desktop = await this.addDesktop();
     this.folder = await this.#cleanup.folder("tests");
     this.authority = await Authority.create(this.folder);
     this.judges = new Judges(this.folder, this.authority.certificate);
+  }
+
+  /** One more display, until the file ends. */
+  addDesktop() {
+    return Desktop.start(this.#cleanup);
   }
 
   /** The certificate of that name, issued when first asked for; `options` as of Authority.issue. */
@@ -40,22 +52,27 @@ export class World {
   }
 
   /** A scripted token; by default with one user certificate of the CKA_ID "01". */
-  async fakeToken({ certificates = null, ...script } = {}) {
-    return new FakeToken({ certificates: certificates ?? [{ certificate: await this.certificate(), id: "01" }], ...script });
+  async fakeToken({ certificates = null, without = null, ...script } = {}) {
+    const module = this.#product.fakeModule(without);
+    return new FakeToken({ module, certificates: certificates ?? [{ certificate: await this.certificate(), id: "01" }], ...script });
   }
 
-  /** A SoftHSM token with a user's certificate (binary CKA_ID), an expired one and the authority's own. */
-  async softToken(t, options) {
+  /**
+   * A SoftHSM token with these pairs [certificate, CKA_ID in hex]; by default with a user's certificate (binary CKA_ID), an
+   * expired one and the authority's own.
+   */
+  async softToken(t, { pairs = null, ...options } = {}) {
     const token = await SoftToken.create(await this.cleanupOf(t).folder("softhsm"), options);
-    await token.addPair(await this.certificate(), BINARY_ID);
-    await token.addPair(await this.certificate("expired", { to: "20231115000000Z" }), "02");
-    await token.addCertificate(`${this.folder}/ca.der`, "03");
+    const usual = async () => [[await this.certificate(), BINARY_ID], [await this.certificate("expired", { to: "20231115000000Z" }), "02"]];
+    for (const pair of pairs ?? (await usual())) await token.addPair(...pair);
+    if (pairs === null) await token.addCertificate(this.authority.own.der, "03");
     return token;
   }
 
-  /** Starts a host that ends with the test `t`; `options` as of Host.start. */
-  host(t, options = {}) {
-    return Host.start({ desktop: this.desktop, cleanup: this.cleanupOf(t), ...options });
+  /** Starts a host that ends with the test `t`; `options` as of Host.start. Its `user` sits at its desktop. */
+  async host(t, { desktop = this.desktop, ...options } = {}) {
+    const host = await Host.start({ desktop, product: this.#product, cleanup: this.cleanupOf(t), ...options });
+    return Object.assign(host, { user: new User(desktop) });
   }
 
   /** Starts a host with a scripted token: { host, token }. */
@@ -73,19 +90,4 @@ export class World {
     }
     return this.#tests.get(t);
   }
-}
-
-/** Sends a request that shows the window, presses OK there, and gives the reply. */
-export async function chooseFirst(host, request) {
-  host.send(request);
-  await host.clickOk();
-  return host.reply();
-}
-
-/** Like chooseFirst, for a request that goes on to ask for the PIN. */
-export async function chooseAndLogIn(host, request, pin = "1234") {
-  host.send(request);
-  await host.clickOk();
-  await host.enterPin(pin);
-  return host.reply();
 }

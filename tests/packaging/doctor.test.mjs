@@ -5,10 +5,9 @@ import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../lib/quillmark.mjs";
-import { run, runUnchecked } from "../lib/process.mjs";
-import { World } from "../lib/world.mjs";
-import { Computer, GOOD_TOKENS, registration, root } from "./lib/computer.mjs";
+import { bin, product, root } from "../lib/quillmark.mjs";
+import { run, runUnchecked, World } from "../lib/kit.mjs";
+import { Computer, GOOD_TOKENS, registration } from "./lib/computer.mjs";
 
 /** A computer on which everything is right. */
 async function healthy(t, options) {
@@ -389,7 +388,7 @@ test("A remedy that is a command has the path in it quoted", async (t) => {
 
 // ---- the real program
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 test("With the real program, driver and a soft token: status 0, and 1 once the token is gone", async (t) => {
   const token = await world.softToken(t);

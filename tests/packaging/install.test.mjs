@@ -6,8 +6,9 @@ import { mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promis
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run, runUnchecked } from "../lib/process.mjs";
-import { Computer, root } from "./lib/computer.mjs";
+import { run, runUnchecked } from "../lib/kit.mjs";
+import { root } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"];
 const folderOf = (computer) => join(computer.home, ".local/share/quillmark");

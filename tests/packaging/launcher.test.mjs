@@ -6,7 +6,7 @@ import { chmod, chown, lchown, mkdir, readdir, readFile, symlink, writeFile } fr
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run, runUnchecked } from "../lib/process.mjs";
+import { run, runUnchecked, SOFTHSM } from "../lib/kit.mjs";
 import { Computer } from "./lib/computer.mjs";
 
 const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
@@ -14,8 +14,6 @@ const started = (folder, computer) => computer.read(join(folder, "started"));
 
 /** What the launcher ends with when it refuses a working folder. */
 const REFUSED = 77;
-
-const MAKERS_MODULE = "/usr/lib/softhsm/libsofthsm2.so";
 
 /** A user and a group that are not those of the tests. */
 const ANOTHER = 65534;
@@ -85,7 +83,7 @@ test("Quillmark's own driver, left in the working folder by an installation for 
 });
 
 test("A token maker's module in the driver's place stays, also one that was linked under that name", async (t) => {
-  for (const module of [await readFile(MAKERS_MODULE), "\0QMTokenDriver.so\0the name under which it was linked\0"]) {
+  for (const module of [await readFile(SOFTHSM), "\0QMTokenDriver.so\0the name under which it was linked\0"]) {
     const { start, folder } = await forAllUsers(t);
     await mkdir(folder, { recursive: true });
     await writeFile(join(folder, "QMTokenDriver.so"), module);
@@ -94,9 +92,9 @@ test("A token maker's module in the driver's place stays, also one that was link
   }
   const { start, folder } = await forAllUsers(t);
   await mkdir(folder, { recursive: true });
-  await symlink(MAKERS_MODULE, join(folder, "QMTokenDriver.so"));
+  await symlink(SOFTHSM, join(folder, "QMTokenDriver.so"));
   await start();
-  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), MAKERS_MODULE);
+  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), SOFTHSM);
 });
 
 test("Asked for the folder only, the launcher says it, makes nothing, and starts nothing", async (t) => {

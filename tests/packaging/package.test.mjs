@@ -5,23 +5,17 @@ import { existsSync } from "node:fs";
 import { readdir, readFile, stat } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
-import { fileURLToPath } from "node:url";
 
-import { run, runUnchecked } from "../lib/process.mjs";
-import { SoftToken } from "../lib/token/soft-token.mjs";
-import { chooseAndLogIn, World } from "../lib/world.mjs";
+import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
+import { product, root } from "../lib/quillmark.mjs";
 
-const root = fileURLToPath(new URL("../../", import.meta.url));
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 const MINUTES = 60_000;
-
-const NOBODY = 65534;
-const AS_NOBODY = ["setpriv", `--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups"];
 
 const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
   "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
 
-test("the package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
+test("The package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
   const before = await traces();
   const deb = await makePackage();
   t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
@@ -46,7 +40,7 @@ test("the package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual(await traces(), before);
 });
 
-test("the package has the version of the program", async () => {
+test("The package has the version of the program", async () => {
   const [, program] = /project\(Quillmark VERSION ([\d.]+)/.exec(await readFile(join(root, "CMakeLists.txt"), "utf8"));
   const [, changelog] = /^quillmark \(([^)]+)\)/.exec(await readFile(join(root, "packaging/debian/changelog"), "utf8"));
   const [, news] = /^## ([\d.]+)/m.exec(await readFile(join(root, "NEWS.md"), "utf8"));
@@ -89,7 +83,7 @@ async function signsForUser(t, launcher) {
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "a token" });
   assert.equal(reply.status_cd, 1, reply.result);
   await world.judges.rsa(Buffer.from(reply.result, "base64"), Buffer.from("a token"), certificate.pem);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   const { uid, mode } = await stat(workingFolder);
   assert.deepEqual([uid, mode & 0o777], [NOBODY, 0o700]);

@@ -5,8 +5,9 @@ import { mkdir, readFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run } from "../lib/process.mjs";
-import { Computer, registration, root } from "./lib/computer.mjs";
+import { run } from "../lib/kit.mjs";
+import { root } from "../lib/quillmark.mjs";
+import { Computer, registration } from "./lib/computer.mjs";
 
 const vectors = JSON.parse(await readFile(join(root, "tests/policies/vectors.json"), "utf8"));
 const [chromiumId] = registration.chromiumExtensions;

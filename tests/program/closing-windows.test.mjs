@@ -3,15 +3,15 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, PIN_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { run, sleep } from "../lib/process.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import {
+  CHOOSE, chooseAndLogIn, chooseFirst, ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, NORMAL_END, PIN_TITLE, sleep,
+  WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const CHOOSE = { action: "GetSelCertFromToken" };
 const SIGN = { action: "SignAuthToken", authToken: "token" };
-const NORMAL_END = { code: 0, signal: null };
 
 /** The window manager draws its close box here whether the window offers closing or not. */
 async function clickCloseBox(id) {
@@ -23,13 +23,13 @@ test("The title bar's close box and Alt+F4, many times: the window goes on waiti
   const { host } = await world.hostWithFake(t);
   for (let round = 0; round < 3; ++round) {
     host.send(CHOOSE);
-    const id = await host.window();
+    const id = await host.user.window();
     for (let i = 0; i < 5; ++i) {
       await clickCloseBox(id);
       await world.desktop.key(id, "alt+F4");
     }
     await sleep(300);
-    await host.clickOk();
+    await host.user.clickOk();
     assert.equal((await host.reply()).status_cd, 1);
     assert.equal((await host.request({ text: "on" })).result, `${FAILURE_PREFIX}echo: on`);
   }
@@ -41,7 +41,7 @@ test("Alt+F4 while the token is read: the list comes all the same", async (t) =>
   host.send(CHOOSE);
   const id = await world.desktop.window(WINDOW_TITLE);
   for (let i = 0; i < 5; ++i) await world.desktop.key(id, "alt+F4");
-  await host.clickOk();
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
   assert.equal((await chooseAndLogIn(host, SIGN)).status_cd, 1);
   assert.deepEqual(await host.finish(), NORMAL_END);
@@ -55,7 +55,7 @@ for (const [how, close] of [
     const { host, token } = await world.hostWithFake(t);
     for (const typed of ["", "1234"]) {
       host.send(SIGN);
-      await host.clickOk();
+      await host.user.clickOk();
       const dialog = await world.desktop.window(PIN_TITLE);
       if (typed) await world.desktop.type(dialog, typed);
       await close(dialog);
@@ -78,8 +78,8 @@ test("The message of a missing driver closed with Alt+F4 ends the host like its 
 test("A user who kills the window ends the host at once, and without a signal", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send(CHOOSE);
-  const id = await host.window();
-  await run("xdotool", ["windowkill", id], { env: { ...process.env, ...world.desktop.env } });
+  const id = await host.user.window();
+  await world.desktop.run("xdotool", ["windowkill", id]);
   const { code, signal } = await host.exit({ timeout: 2000 });
   assert.equal(signal, null);
   assert.notEqual(code, 0);

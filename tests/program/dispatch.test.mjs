@@ -3,12 +3,10 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { CK } from "../lib/token/fake-token.mjs";
-import { WINDOW_TITLE } from "../lib/program/host.mjs";
-import { thumbprint } from "../lib/judges/judges.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import { chooseAndLogIn, chooseFirst, CK, NORMAL_END, WINDOW_TITLE, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const digest = Buffer.alloc(32, 0x5a).toString("base64");
 
@@ -49,7 +47,7 @@ test("The hash algorithm is SHA256 when absent or empty, and loses its dashes bu
   const { host, token } = await world.hostWithFake(t);
   const chosen = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(chosen.status_cd, 1);
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   const sign = (more) => host.request({ action: "PdfSignFromToken", hash: digest, certThumbPrint, ...more });
   const mechanism = async () => (await token.calls("C_SignInit")).at(-1).in.mechanism;
 
@@ -101,7 +99,7 @@ test("An exception that no operation knows is the reply of its request, and the 
 test("The end of input after a reply ends the host, with nothing more written", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: null });
   await host.request({ text: "last" });
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
   assert.equal(await host.replyFrame(), null);
   assert.equal((await host.logLines()).at(-1), "Exiting ReadStdin Loop and Closing Host Application.");
 });

@@ -5,11 +5,13 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { CK, ENTRY_POINTS, errorLine } from "../lib/token/fake-token.mjs";
-import { ERROR_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import {
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, ERROR_TITLE, errorLine, NORMAL_END, WINDOW_TITLE,
+  World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const couldNotLoad = (path) => [
   `Could not load Smartcard or Token driver from path: ${path}, exiting Quillmark Extension Host... `,
@@ -75,11 +77,11 @@ const withoutFunction = {
 for (const [name, text] of Object.entries(withoutFunction)) {
   test(`A module without ${name} loads, and the first use fails with its name and 0x54`, async (t) => {
     const { host } = await world.hostWithFake(t, { without: name });
-    const reply = await host.request({ action: "GetSelCertFromToken" });
+    const reply = await host.request(CHOOSE);
     assert.deepEqual(reply, { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "" });
     assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
     await world.desktop.windowGone(WINDOW_TITLE);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
@@ -89,7 +91,7 @@ for (const name of ["C_SignInit", "C_Sign"]) {
     const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
     const line = errorLine(name, CK.CKR_FUNCTION_NOT_SUPPORTED);
     assert.equal(result, `QMHost Error: Error  in TokenSignData(): ${line}`);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
@@ -103,7 +105,7 @@ test("A module without C_Login loads, and the login fails with its name and 0x54
 
 test("A module without C_Finalize answers for a missing token as any other", async (t) => {
   const { host } = await world.hostWithFake(t, { without: "C_Finalize", slots: [] });
-  const { result } = await host.request({ action: "GetSelCertFromToken" });
+  const { result } = await host.request(CHOOSE);
   assert.equal(result, "QMHost Error: No slot with token attached.");
 });
 
@@ -111,7 +113,7 @@ test("A module without C_SignFinal signs", async (t) => {
   const { host } = await world.hostWithFake(t, { without: "C_SignFinal" });
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(reply.status_cd, 1);
-  await world.judges.rsa(Buffer.from(reply.result, "base64"), "x", (await world.certificate()).pem);
+  await world.judges.rsa(bytesOf(reply.result), "x", (await world.certificate()).pem);
 });
 
 test("Each of the program's entry points has its test with a module that lacks it", () => {
@@ -128,7 +130,7 @@ for (const [code, shown] of [
 ]) {
   test(`The return value 0x${code.toString(16)} is a failure and is shown as ${shown}`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Initialize", rv: code }] });
-    const { result } = await host.request({ action: "GetSelCertFromToken" });
+    const { result } = await host.request(CHOOSE);
     const line = `[CKR_ERROR in C_Initialize] ErrCode = ${shown}.`;
     assert.equal(result, `QMHost Error: ${line}`);
     const lines = await host.logLines();
@@ -139,14 +141,14 @@ for (const [code, shown] of [
 test("A failed call is logged at DEBUG and its handler's line at EXCEPTION", async (t) => {
   const faults = [{ call: "C_Initialize", rv: CK.CKR_GENERAL_ERROR }];
   const { host } = await world.hostWithFake(t, { faults }, { settings: { AppLogLevel: 3 } });
-  await host.request({ action: "GetSelCertFromToken" });
+  await host.request(CHOOSE);
   assert.deepEqual((await host.logLines()).slice(1),
     [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", CK.CKR_GENERAL_ERROR)}`]);
 });
 
 test("A call that succeeds is logged with its label", async (t) => {
   const { host } = await world.hostWithFake(t);
-  await chooseFirst(host, { action: "GetSelCertFromToken" });
+  await chooseFirst(host, CHOOSE);
   const lines = await host.logLines();
   for (const label of ["C_Initialize", "C_GetSlotList", "C_OpenSession", "BuildTokenCertList - C_FindObjectsInit",
     "BuildTokenCertList - C_FindObjects", "BuildTokenCertList - C_GetAttributeValue for Sizing",

@@ -3,12 +3,10 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame, prefix } from "../lib/program/frames.mjs";
-import { World } from "../lib/world.mjs";
+import { CLOSING_TEXT, frame, NORMAL_END, prefix, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
-
-const CLOSING = "Exiting ReadStdin Loop and Closing Host Application.";
+const world = World.forThisFile(product);
 
 /** What the host logs after it has begun to read. */
 async function logOfReading(host) {
@@ -16,27 +14,21 @@ async function logOfReading(host) {
   return lines.slice(lines.indexOf("In ReadStdin()"));
 }
 
-test("A length of zero ends the host", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.alloc(4));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
-  assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN 0", CLOSING]);
-});
-
-test("A negative length ends the host", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.alloc(4, 0xff));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
-  assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN -1", CLOSING]);
-});
+for (const [what, length] of [["A length of zero", 0], ["A negative length", -1]]) {
+  test(`${what} ends the host`, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    host.sendBytes(prefix(length));
+    assert.deepEqual(await host.exit(), NORMAL_END);
+    assert.equal(await host.replyFrame(), null);
+    assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", `BUFFER LEN ${length}`, CLOSING_TEXT]);
+  });
+}
 
 test("Half a length prefix ends the host and logs nothing of it", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.sendBytes(Buffer.from([1, 0]));
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", CLOSING]);
+  assert.deepEqual(await host.finish(), NORMAL_END);
+  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", CLOSING_TEXT]);
 });
 
 test("A body shorter than its length is parsed as far as it came", async (t) => {
@@ -104,7 +96,7 @@ test("A message of 16 MiB comes back whole", async (t) => {
 test("A length of 2^28 is logged as an exception and ends the host", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: { AppLogLevel: 3 } });
   host.sendBytes(prefix(2 ** 28));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
+  assert.deepEqual(await host.exit(), NORMAL_END);
   assert.equal(await host.replyFrame(), null);
   const complaints = (await host.logLines()).filter((line) => line.includes(String(2 ** 28)));
   assert.equal(complaints.length, 1);

@@ -5,15 +5,13 @@ import { mkdir, readFile, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../lib/quillmark.mjs";
-import { CANCEL_TEXT, FAILURE_PREFIX, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { oddCertificate, TAGS } from "../lib/token/odd-certificates.mjs";
-import { sleep, waitFor } from "../lib/process.mjs";
-import { World } from "../lib/world.mjs";
+import { bin, product } from "../lib/quillmark.mjs";
+import {
+  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, oddCertificate, sleep, TAGS, waitFor, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const CHOOSE = { action: "GetSelCertFromToken" };
 const screenshots = join(dirname(bin), "screenshots");
 
 // The file that names ask for, and a port where nobody listens.
@@ -78,7 +76,7 @@ async function chooseWithKeys(host, keys, count) {
   await world.desktop.click(id, 300, 90);
   await world.desktop.key(id, "Home");
   for (const key of keys) await world.desktop.key(id, key);
-  await world.desktop.click(id, ...host.okButton);
+  await world.desktop.click(id, ...host.user.okButton);
   const bytes = (await host.replyFrame({ timeout: 5000 })).subarray(4);
   const reply = JSON.parse(new TextDecoder("utf-8", { fatal: true }).decode(bytes));
   assert.equal(reply.status_cd, 1, reply.result);
@@ -104,14 +102,14 @@ test("Names with markup are shown as they are, open nothing, and take no other c
   await world.desktop.key(id, "End");
   await sleep(500);
   await world.desktop.screenshot(join(screenshots, "names-with-markup-end.png"), id);
-  await world.desktop.click(id, ...host.cancelButton);
+  await world.desktop.click(id, ...host.user.cancelButton);
   assert.equal((await host.reply({ timeout: 5000 })).result, FAILURE_PREFIX + CANCEL_TEXT);
 
   const last = await chooseWithKeys(host, ["End"], count);
   assert.equal(last.CKA_ID, `id-${entries.length}`);
   const first = await chooseWithKeys(host, [], count);
-  assert.deepEqual(Buffer.from(first.Cert, "base64"), certificates[0].bytes);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(bytesOf(first.Cert), certificates[0].bytes);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   // What a card says is what the certificate says, in the log and in the list alike.
   const log = await host.logText();
@@ -135,11 +133,11 @@ test("Whatever bytes a certificate has: its record is JSON, and each card can be
     if (isTooLarge) {
       assert.deepEqual(Object.keys(record), ["ErrMsg", "ChainCert", "CKA_ID"], name);
     } else {
-      assert.deepEqual(Buffer.from(record.Cert, "base64"), certificates[i].bytes, name);
+      assert.deepEqual(bytesOf(record.Cert), certificates[i].bytes, name);
       if (holds) assert.ok(record.SelCertSubject.includes(holds), `${name}: ${record.SelCertSubject}`);
     }
   }
   assert.equal((await chooseWithKeys(host, ["End"], count)).CKA_ID, `id-${entries.length}`);
   assert.equal((await host.request({ text: "on" })).result, `${FAILURE_PREFIX}echo: on`);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });

@@ -4,16 +4,11 @@ import assert from "node:assert/strict";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { fakes } from "../lib/quillmark.mjs";
-import { ERROR_TITLE, FAILURE_PREFIX, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { prefix } from "../lib/program/frames.mjs";
-import { sleep } from "../lib/process.mjs";
-import { World } from "../lib/world.mjs";
+import { fakes, product } from "../lib/quillmark.mjs";
+import { CHOOSE, ERROR_TITLE, FAILURE_PREFIX, NORMAL_END, prefix, sleep, WINDOW_TITLE, World } from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const CHOOSE = { action: "GetSelCertFromToken" };
-const NORMAL_END = { code: 0, signal: null };
 
 /** Options of a host with this library in front. */
 function preloaded(name, options = {}) {
@@ -34,13 +29,13 @@ test("Events are processed once at the end; at the start none of the user's are"
 
 test("A click on Cancel at the start does not answer the first request", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("holds-the-start-window"));
-  await world.desktop.click(await world.desktop.window(WINDOW_TITLE), ...host.cancelButton);
+  await world.desktop.click(await world.desktop.window(WINDOW_TITLE), ...host.user.cancelButton);
   assert.ok(!(await host.logLines()).includes("Start TokenManager()"), "the click came too late for this test");
   host.send(CHOOSE);
-  await host.window();
+  await host.user.window();
   await sleep(1000);
   assert.equal((await world.desktop.windows(WINDOW_TITLE)).length, 1, "the window waits for a choice");
-  await host.clickOk();
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
 });
 

@@ -3,10 +3,10 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame } from "../lib/program/frames.mjs";
-import { chooseFirst, World } from "../lib/world.mjs";
+import { CHOOSE, chooseFirst, frame, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 async function replyText(host) {
   return (await host.replyFrame()).subarray(4).toString();
@@ -29,7 +29,7 @@ test("A failure's text is logged at DEBUG only", async (t) => {
 test("A success has status 1, its text and the nonce as a string, in this order", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ action: "GetSelCertFromToken", nonce: "17" });
-  await host.clickOk();
+  await host.user.clickOk();
   const text = await replyText(host);
   assert.match(text, /^\{"status_cd":1,"result":".*","nonce":"17"\}$/s);
   assert.deepEqual(Object.keys(JSON.parse(text)), ["status_cd", "result", "nonce"]);
@@ -37,7 +37,7 @@ test("A success has status 1, its text and the nonce as a string, in this order"
 
 test("A result that is JSON itself is sent as one string", async (t) => {
   const { host } = await world.hostWithFake(t);
-  const reply = await chooseFirst(host, { action: "GetSelCertFromToken" });
+  const reply = await chooseFirst(host, CHOOSE);
   assert.equal(typeof reply.result, "string");
   assert.equal(JSON.parse(reply.result).CKA_ID, "01");
 });

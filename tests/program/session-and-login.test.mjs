@@ -3,19 +3,19 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { CK, errorLine } from "../lib/token/fake-token.mjs";
-import { copiesInMemory } from "../lib/program/memory.mjs";
-import { NO_PIN_TEXT, PIN_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import {
+  CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, NO_PIN_TEXT, NORMAL_END, PIN_TITLE, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
+import { copiesInMemory } from "./lib/memory.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const GET_CERTIFICATE = { action: "GetSelCertFromToken" };
 const SIGN_TOKEN = { action: "SignAuthToken", authToken: "token" };
 
 test("A session is opened with these calls and arguments", async (t) => {
   const { host, token } = await world.hostWithFake(t, { slots: [7] });
-  await chooseFirst(host, GET_CERTIFICATE);
+  await chooseFirst(host, CHOOSE);
   const calls = (await token.calls()).slice(0, 4).map(({ call, in: given }) => [call, given]);
   assert.deepEqual(calls, [
     ["C_Initialize", { isNull: true }],
@@ -29,14 +29,14 @@ test("A session is opened with these calls and arguments", async (t) => {
 
 test("Of two tokens the first that the module reports is used", async (t) => {
   const { host, token } = await world.hostWithFake(t, { slots: [9, 3] });
-  await chooseFirst(host, GET_CERTIFICATE);
+  await chooseFirst(host, CHOOSE);
   assert.deepEqual((await token.calls("C_OpenSession")).map((call) => call.in.slot), [9]);
 });
 
 test("No token: the module is finalised, the window hidden, and the next request tries again", async (t) => {
   const { host, token } = await world.hostWithFake(t, { slots: [] });
   for (let i = 0; i < 2; ++i) {
-    const { result } = await host.request(GET_CERTIFICATE);
+    const { result } = await host.request(CHOOSE);
     assert.equal(result, "QMHost Error: No slot with token attached.");
     await world.desktop.windowGone(WINDOW_TITLE);
   }
@@ -47,19 +47,19 @@ test("No token: the module is finalised, the window hidden, and the next request
 
 test("No token: a failing C_Finalize changes nothing", async (t) => {
   const { host } = await world.hostWithFake(t, { slots: [], faults: [{ call: "C_Finalize", rv: CK.CKR_GENERAL_ERROR }] });
-  assert.equal((await host.request(GET_CERTIFICATE)).result, "QMHost Error: No slot with token attached.");
+  assert.equal((await host.request(CHOOSE)).result, "QMHost Error: No slot with token attached.");
 });
 
 test("A token that comes after the first request is found by the next", async (t) => {
   const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 1, out: { count: 0 } }] });
-  assert.equal((await host.request(GET_CERTIFICATE)).status_cd, 0);
-  assert.equal((await chooseFirst(host, GET_CERTIFICATE)).status_cd, 1);
+  assert.equal((await host.request(CHOOSE)).status_cd, 0);
+  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
 });
 
 test("A write-protected token: the failed open is reported, and a second one fails as initialised already", async (t) => {
   const faults = [{ call: "C_OpenSession", rv: CK.CKR_TOKEN_WRITE_PROTECTED }];
   const { host } = await world.hostWithFake(t, { faults });
-  const replies = [await host.request(GET_CERTIFICATE), await host.request(SIGN_TOKEN)];
+  const replies = [await host.request(CHOOSE), await host.request(SIGN_TOKEN)];
   assert.deepEqual(replies.map(({ result }) => result), [
     `QMHost Error: ${errorLine("C_OpenSession", CK.CKR_TOKEN_WRITE_PROTECTED)}`,
     `QMHost Error: ${errorLine("C_Initialize", CK.CKR_CRYPTOKI_ALREADY_INITIALIZED)}`,
@@ -70,28 +70,28 @@ test("A write-protected token: the failed open is reported, and a second one fai
 for (const [nth, code] of [[1, CK.CKR_GENERAL_ERROR], [2, CK.CKR_TOKEN_NOT_PRESENT]]) {
   test(`A failure of C_GetSlotList at its call ${nth} is reported`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth, rv: code }] });
-    assert.equal((await host.request(GET_CERTIFICATE)).result, `QMHost Error: ${errorLine("C_GetSlotList", code)}`);
+    assert.equal((await host.request(CHOOSE)).result, `QMHost Error: ${errorLine("C_GetSlotList", code)}`);
   });
 }
 
 for (const count of [2 ** 40, -1]) {
   test(`A module that reports ${count} slots is answered with a failure`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 1, out: { count } }] });
-    const reply = await host.request(GET_CERTIFICATE);
+    const reply = await host.request(CHOOSE);
     assert.equal(reply.status_cd, 0);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
 test("The slots that vanish between two calls leave no slot to open", async (t) => {
   const { host, token } = await world.hostWithFake(t, { faults: [{ call: "C_GetSlotList", nth: 2, out: { count: 0 } }] });
-  assert.equal((await host.request(GET_CERTIFICATE)).status_cd, 0);
+  assert.equal((await host.request(CHOOSE)).status_cd, 0);
   assert.deepEqual(await token.calls("C_OpenSession"), []);
 });
 
 test("Choosing a certificate asks for no PIN", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  await chooseFirst(host, GET_CERTIFICATE);
+  await chooseFirst(host, CHOOSE);
   assert.deepEqual(await token.calls("C_Login"), []);
 });
 
@@ -112,22 +112,22 @@ test("A PIN beyond ASCII goes to the module as UTF-8", async (t) => {
 test("The PIN is asked for once, and its dialog stands above the others", async (t) => {
   const { host, token } = await world.hostWithFake(t);
   host.send(SIGN_TOKEN);
-  await host.clickOk();
+  await host.user.clickOk();
   await world.desktop.above(await world.desktop.window(PIN_TITLE));
-  await host.enterPin("1234");
+  await host.user.enterPin("1234");
   assert.equal((await host.reply()).status_cd, 1);
   for (let i = 0; i < 2; ++i) assert.equal((await chooseFirst(host, SIGN_TOKEN)).status_cd, 1);
   assert.equal((await token.calls("C_Login")).length, 1);
 });
 
 for (const [what, leave] of [
-  ["cancelled", (host) => host.cancelPin()],
-  ["left empty", (host) => host.enterPin("")],
+  ["cancelled", (host) => host.user.cancelPin()],
+  ["left empty", (host) => host.user.enterPin("")],
 ]) {
   test(`A PIN dialog that is ${what}: the module is not asked, and the next request asks the user again`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
     host.send(SIGN_TOKEN);
-    await host.clickOk();
+    await host.user.clickOk();
     await leave(host);
     assert.deepEqual(await host.reply(), { status_cd: 0, result: "QMHost Error: ", nonce: "" });
     assert.deepEqual(await token.calls("C_Login"), []);
@@ -139,7 +139,7 @@ for (const [what, leave] of [
 test("A PIN that is typed and then cancelled is not used", async (t) => {
   const { host, token } = await world.hostWithFake(t);
   host.send(SIGN_TOKEN);
-  await host.clickOk();
+  await host.user.clickOk();
   const dialog = await world.desktop.window(PIN_TITLE);
   await world.desktop.type(dialog, "1234");
   await world.desktop.key(dialog, "Escape");
@@ -166,7 +166,7 @@ test("A locked token: every login fails with its code in the log, and the host g
     assert.equal((await host.logLines()).filter((line) => line.startsWith("Error  in TokenLogin(): ")).at(-1),
       `Error  in TokenLogin(): ${errorLine("C_Login", code)}`);
   }
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("A user who is logged in already is a failure like any other", async (t) => {

@@ -5,21 +5,20 @@ import { mkdir } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { ERROR_TITLE } from "../lib/program/host.mjs";
-import { World } from "../lib/world.mjs";
+import { CLOSING_TEXT, ERROR_TITLE, NORMAL_END, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const LOADING = "Loading Settings from QMHostSettings.json";
 const NOT_LOADED = "Cound not Load Settings from QMHostSettings.json - ";
 const DRIVER_LOADED = "Token Drivers Loaded from ./QMTokenDriver.so";
-const ENDING = "Exiting ReadStdin Loop and Closing Host Application.";
 
 /** The log of a host that served one request and ended. */
 async function logWith(t, settings, options = {}) {
   const { host } = await world.hostWithFake(t, {}, { settings, ...options });
   await host.request({ text: "x" });
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
   return host.logLines();
 }
 
@@ -27,7 +26,7 @@ test("Without a settings file the log says so, and the defaults hold", async (t)
   const lines = await logWith(t, null);
   assert.ok(lines[0].startsWith(NOT_LOADED));
   assert.match(lines[0].slice(NOT_LOADED.length), /QMHostSettings\.json.*No such file/);
-  assert.deepEqual(lines.slice(1), ["Host Application Started", DRIVER_LOADED, ENDING]);
+  assert.deepEqual(lines.slice(1), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
 });
 
 test("Level 1 alone brings the DEBUG lines and leaves the driver's path", async (t) => {
@@ -45,7 +44,7 @@ for (const [level, meaning] of [[0, "0"], [-5, "a negative one"]]) {
 }
 
 test("Level 2 writes no DEBUG line", async (t) => {
-  assert.deepEqual(await logWith(t, { AppLogLevel: 2 }), [LOADING, "Host Application Started", DRIVER_LOADED, ENDING]);
+  assert.deepEqual(await logWith(t, { AppLogLevel: 2 }), [LOADING, "Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
 });
 
 for (const level of [3, 4, 1000]) {
@@ -77,10 +76,10 @@ test("An empty driver path keeps the default", async (t) => {
 
 test("A driver path is taken as it is", async (t) => {
   const token = await world.fakeToken();
-  const settings = { TokenDriverFullPath: token.path };
-  const host = await world.host(t, { settings, prepare: (folder) => token.writeScript(folder) });
+  const settings = { TokenDriverFullPath: token.module };
+  const host = await world.host(t, { settings, prepare: (folder) => token.prepare(folder) });
   await host.request({});
-  assert.ok((await host.logLines()).includes(`Token Drivers Loaded from ${token.path}`));
+  assert.ok((await host.logLines()).includes(`Token Drivers Loaded from ${token.module}`));
 });
 
 test("A driver path that is no string is read as its JSON text", async (t) => {
@@ -101,7 +100,7 @@ for (const [what, text] of [["broken JSON", '{"AppLogLevel":1,'], ["no JSON", "h
   test(`A settings file with ${what} in it: the log says so, and the defaults hold`, async (t) => {
     const lines = await logWith(t, text);
     assert.ok(lines[0].startsWith(NOT_LOADED) && lines[0].length > NOT_LOADED.length);
-    assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, ENDING]);
+    assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
   });
 }
 
@@ -109,7 +108,7 @@ test("A settings file that cannot be read: the log says so, and the defaults hol
   const prepare = (folder) => mkdir(join(folder, "QMHostSettings.json"));
   const lines = await logWith(t, null, { prepare });
   assert.ok(lines[0].startsWith(NOT_LOADED));
-  assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, ENDING]);
+  assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
 });
 
 test("A line is the time, one blank and the text", async (t) => {

@@ -3,12 +3,13 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { CK, errorLine } from "../lib/token/fake-token.mjs";
-import { CANCEL_TEXT, FAILURE_PREFIX, PIN_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { thumbprint } from "../lib/judges/judges.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import {
+  bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END, PIN_TITLE,
+  WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const SIGN_TOKEN = { action: "SignAuthToken", authToken: "token" };
 const hex = (text) => Buffer.from(text).toString("hex");
@@ -58,7 +59,7 @@ test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify und
   await chooseAndLogIn(host, SIGN_TOKEN);
   for (const hash of ["sha256", "sha384", "sha512"]) {
     const { result } = await chooseFirst(host, { ...SIGN_TOKEN, hashAlgorithm: hash.toUpperCase() });
-    const signature = Buffer.from(result, "base64");
+    const signature = bytesOf(result);
     assert.deepEqual([result.length, signature.length], [344, 256]);
     await world.judges.rsa(signature, "token", pem, hash);
   }
@@ -68,7 +69,7 @@ test("A key of 4096 bits gives 512 bytes", async (t) => {
   const certificate = await world.certificate("large", { bits: 4096 });
   const { host } = await world.hostWithFake(t, { certificates: [{ certificate, id: "large" }] });
   const { result } = await chooseAndLogIn(host, SIGN_TOKEN);
-  const signature = Buffer.from(result, "base64");
+  const signature = bytesOf(result);
   assert.equal(signature.length, 512);
   await world.judges.rsa(signature, "token", certificate.pem);
 });
@@ -80,7 +81,7 @@ test("The token gets the text itself, byte for byte", async (t) => {
     const { result } = await chooseFirst(host, { ...SIGN_TOKEN, authToken });
     const { data, dataLength } = (await token.calls("C_Sign")).at(-1).in;
     assert.deepEqual([data, dataLength], [hex(authToken), Buffer.byteLength(authToken)]);
-    await world.judges.rsa(Buffer.from(result, "base64"), authToken, (await world.certificate()).pem);
+    await world.judges.rsa(bytesOf(result), authToken, (await world.certificate()).pem);
   }
 });
 
@@ -143,14 +144,14 @@ test("A token that was pulled fails each request, and the host goes on", async (
   const { host } = await world.hostWithFake(t, { faults });
   assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).status_cd, 1);
   for (let i = 0; i < 3; ++i) assert.equal((await chooseFirst(host, SIGN_TOKEN)).result, FAILURE_PREFIX);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 for (const action of ["GSTReturnSign", "ITReturnSign", "SignAuthToken"]) {
   test(`Cancelling the window of ${action} is its answer, and nothing is signed`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
     host.send({ action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" });
-    await host.clickCancel();
+    await host.user.clickCancel();
     assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
     for (const call of ["C_Login", "C_SignInit", "C_Sign"]) assert.deepEqual(await token.calls(call), []);
   });
@@ -158,7 +159,7 @@ for (const action of ["GSTReturnSign", "ITReturnSign", "SignAuthToken"]) {
 
 test("A PDF request shows no window, not even when no certificate was ever chosen", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   const { result } = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
   assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
     + `Certificate not found in the token's certificate list: ${certThumbPrint}`);
@@ -168,18 +169,18 @@ test("A PDF request shows no window, not even when no certificate was ever chose
 
 test("A PDF request asks for nothing but the PIN", async (t) => {
   const { host } = await world.hostWithFake(t);
-  await chooseFirst(host, { action: "GetSelCertFromToken" });
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  await chooseFirst(host, CHOOSE);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   host.send({ action: "PdfSignFromToken", hash: Buffer.alloc(32, 1).toString("base64"), certThumbPrint });
   await world.desktop.window(PIN_TITLE);
   assert.deepEqual(await world.desktop.windows(WINDOW_TITLE), []);
-  await host.enterPin("1234");
+  await host.user.enterPin("1234");
   assert.equal((await host.reply()).status_cd, 1);
 });
 
 test("A thumbprint is matched exactly, case included", async (t) => {
   const { host } = await world.hostWithFake(t);
-  const { result } = await chooseFirst(host, { action: "GetSelCertFromToken" });
+  const { result } = await chooseFirst(host, CHOOSE);
   const certThumbPrint = JSON.parse(result).CertThumbPrint.toLowerCase();
   const reply = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
   assert.equal(reply.result, "QMHost Error: Error  in GetPDFSignature(): "
@@ -216,7 +217,7 @@ test("An income-tax return is signed by the key whose CKA_ID is the hash, as a D
   assert.deepEqual([given.data, given.dataLength, given.length], [digestInfo.toString("hex"), 49, 1024]);
   const [{ in: init }] = await token.calls("C_SignInit");
   assert.deepEqual([init.mechanism, init.parameterIsNull, init.parameterLength], [CK.CKM_RSA_PKCS, true, 0]);
-  const signature = Buffer.from(first.result, "base64");
+  const signature = bytesOf(first.result);
   assert.deepEqual(await world.judges.recover(signature, certificate.pem), digestInfo);
 });
 

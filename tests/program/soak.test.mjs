@@ -5,12 +5,10 @@ import { createHash } from "node:crypto";
 import { readdir, readFile } from "node:fs/promises";
 import { test } from "node:test";
 
-import { CANCEL_TEXT, FAILURE_PREFIX } from "../lib/program/host.mjs";
-import { thumbprint } from "../lib/judges/judges.mjs";
-import { User } from "../lib/user/user.mjs";
-import { chooseAndLogIn, World } from "../lib/world.mjs";
+import { bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, FAILURE_PREFIX, NORMAL_END, User, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const REQUESTS = 20_000;
 /** From here on memory may grow by `mostGrowth` KiB, and descriptors not at all. */
@@ -44,7 +42,7 @@ function requestsWithoutWindow(certThumbPrint) {
 /** Answered by the user: a request, the button that is pressed, and what the reply must hold. */
 const requestsWithWindow = [
   [{ action: "GSTReturnSign", hash: TEXT }, "ok", SIGNED],
-  [{ action: "GetSelCertFromToken" }, "ok", SIGNED],
+  [CHOOSE, "ok", SIGNED],
   [{ action: "SignAuthToken", authToken: TEXT }, "ok", SIGNED],
   [{ action: "ITReturnSign", hash }, "ok", failed("Private Key NOT Found")],
   [{ action: "GSTReturnSign", hash: TEXT }, "cancel", failed(CANCEL_TEXT)],
@@ -61,7 +59,7 @@ test("20,000 mixed requests: memory and descriptors stay what they were after th
   const host = await world.host(t, { token, settings: null });
   const user = new User(world.desktop);
   assert.equal((await chooseAndLogIn(host, { action: "SignAuthToken", authToken: TEXT })).status_cd, 1);
-  const quick = requestsWithoutWindow(await thumbprint((await world.certificate()).pem));
+  const quick = requestsWithoutWindow((await world.certificate()).thumbprint);
 
   const marks = [];
   let lastPdf;
@@ -78,8 +76,8 @@ test("20,000 mixed requests: memory and descriptors stay what they were after th
     if (request === quick[0][0]) lastPdf = got.result;
     if (i % WARM === 0) marks.push(await footprint(host));
   }
-  await world.judges.cms(Buffer.from(lastPdf, "base64"), { content: TEXT });
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  await world.judges.cms(bytesOf(lastPdf), { content: TEXT });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   const [first] = marks;
   const growth = Math.max(...marks.map(({ resident }) => resident)) - first.resident;

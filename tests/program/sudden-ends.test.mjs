@@ -4,15 +4,11 @@ import assert from "node:assert/strict";
 import { readdir } from "node:fs/promises";
 import { test } from "node:test";
 
-import { Desktop } from "../lib/display/desktop.mjs";
-import { frame } from "../lib/program/frames.mjs";
-import { ERROR_TITLE, FAILURE_PREFIX, PIN_TITLE } from "../lib/program/host.mjs";
-import { World } from "../lib/world.mjs";
+import { CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, PIN_TITLE, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const NORMAL_END = { code: 0, signal: null };
-const LAST_LINE = "Exiting ReadStdin Loop and Closing Host Application.";
 
 /** Lets a crash write its core file, if there is one to come. */
 const WITH_CORE_FILES = ["sh", "-c", 'ulimit -c unlimited; exec "$@"', "sh"];
@@ -40,7 +36,7 @@ test("An input that ends at any byte of a frame: what came whole is answered, th
       : { result: `${FAILURE_PREFIX}echo: hello`, nonce: "5" };
     if (reply) assert.deepEqual(await host.reply(), { status_cd: 0, ...reply }, `after ${length} bytes`);
     assert.equal(await host.replyFrame(), null);
-    assert.equal((await host.logLines()).at(-1), LAST_LINE);
+    assert.equal((await host.logLines()).at(-1), CLOSING_TEXT);
   });
 });
 
@@ -58,19 +54,19 @@ test("An output that is closed at any byte of a reply: the host goes on, and end
     assert.deepEqual(await host.finish(), NORMAL_END, `closed after ${place} bytes`);
     const lines = await host.logLines();
     assert.ok(lines.includes(`${FAILURE_PREFIX}echo: and another`), `closed after ${place} bytes`);
-    assert.equal(lines.at(-1), LAST_LINE);
+    assert.equal(lines.at(-1), CLOSING_TEXT);
   });
 });
 
 const waiting = {
   "waits for a request": async (host) => host.request({}),
   "shows its window": async (host) => {
-    host.send({ action: "GetSelCertFromToken" });
-    await host.window();
+    host.send(CHOOSE);
+    await host.user.window();
   },
   "asks for the PIN": async (host, desktop) => {
     host.send({ action: "SignAuthToken", authToken: "token" });
-    await host.clickOk();
+    await host.user.clickOk();
     await desktop.window(PIN_TITLE);
   },
   "says that its driver is missing": async (host, desktop) => desktop.window(ERROR_TITLE),
@@ -103,7 +99,7 @@ for (const [state, bring] of Object.entries(waiting)) {
       await desktop.stop();
     }
     // Without events to wait for, the loss shows at the next request for the window, or at the end of the input.
-    if (state === "waits for a request") host.send({ action: "GetSelCertFromToken" });
+    if (state === "waits for a request") host.send(CHOOSE);
     const { code, signal } = await host.exit({ timeout: 2000 });
     assert.equal(signal, null);
     assert.notEqual(code, 0);
@@ -119,6 +115,6 @@ test("A display that is gone when the input ends keeps no host", async (t) => {
   assert.equal((await host.request({ text: "needs no display" })).result, `${FAILURE_PREFIX}echo: needs no display`);
   const { signal } = await host.finish({ timeout: 2000 });
   assert.equal(signal, null);
-  assert.equal((await host.logLines()).at(-1), LAST_LINE);
+  assert.equal((await host.logLines()).at(-1), CLOSING_TEXT);
   await assertNoCore(host);
 });

@@ -5,17 +5,13 @@ import { chmod, mkdir, readFile, rename, symlink, truncate, unlink, writeFile } 
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { FAILURE_PREFIX } from "../lib/program/host.mjs";
-import { thumbprint } from "../lib/judges/judges.mjs";
-import { run } from "../lib/process.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "../lib/world.mjs";
+import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, run, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const CHOOSE = { action: "GetSelCertFromToken" };
 const TEXT = "to be signed";
 const FILES_OF_THE_HOST = ["QMSignerExtHostLog.txt", "PKCS7Sign.txt", "CMSSign.txt"];
-const NORMAL_END = { code: 0, signal: null };
 
 /** Root is refused nothing; this puts him in the place of others. */
 const withoutPrivileges = process.getuid() === 0 ? ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] : [];
@@ -25,10 +21,10 @@ async function doTheWholeJob(host) {
   const certificate = await world.certificate();
   const cms = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: TEXT });
   assert.equal(cms.status_cd, 1, cms.result);
-  assert.equal((await world.judges.cms(Buffer.from(cms.result, "base64"))).toString(), TEXT);
+  assert.equal((await world.judges.cms(bytesOf(cms.result))).toString(), TEXT);
 
   const hash = Buffer.alloc(32, 7).toString("base64");
-  const pkcs7 = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: await thumbprint(certificate.pem) });
+  const pkcs7 = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: certificate.thumbprint });
   assert.equal(pkcs7.status_cd, 1, pkcs7.result);
 
   assert.equal(JSON.parse((await chooseFirst(host, CHOOSE)).result).CKA_ID, "01");
@@ -149,10 +145,10 @@ test("A clock that is set back while the window waits delays nothing", async (t)
   await setClock("2026-11-16 07:31:58");
   const { host } = await world.hostWithFake(t, {}, { env });
   host.send(CHOOSE);
-  await host.window();
+  await host.user.window();
   await setClock("2001-01-01 00:00:00");
   const since = process.hrtime.bigint();
-  await host.clickOk();
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
   assert.ok(process.hrtime.bigint() - since < 3_000_000_000n);
   assert.match(await host.logText(), /^Mon Nov 16 07:\d\d:\d\d 2026 Host Application Started$/m);

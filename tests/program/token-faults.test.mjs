@@ -6,16 +6,11 @@ import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 import { rename, writeFile } from "node:fs/promises";
 import { join } from "node:path";
-import { after, before, test } from "node:test";
+import { before, test } from "node:test";
 
-import { Authority } from "../lib/token/certificates.mjs";
-import { Desktop } from "../lib/display/desktop.mjs";
-import { CK, FakeToken } from "../lib/token/fake-token.mjs";
-import { FAILURE_PREFIX, Host, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { Judges, thumbprint } from "../lib/judges/judges.mjs";
-import { Cleanup } from "../lib/process.mjs";
+import { bytesOf, CHOOSE, CK, Cleanup, FAILURE_PREFIX, Host, NORMAL_END, User, waitFor, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 import { callFails, callsOf, casesOf, FLOWS, nothingComesOfIt } from "./lib/token-faults.mjs";
-import { User } from "../lib/user/user.mjs";
 
 /** Hosts at a time, each on a display of its own: they sleep most of the time. */
 const WORKERS = 6;
@@ -25,21 +20,19 @@ const digest = createHash("sha256").update(TEXT).digest();
 // The hash of an IT return is the Base64 of the Base64 of the digest, and the CKA_ID of its key.
 const itHash = Buffer.from(digest.toString("base64")).toString("base64");
 
-const world = { cleanup: new Cleanup(), desktops: [] };
+const world = World.forThisFile(product);
+const desktops = [];
+let certificate;
 
 before(async () => {
   assert.ok(!digest.includes(0)); // or the token would be given less
-  const folder = await world.cleanup.folder("faults");
-  const authority = await Authority.create(folder);
-  world.certificate = await authority.issue("user");
-  world.thumbprint = await thumbprint(world.certificate.pem);
-  world.judges = new Judges(folder, authority.certificate);
-  while (world.desktops.length < WORKERS) world.desktops.push(await Desktop.start(world.cleanup));
+  await waitFor("the authority", () => world.judges); // Node may begin all hooks of a file at once
+  certificate = await world.certificate();
+  while (desktops.length < WORKERS) desktops.push(await world.addDesktop());
 });
-after(() => world.cleanup.run());
 
 const requests = {
-  choose: { action: "GetSelCertFromToken" },
+  choose: CHOOSE,
   GST: { action: "GSTReturnSign", hash: TEXT },
   IT: { action: "ITReturnSign", hash: itHash },
   "auth token": { action: "SignAuthToken", authToken: TEXT },
@@ -48,30 +41,24 @@ const requests = {
 
 /** Whether the result of a request is what was asked for: openssl says so. */
 const judges = {
-  choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, world.thumbprint),
-  GST: async (result) => assert.equal((await world.judges.cms(base64(result))).toString(), TEXT),
+  choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, certificate.thumbprint),
+  GST: async (result) => assert.equal((await world.judges.cms(bytesOf(result))).toString(), TEXT),
   IT: async (result) => assert.deepEqual(
-    (await world.judges.recover(base64(result), world.certificate.pem)).subarray(-digest.length), digest),
-  "auth token": (result) => world.judges.rsa(base64(result), TEXT, world.certificate.pem),
-  PDF: (result) => world.judges.cms(base64(result), { content: TEXT }),
+    (await world.judges.recover(bytesOf(result), certificate.pem)).subarray(-digest.length), digest),
+  "auth token": (result) => world.judges.rsa(bytesOf(result), TEXT, certificate.pem),
+  PDF: (result) => world.judges.cms(bytesOf(result), { content: TEXT }),
 };
-
-function base64(result) {
-  return Buffer.from(result, "base64");
-}
 
 /** A host that is led through faults, with its user. */
 class Patient {
   #nonce = 0;
-  #logLength = 0;
   #isLoggedIn = false;
 
   static async start(desktop, cleanup, flow, script) {
     const patient = new Patient();
     Object.assign(patient, { desktop, flow, user: new User(desktop) });
-    const certificates = [{ certificate: world.certificate, id: itHash }];
-    patient.token = new FakeToken({ certificates, ...script });
-    patient.host = await Host.start({ desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
+    patient.token = await world.fakeToken({ certificates: [{ certificate, id: itHash }], ...script });
+    patient.host = await Host.start({ product, desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
       env: { MALLOC_PERTURB_: "85" } }); // what is used before it is set is rubbish
     await patient.#ask({}); // past the start
     if (!flow.window) await patient.succeed(FLOWS.find(({ name }) => name === "choose"));
@@ -88,7 +75,7 @@ class Patient {
   /** The flow's request fares as `expected` (a case) says, and the host serves the next one, with no window left. */
   async undergo(expected, flow = this.flow) {
     const from = (await this.host.logLines()).length;
-    const reply = await this.#ask({ ...requests[flow.name], certThumbPrint: world.thumbprint }, expected);
+    const reply = await this.#ask({ ...requests[flow.name], certThumbPrint: certificate.thumbprint }, expected);
     this.#isLoggedIn ||= expected.logsIn && expected.succeeds;
     if (expected.result === null) {
       assert.equal(reply.status_cd, 1, reply.result);
@@ -153,7 +140,7 @@ class Course {
       }
       await patient.ail([]);
       await named("and then", patient.undergo(this.last));
-      assert.deepEqual(await patient.host.finish(), { code: 0, signal: null });
+      assert.deepEqual(await patient.host.finish(), NORMAL_END);
     } finally {
       await cleanup.run();
     }
@@ -172,7 +159,7 @@ async function named(name, outcome) {
 /** Runs the courses, some at a time. Says how many cases there were, and that all were passed. */
 async function runCourses(t, courses) {
   const passed = { count: 0 };
-  const free = [...world.desktops];
+  const free = [...desktops];
   await Promise.all(courses.map((course) => t.test(course.name, async () => {
     const desktop = free.pop();
     try {

@@ -6,9 +6,10 @@ import { join } from "node:path";
 import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
-import { World } from "../lib/world.mjs";
+import { bytesOf, CHOOSE, NORMAL_END, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const SLOW = { timeout: 240_000 };
 
@@ -37,14 +38,14 @@ function errorsIn(xml) {
 
 test("The input at its end at the start", async (t) => {
   const { host, errors } = await watchedHost(t);
-  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
   assert.deepEqual(await errors(), []);
 });
 
 test("One echo", async (t) => {
   const { host, errors } = await watchedHost(t);
   assert.equal((await host.request({ text: "hello" }, SLOW)).result, "QMHost Error: echo: hello");
-  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
   assert.deepEqual(await errors(), []);
 });
 
@@ -52,25 +53,25 @@ test("One signature, with the window and the PIN dialog", async (t) => {
   const { host, errors } = await watchedHost(t);
   await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send({ action: "GSTReturnSign", hash: "text" });
-  await host.clickOk(SLOW);
-  await host.enterPin("1234", SLOW);
+  await host.user.clickOk(SLOW);
+  await host.user.enterPin("1234", SLOW);
   const { result } = await host.reply(SLOW);
-  assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), "text");
-  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
+  assert.equal((await world.judges.cms(bytesOf(result))).toString(), "text");
+  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
   assert.deepEqual(await errors(), []);
 });
 
 test("A cancelled window, a failed signature and a PDF", async (t) => {
   const { host, errors } = await watchedHost(t);
   await host.request({}, SLOW); // from now on the window of the start is hidden
-  host.send({ action: "GetSelCertFromToken" });
-  await host.clickCancel(SLOW);
+  host.send(CHOOSE);
+  await host.user.clickCancel(SLOW);
   await host.reply(SLOW);
   await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, SLOW);
   host.send({ action: "SignAuthToken", authToken: "x" });
-  await host.clickOk(SLOW);
-  await host.cancelPin(SLOW);
+  await host.user.clickOk(SLOW);
+  await host.user.cancelPin(SLOW);
   assert.equal((await host.reply(SLOW)).result, "QMHost Error: ");
-  assert.deepEqual(await host.finish(SLOW), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
   assert.deepEqual(await errors(), []);
 });

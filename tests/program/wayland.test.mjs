@@ -5,18 +5,16 @@ import { mkdir } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { before, test } from "node:test";
 
-import { bin } from "../lib/quillmark.mjs";
-import { CANCEL_TEXT, FAILURE_PREFIX, PIN_TITLE, WINDOW_TITLE } from "../lib/program/host.mjs";
-import { waitFor } from "../lib/process.mjs";
-import { WaylandDesktop } from "../lib/display/wayland-desktop.mjs";
-import { World } from "../lib/world.mjs";
+import { bin, product } from "../lib/quillmark.mjs";
+import {
+  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, PIN_TITLE, waitFor, WaylandDesktop, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const screenshots = join(dirname(bin), "screenshots");
 const SELECTED_CARD = "cfe2fa";
 const TEXT = "to be signed";
-const CHOOSE = { action: "GetSelCertFromToken" };
 const SIGN = { action: "GSTReturnSign", hash: TEXT };
 const TAB = { key: "Tab" };
 const ENTER = { key: "Return" };
@@ -56,7 +54,7 @@ for (const scale of [1, 2, 3]) {
     await desktop.type(PIN_TITLE, ENTER);
     const signed = await host.reply();
     assert.equal(signed.status_cd, 1, signed.result);
-    assert.equal((await world.judges.cms(Buffer.from(signed.result, "base64"))).toString(), TEXT);
+    assert.equal((await world.judges.cms(bytesOf(signed.result))).toString(), TEXT);
     await windowsAre(desktop, []);
 
     host.send(CHOOSE);
@@ -64,7 +62,7 @@ for (const scale of [1, 2, 3]) {
     await desktop.type(WINDOW_TITLE, TAB, ENTER);
     assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
     await windowsAre(desktop, []);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 

@@ -71,7 +71,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
 
   browserTest("the longest GST text comes back signed, and one byte more is TOO_LARGE before anyone is asked", async (t) => {
     const page = await allowedPage(t);
-    const limit = await page.evaluate(async () => (await import("../lib/quillmark.js")).MAX_GST_TEXT_BYTES);
+    const limit = await page.evaluate(async () => (await import("./quillmark.js")).MAX_GST_TEXT_BYTES);
     const sign = (length) => page.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), length);
     const request = sign(limit);
     await rig.user.chooseAndLogIn(request);

@@ -3,7 +3,8 @@
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 
-import { Cleanup, run, runUnchecked, sleep, waitFor } from "../process.mjs";
+import { Cleanup } from "../cleanup.mjs";
+import { run, runUnchecked, sleep, waitFor } from "../process.mjs";
 
 const SCREEN_SIZE = "1024x768x24";
 
@@ -44,7 +45,7 @@ export class Desktop {
     openbox.stderr.on("data", (chunk) => (words += chunk));
     await waitFor("the window manager", async () => {
       if (openbox.exitCode !== null) throw new Error(`openbox ended on the display ${this.display}: ${words.trim()}`);
-      const { stdout } = await this.#x("xprop", "-root", "_NET_SUPPORTING_WM_CHECK");
+      const { stdout } = await this.#try("xprop", "-root", "_NET_SUPPORTING_WM_CHECK");
       return stdout.includes("window id");
     });
   }
@@ -57,7 +58,7 @@ export class Desktop {
   /** The ids of the visible windows with exactly this title. */
   async windows(title) {
     const pattern = `^${title.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}$`;
-    const { stdout } = await this.#x("xdotool", "search", "--onlyvisible", "--name", pattern);
+    const { stdout } = await this.#try("xdotool", "search", "--onlyvisible", "--name", pattern);
     return stdout.toString().split("\n").filter(Boolean);
   }
 
@@ -84,7 +85,7 @@ export class Desktop {
 
   /** Place on the screen and size: { x, y, width, height }. */
   async geometry(id) {
-    const { stdout } = await run("xdotool", ["getwindowgeometry", "--shell", id], this.#options());
+    const { stdout } = await this.#xdotool("getwindowgeometry", "--shell", id);
     const numbers = Object.fromEntries([...stdout.toString().matchAll(/^(\w+)=(\d+)$/gm)].map(([, k, v]) => [k, +v]));
     return { x: numbers.X, y: numbers.Y, width: numbers.WIDTH, height: numbers.HEIGHT };
   }
@@ -95,15 +96,15 @@ export class Desktop {
     // GTK takes what follows a double click within 0.8 s for a triple click, and no double click begins with that.
     if (times > 1) await sleep(800);
     // A window that appears under a resting pointer takes no click before the pointer has moved, as in every GTK program.
-    await run("xdotool", ["mousemove", "--window", id, "2", "2"], this.#options());
-    await run("xdotool", ["mousemove", "--window", id, ...place], this.#options());
-    await run("xdotool", ["click", "--repeat", String(times), "--delay", "60", "1"], this.#options());
+    await this.#xdotool("mousemove", "--window", id, "2", "2");
+    await this.#xdotool("mousemove", "--window", id, ...place);
+    await this.#xdotool("click", "--repeat", String(times), "--delay", "60", "1");
   }
 
   /** Presses the pointer's button at a point of the window. What is returned lets it go. */
   async hold(id, x, y) {
-    await run("xdotool", ["mousemove", "--window", id, String(x), String(y), "mousedown", "1"], this.#options());
-    return () => run("xdotool", ["mouseup", "1"], this.#options());
+    await this.#xdotool("mousemove", "--window", id, String(x), String(y), "mousedown", "1");
+    return () => this.#xdotool("mouseup", "1");
   }
 
   /** Gives the window the keyboard, then types the text with real keys. */
@@ -111,45 +112,50 @@ export class Desktop {
     await this.focus(id);
     // For a letter that no key has, a key is given to it for a moment: the program must look within that moment.
     const delay = /^[ -~]*$/.test(text) ? "15" : "400";
-    await run("xdotool", ["type", "--delay", delay, "--", text], this.#options());
+    await this.#xdotool("type", "--delay", delay, "--", text);
   }
 
   /** Gives the window the keyboard, then presses a key by its X name. */
   async key(id, name) {
     await this.focus(id);
-    await run("xdotool", ["key", name], this.#options());
+    await this.#xdotool("key", name);
   }
 
   /** A picture of one window, or of the whole screen. */
   async screenshot(file, id = "root") {
-    await run("import", ["-window", id, `png:${file}`], this.#options());
+    await this.run("import", ["-window", id, `png:${file}`]);
   }
 
   /** The different colours (such as "ffffff") in a part of the window as it is on the screen; none when it is gone. */
   async colours(id, { x, y, width, height }) {
     const crop = `${width}x${height}+${x}+${y}`;
-    const { stdout } = await this.#x("import", "-window", id, "-crop", crop, "-depth", "8", "rgb:-");
+    const { stdout } = await this.#try("import", "-window", id, "-crop", crop, "-depth", "8", "rgb:-");
     return [...new Set(stdout.toString("hex").match(/.{6}/g))];
   }
 
   /** What the X server says of a property of the window, as xprop prints it. */
   async property(id, name) {
-    const { stdout } = await run("xprop", ["-id", id, name], this.#options());
+    const { stdout } = await this.run("xprop", ["-id", id, name]);
     return stdout.toString().trim();
   }
 
   /** Gives the window the keyboard. */
   async focus(id) {
-    await run("xdotool", ["windowactivate", "--sync", id], this.#options({ timeout: 10_000 }));
+    await this.run("xdotool", ["windowactivate", "--sync", id], { timeout: 10_000 });
     await sleep(50);
   }
 
-  #options(more = {}) {
-    return { env: { ...process.env, ...this.env }, ...more };
+  /** Runs a command on this display; `options` as of run. */
+  run(command, args, options = {}) {
+    return run(command, args, { ...options, env: { ...process.env, ...this.env, ...options.env } });
   }
 
-  #x(command, ...args) {
-    return runUnchecked(command, args, this.#options());
+  #xdotool(...args) {
+    return this.run("xdotool", args);
+  }
+
+  #try(command, ...args) {
+    return runUnchecked(command, args, { env: { ...process.env, ...this.env } });
   }
 }
 

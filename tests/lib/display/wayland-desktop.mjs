@@ -4,10 +4,9 @@ import { spawn } from "node:child_process";
 import { chown, readdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run, runUnchecked, waitFor } from "../process.mjs";
+import { AS_NOBODY, NOBODY, run, runUnchecked, waitFor } from "../process.mjs";
 
 const SIZE = { width: 1024, height: 768 }; // in the units of the windows
-const NOBODY = 65534; // sway refuses to be root's
 
 export class WaylandDesktop {
   /** Starts the compositor with one output of that scale. It ends with `cleanup`. */
@@ -23,8 +22,9 @@ for_window [app_id=".*"] floating enable
       GTK_THEME: "Adwaita", NO_AT_BRIDGE: "1" };
     const isRoot = process.getuid() === 0;
     if (isRoot) await chown(folder, NOBODY, NOBODY);
-    const asNobody = isRoot ? [`--reuid=${NOBODY}`, `--regid=${NOBODY}`, "--clear-groups"] : [];
-    desktop.sway = spawn("setpriv", ["--pdeathsig", "KILL", ...asNobody, "sway", "--config", config], {
+    const [setpriv, ...nobody] = AS_NOBODY;
+    const options = ["--pdeathsig", "KILL", ...(isRoot ? nobody : [])]; // sway refuses to be root's
+    desktop.sway = spawn(setpriv, [...options, "sway", "--config", config], {
       stdio: "ignore",
       env: { ...process.env, ...desktop.env, HOME: folder, WAYLAND_DISPLAY: undefined,
         WLR_BACKENDS: "headless", WLR_RENDERER: "pixman", WLR_LIBINPUT_NO_DEVICES: "1" },

@@ -42,7 +42,8 @@ export class Judges {
   }
 
   /** Checks the one signature of a PDF and its signer's chain with pdfsig. Gives pdfsig's report. */
-  async pdf(file) {
+  async pdf(bytes) {
+    const file = await this.#file(bytes);
     const { stdout } = await run("pdfsig", ["-no-ocsp", "-nssdir", await this.#nssDatabase(), file]);
     const report = stdout.toString();
     for (const needed of ["Total document signed", "Signature is Valid.", "Certificate is Trusted."]) {
@@ -75,8 +76,5 @@ export class Judges {
   }
 }
 
-/** The SHA-1 thumbprint of a certificate file, as 40 upper-case hex digits. */
-export async function thumbprint(pem) {
-  const { stdout } = await run("openssl", ["x509", "-in", pem, "-noout", "-fingerprint", "-sha1"]);
-  return stdout.toString().replace(/^.*=|:|\s/g, "");
-}
+/** What Base64 says. */
+export const bytesOf = (base64) => Buffer.from(base64, "base64");

@@ -8,7 +8,7 @@ import { Signer } from "@signpdf/utils";
 import { PDFDocument, StandardFonts } from "pdf-lib";
 
 /** A document of one page with the given lines and an empty signature field, dated `time`. */
-export async function makePdf(lines, time = new Date()) {
+async function makePdf(lines, time = new Date()) {
   const document = await PDFDocument.create();
   document.setTitle(lines[0]);
   document.setCreationDate(time);
@@ -24,7 +24,7 @@ export async function makePdf(lines, time = new Date()) {
 }
 
 /** Fills the signature field with what `sign(digest)` gives for the document's SHA-256: a detached PKCS#7 as DER. */
-export function signPdf(pdf, sign) {
+function signPdf(pdf, sign) {
   return new SignPdf().sign(pdf, new DigestSigner(sign));
 }
 
@@ -32,7 +32,7 @@ export function signPdf(pdf, sign) {
  * A document whose digest has no zero byte, by way of its date: tokens that take the bytes to sign as text sign only what
  * is before the first one.
  */
-export async function makePdfWithoutZeroInDigest(lines) {
+async function makePdfWithoutZeroInDigest(lines) {
   for (let time = Date.now(); ; time += 1000) {
     const pdf = await makePdf(lines, new Date(time));
     let digest;
@@ -42,6 +42,15 @@ export async function makePdfWithoutZeroInDigest(lines) {
     });
     if (!digest.includes(0)) return pdf;
   }
+}
+
+/**
+ * A signed document with the given lines. `sign(hash)` gives, for the SHA-256 of what is signed, a detached PKCS#7; both in
+ * Base64.
+ */
+export async function makeSignedPdf(lines, sign) {
+  const pdf = await makePdfWithoutZeroInDigest(lines);
+  return signPdf(pdf, async (digest) => Buffer.from(await sign(digest.toString("base64")), "base64"));
 }
 
 class DigestSigner extends Signer {

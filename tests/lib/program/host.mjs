@@ -4,30 +4,22 @@ import { spawn } from "node:child_process";
 import { readFile, symlink, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 
-import { bin } from "../quillmark.mjs";
 import { frame, FrameReader } from "./frames.mjs";
-import { sleep, waitFor } from "../process.mjs";
-
-export const WINDOW_TITLE = "Quillmark - Select Certificate";
-export const PIN_TITLE = "Quillmark";
-export const PIN_MESSAGE = "Please Enter Token PIN";
-export const ERROR_TITLE = "Exiting Quillmark - Error Loading Token Driver";
-export const CANCEL_TEXT = "User Canceled without Selecting Certificate.";
-export const NO_PIN_TEXT = "Token User PIN required for Token Login, but given empty.";
-export const FAILURE_PREFIX = "QMHost Error: ";
 
 const BROWSER_ARGUMENTS = ["chrome-extension://abcdefghijklmnopabcdefghijklmnop/"];
+
+const TIME_STAMP = /^[A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4} /;
 
 export class Host {
   #child;
   #frames;
-  #desktop;
   #exit;
 
   /**
    * Starts a host on a desktop, in a new folder that goes with `cleanup`.
    *
-   * - `token`: a SoftToken or FakeToken; null for a folder without "QMTokenDriver.so"
+   * - `product`: the files { program, driver, logo }
+   * - `token`: a token of this harness; null for a folder without "QMTokenDriver.so"
    * - `settings`: "QMHostSettings.json", as an object or as the file's text or bytes; null for none. By default all is logged.
    * - `logo`: whether "QMLogo.png" is there
    * - `prepare(folder)`: whatever else the folder needs
@@ -35,23 +27,14 @@ export class Host {
    * - `folder`: a folder of an earlier host, to go on in
    * - `program`: another program than that in the folder, as a path; it is started in its own folder
    */
-  static async start({ desktop, cleanup, token = null, settings = { AppLogLevel: 1 }, logo = true, prepare = null,
-    args = BROWSER_ARGUMENTS, env = {}, wrapper = [], folder = null, program = null }) {
+  static async start({ desktop, cleanup, folder = null, args = BROWSER_ARGUMENTS, env = {}, wrapper = [], program = null, ...files }) {
     const host = new Host();
-    host.#desktop = desktop;
     host.folder = folder ?? await cleanup.folder("host");
-    let tokenEnv = token?.env ?? {};
-    if (!folder) {
-      await symlink(join(bin, "QMChromeExtHost"), join(host.folder, "QMChromeExtHost"));
-      if (logo) await symlink(join(bin, "QMLogo.png"), join(host.folder, "QMLogo.png"));
-      if (settings !== null) await writeFile(join(host.folder, "QMHostSettings.json"), asText(settings));
-      if (token) tokenEnv = await token.install(host.folder);
-      await prepare?.(host.folder);
-    }
+    if (folder === null) await layOut(host.folder, files);
     const [command, ...rest] = [...wrapper, program ?? join(host.folder, "QMChromeExtHost"), ...args];
     const child = spawn(command, rest, {
-      cwd: program ? dirname(program) : host.folder,
-      env: { ...process.env, ...desktop.env, ...tokenEnv, ...env },
+      cwd: program === null ? host.folder : dirname(program),
+      env: { ...process.env, ...desktop.env, ...files.token?.env, ...env },
       stdio: ["pipe", "pipe", "pipe"],
     });
     host.#child = child;
@@ -86,11 +69,16 @@ export class Host {
     return this.#within(timeout, "a reply", this.#frames.next());
   }
 
+  /** The next reply as its text. */
+  async replyText(options) {
+    const bytes = await this.replyFrame(options);
+    if (bytes === null) throw new Error(`The host ended without a reply${await this.#story()}`);
+    return new TextDecoder("utf-8", { fatal: true }).decode(bytes.subarray(4));
+  }
+
   /** The next reply, parsed. */
   async reply(options) {
-    const bytes = await this.replyFrame(options);
-    if (!bytes) throw new Error(`The host ended without a reply${await this.#story()}`);
-    return JSON.parse(bytes.subarray(4).toString());
+    return JSON.parse(await this.replyText(options));
   }
 
   /** Sends a request and waits for its reply. */
@@ -135,69 +123,6 @@ export class Host {
     return readFile(join(this.folder, name), encoding);
   }
 
-  // The user at the windows. `options.timeout` is how long to wait for a window, in milliseconds.
-
-  /** Points of the window; GTK puts Cancel left and OK right of the middle. */
-  okButton = [344, BUTTON_ROW];
-  cancelButton = [254, BUTTON_ROW];
-
-  /** The select-certificate window, once the certificates' cards are in it. */
-  async window(options) {
-    const id = await this.#desktop.window(WINDOW_TITLE, options);
-    // At the list's right edge there is nothing but the lines between the cards and the colour of the selected one: the
-    // "Loading..." row is white there, and what is not yet painted black.
-    const edge = { x: LIST_EDGE, y: LIST_TOP + 10, width: 1, height: 270 };
-    const isOfCards = (colour) => !["ffffff", "000000"].includes(colour);
-    await waitFor("the cards", async () => (await this.#desktop.colours(id, edge)).some(isOfCards),
-      options);
-    return id;
-  }
-
-  async clickOk(options) {
-    await this.#desktop.click(await this.window(options), ...this.okButton);
-  }
-
-  /**
-   * Cancel works with no card in the list, too, and while the window is still on its way to the middle of the screen. A
-   * window that comes back was that of the start.
-   */
-  async clickCancel(options) {
-    await waitFor("Cancel to hide the window", async () => {
-      await this.#desktop.click(await this.#desktop.window(WINDOW_TITLE, options), ...this.cancelButton);
-      const isGone = await this.#desktop.windowGone(WINDOW_TITLE, { timeout: 2000 }).then(() => true, () => false);
-      await sleep(700);
-      return isGone && (await this.#desktop.windows(WINDOW_TITLE)).length === 0;
-    }, options);
-  }
-
-  /** OK while there is nothing to choose from. */
-  async clickOkWithoutCards() {
-    await this.#desktop.click(await this.#desktop.window(WINDOW_TITLE), ...this.okButton);
-  }
-
-  /** Clicks into a card of three lines (the first is 0), once or `times` times fast. */
-  async clickCard(row, times = 1) {
-    await this.#desktop.click(await this.window(), 60, LIST_TOP + (row + 0.5) * CARD_HEIGHT, times);
-  }
-
-  /** The colours of the text of a card of three lines. */
-  async cardColours(row) {
-    const text = { x: 10, y: LIST_TOP + row * CARD_HEIGHT + 8, width: 560, height: 52 };
-    return this.#desktop.colours(await this.window(), text);
-  }
-
-  /** Types the PIN into the dialog and presses Return. */
-  async enterPin(pin, options) {
-    const dialog = await this.#desktop.window(PIN_TITLE, options);
-    await this.#desktop.type(dialog, pin);
-    await this.#desktop.key(dialog, "Return");
-  }
-
-  /** Leaves the PIN dialog with Escape. */
-  async cancelPin(options) {
-    await this.#desktop.key(await this.#desktop.window(PIN_TITLE, options), "Escape");
-  }
-
   async #within(timeout, what, promise) {
     let timer;
     const late = new Promise((_, reject) => {
@@ -215,14 +140,17 @@ export class Host {
   }
 }
 
-// Points of the window. It is 500 pixels high with or without its title bar, by the window manager's leave; these are right
-// in both cases, which differ by up to 20 pixels.
-const LIST_TOP = 82;
-const LIST_EDGE = 585;
-const CARD_HEIGHT = 73;
-const BUTTON_ROW = 426;
-
-const TIME_STAMP = /^[A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4} /;
+/** Puts into the folder what a host finds there when it starts. */
+async function layOut(folder, { product, token = null, settings = { AppLogLevel: 1 }, logo = true, prepare = null }) {
+  await symlink(product.program, join(folder, "QMChromeExtHost"));
+  if (logo) await symlink(product.logo, join(folder, "QMLogo.png"));
+  if (settings !== null) await writeFile(join(folder, "QMHostSettings.json"), asText(settings));
+  if (token !== null) {
+    await symlink(token.module ?? product.driver, join(folder, "QMTokenDriver.so"));
+    await token.prepare?.(folder);
+  }
+  await prepare?.(folder);
+}
 
 function asText(settings) {
   return typeof settings === "string" || Buffer.isBuffer(settings) ? settings : JSON.stringify(settings);

@@ -37,12 +37,12 @@ export class Authority {
     ]);
     await run("openssl", ["req", "-x509", "-new", "-sha256", "-utf8", "-days", "3650", "-subj", subject,
       "-config", config, "-key", authority.key, "-out", authority.certificate]);
-    await run("openssl", ["x509", "-in", authority.certificate, "-outform", "DER", "-out", join(folder, "ca.der")]);
+    authority.own = await described({ key: authority.key, pem: authority.certificate, der: join(folder, "ca.der") });
     return authority;
   }
 
   /**
-   * Issues a certificate for a new RSA key. Gives the files { key, pem, der } and the DER bytes { bytes }.
+   * Issues a certificate for a new RSA key. Gives the files { key, pem, der }, the DER bytes { bytes } and { thumbprint }.
    * `usage` and `email` null leave these out; `from` and `to` as openssl ca takes them; `serial` is hex.
    */
   async issue(name, { subject = `/C=IN/O=Quillmark Test/CN=${name}`, email = "user@example.com", usage = DEFAULT_USAGE,
@@ -68,11 +68,10 @@ export class Authority {
       "-out", file("csr")]);
     await run("openssl", ["ca", "-batch", "-notext", "-utf8", "-preserveDN", "-config", config, "-startdate", from,
       "-enddate", to, "-in", file("csr"), "-out", certificate.pem]);
-    await run("openssl", ["x509", "-in", certificate.pem, "-outform", "DER", "-out", certificate.der]);
-    return { ...certificate, bytes: await readFile(certificate.der) };
+    return described(certificate);
   }
 
-  /** A certificate for a public key (a DER file) whose private key is elsewhere: the files { pem, der }. */
+  /** A certificate for a public key (a DER file) whose private key is elsewhere: as from issue, without a key. */
   async certify(name, publicKey) {
     const certificate = { pem: join(this.folder, `${name}.pem`), der: join(this.folder, `${name}.der`) };
     const extensions = await this.#file(`${name}.ext`, ["basicConstraints = critical,CA:false", USER_EXTENSIONS,
@@ -81,8 +80,7 @@ export class Authority {
     await run("openssl", ["pkey", "-pubin", "-inform", "DER", "-in", publicKey, "-out", pemKey]);
     await run("openssl", ["x509", "-new", "-force_pubkey", pemKey, "-subj", `/C=IN/O=Quillmark Test/CN=${name}`, "-days", "30",
       "-CA", this.certificate, "-CAkey", this.key, "-extfile", extensions, "-out", certificate.pem]);
-    await run("openssl", ["x509", "-in", certificate.pem, "-outform", "DER", "-out", certificate.der]);
-    return certificate;
+    return described(certificate);
   }
 
   async #file(name, lines) {
@@ -90,6 +88,14 @@ export class Authority {
     await writeFile(path, lines.join("\n"));
     return path;
   }
+}
+
+/** Adds to a certificate, of which there is the PEM file, the DER file, its bytes and its SHA-1 in upper-case hex digits. */
+export async function described(certificate) {
+  const read = async (...options) => (await run("openssl", ["x509", "-in", certificate.pem, ...options])).stdout.toString();
+  await read("-outform", "DER", "-out", certificate.der);
+  const thumbprint = (await read("-noout", "-fingerprint", "-sha1")).replace(/^.*=|:|\s/g, "");
+  return { ...certificate, bytes: await readFile(certificate.der), thumbprint };
 }
 
 /** Writes a new RSA key as PEM (PKCS#8). */

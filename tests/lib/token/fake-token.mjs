@@ -1,9 +1,7 @@
-// The scripted PKCS#11 module of tests/fakes/program: what it is to do, and what was done to it.
+// A scripted PKCS#11 module: what it is to do, and what was done to it.
 
-import { copyFile, readFile, symlink, writeFile } from "node:fs/promises";
+import { copyFile, readFile, writeFile } from "node:fs/promises";
 import { join } from "node:path";
-
-import { fakes } from "../quillmark.mjs";
 
 /** PKCS#11's numbers, by their names there. */
 export const CK = {
@@ -22,37 +20,22 @@ export const ENTRY_POINTS = ["C_Initialize", "C_Finalize", "C_GetSlotList", "C_O
   "C_GetAttributeValue", "C_FindObjectsInit", "C_FindObjects", "C_FindObjectsFinal", "C_SignInit", "C_Sign",
   "C_SignFinal"];
 
-/** The text that a failed PKCS#11 call gives. */
-export function errorLine(label, code) {
-  const low = (BigInt(code) & 0xffffffffn).toString(16).toUpperCase().padStart(8, "0");
-  return `[CKR_ERROR in ${label}] ErrCode = 0x${low}.`;
-}
-
 export class FakeToken {
   #folder;
 
   /**
-   * `certificates`: what is on the token, in this order: { certificate, id } with the CKA_ID as bytes or text, and
-   * `key: false` for one without a private key. Everything else is the script of tests/fakes/program/README.md, and
-   * `without` names an entry point that the module lacks.
+   * `module`: the module's file. `certificates`: what is on the token, in this order: { certificate, id } with the CKA_ID as
+   * bytes or text, and `key: false` for one without a private key. Everything else is the module's script, as its README says.
    */
-  constructor({ certificates = [], without = null, ...script } = {}) {
+  constructor({ module, certificates = [], ...script }) {
+    this.module = module;
     this.certificates = certificates;
     this.script = { slots: [1], pin: "1234", ...script };
-    /** The module's file. */
-    this.path = join(fakes, without ? `fake-pkcs11-without-${without}.so` : "fake-pkcs11.so");
     this.pin = this.script.pin;
   }
 
-  /** Makes the module "./QMTokenDriver.so" of a host that runs in `folder`. */
-  async install(folder) {
-    await this.writeScript(folder);
-    await symlink(this.path, join(folder, "QMTokenDriver.so"));
-    return {};
-  }
-
-  /** Puts only the script and the files that it names into the folder. */
-  async writeScript(folder) {
+  /** Puts the script and the files that it names into the folder that a host is to run in. */
+  async prepare(folder) {
     this.#folder = folder;
     const objects = [];
     for (const [i, { certificate, id, key = true }] of this.certificates.entries()) {

@@ -4,7 +4,7 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
 import { run } from "../process.mjs";
-import { PrivateToken } from "./private-token.mjs";
+import { privateToken } from "./private-token.mjs";
 
 const PIN = "1234";
 
@@ -19,6 +19,6 @@ export async function nss(folder, world) {
     "-passout", `file:${pinFile}`, "-out", pkcs12]);
   await run("certutil", ["-N", "-d", database, "-f", pinFile]);
   await run("pk12util", ["-i", pkcs12, "-d", database, "-k", pinFile, "-w", pinFile]);
-  return PrivateToken.of(folder, ["module: ../libsoftokn3.so", // from p11-kit's folder of modules
+  return privateToken(folder, ["module: ../libsoftokn3.so", // from p11-kit's folder of modules
     `x-init-reserved: configdir='${database}' certPrefix='' keyPrefix='' secmod='' flags=noModDB`], { pin: PIN, certificate });
 }

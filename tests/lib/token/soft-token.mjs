@@ -1,31 +1,25 @@
 // A real PKCS#11 token without hardware: SoftHSM in a folder of its own, seen by nobody else.
 
-import { mkdir, symlink, writeFile } from "node:fs/promises";
+import { mkdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { bin } from "../quillmark.mjs";
 import { run } from "../process.mjs";
+import { p11KitHome } from "./p11-kit.mjs";
 
 /** Where Debian's package puts the module. */
-const SOFTHSM = "/usr/lib/softhsm/libsofthsm2.so";
+export const SOFTHSM = "/usr/lib/softhsm/libsofthsm2.so";
 
 export class SoftToken {
   /**
-   * An initialised token in `folder`. p11-kit shows SoftHSM alone to a program that runs with `env`: another module of
-   * this machine could offer a token too.
+   * An initialised token in `folder`. A program that runs with its `env` sees it, and no other token of this machine.
    */
   static async create(folder, { pin = "1234", label = "Quillmark" } = {}) {
     const token = new SoftToken();
     Object.assign(token, { pin, label });
-    const modules = join(folder, ".config/pkcs11/modules");
     await mkdir(join(folder, "tokens"), { recursive: true });
-    await mkdir(modules, { recursive: true });
-    await writeFile(join(folder, ".config/pkcs11/pkcs11.conf"), "user-config: only\n");
-    await writeFile(join(modules, "softhsm2.module"), `module: ${SOFTHSM}\n`);
     const config = join(folder, "softhsm2.conf");
     await writeFile(config, `directories.tokendir = ${join(folder, "tokens")}\nlog.level = ERROR\n`);
-    /** What a program needs in its environment to see this token, and no other. */
-    token.env = { SOFTHSM2_CONF: config, HOME: folder, XDG_CONFIG_HOME: join(folder, ".config") };
+    token.env = { SOFTHSM2_CONF: config, ...(await p11KitHome(folder, [`module: ${SOFTHSM}`])) };
     await token.#run("softhsm2-util", "--init-token", "--free", "--label", label, "--so-pin", "00000000", "--pin", pin);
     return token;
   }
@@ -41,12 +35,6 @@ export class SoftToken {
   async addCertificate(file, id) {
     await this.#run("pkcs11-tool", "--module", SOFTHSM, "--token-label", this.label, "--login", "--pin", this.pin,
       "--write-object", file, "--type", "cert", "--id", id);
-  }
-
-  /** Makes the token reachable for a host that runs in `folder`; gives the environment that the host needs. */
-  async install(folder) {
-    await symlink(join(bin, "QMTokenDriver.so"), join(folder, "QMTokenDriver.so"));
-    return this.env;
   }
 
   #run(command, ...args) {

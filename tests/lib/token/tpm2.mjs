@@ -5,7 +5,7 @@ import { mkdir, stat } from "node:fs/promises";
 import { join } from "node:path";
 
 import { run, waitFor } from "../process.mjs";
-import { PrivateToken } from "./private-token.mjs";
+import { privateToken } from "./private-token.mjs";
 
 const MODULE_FILE = "libtpm2_pkcs11.so"; // in p11-kit's own folder
 const LABEL = "Quillmark";
@@ -33,5 +33,5 @@ export async function tpm2(folder, world, cleanup) {
   await tool("--token-label", LABEL, "--read-object", "--type", "pubkey", "--id", ID, "-o", publicKey);
   const certificate = await world.authority.certify("tpm", publicKey);
   await tool(...onToken, "--pin", PIN, "--write-object", certificate.der, "--type", "cert", "--id", ID);
-  return PrivateToken.of(folder, [`module: ${MODULE_FILE}`], { pin: PIN, certificate, env });
+  return privateToken(folder, [`module: ${MODULE_FILE}`], { pin: PIN, certificate, env });
 }

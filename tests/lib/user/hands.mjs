@@ -1,12 +1,12 @@
 // The user's hands where they are faster or clumsier than User's: they press at a place of the screen, whatever is there.
 
-import { run, sleep } from "../process.mjs";
+import { sleep } from "../process.mjs";
 
 export class Hands {
-  #env;
+  #desktop;
 
   constructor(desktop) {
-    this.#env = { ...process.env, ...desktop.env };
+    this.#desktop = desktop;
   }
 
   /** Puts the pointer at a point of the window's place on the screen, also where another window covers it. */
@@ -46,6 +46,6 @@ export class Hands {
   }
 
   #do(...args) {
-    return run("xdotool", args, { env: this.#env, timeout: 20_000 });
+    return this.#desktop.run("xdotool", args, { timeout: 20_000 });
   }
 }

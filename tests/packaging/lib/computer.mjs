@@ -2,13 +2,11 @@
 // that stands in for the real one.
 
 import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
-import { dirname, join, resolve } from "node:path";
-import { fileURLToPath } from "node:url";
+import { dirname, join } from "node:path";
 
-import { bin } from "../../lib/quillmark.mjs";
-import { Cleanup, runUnchecked } from "../../lib/process.mjs";
+import { product, root } from "../../lib/quillmark.mjs";
+import { Cleanup, runUnchecked } from "../../lib/kit.mjs";
 
-export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
 export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
 
 /** Answers every request by its echo, as the signing program does with one that has no action; tells where it runs. */
@@ -63,7 +61,7 @@ export class Computer {
     await this.setProgram(ECHOING);
     await this.setTokens(GOOD_TOKENS);
     await writeFile(join(this.program, "QMLogo.png"), "a picture");
-    await copyFile(join(bin, "QMTokenDriver.so"), join(this.program, "QMTokenDriver.so"));
+    await copyFile(product.driver, join(this.program, "QMTokenDriver.so"));
   }
 
   /** Puts a script in the signing program's place. */

@@ -10,8 +10,7 @@
 //
 // In the flow of a PDF all certificates are listed already, by an earlier choice.
 
-import { CK, errorLine } from "../../lib/token/fake-token.mjs";
-import { CANCEL_TEXT } from "../../lib/program/host.mjs";
+import { CANCEL_TEXT, CK, errorLine } from "../../lib/kit.mjs";
 
 export const FLOWS = [
   { name: "choose", handler: "GetSelCertFromToken", window: true },
