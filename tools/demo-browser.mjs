@@ -5,27 +5,17 @@
 
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { homedir } from "node:os";
-import { dirname, join, relative, resolve } from "node:path";
-import { fileURLToPath } from "node:url";
+import { join, relative } from "node:path";
 
-import { make } from "../extension/make.mjs";
-import { startBrowser } from "../tests/lib/browser/browser.mjs";
-import { ExtensionPages } from "../tests/lib/browser/extension-pages.mjs";
-import { serve } from "../tests/lib/browser/site.mjs";
-import { User } from "../tests/lib/browser/user.mjs";
-import { bin } from "../tests/lib/quillmark.mjs";
-import { Authority } from "../tests/lib/token/certificates.mjs";
-import { Desktop } from "../tests/lib/display/desktop.mjs";
-import { Judges } from "../tests/lib/judges/judges.mjs";
-import { Cleanup, run, sleep } from "../tests/lib/process.mjs";
-import { SoftToken } from "../tests/lib/token/soft-token.mjs";
+import { BINARY_ID } from "../tests/lib/kit.mjs";
+import {
+  Authority, BINARY_ID, BrowserUser, bytesOf, Cleanup, Desktop, ExtensionPages, Judges, run, serve, sleep, SoftToken, startBrowser,
+} from "../tests/lib/browser-kit.mjs";
+import { bin, product, root } from "../tests/lib/quillmark.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
-const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
 const PIN = "1234";
 const OWNER = "Asha Rao";
-const OWNER_KEY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
-
 const cleanup = new Cleanup();
 
 async function main() {
@@ -36,11 +26,11 @@ async function main() {
   await mkdir(home, { recursive: true });
 
   const { token, judges } = await makeToken(folder, home);
-  await run(join(root, "install"), ["--from", bin], { env: { ...process.env, ...token.env } });
+  await run(product.install, ["--from", bin], { env: { ...process.env, ...token.env } });
   step(`The program is installed in ${relative(".", home)} and registered with the browsers there`);
 
   const extensions = join(folder, "extension");
-  await make(extensions);
+  await product.extension.make(extensions);
   const site = await serve(join(extensions, "example"));
   cleanup.add(site.close);
 
@@ -48,7 +38,9 @@ async function main() {
   const desktop = isAuto ? await Desktop.start(cleanup) : null;
   // The display's owner is found in the user's own home, which is not the browser's.
   const displayEnv = desktop?.env ?? { XAUTHORITY: process.env.XAUTHORITY ?? join(homedir(), ".Xauthority") };
-  const browser = await startBrowser(name, { home, extensions, env: { ...displayEnv, ...token.env } });
+  const browser = await startBrowser(name, {
+    home, extension: join(extensions, name), firefoxId: product.extension.ids.firefox, env: { ...displayEnv, ...token.env },
+  });
   cleanup.add(() => browser.close().catch(() => {}));
   const page = (await browser.pages())[0] ?? (await browser.newPage());
   const address = `http://localhost:${site.port}`;
@@ -63,7 +55,7 @@ async function makeToken(folder, home) {
   const token = await SoftToken.create(home, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
   const subject = `/C=IN/O=Quillmark Demo/CN=${OWNER}`;
-  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), OWNER_KEY_ID);
+  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), BINARY_ID);
   step(`A token is made, with a certificate of ${OWNER}; its PIN is ${PIN}`);
   return { token, judges: new Judges(folder, authority.certificate) };
 }
@@ -76,7 +68,7 @@ async function letThePersonSign(browser, home) {
 }
 
 async function signByItself({ name, browser, page, address, desktop, folder, judges }) {
-  const user = new User(desktop, name);
+  const user = new BrowserUser(desktop, name);
   user.extension = new ExtensionPages(name, browser);
   const picture = (what) => desktop.screenshot(join(folder, `${what}.png`));
 
@@ -89,7 +81,7 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   await user.certificateWindow();
   await sleep(2_000); // for the picture: the cards are drawn
   await picture("certificate-window");
-  await user.choose(saved);
+  await user.chooseUntilPin(saved);
   await user.pinWindow();
   await picture("pin");
   await user.typePin(PIN);
@@ -100,8 +92,8 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   });
   await picture("example-page");
   const file = join(folder, "signed.pdf");
-  await writeFile(file, Buffer.from(signed, "base64"));
-  await judges.pdf(file);
+  await writeFile(file, bytesOf(signed));
+  await judges.pdf(bytesOf(signed));
   step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
 }
 

@@ -3,14 +3,8 @@
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { join, relative } from "node:path";
 
-import { bin } from "../tests/lib/quillmark.mjs";
-import { Authority } from "../tests/lib/token/certificates.mjs";
-import { Desktop } from "../tests/lib/display/desktop.mjs";
-import { Host, PIN_TITLE } from "../tests/lib/program/host.mjs";
-import { Judges } from "../tests/lib/judges/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "../tests/lib/judges/pdf.mjs";
-import { Cleanup } from "../tests/lib/process.mjs";
-import { SoftToken } from "../tests/lib/token/soft-token.mjs";
+import { Authority, BINARY_ID, Cleanup, Desktop, Host, Judges, makeSignedPdf, SoftToken, User } from "../tests/lib/kit.mjs";
+import { bin, product } from "../tests/lib/quillmark.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
 const folder = join(bin, "../../demo");
@@ -19,9 +13,6 @@ const OWNER = "Asha Rao";
 
 /** A user who thinks it over may take this long. */
 const PATIENCE = 600_000;
-
-/** An identifier as cards have it: the size of a SHA-1, with zero bytes, and no UTF-8. */
-const OWNER_KEY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 const cleanup = new Cleanup();
 
@@ -32,9 +23,9 @@ async function main() {
 
   const { token, judges, certificate } = await makeToken();
   const desktop = isAuto ? await Desktop.start(cleanup) : { env: {} };
-  const host = await Host.start({ desktop, cleanup, token, folder: bin });
+  const host = await Host.start({ product, desktop, cleanup, token, folder: bin });
   step(`The host runs in ${relative(".", bin)}`);
-  const user = isAuto ? new OwnHands(host, desktop) : new PersonAtTheDisplay();
+  const user = isAuto ? new OwnHands(new User(desktop)) : new PersonAtTheDisplay();
 
   const record = JSON.parse(await ask(host, user, { action: "GetSelCertFromToken" }, "choose"));
   if (record.SelCertSubject.includes(`CN=${OWNER}`) === false) throw new Error(`Choose the certificate of ${OWNER}`);
@@ -56,16 +47,16 @@ async function makeToken() {
   const issue = (file, name, options) =>
     authority.issue(file, { subject: `/C=IN/O=Quillmark Demo/CN=${name}`, email: "asha@example.in", ...options });
   const certificate = await issue("user", OWNER);
-  await token.addPair(certificate, OWNER_KEY_ID);
+  await token.addPair(certificate, BINARY_ID);
   await token.addPair(await issue("expired", `${OWNER} (old)`, { to: "20231115000000Z" }), "02");
-  await token.addCertificate(join(folder, "ca.der"), "03");
+  await token.addCertificate(authority.own.der, "03");
   step("A token is made: a user's certificate, an expired one, a CA's");
   return { token, certificate, judges: new Judges(folder, authority.certificate) };
 }
 
 async function signReturn(host, user, judges) {
   const text = JSON.stringify({ gstin: "29ABCDE1234F1Z5", fp: "102026", gt: 3782969.01, remark: "नमस्ते" });
-  const cms = Buffer.from(await ask(host, user, { action: "GSTReturnSign", hash: text }, "choose and log in"), "base64");
+  const cms = bytesOf(await ask(host, user, { action: "GSTReturnSign", hash: text }, "choose and log in"));
   await writeFile(join(folder, "gst-return.p7m"), cms);
   const content = await judges.cms(cms);
   if (content.toString() !== text) throw new Error("The SignedData carries another text than the one that was signed");
@@ -73,21 +64,19 @@ async function signReturn(host, user, judges) {
 }
 
 async function signDocument(host, judges, thumbprint) {
-  const pdf = await makePdfWithoutZeroInDigest(["Rent agreement", "Signed with a token, by way of the browser's host."]);
-  const signed = await signPdf(pdf, async (digest) => {
-    const request = { action: "PdfSignFromToken", hash: digest.toString("base64"), certThumbPrint: thumbprint };
-    return Buffer.from(await ask(host, null, request), "base64");
-  });
+  const lines = ["Rent agreement", "Signed with a token, by way of the browser's host."];
+  const signed = await makeSignedPdf(lines, (hash) =>
+    ask(host, null, { action: "PdfSignFromToken", hash, certThumbPrint: thumbprint }));
   const file = join(folder, "signed.pdf");
   await writeFile(file, signed);
-  await judges.pdf(file);
+  await judges.pdf(signed);
   step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
 }
 
 async function signAuthToken(host, user, judges, certificate) {
   const authToken = `nonce ${Date.now()}`;
   const signature = await ask(host, user, { action: "SignAuthToken", authToken }, "choose");
-  await judges.rsa(Buffer.from(signature, "base64"), Buffer.from(authToken), certificate.pem);
+  await judges.rsa(bytesOf(signature), Buffer.from(authToken), certificate.pem);
   step("Authentication token signed: openssl dgst -verify is satisfied");
 }
 
@@ -108,19 +97,19 @@ class PersonAtTheDisplay {
 }
 
 class OwnHands {
-  constructor(host, desktop) {
-    Object.assign(this, { host, desktop });
+  constructor(user) {
+    this.user = user;
   }
 
   async does(deed, action) {
-    await this.desktop.screenshot(join(folder, `window-${action}.png`), await this.host.window());
+    await this.user.desktop.screenshot(join(folder, `window-${action}.png`), await this.user.window());
     // SoftHSM lists its objects in no fixed order: the expired one may come first.
-    const isExpired = async (row) => (await this.host.cardColours(row)).includes("ff0000");
-    await this.host.clickCard((await isExpired(0)) ? 1 : 0);
-    await this.host.clickOk();
+    const isExpired = async (row) => (await this.user.cardColours(row)).includes("ff0000");
+    await this.user.clickCard((await isExpired(0)) ? 1 : 0);
+    await this.user.clickOk();
     if (deed !== "choose and log in") return;
-    await this.desktop.screenshot(join(folder, "pin-dialog.png"), await this.desktop.window(PIN_TITLE));
-    await this.host.enterPin(PIN);
+    await this.user.desktop.screenshot(join(folder, "pin-dialog.png"), await this.user.pinWindow());
+    await this.user.enterPin(PIN);
   }
 }
 

@@ -6,7 +6,8 @@ import { mkdir, readFile, rm, symlink } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { Computer, registration } from "./lib/computer.mjs";
+import { registration } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 async function computerWith(t, ...browsers) {
   const computer = await Computer.make(t, { browsers });

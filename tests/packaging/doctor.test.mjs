@@ -5,9 +5,9 @@ import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin, product, root } from "../lib/quillmark.mjs";
+import { bin, product, registration, root } from "../lib/quillmark.mjs";
 import { run, runUnchecked, World } from "../lib/kit.mjs";
-import { Computer, GOOD_TOKENS, registration } from "./lib/computer.mjs";
+import { Computer, GOOD_TOKENS } from "./lib/computer.mjs";
 
 /** A computer on which everything is right. */
 async function healthy(t, options) {

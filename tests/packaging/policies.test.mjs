@@ -6,8 +6,8 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import { run } from "../lib/kit.mjs";
-import { root } from "../lib/quillmark.mjs";
-import { Computer, registration } from "./lib/computer.mjs";
+import { registration, root } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 const vectors = JSON.parse(await readFile(join(root, "tests/policies/vectors.json"), "utf8"));
 const [chromiumId] = registration.chromiumExtensions;

@@ -2,8 +2,7 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../lib/process.mjs";
-import { ask, canSetPolicies, codeOf, GST_TEXT, statusOf } from "../../lib/browser/rig.mjs";
+import { ask, canSetPolicies, codeOf, GST_TEXT, ready, sleep, statusOf, waitFor, withdraw } from "../../lib/browser-kit.mjs";
 
 export function consentTests({ name, rig, browserTest, allowedPage }) {
   browserTest("the first request asks the user for consent, and the answer Once is for this request alone", async (t) => {
@@ -17,14 +16,13 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
       }
       await rig.user.consent(rig.origin, "once");
       await rig.user.choose(request);
-      assert.equal((await request).value.CertThumbPrint, rig.thumbprint);
+      assert.equal((await request).value.CertThumbPrint, rig.certificate.thumbprint);
     }
     assert.equal((await statusOf(page)).permission, "ask");
   });
 
   browserTest("a denied site gets ORIGIN_DENIED, in a page that is loaded anew NOT_NOW, and may ask again after ten seconds", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     const request = ask(page, "signGstReturn", [GST_TEXT]);
     await rig.user.consentWindow(origin);
     await rig.screenshot("consent-text");
@@ -32,9 +30,9 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
     const denied = Date.now();
     assert.equal(codeOf(await request), "ORIGIN_DENIED");
     assert.equal(codeOf(await ask(page, "signGstReturn", [GST_TEXT])), "ORIGIN_DENIED");
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
     await page.reload();
-    await page.waitForFunction("window.ask");
+    await ready(page);
     assert.equal(codeOf(await ask(page, "selectCertificate")), "NOT_NOW");
     await sleep(denied + 11_000 - Date.now());
     const anew = ask(page, "selectCertificate");
@@ -43,34 +41,30 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
   });
 
   browserTest("a consent window whose page is withdrawn closes by itself", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     const request = ask(page, "selectCertificate");
     const window = await rig.user.consentWindow(origin);
-    await page.evaluate(() => window.withdrawal.abort());
+    await withdraw(page);
     assert.equal(codeOf(await request), "ABORTED");
     await rig.user.gone(window);
   });
 
   browserTest("a site that is allowed until its page closes is asked about once, and again in a page that is loaded anew", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     const first = ask(page, "selectCertificate");
     await rig.user.consent(origin, "page");
     await rig.user.choose(first);
-    assert.equal((await first).value.CertThumbPrint, rig.thumbprint);
-    const second = ask(page, "selectCertificate");
-    await rig.user.choose(second);
-    assert.equal((await second).value.CertThumbPrint, rig.thumbprint);
+    assert.equal((await first).value.CertThumbPrint, rig.certificate.thumbprint);
+    const second = await rig.user.choose(ask(page, "selectCertificate"));
+    assert.equal(second.value.CertThumbPrint, rig.certificate.thumbprint);
     await page.reload();
-    await page.waitForFunction("window.ask");
+    await ready(page);
     assert.equal((await statusOf(page)).permission, "ask");
   });
 
   browserTest("Escape denies, and so does closing the window", async (t) => {
     for (const keys of ["Escape", "alt+F4"]) {
-      const origin = await rig.freshOrigin(t);
-      const page = await rig.page(t, { origin });
+      const { origin, page } = await rig.freshPage(t);
       const request = ask(page, "selectCertificate");
       await rig.user.press(await rig.user.consentWindow(origin), keys);
       assert.equal(codeOf(await request), "ORIGIN_DENIED", keys);
@@ -96,8 +90,7 @@ export function consentTests({ name, rig, browserTest, allowedPage }) {
 
   browserTest("a frame counts by its own origin, not by its page's", async (t) => {
     const page = await allowedPage(t, { path: "/framing" });
-    const frame = await waitFor("the frame", () => page.frames().find((each) => each.url().startsWith(rig.otherOrigin)));
-    await frame.waitForFunction("window.ask");
+    const frame = await rig.frameOf(page, rig.otherOrigin);
     assert.equal((await statusOf(page)).permission, "allowed");
     assert.equal((await statusOf(frame)).permission, "ask");
     const request = ask(frame, "selectCertificate");

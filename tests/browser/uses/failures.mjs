@@ -4,34 +4,28 @@ import assert from "node:assert/strict";
 import { rename } from "node:fs/promises";
 import { join } from "node:path";
 
-import { CK } from "../../lib/token/fake-token.mjs";
-import { sleep, waitFor } from "../../lib/process.mjs";
-import { ask, askWithoutGesture, bytes, codeOf, DIGEST } from "../../lib/browser/rig.mjs";
+import { ask, askWithoutGesture, bytesOf, CK, codeOf, DIGEST, sleep, waitFor, withdraw } from "../../lib/browser-kit.mjs";
 
 export function failureTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("Cancel is USER_CANCELLED, and the next request shows the window again", async (t) => {
     const page = await allowedPage(t);
     const operations = { selectCertificate: [], signGstReturn: ["text"], signItReturn: ["aGFzaA==", "ABCDE1234F"], signAuthToken: ["token"] };
     for (const [operation, args] of Object.entries(operations)) {
-      const request = ask(page, operation, args);
-      await rig.user.cancel(request);
-      assert.equal(codeOf(await request), "USER_CANCELLED", operation);
+      const outcome = await rig.user.cancel(ask(page, operation, args));
+      assert.equal(codeOf(outcome), "USER_CANCELLED", operation);
     }
   });
 
   browserTest("a wrong PIN and a PIN left empty are LOGIN_FAILED, the right one signs, and is not asked for twice", async (t) => {
     const page = await allowedPage(t);
     for (const pin of ["9999", ""]) {
-      const request = ask(page, "signAuthToken", ["token"]);
-      await rig.user.chooseAndLogIn(request, pin);
-      assert.equal(codeOf(await request), "LOGIN_FAILED");
+      const outcome = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]), pin);
+      assert.equal(codeOf(outcome), "LOGIN_FAILED");
     }
-    const right = ask(page, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(right);
-    await check(rig.world.judges.rsa(bytes((await right).value), Buffer.from("token"), rig.certificate.pem));
-    const second = ask(page, "signAuthToken", ["second"]);
-    await rig.user.choose(second);
-    await check(rig.world.judges.rsa(bytes((await second).value), Buffer.from("second"), rig.certificate.pem));
+    const right = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]));
+    await check(rig.world.judges.rsa(bytesOf(right.value), Buffer.from("token"), rig.certificate.pem));
+    const second = await rig.user.choose(ask(page, "signAuthToken", ["second"]));
+    await check(rig.world.judges.rsa(bytesOf(second.value), Buffer.from("second"), rig.certificate.pem));
   });
 
   browserTest("no token is TOKEN_MISSING, and the token is found once it is there", async (t) => {
@@ -41,77 +35,70 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     const missing = await ask(page, "selectCertificate").finally(() => rename(`${tokens}-away`, tokens));
     assert.equal(codeOf(missing), "TOKEN_MISSING");
     await page.close();
-    await rig.programGone();
-    const again = ask(await allowedPage(t), "selectCertificate");
-    await rig.user.choose(again);
-    assert.equal((await again).value.CertThumbPrint, rig.thumbprint);
+    await rig.program.gone();
+    const again = await rig.user.choose(ask(await allowedPage(t), "selectCertificate"));
+    assert.equal(again.value.CertThumbPrint, rig.certificate.thumbprint);
   });
 
   browserTest("an income-tax return whose hash is no key's name is KEY_NOT_FOUND", async (t) => {
     const page = await allowedPage(t);
-    const request = ask(page, "signItReturn", [DIGEST, "ABCDE1234F"]);
-    await rig.user.chooseAndLogIn(request);
-    assert.equal(codeOf(await request), "KEY_NOT_FOUND");
+    const outcome = await rig.user.chooseAndLogIn(ask(page, "signItReturn", [DIGEST, "ABCDE1234F"]));
+    assert.equal(codeOf(outcome), "KEY_NOT_FOUND");
   });
 
   browserTest("an income-tax return is signed by the key that its hash names", async (t) => {
     // The program reads the hash as the key's name, and what it decodes to as Base64 once more.
     const digest = Buffer.alloc(33, "digest-").toString("base64");
     const hash = Buffer.from(digest).toString("base64");
-    await rig.useFakeToken(t, { certificates: [{ certificate: rig.certificate, id: Buffer.from(hash) }] });
+    await rig.program.useToken(t, await rig.world.fakeToken({ certificates: [{ certificate: rig.certificate, id: Buffer.from(hash) }] }));
     const page = await allowedPage(t);
-    const request = ask(page, "signItReturn", [hash, "ABCDE1234F"]);
-    await rig.user.chooseAndLogIn(request);
-    const signed = await check(rig.world.judges.recover(bytes((await request).value), rig.certificate.pem));
-    assert.equal(signed.subarray(-33).toString(), bytes(digest).toString());
+    const outcome = await rig.user.chooseAndLogIn(ask(page, "signItReturn", [hash, "ABCDE1234F"]));
+    const signed = await check(rig.world.judges.recover(bytesOf(outcome.value), rig.certificate.pem));
+    assert.equal(signed.subarray(-33).toString(), bytesOf(digest).toString());
   });
 
   browserTest("a token's failure is TOKEN_ERROR with its PKCS#11 name, a pulled one TOKEN_MISSING, and the program starts anew", async (t) => {
     const failing = (rv, nth) => ({ call: "C_Sign", rv, nth });
-    await rig.useFakeToken(t, {
+    await rig.program.useToken(t, await rig.world.fakeToken({
       certificates: [{ certificate: rig.certificate, id: "01" }],
       faults: [failing(CK.CKR_GENERAL_ERROR, 1)],
-    });
+    }));
     const page = await allowedPage(t);
-    const request = ask(page, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(request);
-    const { code, ckr } = await request;
+    const outcome = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]));
+    const { code, ckr } = outcome;
     assert.deepEqual([code, ckr], ["TOKEN_ERROR", "CKR_GENERAL_ERROR"]);
-    await rig.programGone();
+    await rig.program.gone();
 
-    await rig.useFakeToken(t, {
+    await rig.program.useToken(t, await rig.world.fakeToken({
       certificates: [{ certificate: rig.certificate, id: "01" }],
       faults: [failing(CK.CKR_DEVICE_REMOVED, 1)],
-    });
-    const pulled = ask(page, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(pulled);
-    assert.equal(codeOf(await pulled), "TOKEN_MISSING");
+    }));
+    const pulled = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]));
+    assert.equal(codeOf(pulled), "TOKEN_MISSING");
   });
 
   browserTest("a program that is killed in the middle is HOST_EXITED, and the next request starts it anew", async (t) => {
     const page = await allowedPage(t);
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
-    const [program] = await rig.programs();
+    const [program] = await rig.program.running();
     process.kill(program, "SIGKILL");
     assert.equal(codeOf(await request), "HOST_EXITED");
-    const again = ask(page, "selectCertificate");
-    await rig.user.choose(again);
-    assert.equal((await again).value.CertThumbPrint, rig.thumbprint);
-    assert.notDeepEqual(await rig.programs(), [program]);
+    const again = await rig.user.choose(ask(page, "selectCertificate"));
+    assert.equal(again.value.CertThumbPrint, rig.certificate.thumbprint);
+    assert.notDeepEqual(await rig.program.running(), [program]);
   });
 
   browserTest("an abort closes the program's window, and the next request is served by a new program", async (t) => {
     const page = await allowedPage(t);
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
-    const [program] = await rig.programs();
-    await page.evaluate(() => window.withdrawal.abort());
+    const [program] = await rig.program.running();
+    await withdraw(page);
     assert.equal(codeOf(await request), "ABORTED");
-    await waitFor("the program to end", async () => !(await rig.programs()).includes(program), { timeout: 8_000 });
-    const again = ask(page, "selectCertificate");
-    await rig.user.choose(again);
-    assert.equal((await again).value.CertThumbPrint, rig.thumbprint);
+    await waitFor("the program to end", async () => !(await rig.program.running()).includes(program), { timeout: 8_000 });
+    const again = await rig.user.choose(ask(page, "selectCertificate"));
+    assert.equal(again.value.CertThumbPrint, rig.certificate.thumbprint);
   });
 
   browserTest("the end of the user's time is TIMEOUT, and closes the program's window", async (t) => {
@@ -119,7 +106,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     const request = ask(page, "selectCertificate", [], { timeout: 2_500 });
     await rig.user.certificateWindow();
     assert.equal(codeOf(await request), "TIMEOUT");
-    await rig.programGone({ timeout: 8_000 });
+    await rig.program.gone({ timeout: 8_000 });
     assert.equal(await rig.user.seesAWindow(), false);
   });
 
@@ -129,7 +116,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     request.catch(() => {});
     await rig.user.certificateWindow();
     await page.close();
-    await rig.programGone({ timeout: 8_000 });
+    await rig.program.gone({ timeout: 8_000 });
   });
 
   browserTest("two tabs are served in turn by one program, and each gets its own answers", async (t) => {
@@ -137,18 +124,19 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     const texts = ["first tab", "second tab", "first tab again", "second tab again"];
     const requests = texts.map((text, i) => askWithoutGesture(pages[i % 2], "signAuthToken", [text]));
     const all = Promise.all(requests);
-    await rig.user.chooseAndLogIn(all);
+    await rig.user.chooseUntilPin(all);
+    await rig.user.typePin();
     await rig.user.choose(all);
     for (const [i, request] of requests.entries()) {
-      await check(rig.world.judges.rsa(bytes((await request).value), Buffer.from(texts[i]), rig.certificate.pem));
+      await check(rig.world.judges.rsa(bytesOf((await request).value), Buffer.from(texts[i]), rig.certificate.pem));
     }
-    assert.equal((await rig.programs()).length, 1);
+    assert.equal((await rig.program.running()).length, 1);
     const waited = (await Promise.all(pages.map((page) => page.evaluate(() => window.progress)))).flat();
     assert.ok(waited.some((state) => state > 0), `told to wait: ${waited}`);
     // One tab still uses the program when the other is closed.
     await pages[0].close();
     await sleep(500);
-    assert.equal((await rig.programs()).length, 1);
+    assert.equal((await rig.program.running()).length, 1);
   });
 
   const reply = (status, result, nonce = 'request["nonce"]') => `{"status_cd": ${status}, "result": ${result}, "nonce": ${nonce}}`;
@@ -163,7 +151,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
   ]) {
     browserTest(`a program that answers ${what} is ${code}`, async (t) => {
       const page = await allowedPage(t);
-      await rig.useBrokenProgram(t, answer);
+      await rig.program.useBrokenProgram(t, answer);
       assert.equal(codeOf(await ask(page, "signAuthToken", ["token"], { timeout: 6_000 })), code);
     });
   }

@@ -4,12 +4,13 @@ import assert from "node:assert/strict";
 import { readFile, rename, rm, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run } from "../../lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, root } from "../../lib/browser/rig.mjs";
+import { ask, askWithoutGesture, codeOf, run } from "../../lib/browser-kit.mjs";
+
+import { root } from "../../lib/quillmark.mjs";
 
 export function registrationTests({ name, rig, browserTest, allowedPage }) {
   browserTest("a program that is registered for another extension is refused", async (t) => {
-    const manifest = rig.manifest;
+    const manifest = rig.program.manifest(name);
     const original = await readFile(manifest, "utf8");
     t.after(() => writeFile(manifest, original));
     await writeFile(manifest, original.replace(/benpbcl/, "aaaaaaa").replace(/extension@/, "another@"));
@@ -20,11 +21,11 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
 
   browserTest("a program that is missing from its place, or ends at once, is told", async (t) => {
     const page = await allowedPage(t);
-    const program = join(rig.installed, "QMChromeExtHost");
+    const program = join(rig.program.folder, "QMChromeExtHost");
     await rename(program, `${program}-away`);
     t.after(() => rename(`${program}-away`, program));
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_EXITED"); // the launcher starts, and ends
-    const launcher = join(rig.installed, "quillmark-host");
+    const launcher = join(rig.program.folder, "quillmark-host");
     await rename(launcher, `${launcher}-away`);
     t.after(() => rename(`${launcher}-away`, launcher));
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");
@@ -34,14 +35,14 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
     const page = await allowedPage(t);
     assert.equal((await askWithoutGesture(page, "status", [], { checkHost: true })).value.host, "running");
     rig.browser.process().kill("SIGKILL");
-    await rig.programGone({ timeout: 3_000 });
+    await rig.program.gone({ timeout: 3_000 });
     await rig.startBrowser();
 
     const request = ask(await allowedPage(t), "selectCertificate");
     request.catch(() => {});
     await rig.user.certificateWindow();
     rig.browser.process().kill("SIGKILL");
-    await rig.user.cancel(rig.programGone());
+    await rig.user.cancel(rig.program.gone());
     await rig.startBrowser();
   });
 
@@ -52,16 +53,15 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
 
   browserTest("without a registration the program is HOST_MISSING, also after an uninstall", async (t) => {
     const page = await allowedPage(t);
-    await rm(rig.manifest);
+    await rm(rig.program.manifest(name));
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");
     assert.equal(codeOf(await askWithoutGesture(page, "status", [], { checkHost: true })), "HOST_MISSING");
-    await rig.install();
-    const request = ask(page, "selectCertificate");
-    await rig.user.choose(request);
-    assert.equal((await request).value.CertThumbPrint, rig.thumbprint);
+    await rig.program.install();
+    const outcome = await rig.user.choose(ask(page, "selectCertificate"));
+    assert.equal(outcome.value.CertThumbPrint, rig.certificate.thumbprint);
     await page.close();
-    await rig.programGone();
-    await rig.install("--uninstall");
+    await rig.program.gone();
+    await rig.program.install("--uninstall");
     assert.equal(codeOf(await ask(await allowedPage(t), "selectCertificate")), "HOST_MISSING");
   });
 }

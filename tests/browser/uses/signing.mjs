@@ -6,8 +6,7 @@ import { join } from "node:path";
 
 import { PDFDocument } from "pdf-lib";
 
-import { sleep } from "../../lib/process.mjs";
-import { ask, bytes, codeOf, DIGEST, gesture, GST_TEXT, signPdf } from "../../lib/browser/rig.mjs";
+import { ask, bytesOf, codeOf, DIGEST, gesture, GST_TEXT, signPdf, sleep } from "../../lib/browser-kit.mjs";
 
 const ANOTHER_CERTIFICATE = "B".repeat(40);
 const MANY = 200;
@@ -24,46 +23,42 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     assert.equal(certificate.Cert, rig.certificate.bytes.toString("base64"));
 
     const gst = ask(page, "signGstReturn", [GST_TEXT]);
-    await rig.user.choose(gst);
+    await rig.user.chooseUntilPin(gst);
     await rig.user.pinWindow();
     await rig.screenshot("pin");
     await rig.user.typePin();
-    assert.equal((await check(rig.world.judges.cms(bytes((await gst).value)))).toString(), GST_TEXT);
+    assert.equal((await check(rig.world.judges.cms(bytesOf((await gst).value)))).toString(), GST_TEXT);
 
     for (const hash of ["SHA-256", "SHA-384", "SHA-512"]) {
-      const auth = ask(page, "signAuthToken", ["token 1K"], { hashAlgorithm: hash });
-      await rig.user.choose(auth);
+      const auth = await rig.user.choose(ask(page, "signAuthToken", ["token 1K"], { hashAlgorithm: hash }));
       const data = Buffer.from("token 1K");
-      await check(rig.world.judges.rsa(bytes((await auth).value), data, rig.certificate.pem, hash.replace("-", "").toLowerCase()));
+      await check(rig.world.judges.rsa(bytesOf(auth.value), data, rig.certificate.pem, hash.replace("-", "").toLowerCase()));
     }
     await pdfIsValid(await signPdf(page, "one document", certificate.CertThumbPrint));
     assert.equal(await rig.user.seesAWindow(), false);
-    assert.equal((await rig.programs()).length, 1);
+    assert.equal((await rig.program.running()).length, 1);
   });
 
   browserTest("signPdfHash lets the user choose first, and CERTIFICATE_NOT_FOUND is the answer to another choice", async (t) => {
     const page = await allowedPage(t);
-    const another = ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]);
-    await rig.user.choose(another);
-    assert.equal(codeOf(await another), "CERTIFICATE_NOT_FOUND");
-    const again = ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]);
-    await rig.user.choose(again);
-    assert.equal(codeOf(await again), "CERTIFICATE_NOT_FOUND");
-    const signing = signPdf(page, "after the choice", rig.thumbprint);
+    const another = await rig.user.choose(ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]));
+    assert.equal(codeOf(another), "CERTIFICATE_NOT_FOUND");
+    const again = await rig.user.choose(ask(page, "signPdfHash", [DIGEST, ANOTHER_CERTIFICATE]));
+    assert.equal(codeOf(again), "CERTIFICATE_NOT_FOUND");
+    const signing = signPdf(page, "after the choice", rig.certificate.thumbprint);
     await rig.user.typePin();
     await pdfIsValid(await signing);
   });
 
   browserTest(`${MANY} PDF documents in a row are signed with one PIN, and every one is valid`, async (t) => {
     const page = await allowedPage(t);
-    const thumbprint = rig.thumbprint;
-    const first = signPdf(page, "document 0", thumbprint);
-    await rig.user.chooseAndLogIn(first);
-    const signed = [await first];
+    const thumbprint = rig.certificate.thumbprint;
+    const first = await rig.user.chooseAndLogIn(signPdf(page, "document 0", thumbprint));
+    const signed = [first];
     for (let i = 1; i < MANY; i++) {
       signed.push(await signPdf(page, `document ${i}`, thumbprint));
     }
-    assert.equal((await rig.programs()).length, 1);
+    assert.equal((await rig.program.running()).length, 1);
     for (const pdf of signed) await pdfIsValid(pdf);
     const algorithms = new Set(signed.map(({ hashAlgorithm }) => hashAlgorithm));
     assert.ok(algorithms.size > 1, "some digests needed another algorithm");
@@ -75,7 +70,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     const sign = (length) => page.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), length);
     const request = sign(limit);
     await rig.user.chooseAndLogIn(request);
-    assert.equal((await check(rig.world.judges.cms(bytes((await request).value)))).length, limit);
+    assert.equal((await check(rig.world.judges.cms(bytesOf((await request).value)))).length, limit);
     assert.equal(codeOf(await sign(limit + 1)), "TOO_LARGE");
     assert.equal(await rig.user.seesAWindow(), false);
     const strange = await rig.page(t, { origin: rig.otherOrigin });
@@ -92,31 +87,29 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     const length = name === "firefox" ? 16 * 1024 * 1024 : limit;
     const request = sign(length);
     await rig.user.chooseAndLogIn(request);
-    await check(rig.world.judges.rsa(bytes((await request).value), Buffer.alloc(length, "y"), rig.certificate.pem));
+    await check(rig.world.judges.rsa(bytesOf((await request).value), Buffer.alloc(length, "y"), rig.certificate.pem));
   });
 
   browserTest("a program that nobody asks for 40 seconds is still there, and asks for no second PIN", async (t) => {
     // Browsers stop an extension that is quiet for 30 seconds, and with it what it has started.
     const page = await allowedPage(t);
-    const first = ask(page, "signAuthToken", ["first"]);
-    await rig.user.chooseAndLogIn(first);
-    assert.ok((await first).value);
-    const programs = await rig.programs();
+    const first = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["first"]));
+    assert.ok(first.value);
+    const programs = await rig.program.running();
     await sleep(40_000);
-    const second = ask(page, "signAuthToken", ["second"]);
-    await rig.user.choose(second);
+    const second = await rig.user.choose(ask(page, "signAuthToken", ["second"]));
     assert.equal(await rig.user.seesAWindow(), false);
-    await check(rig.world.judges.rsa(bytes((await second).value), Buffer.from("second"), rig.certificate.pem));
-    assert.deepEqual(await rig.programs(), programs);
+    await check(rig.world.judges.rsa(bytesOf(second.value), Buffer.from("second"), rig.certificate.pem));
+    assert.deepEqual(await rig.program.running(), programs);
   });
 
   browserTest("a digest with a zero byte is DIGEST_UNSUITABLE, and SHA-1 is UNSUPPORTED_HASH, before anyone is asked", async (t) => {
     const page = await rig.page(t);
-    const unsuitable = Buffer.from(bytes(DIGEST).fill(0, 7, 8)).toString("base64");
-    assert.equal(codeOf(await ask(page, "signPdfHash", [unsuitable, rig.thumbprint])), "DIGEST_UNSUITABLE");
+    const unsuitable = Buffer.from(bytesOf(DIGEST).fill(0, 7, 8)).toString("base64");
+    assert.equal(codeOf(await ask(page, "signPdfHash", [unsuitable, rig.certificate.thumbprint])), "DIGEST_UNSUITABLE");
     assert.equal(codeOf(await ask(page, "signAuthToken", ["token"], { hashAlgorithm: "SHA1" })), "UNSUPPORTED_HASH");
     assert.equal(codeOf(await ask(page, "signAuthToken", ["a\0b"])), "INVALID_ARGUMENT");
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
   });
 
   browserTest("the example page shows the certificate, signs a text, and saves a signed PDF document of the user's own", async (t) => {
@@ -136,14 +129,14 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     const choice = outcome("choose");
     await rig.user.choose(choice);
     assert.match(await choice, /is chosen/);
-    assert.equal(await page.$eval("#thumbprint", (element) => element.textContent), rig.thumbprint);
+    assert.equal(await page.$eval("#thumbprint", (element) => element.textContent), rig.certificate.thumbprint);
 
     await page.click("#sign-text");
     const signature = outcome("sign-text");
     await rig.user.chooseAndLogIn(signature);
     assert.match(await signature, /is signed/);
     const text = await page.$eval("#text", (element) => element.value);
-    assert.equal((await check(rig.world.judges.cms(bytes((await saved("sign-text")).value)))).toString(), text);
+    assert.equal((await check(rig.world.judges.cms(bytesOf((await saved("sign-text")).value)))).toString(), text);
 
     const document = await PDFDocument.create();
     document.addPage().drawText("The user's own contract");

@@ -1,8 +1,9 @@
 // The user in front of the browser: answers the extension's question and the signing program's windows, by mouse and keys.
 
-import { PIN_TITLE, WINDOW_TITLE } from "../program/host.mjs";
 import { sleep, waitFor } from "../process.mjs";
+import { PIN_TITLE, WINDOW_TITLE } from "../program/texts.mjs";
 import { Hands } from "../user/hands.mjs";
+import { User } from "../user/user.mjs";
 
 /** What the browsers put behind the title of a page. */
 const BROWSER_TITLE = { chromium: " - Chromium", firefox: " — Mozilla Firefox" };
@@ -12,8 +13,7 @@ const TABS = { deny: 0, always: 1, page: 2, once: 3 };
 
 const WAITING_TITLE = "Quillmark - Allow this site?";
 
-export class User {
-  #desktop;
+export class BrowserUser extends User {
   #browser;
 
   /** The extension's own pages (ExtensionPages), in which the user sees where an answer stands. */
@@ -23,14 +23,14 @@ export class User {
   questionsSeen = new Set();
 
   constructor(desktop, browser) {
-    this.#desktop = desktop;
+    super(desktop);
     this.#browser = browser;
     this.hands = new Hands(desktop);
   }
 
   /** The window of the extension that asks about this origin, once its buttons take clicks. */
   async consentWindow(origin) {
-    const id = await this.#desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`));
+    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`));
     this.questionsSeen.add(id);
     return id;
   }
@@ -41,7 +41,7 @@ export class User {
     // The title may change between two looks.
     const titles = [waiting, ready, waiting];
     const found = [];
-    for (const title of titles) if (found.length === 0) found.push(...(await this.#desktop.windows(title)));
+    for (const title of titles) if (found.length === 0) found.push(...(await this.desktop.windows(title)));
     for (const id of found) this.questionsSeen.add(id);
     return found;
   }
@@ -54,13 +54,13 @@ export class User {
   /** Answers "once", "page", "always" or "deny" by the keyboard; the second step of "always" by the mouse. */
   async consent(origin, answer) {
     // Another window may have the keyboard, and the question then waits for it.
-    await this.#desktop.focus(await this.question(origin));
+    await this.desktop.focus(await this.question(origin));
     const id = await this.consentWindow(origin);
-    for (let i = 0; i < TABS[answer]; i++) await this.#desktop.key(id, "Tab");
+    for (let i = 0; i < TABS[answer]; i++) await this.desktop.key(id, "Tab");
     // A key that does not answer has the window wait once more.
     await sleep(200);
     await this.consentWindow(origin);
-    await this.#desktop.key(id, "Return");
+    await this.desktop.key(id, "Return");
     if (answer === "always") await this.#clickAnswer(id, origin, "#confirm-always");
     await this.gone(id);
   }
@@ -82,7 +82,7 @@ export class User {
     }, selector);
     if (!place) return undefined;
     // The browser's own bars are above the page, and nothing is below it.
-    const { width, height } = await this.#desktop.geometry(id);
+    const { width, height } = await this.desktop.geometry(id);
     return { id, x: width / 2 + place.x, y: height + place.y };
   }
 
@@ -92,11 +92,11 @@ export class User {
 
   /** The browser's window while it shows the page of this title. */
   browserWindow(title) {
-    return this.#desktop.window(title + BROWSER_TITLE[this.#browser]);
+    return this.desktop.window(`${title}${BROWSER_TITLE[this.#browser]}`);
   }
 
   bringToFront(id) {
-    return this.#desktop.focus(id);
+    return this.desktop.focus(id);
   }
 
   /** Opens an address in a new tab of the window, and waits for the page's title. */
@@ -104,70 +104,66 @@ export class User {
     await this.press(window, "ctrl+t");
     await sleep(500); // the new tab's own page takes the keyboard once more
     await this.press(window, "ctrl+l");
-    await this.#desktop.type(window, address);
+    await this.desktop.type(window, address);
     await this.press(window, "Return");
     await this.browserWindow(title);
   }
 
   /** Presses keys, by their X names, in a window. */
   async press(window, ...keys) {
-    for (const key of keys) await this.#desktop.key(window, key);
+    for (const key of keys) await this.desktop.key(window, key);
   }
 
   certificateWindow() {
-    return this.#desktop.window(WINDOW_TITLE);
+    return this.desktop.window(WINDOW_TITLE);
   }
 
-  /**
-   * Chooses the certificate that is selected at first, in as many windows as come, until the request is answered or the
-   * PIN is asked for. A click that comes too early, while the window still loads or is placed, does nothing; hence again.
-   */
-  choose(request) {
-    return this.#clickUntilAnswered(request, +1);
+  /** Chooses the certificate that is selected at first, in as many windows as come; gives what the request comes to. */
+  async choose(request) {
+    await this.#clickUntilAnswered(request, this.okButton);
+    return request;
   }
 
-  cancel(request) {
-    return this.#clickUntilAnswered(request, -1);
+  async cancel(request) {
+    await this.#clickUntilAnswered(request, this.cancelButton);
+    return request;
   }
 
-  pinWindow() {
-    return this.#desktop.window(PIN_TITLE);
+  /** Chooses until the PIN is asked for, and types that. */
+  async chooseAndLogIn(request, pin) {
+    await this.chooseUntilPin(request);
+    await this.typePin(pin);
+    return request;
+  }
+
+  chooseUntilPin(request) {
+    return this.#clickUntilAnswered(request, this.okButton);
   }
 
   /** Until the window is gone: what comes next must not take it for a new question. */
   async typePin(pin = "1234") {
     const id = await this.pinWindow();
-    await this.#desktop.type(id, pin);
-    await this.#desktop.key(id, "Return");
+    await this.enterPin(pin);
     await this.gone(id);
-  }
-
-  async chooseAndLogIn(request, pin) {
-    await this.choose(request);
-    await this.typePin(pin);
   }
 
   /** Whether the signing program shows any window. */
   async seesAWindow() {
-    return (await Promise.all([WINDOW_TITLE, PIN_TITLE].map((title) => this.#desktop.windows(title)))).flat().length > 0;
+    return (await Promise.all([WINDOW_TITLE, PIN_TITLE].map((title) => this.desktop.windows(title)))).flat().length > 0;
   }
 
-  async #clickUntilAnswered(request, side) {
+  // Until the request is answered or the PIN is asked for. A click that comes too early, while the window still loads or is
+  // placed, does nothing; hence again.
+  async #clickUntilAnswered(request, button) {
     let answered = false;
     const end = () => (answered = true);
     request.then(end, end);
     await waitFor("the request to be answered", async () => {
-      if (answered || (await this.#desktop.windows(PIN_TITLE)).length > 0) return true;
-      const [id] = await this.#desktop.windows(WINDOW_TITLE);
-      if (id) await this.#clickButton(id, side).catch(() => {}); // it may close under the mouse
+      if (answered || (await this.desktop.windows(PIN_TITLE)).length > 0) return true;
+      const [id] = await this.desktop.windows(WINDOW_TITLE);
+      if (id) await this.desktop.click(id, ...button).catch(() => {}); // it may close under the mouse
       return false;
     }, { interval: 300 });
-  }
-
-  // GTK puts Cancel left and OK right of the window's middle.
-  async #clickButton(id, side) {
-    const { width, height } = await this.#desktop.geometry(id);
-    await this.#desktop.click(id, width / 2 + side * 45, height * 0.875);
   }
 
   /** Waits until this window is closed. */
@@ -176,6 +172,6 @@ export class User {
   }
 
   async #isVisible(id) {
-    return (await this.#desktop.property(id, "WM_STATE").catch(() => "")).includes("Normal");
+    return (await this.desktop.property(id, "WM_STATE").catch(() => "")).includes("Normal");
   }
 }

@@ -4,10 +4,10 @@
 import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 
-import { product, root } from "../../lib/quillmark.mjs";
+import { manifestOf } from "../../lib/program/installed.mjs";
+import { product, registration, root } from "../../lib/quillmark.mjs";
 import { Cleanup, runUnchecked } from "../../lib/kit.mjs";
 
-export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
 
 /** Answers every request by its echo, as the signing program does with one that has no action; tells where it runs. */
 const ECHOING = `#!/usr/bin/python3
@@ -110,8 +110,7 @@ export class Computer {
 
   /** The path of the manifest of this user. */
   userManifest(browser) {
-    const folder = browser === "firefox" ? ".mozilla/native-messaging-hosts" : `.config/${browser}/NativeMessagingHosts`;
-    return join(this.home, folder, `${registration.name}.json`);
+    return join(this.home, manifestOf(browser, registration.name));
   }
 
   systemManifest(folder) {
