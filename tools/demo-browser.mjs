@@ -7,7 +7,6 @@ import { mkdir, rm, writeFile } from "node:fs/promises";
 import { homedir } from "node:os";
 import { join, relative } from "node:path";
 
-import { BINARY_ID } from "../tests/lib/kit.mjs";
 import {
   Authority, BINARY_ID, BrowserUser, bytesOf, Cleanup, Desktop, ExtensionPages, Judges, run, serve, sleep, SoftToken, startBrowser,
 } from "../tests/lib/browser-kit.mjs";

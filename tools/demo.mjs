@@ -3,7 +3,9 @@
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { join, relative } from "node:path";
 
-import { Authority, BINARY_ID, Cleanup, Desktop, Host, Judges, makeSignedPdf, SoftToken, User } from "../tests/lib/kit.mjs";
+import {
+  Authority, BINARY_ID, bytesOf, Cleanup, Desktop, Host, Judges, makeSignedPdf, SoftToken, User,
+} from "../tests/lib/kit.mjs";
 import { bin, product } from "../tests/lib/quillmark.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 

@@ -1,12 +1,14 @@
 // What the tests of a file share: a desktop, an authority with its certificates, the judges. All ends with the file, and what
 // a test has started with the test.
 
+import assert from "node:assert/strict";
 import { after, before } from "node:test";
 
 import { Cleanup } from "./cleanup.mjs";
 import { Desktop } from "./display/desktop.mjs";
 import { Judges } from "./judges/judges.mjs";
 import { Host } from "./program/host.mjs";
+import { ERROR_TITLE } from "./program/texts.mjs";
 import { Authority } from "./token/certificates.mjs";
 import { FakeToken } from "./token/fake-token.mjs";
 import { SoftToken } from "./token/soft-token.mjs";
@@ -79,6 +81,14 @@ export class World {
   async hostWithFake(t, script = {}, options = {}) {
     const token = await this.fakeToken(script);
     return { token, host: await this.host(t, { token, ...options }) };
+  }
+
+  /** A host that could not load its driver, after the user has closed the box that says so. */
+  async hostWithoutDriver(t, options = {}) {
+    const host = await this.host(t, { token: null, ...options });
+    await this.desktop.key(await this.desktop.window(ERROR_TITLE), "Return");
+    assert.deepEqual(await host.exit(), { code: 1, signal: null });
+    return host;
   }
 
   /** What ends with the test `t`, last first. */

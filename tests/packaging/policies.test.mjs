@@ -152,8 +152,7 @@ test("Each file of a folder is judged, also where another says the same key", as
 });
 
 test("A policy that cannot be understood keeps no signature from being made by the sites that may ask", async (t) => {
-  const computer = await Computer.make(t, { browsers: ["chromium"] });
-  computer.more = { DISPLAY: ":stand-in" };
+  const computer = await Computer.make(t, { browsers: ["chromium"], more: { DISPLAY: ":stand-in" } });
   await computer.layOut();
   await computer.tool("quillmark-browsers", "register");
   await computer.write(join(computer.root, CHROMIUM_FILES[0]), forChromium({ allowedOrigins: ["https://a.example", ""] }));

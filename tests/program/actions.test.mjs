@@ -4,7 +4,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import {
-  BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, makeSignedPdf, NORMAL_END, parseDer, World,
+  BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, makeSignedPdf, NORMAL_END, openWindow,
+  signedDataParts, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -17,8 +18,7 @@ async function hostWithSoftToken(t, options = {}) {
 
 /** Chooses the card with this name, wherever it stands in the list: a token gives its objects in any order. */
 async function choose(host, request, name) {
-  host.send(request);
-  await host.user.window();
+  await openWindow(host, request);
   const cards = (await host.logLines()).filter((line) => line.startsWith("<div style='font-family:verdana;'>"));
   await host.user.clickCard(cards.findIndex((card) => card.includes(`<b>${name}</b>`)), 2);
 }
@@ -89,8 +89,7 @@ test("A hundred signatures in one run, each good", async (t) => {
   for (let i = 1; i <= 100; ++i) {
     const hash = Buffer.alloc(32, i).toString("base64");
     const { result } = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: certificate.thumbprint, nonce: String(i) });
-    const [, explicit] = (await parseDer(bytesOf(result))).children;
-    const signerInfo = explicit.children[0].children.at(-1).children[0];
+    const { signerInfo } = await signedDataParts(bytesOf(result));
     const attributes = Buffer.from(signerInfo.children[3].bytes);
     attributes[0] = 0x31; // signed as a SET
     await world.judges.rsa(contentOf(signerInfo.children.at(-1)), attributes, certificate.pem);

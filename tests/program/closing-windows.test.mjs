@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import {
-  CHOOSE, chooseAndLogIn, chooseFirst, ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, NORMAL_END, PIN_TITLE, sleep,
-  WINDOW_TITLE, World,
+  CHOOSE, chooseAndLogIn, chooseFirst, ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, NORMAL_END, openPinDialog, openWindow,
+  sleep, WINDOW_TITLE, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -22,8 +22,7 @@ async function clickCloseBox(id) {
 test("The title bar's close box and Alt+F4, many times: the window goes on waiting", async (t) => {
   const { host } = await world.hostWithFake(t);
   for (let round = 0; round < 3; ++round) {
-    host.send(CHOOSE);
-    const id = await host.user.window();
+    const id = await openWindow(host, CHOOSE);
     for (let i = 0; i < 5; ++i) {
       await clickCloseBox(id);
       await world.desktop.key(id, "alt+F4");
@@ -54,9 +53,7 @@ for (const [how, close] of [
   test(`The PIN dialog closed with ${how} is cancelled, also with a PIN in it`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
     for (const typed of ["", "1234"]) {
-      host.send(SIGN);
-      await host.user.clickOk();
-      const dialog = await world.desktop.window(PIN_TITLE);
+      const dialog = await openPinDialog(host, SIGN);
       if (typed) await world.desktop.type(dialog, typed);
       await close(dialog);
       assert.equal((await host.reply()).result, FAILURE_PREFIX);
@@ -77,8 +74,7 @@ test("The message of a missing driver closed with Alt+F4 ends the host like its 
 
 test("A user who kills the window ends the host at once, and without a signal", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(CHOOSE);
-  const id = await host.user.window();
+  const id = await openWindow(host, CHOOSE);
   await world.desktop.run("xdotool", ["windowkill", id]);
   const { code, signal } = await host.exit({ timeout: 2000 });
   assert.equal(signal, null);

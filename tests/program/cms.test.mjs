@@ -5,20 +5,13 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bytesOf, chooseAndLogIn, chooseFirst, contentOf, oid, parseDer, shapeOf, World } from "../lib/kit.mjs";
+import { bytesOf, chooseAndLogIn, chooseFirst, contentOf, oid, parseDer, shapeOf, signedDataParts, World } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
 const world = World.forThisFile(product);
 
 function signText(hash, more = {}) {
   return { action: "GSTReturnSign", hash, ...more };
-}
-
-/** The encapsulated content and the SignerInfo of a SignedData. */
-async function partsOf(der) {
-  const [, explicit] = (await parseDer(der)).children;
-  const [, , content, , signerInfos] = explicit.children[0].children;
-  return { content, signerInfo: signerInfos.children[0] };
 }
 
 test("The structure has these elements, in this order, with nothing more", async (t) => {
@@ -43,7 +36,7 @@ test("The structure has these elements, in this order, with nothing more", async
 test("The content holds the text, and the text is what the token signs", async (t) => {
   const { host, token } = await world.hostWithFake(t);
   const { result } = await chooseAndLogIn(host, signText("abc"));
-  const { content, signerInfo } = await partsOf(bytesOf(result));
+  const { content, signerInfo } = await signedDataParts(bytesOf(result));
   assert.deepEqual(contentOf(content.children[1]), Buffer.from("0403616263", "hex"));
   assert.equal(signerInfo.children.length, 5);
   assert.deepEqual(signerInfo.children[3].children[0].bytes, oid("1.2.840.113549.1.1.1"));
@@ -57,7 +50,7 @@ test("An empty text is an empty OCTET STRING, and the token signs no bytes", asy
   for (const request of [signText(""), { action: "GSTReturnSign" }]) {
     const first = (await token.calls("C_Sign")).length === 0;
     const { result } = await (first ? chooseAndLogIn : chooseFirst)(host, request);
-    const { content } = await partsOf(bytesOf(result));
+    const { content } = await signedDataParts(bytesOf(result));
     assert.deepEqual(contentOf(content.children[1]), Buffer.from("0400", "hex"));
     assert.equal((await token.calls("C_Sign")).at(-1).in.dataLength, 0);
     assert.equal((await world.judges.cms(bytesOf(result))).length, 0);
@@ -89,8 +82,7 @@ test("The signature is by the certificate that was chosen", async (t) => {
   await host.user.enterPin("1234");
   const der = Buffer.from((await host.reply()).result, "base64");
   assert.equal((await world.judges.cms(der)).toString(), "abc");
-  const [, explicit] = (await parseDer(der)).children;
-  assert.deepEqual(contentOf(explicit.children[0].children[3]), certificates[1].certificate.bytes);
+  assert.deepEqual(contentOf((await signedDataParts(der)).certificates), certificates[1].certificate.bytes);
 });
 
 test("At level DEBUG the last result lies in CMSSign.txt; at any other level no file is written", async (t) => {

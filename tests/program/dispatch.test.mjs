@@ -10,11 +10,16 @@ const world = World.forThisFile(product);
 
 const digest = Buffer.alloc(32, 0x5a).toString("base64");
 
-test("A request without an action is echoed as a failure", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.deepEqual(await host.request({ text: "hello", nonce: "1" }),
-    { status_cd: 0, result: "QMHost Error: echo: hello", nonce: "1" });
-});
+for (const [rule, request, text] of [
+  ["A request without an action is echoed as a failure", { text: "hello", nonce: "1" }, "hello"],
+  ["Member names are matched exactly", { Action: "SignXML", TEXT: "x", Nonce: "1" }, ""],
+  ["A text that is no string is echoed as its JSON text", { text: { b: [1, null] } }, '{"b":[1,null]}'],
+]) {
+  test(rule, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    assert.deepEqual(await host.request(request), { status_cd: 0, result: `QMHost Error: echo: ${text}`, nonce: request.nonce ?? "" });
+  });
+}
 
 test("Actions are matched exactly: case, blanks and unknown names take the echo", async (t) => {
   const { host } = await world.hostWithFake(t);
@@ -22,17 +27,6 @@ test("Actions are matched exactly: case, blanks and unknown names take the echo"
     assert.equal((await host.request({ action, text: action })).result, `QMHost Error: echo: ${action}`);
   }
   await world.desktop.windowGone(WINDOW_TITLE);
-});
-
-test("Member names are matched exactly", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.deepEqual(await host.request({ Action: "SignXML", TEXT: "x", Nonce: "1" }),
-    { status_cd: 0, result: "QMHost Error: echo: ", nonce: "" });
-});
-
-test("A text that is no string is echoed as its JSON text", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.equal((await host.request({ text: { b: [1, null] } })).result, 'QMHost Error: echo: {"b":[1,null]}');
 });
 
 test("SignXML fails with the same words whatever it is given, and touches no token", async (t) => {
@@ -75,8 +69,7 @@ test("A request for a certificate ignores every other member", async (t) => {
 test("A PDF request without a thumbprint looks for the empty one", async (t) => {
   const { host } = await world.hostWithFake(t);
   const { result } = await host.request({ action: "PdfSignFromToken", hash: digest });
-  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
-    + "Certificate not found in the token's certificate list: ");
+  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ");
 });
 
 test("After a failed operation the next request is served", async (t) => {

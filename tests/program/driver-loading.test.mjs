@@ -6,8 +6,7 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import {
-  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, ERROR_TITLE, errorLine, NORMAL_END, WINDOW_TITLE,
-  World,
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, errorLine, NORMAL_END, WINDOW_TITLE, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -21,31 +20,25 @@ const couldNotLoad = (path) => [
 
 /** What a host that could not load its module has logged, after the user has closed the message box. */
 async function logOfFailure(t, options) {
-  const host = await world.host(t, { token: null, ...options });
-  await world.desktop.key(await world.desktop.window(ERROR_TITLE), "Return");
-  assert.deepEqual(await host.exit(), { code: 1, signal: null });
+  const host = await world.hostWithoutDriver(t, options);
   assert.equal(await host.replyFrame(), null);
   return host.logLines();
 }
 
-test("A missing module: the message says where it was looked for and what to do", async (t) => {
-  const lines = await logOfFailure(t, { settings: null });
-  assert.deepEqual(lines.slice(-3), couldNotLoad("./QMTokenDriver.so"));
-});
-
-test("A missing module at a path of the settings: the message names that path", async (t) => {
-  const path = "/nowhere/at all/module.so";
-  const lines = await logOfFailure(t, { settings: { AppLogLevel: 1, TokenDriverFullPath: path } });
-  assert.deepEqual(lines.slice(-3), couldNotLoad(path));
-  assert.match(lines.at(-4), /module\.so: cannot open shared object file/);
-});
-
-test("A file that is no module is like a missing one", async (t) => {
-  const prepare = (folder) => writeFile(join(folder, "QMTokenDriver.so"), "no module");
-  const lines = await logOfFailure(t, { prepare });
-  assert.deepEqual(lines.slice(-3), couldNotLoad("./QMTokenDriver.so"));
-  assert.match(lines.at(-4), /QMTokenDriver\.so/);
-});
+const ELSEWHERE = "/nowhere/at all/module.so";
+for (const [rule, options, path, reason] of [
+  ["A missing module: the message says where it was looked for and what to do", { settings: null }, "./QMTokenDriver.so"],
+  ["A missing module at a path of the settings: the message names that path",
+    { settings: { AppLogLevel: 1, TokenDriverFullPath: ELSEWHERE } }, ELSEWHERE, /module\.so: cannot open shared object file/],
+  ["A file that is no module is like a missing one",
+    { prepare: (folder) => writeFile(join(folder, "QMTokenDriver.so"), "no module") }, "./QMTokenDriver.so", /QMTokenDriver\.so/],
+]) {
+  test(rule, async (t) => {
+    const lines = await logOfFailure(t, options);
+    assert.deepEqual(lines.slice(-3), couldNotLoad(path));
+    if (reason) assert.match(lines.at(-4), reason);
+  });
+}
 
 test("Loading calls no function of the module", async (t) => {
   const { host, token } = await world.hostWithFake(t);

@@ -77,8 +77,7 @@ async function chooseWithKeys(host, keys, count) {
   await world.desktop.key(id, "Home");
   for (const key of keys) await world.desktop.key(id, key);
   await world.desktop.click(id, ...host.user.okButton);
-  const bytes = (await host.replyFrame({ timeout: 5000 })).subarray(4);
-  const reply = JSON.parse(new TextDecoder("utf-8", { fatal: true }).decode(bytes));
+  const reply = await host.reply({ timeout: 5000 });
   assert.equal(reply.status_cd, 1, reply.result);
   return JSON.parse(reply.result);
 }
@@ -103,7 +102,7 @@ test("Names with markup are shown as they are, open nothing, and take no other c
   await sleep(500);
   await world.desktop.screenshot(join(screenshots, "names-with-markup-end.png"), id);
   await world.desktop.click(id, ...host.user.cancelButton);
-  assert.equal((await host.reply({ timeout: 5000 })).result, FAILURE_PREFIX + CANCEL_TEXT);
+  assert.equal((await host.reply({ timeout: 5000 })).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
 
   const last = await chooseWithKeys(host, ["End"], count);
   assert.equal(last.CKA_ID, `id-${entries.length}`);

@@ -84,12 +84,15 @@ test("A missing logo stops nothing and opens no window", async (t) => {
   assert.match(await host.logText(), /QMLogo\.png/);
 });
 
-test("A logo that is no picture stops nothing and opens no window", async (t) => {
-  const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), "no picture");
-  const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
-  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
-  assert.deepEqual(await host.finish(), NORMAL_END);
-});
+for (const [what, content] of [["that is no picture", "no picture"], ["of no bytes", ""]]) {
+  test(`A logo ${what} stops nothing and opens no window`, async (t) => {
+    const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), content);
+    const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
+    assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
+    assert.deepEqual(await world.desktop.windows(".*"), []);
+    assert.deepEqual(await host.finish(), NORMAL_END);
+  });
+}
 
 for (const [browser, args] of [
   ["Chromium", ["chrome-extension://abcdefghijklmnopabcdefghijklmnop/"]],

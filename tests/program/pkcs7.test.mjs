@@ -7,7 +7,7 @@ import { test } from "node:test";
 
 import {
   bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, described, makeKey, makeSignedPdf, oid, parseDer, run,
-  shapeOf, World,
+  shapeOf, signedDataParts, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -34,20 +34,11 @@ async function readyHost(t, script = {}, options = {}) {
   return ready;
 }
 
-/** The parts of a SignedData by name, as asn1.mjs reads them. */
-async function partsOf(der) {
-  const contentInfo = await parseDer(der);
-  const [contentType, explicit] = contentInfo.children;
-  const [version, digestAlgorithms, content, certificates, signerInfos] = explicit.children[0].children;
-  const [signerInfo] = signerInfos.children;
-  return { contentInfo, contentType, version, digestAlgorithms, content, certificates, signerInfo };
-}
-
 test("The structure has these elements, in this order, with nothing more", async (t) => {
   const { host } = await readyHost(t);
   const certificate = await world.certificate();
   const { result } = await signDigest(host, digestOf(document), certificate);
-  const { contentInfo } = await partsOf(bytesOf(result));
+  const { contentInfo } = await signedDataParts(bytesOf(result));
   const algorithm = ["SEQUENCE", "OBJECT", "NULL"];
   const issuer = shapeOf((await parseDer(certificate.bytes)).children[0].children[3]);
   assert.deepEqual(shapeOf(contentInfo), ["SEQUENCE", "OBJECT", ["cont [ 0 ]", ["SEQUENCE",
@@ -73,7 +64,7 @@ test("The elements have the values of the certificate, the hash and the standard
   const digest = digestOf(document);
   const { result } = await signDigest(host, digest, certificate);
   const { contentType, version, digestAlgorithms, content, certificates, signerInfo } =
-    await partsOf(bytesOf(result));
+    await signedDataParts(bytesOf(result));
   const [, serial, , issuer] = (await parseDer(certificate.bytes)).children[0].children;
   const sha256 = Buffer.concat([Buffer.from("300d", "hex"), oid(HASH_OIDS.SHA256), Buffer.from("0500", "hex")]);
 
@@ -101,7 +92,7 @@ test("The token signs the attributes as a SET; they stand in the structure under
   const { in: given } = (await token.calls("C_Sign")).at(-1);
   assert.equal(given.dataLength, 77);
   assert.match(given.data, /^314b30180609/);
-  const { signerInfo } = await partsOf(bytesOf(result));
+  const { signerInfo } = await signedDataParts(bytesOf(result));
   assert.equal(signerInfo.children[3].bytes.toString("hex"), `a0${given.data.slice(2)}`);
 });
 
@@ -120,7 +111,7 @@ for (const hash of ["SHA256", "SHA384", "SHA512"]) {
 test("SHA1 names its own algorithm in the structure, while the token signs with SHA-256", async (t) => {
   const { host, token } = await readyHost(t);
   const { result } = await signDigest(host, digestOf(document, "sha1"), await world.certificate(), { hashAlgorithm: "SHA-1" });
-  const { digestAlgorithms } = await partsOf(bytesOf(result));
+  const { digestAlgorithms } = await signedDataParts(bytesOf(result));
   assert.deepEqual(digestAlgorithms.children[0].children[0].bytes, oid(HASH_OIDS.SHA1));
   assert.equal((await token.calls("C_SignInit")).at(-1).in.mechanism, 0x40);
 });
@@ -146,7 +137,7 @@ for (const serial of ["00", "7f", "80", "0100", "00ff00ff00ff00ff00ff00ff00ff00f
     const certificate = await world.certificate(`serial-${serial}`, { serial });
     const { host } = await readyHost(t, { certificates: [{ certificate, id: "1" }] });
     const { result } = await signDigest(host, digestOf(document), certificate);
-    const { signerInfo } = await partsOf(bytesOf(result));
+    const { signerInfo } = await signedDataParts(bytesOf(result));
     const [, serialOfSigner] = signerInfo.children[1].children;
     const serialOfCertificate = (await parseDer(certificate.bytes)).children[0].children[1];
     assert.deepEqual(serialOfSigner.bytes, serialOfCertificate.bytes);
@@ -164,7 +155,7 @@ test("A version 1 certificate: its fourth element stands where the issuer should
   const { host } = await readyHost(t, { certificates: [{ certificate: user, id: "1" }, { certificate, id: "2" }] });
   const { result, status_cd: status } = await signDigest(host, digestOf(document), certificate);
   assert.equal(status, 1);
-  const { signerInfo, certificates } = await partsOf(bytesOf(result));
+  const { signerInfo, certificates } = await signedDataParts(bytesOf(result));
   const validity = (await parseDer(contentOf(certificates))).children[0].children[3];
   assert.deepEqual(validity.children.map(({ tag }) => tag), ["UTCTIME", "UTCTIME"]);
   assert.deepEqual(signerInfo.children[1].children[0].bytes, validity.bytes);

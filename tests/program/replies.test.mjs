@@ -8,14 +8,10 @@ import { product } from "../lib/quillmark.mjs";
 
 const world = World.forThisFile(product);
 
-async function replyText(host) {
-  return (await host.replyFrame()).subarray(4).toString();
-}
-
 test("A failure has status 0, the prefixed text and an empty nonce, in this order and compact", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ action: "SignXML" });
-  assert.equal(await replyText(host), '{"status_cd":0,"result":"QMHost Error: Not Implimented.","nonce":""}');
+  assert.equal(await host.replyText(), '{"status_cd":0,"result":"QMHost Error: Not Implimented.","nonce":""}');
   const logged = (await host.logLines()).filter((line) => line === "QMHost Error: Not Implimented.");
   assert.equal(logged.length, 1);
 });
@@ -30,7 +26,7 @@ test("A success has status 1, its text and the nonce as a string, in this order"
   const { host } = await world.hostWithFake(t);
   host.send({ action: "GetSelCertFromToken", nonce: "17" });
   await host.user.clickOk();
-  const text = await replyText(host);
+  const text = await host.replyText();
   assert.match(text, /^\{"status_cd":1,"result":".*","nonce":"17"\}$/s);
   assert.deepEqual(Object.keys(JSON.parse(text)), ["status_cd", "result", "nonce"]);
 });
@@ -66,5 +62,5 @@ test("A nonce that is no string comes back as its JSON text", async (t) => {
 test("Slashes and letters beyond ASCII are not escaped", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ text: "https://example.com/ä" });
-  assert.match(await replyText(host), /https:\/\/example\.com\/ä/);
+  assert.match(await host.replyText(), /https:\/\/example\.com\/ä/);
 });

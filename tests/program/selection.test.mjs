@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import {
-  CANCEL_TEXT, CHOOSE, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END, run, sleep, waitFor, WINDOW_TITLE,
-  World,
+  CANCEL_TEXT, cancelChoice, CHOOSE, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END, openWindow, run, sleep,
+  waitFor, WINDOW_TITLE, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -63,11 +63,10 @@ test("Later requests show the same cards at once, without the token", async (t) 
 test("Cancel is an answer, whatever is selected", async (t) => {
   const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
   for (const move of [async () => {}, async () => host.user.clickCard(1)]) {
-    host.send(CHOOSE);
-    await host.user.window();
+    await openWindow(host, CHOOSE);
     await move();
     await host.user.clickCancel();
-    assert.deepEqual(await host.reply(), { status_cd: 0, result: FAILURE_PREFIX + CANCEL_TEXT, nonce: "" });
+    assert.deepEqual(await host.reply(), { status_cd: 0, result: `${FAILURE_PREFIX}${CANCEL_TEXT}`, nonce: "" });
     await world.desktop.windowGone(WINDOW_TITLE);
   }
   assert.ok((await host.logLines()).includes("CANCEL Clicked"));
@@ -95,16 +94,13 @@ test("A double click on a card is a click and OK", async (t) => {
 test("The answer of an earlier request does not answer a later one", async (t) => {
   const { host } = await world.hostWithFake(t);
   await chooseFirst(host, CHOOSE);
-  host.send(CHOOSE);
-  await host.user.clickCancel();
-  assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
+  assert.equal((await cancelChoice(host, CHOOSE)).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
   assert.equal(idOf(await chooseFirst(host, CHOOSE)), "01");
 });
 
 test("The window has no close box and stays above the others", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(CHOOSE);
-  const id = await host.user.window();
+  const id = await openWindow(host, CHOOSE);
   const [, functions] = (await world.desktop.property(id, "_MOTIF_WM_HINTS")).match(/= 0x\w+, 0x(\w+)/);
   assert.equal(parseInt(functions, 16) & 0x20, 0, "closing is not among the functions that the window offers");
   await world.desktop.above(id);
@@ -114,8 +110,7 @@ test("The window has no close box and stays above the others", async (t) => {
 
 test("A window manager that closes the window all the same gets no answer from it", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(CHOOSE);
-  const id = await host.user.window();
+  const id = await openWindow(host, CHOOSE);
   await world.desktop.key(id, "alt+F4");
   await sleep(600);
   await host.user.clickOk();
@@ -131,10 +126,8 @@ test("OK without a row does nothing; only Cancel leaves an empty list, which the
   await waitFor("the click", async () => (await host.logLines()).includes("Selected Certificate Index: -1"));
   assert.equal((await world.desktop.windows(WINDOW_TITLE)).length, 1);
   await host.user.clickCancel();
-  assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
-  host.send(CHOOSE);
-  await host.user.clickCancel();
-  await host.reply();
+  assert.equal((await host.reply()).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
+  await cancelChoice(host, CHOOSE);
   assert.equal((await token.calls("C_FindObjectsInit")).length, 2);
 });
 
@@ -192,8 +185,7 @@ test("The second click of a double click on OK does not answer the next request"
   host.send(CHOOSE);
   await world.desktop.click(await host.user.window(), ...host.user.okButton, 2);
   await host.reply();
-  host.send(CHOOSE);
-  await host.user.window();
+  await openWindow(host, CHOOSE);
   await sleep(1500);
   assert.equal((await world.desktop.windows(WINDOW_TITLE)).length, 1, "the window waits for a choice");
   await host.user.clickCancel();
@@ -202,8 +194,7 @@ test("The second click of a double click on OK does not answer the next request"
 
 test("A window that the user has moved stays there", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(CHOOSE);
-  const first = await host.user.window();
+  const first = await openWindow(host, CHOOSE);
   await run("xdotool", ["windowmove", "--sync", first, "40", "60"], { env: { ...process.env, ...world.desktop.env } });
   await sleep(500);
   const moved = await world.desktop.geometry(first);
@@ -228,8 +219,7 @@ test("After a failure while loading, the next request loads the list", async (t)
 
 test("An expired certificate is shown in red, a valid one is not", async (t) => {
   const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
-  host.send(CHOOSE);
-  await host.user.window();
+  await openWindow(host, CHOOSE);
   const hasRed = async (row) => (await host.user.cardColours(row)).includes(RED);
   assert.ok(!await hasRed(0));
   await waitFor("the red", () => hasRed(1));
@@ -242,8 +232,7 @@ test("A request is answered within a second of the click", async (t) => {
   await chooseFirst(host, CHOOSE);
   const times = [];
   for (let i = 0; i < 5; ++i) {
-    host.send(CHOOSE);
-    const id = await host.user.window();
+    const id = await openWindow(host, CHOOSE);
     const before = Date.now();
     await world.desktop.click(id, ...host.user.cancelButton);
     await host.reply();

@@ -4,7 +4,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import {
-  CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, NO_PIN_TEXT, NORMAL_END, PIN_TITLE, WINDOW_TITLE, World,
+  CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, NO_PIN_TEXT, NORMAL_END, openPinDialog, PIN_TITLE, WINDOW_TITLE,
+  World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 import { copiesInMemory } from "./lib/memory.mjs";
@@ -138,9 +139,7 @@ for (const [what, leave] of [
 
 test("A PIN that is typed and then cancelled is not used", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  host.send(SIGN_TOKEN);
-  await host.user.clickOk();
-  const dialog = await world.desktop.window(PIN_TITLE);
+  const dialog = await openPinDialog(host, SIGN_TOKEN);
   await world.desktop.type(dialog, "1234");
   await world.desktop.key(dialog, "Escape");
   assert.equal((await host.reply()).result, "QMHost Error: ");

@@ -4,8 +4,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import {
-  bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END, PIN_TITLE,
-  WINDOW_TITLE, World,
+  bytesOf, CANCEL_TEXT, cancelChoice, CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END,
+  PIN_TITLE, WINDOW_TITLE, World,
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
@@ -116,7 +116,7 @@ for (const name of ["C_SignInit", "C_Sign"]) {
   test(`A failure of ${name} is the reply of an authentication token, and the next signature succeeds`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: name, nth: 1, rv: CK.CKR_SESSION_HANDLE_INVALID }] });
     const text = `Error  in TokenSignData(): ${errorLine(name, CK.CKR_SESSION_HANDLE_INVALID)}`;
-    assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).result, FAILURE_PREFIX + text);
+    assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).result, `${FAILURE_PREFIX}${text}`);
     assert.ok((await host.logLines()).includes(text));
     if (name === "C_SignInit") assert.equal((await chooseFirst(host, SIGN_TOKEN)).status_cd, 1);
   });
@@ -150,9 +150,7 @@ test("A token that was pulled fails each request, and the host goes on", async (
 for (const action of ["GSTReturnSign", "ITReturnSign", "SignAuthToken"]) {
   test(`Cancelling the window of ${action} is its answer, and nothing is signed`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
-    host.send({ action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" });
-    await host.user.clickCancel();
-    assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
+    assert.equal((await cancelChoice(host, { action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" })).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
     for (const call of ["C_Login", "C_SignInit", "C_Sign"]) assert.deepEqual(await token.calls(call), []);
   });
 }
@@ -161,8 +159,7 @@ test("A PDF request shows no window, not even when no certificate was ever chose
   const { host, token } = await world.hostWithFake(t);
   const certThumbPrint = (await world.certificate()).thumbprint;
   const { result } = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
-  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
-    + `Certificate not found in the token's certificate list: ${certThumbPrint}`);
+  assert.equal(result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
   assert.deepEqual(await token.calls(), []);
   assert.ok(!(await host.logLines()).includes("Opening Select Certificate Dialog"));
 });
@@ -183,8 +180,7 @@ test("A thumbprint is matched exactly, case included", async (t) => {
   const { result } = await chooseFirst(host, CHOOSE);
   const certThumbPrint = JSON.parse(result).CertThumbPrint.toLowerCase();
   const reply = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
-  assert.equal(reply.result, "QMHost Error: Error  in GetPDFSignature(): "
-    + `Certificate not found in the token's certificate list: ${certThumbPrint}`);
+  assert.equal(reply.result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
 });
 
 test("An unsupported hash algorithm is reported with the action's prefix, and the token is not asked", async (t) => {

@@ -18,7 +18,7 @@ const BETWEEN_WINDOWS = 200;
 
 const TEXT = "to be signed";
 const hash = createHash("sha256").update(TEXT).digest("base64");
-const failed = (reason) => ({ status_cd: 0, result: FAILURE_PREFIX + reason });
+const failed = (reason) => ({ status_cd: 0, result: `${FAILURE_PREFIX}${reason}` });
 const SIGNED = { status_cd: 1 };
 
 /** Answered without the user: a request, or the bytes of one, and what the reply must hold. */

@@ -4,7 +4,9 @@ import assert from "node:assert/strict";
 import { readdir } from "node:fs/promises";
 import { test } from "node:test";
 
-import { CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, PIN_TITLE, World } from "../lib/kit.mjs";
+import {
+  CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, openPinDialog, openWindow, World,
+} from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
 const world = World.forThisFile(product);
@@ -61,13 +63,10 @@ test("An output that is closed at any byte of a reply: the host goes on, and end
 const waiting = {
   "waits for a request": async (host) => host.request({}),
   "shows its window": async (host) => {
-    host.send(CHOOSE);
-    await host.user.window();
+    await openWindow(host, CHOOSE);
   },
   "asks for the PIN": async (host, desktop) => {
-    host.send({ action: "SignAuthToken", authToken: "token" });
-    await host.user.clickOk();
-    await desktop.window(PIN_TITLE);
+    await openPinDialog(host, { action: "SignAuthToken", authToken: "token" });
   },
   "says that its driver is missing": async (host, desktop) => desktop.window(ERROR_TITLE),
 };

@@ -5,7 +5,7 @@ import { chmod, mkdir, readFile, rename, symlink, truncate, unlink, writeFile } 
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, run, World } from "../lib/kit.mjs";
+import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, openWindow, run, World } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 
 const world = World.forThisFile(product);
@@ -62,14 +62,6 @@ test("Directories in the place of the log and the debug copies: nothing is lost 
   const prepare = (folder) => Promise.all(FILES_OF_THE_HOST.map((name) => mkdir(join(folder, name))));
   const { host } = await world.hostWithFake(t, {}, { prepare });
   await doTheWholeJob(host);
-  assert.deepEqual(await host.finish(), NORMAL_END);
-});
-
-test("A logo of no bytes stops nothing", async (t) => {
-  const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), "");
-  const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
-  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
-  assert.deepEqual(await world.desktop.windows(".*"), []);
   assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
@@ -144,8 +136,7 @@ test("A clock that is set back while the window waits delays nothing", async (t)
   const { setClock, env } = await withClock(t);
   await setClock("2026-11-16 07:31:58");
   const { host } = await world.hostWithFake(t, {}, { env });
-  host.send(CHOOSE);
-  await host.user.window();
+  await openWindow(host, CHOOSE);
   await setClock("2001-01-01 00:00:00");
   const since = process.hrtime.bigint();
   await host.user.clickOk();

@@ -83,7 +83,7 @@ class Patient {
       else if (expected.isUnsigned) await this.#judgeUnsigned(reply.result);
       else await judges[flow.name](reply.result);
     } else {
-      assert.deepEqual([reply.status_cd, reply.result], [0, FAILURE_PREFIX + expected.result]);
+      assert.deepEqual([reply.status_cd, reply.result], [0, `${FAILURE_PREFIX}${expected.result}`]);
     }
     assert.deepEqual((await this.host.logLines()).slice(from), expected.log);
     assert.deepEqual(await this.desktop.windows(".*"), [], "a window is left");

@@ -15,6 +15,16 @@ const SLOW = { timeout: 240_000 };
 
 const suppressions = fileURLToPath(new URL("../sanitizers/valgrind.supp", import.meta.url));
 
+/** Holds that valgrind finds nothing in a host, from its start to its end, that is led through `steps(host)`. */
+function staysClean(when, steps) {
+  test(`Valgrind finds no error ${when}`, async (t) => {
+    const { host, errors } = await watchedHost(t);
+    await steps(host);
+    assert.deepEqual(await host.finish(SLOW), NORMAL_END);
+    assert.deepEqual(await errors(), []);
+  });
+}
+
 /** A host under valgrind, and the errors that it has made until its end: [{ kind, frames }]. */
 async function watchedHost(t) {
   const report = join(await world.cleanupOf(t).folder("valgrind"), "report.xml");
@@ -36,33 +46,22 @@ function errorsIn(xml) {
   }).filter(({ kind }) => !kind.startsWith("Leak_")); // the sanitizers look for leaks
 }
 
-test("The input at its end at the start", async (t) => {
-  const { host, errors } = await watchedHost(t);
-  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
-  assert.deepEqual(await errors(), []);
-});
+staysClean("when the input is at its end at the start", () => {});
 
-test("One echo", async (t) => {
-  const { host, errors } = await watchedHost(t);
+staysClean("in one echo", async (host) => {
   assert.equal((await host.request({ text: "hello" }, SLOW)).result, "QMHost Error: echo: hello");
-  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
-  assert.deepEqual(await errors(), []);
 });
 
-test("One signature, with the window and the PIN dialog", async (t) => {
-  const { host, errors } = await watchedHost(t);
+staysClean("in one signature, with the window and the PIN dialog", async (host) => {
   await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send({ action: "GSTReturnSign", hash: "text" });
   await host.user.clickOk(SLOW);
   await host.user.enterPin("1234", SLOW);
   const { result } = await host.reply(SLOW);
   assert.equal((await world.judges.cms(bytesOf(result))).toString(), "text");
-  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
-  assert.deepEqual(await errors(), []);
 });
 
-test("A cancelled window, a failed signature and a PDF", async (t) => {
-  const { host, errors } = await watchedHost(t);
+staysClean("in a cancelled window, a failed signature and a PDF", async (host) => {
   await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send(CHOOSE);
   await host.user.clickCancel(SLOW);
@@ -72,6 +71,4 @@ test("A cancelled window, a failed signature and a PDF", async (t) => {
   await host.user.clickOk(SLOW);
   await host.user.cancelPin(SLOW);
   assert.equal((await host.reply(SLOW)).result, "QMHost Error: ");
-  assert.deepEqual(await host.finish(SLOW), NORMAL_END);
-  assert.deepEqual(await errors(), []);
 });

@@ -60,7 +60,7 @@ for (const scale of [1, 2, 3]) {
     host.send(CHOOSE);
     await cards(desktop, scale);
     await desktop.type(WINDOW_TITLE, TAB, ENTER);
-    assert.equal((await host.reply()).result, FAILURE_PREFIX + CANCEL_TEXT);
+    assert.equal((await host.reply()).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
     await windowsAre(desktop, []);
     assert.deepEqual(await host.finish(), NORMAL_END);
   });

@@ -23,6 +23,14 @@ export async function parseDer(der) {
   return root.children[0];
 }
 
+/** The parts of a SignedData (RFC 5652) with one signer, by their names there, and its ContentInfo. */
+export async function signedDataParts(der) {
+  const contentInfo = await parseDer(der);
+  const [contentType, explicit] = contentInfo.children;
+  const [version, digestAlgorithms, content, certificates, signerInfos] = explicit.children[0].children;
+  return { contentInfo, contentType, version, digestAlgorithms, content, certificates, signerInfo: signerInfos.children[0] };
+}
+
 /** The content octets of an element, without tag and length. */
 export function contentOf(element) {
   return element.bytes.subarray(element.header);

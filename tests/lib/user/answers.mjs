@@ -21,3 +21,16 @@ export async function cancelChoice(host, request) {
   await host.user.clickCancel();
   return host.reply();
 }
+
+/** Sends a request that shows the window, and gives the window once the cards are in it. */
+export function openWindow(host, request) {
+  host.send(request);
+  return host.user.window();
+}
+
+/** Sends a request, presses OK, and gives the dialog that asks for the PIN. */
+export async function openPinDialog(host, request) {
+  host.send(request);
+  await host.user.clickOk();
+  return host.user.pinWindow();
+}
