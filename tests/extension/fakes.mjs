@@ -148,7 +148,7 @@ export function storage(initial = {}) {
 const BROWSER_WINDOW = "the browser's own";
 
 /** The browser's windows as far as the consent needs them. */
-export class FakeWindows {
+class FakeWindows {
   onRemoved = new Event();
   open = new Map();
   #lastId = 0;
@@ -238,7 +238,7 @@ export function willing(request) {
 }
 
 /** The extension's background with its surroundings, and pages that use it. */
-export class FakeBrowser {
+class FakeBrowser {
   windows = new FakeWindows();
   questions = [];
   #pages = [];

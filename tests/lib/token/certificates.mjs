@@ -13,11 +13,6 @@ const DEFAULT_USAGE = "critical,digitalSignature,nonRepudiation";
  */
 const USER_EXTENSIONS = "extendedKeyUsage = clientAuth,emailProtection\ncrlDistributionPoints = URI:http://crl.example/ca.crl";
 
-/** A date of the form that `openssl ca` takes, some days from now. */
-export function daysFromNow(days) {
-  return new Date(Date.now() + days * 86_400_000).toISOString().replace(/[-:T]|\.\d+/g, "");
-}
-
 /** A certification authority in a folder, and the certificates that it issues. */
 export class Authority {
   constructor(folder, key, certificate) {
