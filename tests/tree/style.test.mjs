@@ -10,13 +10,13 @@ import { test } from "node:test";
 import { build, compileCommands, filesOfTree, forEachAtOnce, ownHeadersIn, read, root, run } from "./lib/tree.mjs";
 
 /** One screen is a function, some screens are a file: above this it has more than one subject. */
-const maxLines = 400;
+const MAX_LINES = 400;
 
 /** A list of tests has one subject and is read one test at a time. */
-const maxTestLines = 520;
+const MAX_TEST_LINES = 520;
 
 /** What clang-tidy may take in one run, in milliseconds: some seconds of processor time for each file that has changed. */
-const tidyTime = 300_000;
+const TIDY_TIME = 300_000;
 
 /** The first line of a shell script. */
 const shell = /^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/;
@@ -47,7 +47,7 @@ test("clang-tidy finds nothing in the host, in ck, in the token driver and in it
     return createHash("sha256").update(JSON.stringify([version, read(".clang-tidy"), commands.get(file), texts])).digest("hex");
   };
   const keys = new Map(sources.map((file) => [file, keyOf(file)]));
-  const end = Date.now() + tidyTime;
+  const end = Date.now() + TIDY_TIME;
   const failures = await forEachAtOnce(sources.filter((file) => !passed.has(keys.get(file))), async (file) => {
     if (Date.now() > end) return undefined;
     const { status, output } = await run("clang-tidy", ["--quiet", "-p", build, file]);
@@ -81,11 +81,11 @@ test("pyflakes finds nothing in the Python scripts", async () => {
   await clean("pyflakes3", [...scripts(/^#!.*\bpython3?\b/), ...filesOfTree("*.py")]);
 });
 
-test(`no source file has more than ${maxLines} lines`, () => {
+test(`no source file has more than ${MAX_LINES} lines`, () => {
   const sources = filesOfTree().filter((file) => /\.(cpp|h|mjs|js|css|html|sh|py|cmake)$|CMakeLists\.txt$/.test(file));
   assert.ok(sources.length > 0);
   const long = [...new Set([...sources, ...scripts(/^#!/)])].filter(
-    (file) => read(file).split("\n").length - 1 > (file.startsWith("tests/") ? maxTestLines : maxLines));
+    (file) => read(file).split("\n").length - 1 > (file.startsWith("tests/") ? MAX_TEST_LINES : MAX_LINES));
   assert.deepEqual(long, []);
 });
 
