@@ -1,8 +1,9 @@
 #include "ck/CkCert.h"
 #include "ck/CkDateTime.h"
 
-#include "Bytes.h"
-#include "Certificates.h"
+#include "OddCertificates.h"
+#include "support/Bytes.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

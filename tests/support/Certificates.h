@@ -1,7 +1,6 @@
 #pragma once
 
-#include <openssl/asn1.h>
-#include <openssl/evp.h>
+#include "OpenSsl.h"
 
 #include <string>
 #include <vector>
@@ -23,14 +22,23 @@ struct Attribute {
 };
 
 struct Extension {
-    std::string oid;
+    std::string oid; ///< dotted, or a name of OpenSSL's
     std::string der; ///< what the extension's OCTET STRING holds
+    bool isCritical = false;
 };
 
-/// A certificate to order, however odd, made with libcrypto. Signed with a key of its own; nobody checks
-/// that.
+/// The extension `name` ("keyUsage") as OpenSSL's configuration files write its value
+/// ("critical,digitalSignature"); throws std::runtime_error when they would not.
+Extension Configured(const char* name, const std::string& value);
+
+/// For the validity of a certificate: the time that many seconds from now.
+std::string FromNow(long seconds);
+
+/// A certificate to order, however odd, made with libcrypto: self-signed, or signed with another key when it
+/// has none that can sign; nobody checks that.
 struct CertificateOrder {
-    std::vector<Attribute> subject = {{"C", "IN"}, {"O", "Example"}, {"CN", "Asha Rao"}};
+    std::vector<Attribute> subject = {
+        {"C", "IN", V_ASN1_PRINTABLESTRING}, {"O", "Example"}, {"CN", "Asha Rao"}};
     std::string serial = "\x01"; ///< magnitude, big-endian
     bool negativeSerial = false;
     bool version1 = false;
@@ -38,18 +46,16 @@ struct CertificateOrder {
     std::string notAfter = "20521231235959Z";
     std::vector<Extension> extensions = {};
     KeyKind key = KeyKind::Ec;
+    EVP_PKEY* ownKey = nullptr; ///< in place of one of that kind, when given
 
     std::string der() const;
 };
 
-/// The key in the certificates of that kind; null for the kinds that have none.
+/// The key in the certificates of that kind, one for the whole process; null for the kinds that have none.
 EVP_PKEY* KeyOf(KeyKind kind);
+
+/// The private key as PEM (PKCS#8) without a password.
+std::string PrivateKeyPem(EVP_PKEY* key);
 
 /// The DER of `PrefixType:value`, as ASN1_generate_nconf(3) describes it.
 std::string GeneratedDer(const std::string& description);
-
-/// The certificates that the system trusts, in DER. Empty when package ca-certificates is not there.
-std::vector<std::string> SystemCertificates();
-
-/// A certificate of each odd kind that the tests know.
-std::vector<std::string> OddCertificates();

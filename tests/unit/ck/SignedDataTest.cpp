@@ -3,8 +3,8 @@
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
 
-#include "Bytes.h"
-#include "Certificates.h"
+#include "support/Bytes.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/cms.h>

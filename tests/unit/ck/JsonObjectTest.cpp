@@ -1,6 +1,6 @@
 #include "ck/CkJsonObject.h"
 
-#include "Bytes.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

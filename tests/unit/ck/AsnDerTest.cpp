@@ -2,7 +2,7 @@
 
 #include "ck/CkAsn.h"
 
-#include "Bytes.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 

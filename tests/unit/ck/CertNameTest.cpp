@@ -3,8 +3,8 @@
 
 #include "ck/CkCert.h"
 
-#include "Bytes.h"
-#include "Certificates.h"
+#include "support/Bytes.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 

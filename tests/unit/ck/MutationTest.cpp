@@ -6,8 +6,9 @@
 #include "ck/CkJsonObject.h"
 #include "ck/CkXml.h"
 
-#include "Bytes.h"
-#include "Certificates.h"
+#include "OddCertificates.h"
+#include "support/Bytes.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -4,7 +4,7 @@
 #include "ck/CkDateTime.h"
 #include "ck/CkJsonObject.h"
 
-#include "Certificates.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "ck/CkBinData.h"
 #include "ck/CkByteData.h"
 
-#include "Bytes.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 

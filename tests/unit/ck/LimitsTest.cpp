@@ -5,7 +5,7 @@
 #include "ck/CkJsonObject.h"
 #include "ck/CkXml.h"
 
-#include "Bytes.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 

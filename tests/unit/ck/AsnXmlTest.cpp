@@ -3,8 +3,9 @@
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
 
-#include "Bytes.h"
-#include "Certificates.h"
+#include "OddCertificates.h"
+#include "support/Bytes.h"
+#include "support/Certificates.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "ck/CkAsn.h"
 
-#include "Bytes.h"
+#include "support/Bytes.h"
 
 #include <gtest/gtest.h>
 
