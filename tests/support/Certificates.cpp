@@ -104,6 +104,18 @@ EVP_PKEY* KeyOf(KeyKind kind) {
     }
 }
 
+std::vector<std::string> CertificatesIn(const std::string& pemFile) {
+    std::vector<std::string> certificates;
+    const Owned<BIO> file(BIO_new_file(pemFile.c_str(), "r"));
+    while (file) {
+        const Owned<X509> certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+        if (!certificate)
+            break;
+        certificates.push_back(Encoded(i2d_X509, certificate.get()));
+    }
+    return certificates;
+}
+
 std::string PrivateKeyPem(EVP_PKEY* key) {
     const Owned<BIO> text(BIO_new(BIO_s_mem()));
     Check(PEM_write_bio_PrivateKey(text.get(), key, nullptr, nullptr, 0, nullptr, nullptr) > 0,

@@ -54,6 +54,9 @@ struct CertificateOrder {
 /// The key in the certificates of that kind, one for the whole process; null for the kinds that have none.
 EVP_PKEY* KeyOf(KeyKind kind);
 
+/// The certificates of a PEM file, in DER; none when it cannot be read.
+std::vector<std::string> CertificatesIn(const std::string& pemFile);
+
 /// The private key as PEM (PKCS#8) without a password.
 std::string PrivateKeyPem(EVP_PKEY* key);
 
