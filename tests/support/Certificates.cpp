@@ -130,6 +130,13 @@ Extension Configured(const char* name, const std::string& value) {
     return {name, {der->data, der->data + der->length}, X509_EXTENSION_get_critical(made.get()) != 0};
 }
 
+std::vector<Extension> ForSigning(const std::string& email) {
+    std::vector<Extension> extensions = {Configured("keyUsage", "critical,digitalSignature")};
+    if (!email.empty())
+        extensions.push_back(Configured("subjectAltName", "email:" + email));
+    return extensions;
+}
+
 std::string FromNow(long seconds) {
     const Owned<ASN1_TIME> time(X509_gmtime_adj(nullptr, seconds));
     return {time->data, time->data + time->length};

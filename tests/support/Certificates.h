@@ -31,6 +31,9 @@ struct Extension {
 /// ("critical,digitalSignature"); throws std::runtime_error when they would not.
 Extension Configured(const char* name, const std::string& value);
 
+/// What a user's certificate has: a key usage that signs, and the e-mail address when it is given.
+std::vector<Extension> ForSigning(const std::string& email = "");
+
 /// For the validity of a certificate: the time that many seconds from now.
 std::string FromNow(long seconds);
 
