@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
+
 std::string FromHex(std::string_view hex) {
     std::string digits(hex);
     std::erase(digits, ' ');
@@ -57,6 +59,11 @@ std::string DerValue(int tag, std::string_view content) {
     if (content.size() >= 0x80)
         length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
     return static_cast<char>(tag) + length + std::string(content);
+}
+
+std::string FrameOf(std::string_view message) {
+    const auto size = static_cast<std::uint32_t>(message.size());
+    return std::string(reinterpret_cast<const char*>(&size), sizeof size).append(message);
 }
 
 bool IsUtf8(const std::string& text) {

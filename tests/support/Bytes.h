@@ -23,5 +23,8 @@ std::string DigestOf(const char* hash, std::string_view bytes);
 /// The DER value with this identifier octet around `content`, its length in as few octets as DER wants.
 std::string DerValue(int tag, std::string_view content);
 
+/// A frame of native messaging: four bytes of length in the machine's byte order, then the message.
+std::string FrameOf(std::string_view message);
+
 /// Whether a strict JSON writer takes `text`, that is, whether it is UTF-8.
 bool IsUtf8(const std::string& text);

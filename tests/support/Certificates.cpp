@@ -116,6 +116,13 @@ std::vector<std::string> CertificatesIn(const std::string& pemFile) {
     return certificates;
 }
 
+std::string CertificatePem(const std::string& der) {
+    const Owned<BIO> text(BIO_new(BIO_s_mem()));
+    Check(PEM_write_bio(text.get(), PEM_STRING_X509, "", Octets(der), static_cast<long>(der.size())) > 0,
+          "PEM_write_bio");
+    return Written(text.get());
+}
+
 std::string PrivateKeyPem(EVP_PKEY* key) {
     const Owned<BIO> text(BIO_new(BIO_s_mem()));
     Check(PEM_write_bio_PrivateKey(text.get(), key, nullptr, nullptr, 0, nullptr, nullptr) > 0,

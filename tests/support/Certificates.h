@@ -60,6 +60,8 @@ EVP_PKEY* KeyOf(KeyKind kind);
 /// The certificates of a PEM file, in DER; none when it cannot be read.
 std::vector<std::string> CertificatesIn(const std::string& pemFile);
 
+std::string CertificatePem(const std::string& der);
+
 /// The private key as PEM (PKCS#8) without a password.
 std::string PrivateKeyPem(EVP_PKEY* key);
 

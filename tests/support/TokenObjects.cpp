@@ -48,10 +48,3 @@ TokenObject PrivateKeyObject(const std::string& id, const EVP_PKEY* key) {
             {CKA_EXPONENT_2, KeyPart(key, OSSL_PKEY_PARAM_RSA_EXPONENT2)},
             {CKA_COEFFICIENT, KeyPart(key, OSSL_PKEY_PARAM_RSA_COEFFICIENT1)}};
 }
-
-std::vector<CK_ATTRIBUTE> TemplateOf(TokenObject& object) {
-    std::vector<CK_ATTRIBUTE> attributes;
-    for (auto& [type, value] : object)
-        attributes.push_back({type, value.data(), value.size()});
-    return attributes;
-}

@@ -20,5 +20,11 @@ TokenObject CertificateObject(const std::string& id, const std::string& der);
 /// An RSA key that signs after a login.
 TokenObject PrivateKeyObject(const std::string& id, const EVP_PKEY* key);
 
-/// `object` as C_CreateObject takes it; it points into `object`.
-std::vector<CK_ATTRIBUTE> TemplateOf(TokenObject& object);
+/// Pairs of type and value as PKCS#11 takes them; they point into `object`.
+template <class Object>
+std::vector<CK_ATTRIBUTE> TemplateOf(Object& object) {
+    std::vector<CK_ATTRIBUTE> attributes;
+    for (auto& [type, value] : object)
+        attributes.push_back({type, value.data(), value.size()});
+    return attributes;
+}

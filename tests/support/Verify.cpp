@@ -1,5 +1,6 @@
 #include "Verify.h"
 
+#include "Bytes.h"
 #include "OpenSsl.h"
 
 #include <openssl/rsa.h>
@@ -12,6 +13,12 @@ Owned<EVP_PKEY> KeyIn(const std::string& certificate) {
 }
 
 } // namespace
+
+std::string SignedAttributesOf(const std::string& digest) {
+    return FromHex("314B 3018 06092A864886F70D010903 310B 06092A864886F70D010701"
+                   "302F 06092A864886F70D010904 3122 0420") +
+           digest;
+}
 
 bool Verifies(const std::string& certificate, const char* hash, std::string_view data,
               const std::string& signature) {

@@ -4,7 +4,11 @@
 #include <string>
 #include <string_view>
 
-// libcrypto's verdicts. Certificates and structures are in DER.
+// Signatures and libcrypto's verdicts on them. Certificates and structures are in DER.
+
+/// What is signed for a document with this SHA-256 digest: the attributes contentType and messageDigest in a
+/// SET (RFC 5652 section 5.4).
+std::string SignedAttributesOf(const std::string& digest);
 
 /// Whether `signature` is PKCS#1 v1.5 with this hash ("SHA256") over `data`, by the certificate's key.
 bool Verifies(const std::string& certificate, const char* hash, std::string_view data,

@@ -39,11 +39,6 @@ std::string RoundTrip(const std::string& der) {
     return item ? FromBase64(item->getEncodedDer("Base64")) : "";
 }
 
-/// Universal tag `tag` and `content`, which is shorter than 128 bytes.
-std::string Primitive(int tag, const std::string& content) {
-    return std::string{static_cast<char>(tag), static_cast<char>(content.size())} + content;
-}
-
 TEST(CkAsnXml, TheVocabularyOfTheSignedDataBuilders) {
     EXPECT_EQ(XmlOf(FromHex("30 00")), "<sequence/>");
     EXPECT_EQ(XmlOf(FromHex("31 02 05 00")), "<set><null/></set>");
@@ -60,16 +55,16 @@ TEST(CkAsnXml, TheOtherTypesHaveElementsOfTheirOwn) {
     EXPECT_EQ(XmlOf(FromHex("03 02 03 A8")), "<bits unused=\"3\">qA==</bits>");
     EXPECT_EQ(XmlOf(FromHex("0A 01 05")), "<enum>05</enum>");
     EXPECT_EQ(XmlOf(FromHex("09 00")), "<real/>");
-    EXPECT_EQ(XmlOf(Primitive(12, "é")), "<utf8>é</utf8>");
-    EXPECT_EQ(XmlOf(Primitive(18, "12 3")), "<numeric>12 3</numeric>");
-    EXPECT_EQ(XmlOf(Primitive(19, "IN")), "<printable>IN</printable>");
-    EXPECT_EQ(XmlOf(Primitive(20, "a")), "<t61>YQ==</t61>");
-    EXPECT_EQ(XmlOf(Primitive(22, "a@b")), "<ia5>a@b</ia5>");
-    EXPECT_EQ(XmlOf(Primitive(23, "221115000000Z")), "<utctime>221115000000Z</utctime>");
-    EXPECT_EQ(XmlOf(Primitive(24, "20521231235959Z")), "<gentime>20521231235959Z</gentime>");
-    EXPECT_EQ(XmlOf(Primitive(26, "a")), "<visible>a</visible>");
-    EXPECT_EQ(XmlOf(Primitive(28, "\0\0\0a"s)), "<ucs4>AAAAYQ==</ucs4>");
-    EXPECT_EQ(XmlOf(Primitive(30, "\0a"s)), "<bmp>AGE=</bmp>");
+    EXPECT_EQ(XmlOf(DerValue(12, "é")), "<utf8>é</utf8>");
+    EXPECT_EQ(XmlOf(DerValue(18, "12 3")), "<numeric>12 3</numeric>");
+    EXPECT_EQ(XmlOf(DerValue(19, "IN")), "<printable>IN</printable>");
+    EXPECT_EQ(XmlOf(DerValue(20, "a")), "<t61>YQ==</t61>");
+    EXPECT_EQ(XmlOf(DerValue(22, "a@b")), "<ia5>a@b</ia5>");
+    EXPECT_EQ(XmlOf(DerValue(23, "221115000000Z")), "<utctime>221115000000Z</utctime>");
+    EXPECT_EQ(XmlOf(DerValue(24, "20521231235959Z")), "<gentime>20521231235959Z</gentime>");
+    EXPECT_EQ(XmlOf(DerValue(26, "a")), "<visible>a</visible>");
+    EXPECT_EQ(XmlOf(DerValue(28, "\0\0\0a"s)), "<ucs4>AAAAYQ==</ucs4>");
+    EXPECT_EQ(XmlOf(DerValue(30, "\0a"s)), "<bmp>AGE=</bmp>");
     EXPECT_EQ(XmlOf(FromHex("5F 1F 00")), "<application tag=\"31\"/>");
     EXPECT_EQ(XmlOf(FromHex("E1 02 05 00")), "<private tag=\"1\" constructed=\"1\"><null/></private>");
     EXPECT_EQ(XmlOf(FromHex("28 00")), "<universal tag=\"8\" constructed=\"1\"/>");
@@ -77,8 +72,8 @@ TEST(CkAsnXml, TheOtherTypesHaveElementsOfTheirOwn) {
 }
 
 TEST(CkAsnXml, ContentThatXmlWouldNotBringBack_IsWrittenInBase64) {
-    EXPECT_EQ(XmlOf(Primitive(12, " ")), "<utf8 encoding=\"base64\">IA==</utf8>");
-    EXPECT_EQ(XmlOf(Primitive(19, "a\x01")), "<printable encoding=\"base64\">YQE=</printable>");
+    EXPECT_EQ(XmlOf(DerValue(12, " ")), "<utf8 encoding=\"base64\">IA==</utf8>");
+    EXPECT_EQ(XmlOf(DerValue(19, "a\x01")), "<printable encoding=\"base64\">YQE=</printable>");
     EXPECT_EQ(XmlOf(FromHex("06 01 80")), "<oid encoding=\"base64\">gA==</oid>");
     EXPECT_EQ(XmlOf(FromHex("05 01 00")), "<null encoding=\"base64\">AA==</null>");
 }
@@ -96,57 +91,32 @@ TEST(CkAsnXml, EveryOddCertificate_ComesBackByteForByte) {
 }
 
 TEST(CkAsnXml, TheSerialNumberOfACertificate_IsTheFirstIntOfItsFirstSequence) {
-    CkXml tree;
-    ASSERT_TRUE(tree.LoadXml2(XmlOf(CertificateOrder{.serial = "\x01"}.der()), true));
-    EXPECT_EQ(tree.getChildContent("sequence|int"), "01");
-    ASSERT_TRUE(tree.LoadXml2(XmlOf(CertificateOrder{.serial = "\xFF\x01"}.der()), true));
-    EXPECT_EQ(tree.getChildContent("sequence|int"), "00FF01");
-    ASSERT_TRUE(tree.LoadXml2(XmlOf(CertificateOrder{.serial = "\x80", .negativeSerial = true}.der()), true));
-    EXPECT_EQ(tree.getChildContent("sequence|int"), "80");
+    const auto serialOf = [](const CertificateOrder& order) {
+        CkXml tree;
+        EXPECT_TRUE(tree.LoadXml2(XmlOf(order.der()), true));
+        return tree.getChildContent("sequence|int");
+    };
+    EXPECT_EQ(serialOf({.serial = "\x01"}), "01");
+    EXPECT_EQ(serialOf({.serial = "\xFF\x01"}), "00FF01");
+    EXPECT_EQ(serialOf({.serial = "\x80", .negativeSerial = true}), "80");
 }
 
 TEST(CkAsnXml, EveryStringTypeWithEveryKindOfText_ComesBack) {
-    const std::vector<std::string> texts = {"",
-                                            " ",
-                                            "  ",
-                                            "\t",
-                                            "\n",
-                                            "\r\n",
-                                            " a",
-                                            "a ",
-                                            "a  b",
-                                            "\ta",
-                                            "a\n",
-                                            "a\0b"s,
-                                            "\0"s,
-                                            "\x01\x1F",
-                                            "\x7F",
-                                            "é",
-                                            "\xC2\x80",
-                                            "\xC2\xA0",
-                                            "आशा",
-                                            "\xEF\xBB\xBF",
-                                            "\xEF\xBF\xBE",
-                                            "\xF0\x9F\x98\x80",
-                                            "\xFF",
-                                            "\xC3",
-                                            "\xED\xA0\x80",
-                                            "<&>\"'",
-                                            "]]>",
-                                            "<!-- -->",
-                                            "&#65;",
-                                            "&amp;",
-                                            "<?x?>",
-                                            "<![CDATA[x]]>",
-                                            "%s",
-                                            "caf\xE9",
-                                            std::string(100, ' ')};
-    for (int tag = 1; tag < 31; ++tag)
+    const std::vector<std::pair<const char*, std::vector<std::string>>> kinds = {
+        {"blanks", {"", " ", "  ", " a", "a ", "a  b", std::string(100, ' ')}},
+        {"tabs and ends of lines", {"\t", "\n", "\r\n", "\ta", "a\n"}},
+        {"control characters", {"a\0b"s, "\0"s, "\x01\x1F", "\x7F"}},
+        {"UTF-8", {"é", "\xC2\x80", "\xC2\xA0", "आशा", "\xEF\xBB\xBF", "\xEF\xBF\xBE", "\xF0\x9F\x98\x80"}},
+        {"no UTF-8", {"\xFF", "\xC3", "\xED\xA0\x80", "caf\xE9"}},
+        {"markup", {"<&>\"'", "]]>", "<!-- -->", "&#65;", "&amp;", "<?x?>", "<![CDATA[x]]>", "%s"}},
+    };
+    for (const auto& [kind, texts] : kinds)
         for (const std::string& text : texts)
-            if (tag != 16 && tag != 17) {
-                ASSERT_EQ(RoundTrip(Primitive(tag, text)), Primitive(tag, text))
-                    << tag << ": " << ToHex(text);
-            }
+            for (int tag = 1; tag < 31; ++tag)
+                if (tag != 16 && tag != 17) {
+                    ASSERT_EQ(RoundTrip(DerValue(tag, text)), DerValue(tag, text))
+                        << kind << " in " << tag << ": " << ToHex(text);
+                }
 }
 
 TEST(CkAsnXml, EveryTag_ComesBackPrimitiveAndConstructed) {
@@ -161,68 +131,45 @@ TEST(CkAsnXml, EveryTag_ComesBackPrimitiveAndConstructed) {
     }
 }
 
-TEST(CkAsnXml, HighTags_ComeBack) {
-    for (const char* hex : {"5F 1F 01 AA", "9F 1F 00", "BF 8F 7F 02 05 00", "DF 87 FF FF FF 7F 00",
-                            "1F 1F 00", "3F 7F 00", "7F 21 03 5F 20 00", "FF 81 00 00"})
-        EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << hex;
-}
-
-TEST(CkAsnXml, NestedContextTags_ComeBack) {
-    for (const char* hex :
-         {"A0 00", "A0 02 A0 00", "A3 06 A1 04 82 00 80 00", "A0 03 80 01 FF", "A0 04 A1 02 A2 00"})
-        EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << hex;
-}
-
-TEST(CkAsnXml, Integers_ComeBackByteForByte) {
-    for (const char* hex : {"02 00", "02 01 00", "02 01 80", "02 01 FF", "02 02 00 FF", "02 02 FF 01",
-                            "02 02 00 01", "02 02 FF FF", "0A 02 00 00", "01 01 01"})
-        EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << hex;
-    const std::string longNumber = "\x02\x81\xC8" + std::string(200, '\xFE');
-    EXPECT_EQ(RoundTrip(longNumber), longNumber);
-}
-
-TEST(CkAsnXml, BitStrings_ComeBackWithTheirUnusedBits) {
-    for (const char* hex :
-         {"03 00", "03 01 00", "03 02 07 80", "03 02 03 FF", "03 01 09", "03 02 FF 01", "03 03 00 00 00"})
-        EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << hex;
-}
-
-TEST(CkAsnXml, ObjectIdentifiers_ComeBackWhateverTheirOctets) {
-    for (const char* hex :
+TEST(CkAsnXml, OddValues_ComeBackByteForByte) {
+    const std::vector<std::pair<const char*, std::vector<std::string>>> cases = {
+        {"high tags",
+         {"5F 1F 01 AA", "9F 1F 00", "BF 8F 7F 02 05 00", "DF 87 FF FF FF 7F 00", "1F 1F 00", "3F 7F 00",
+          "7F 21 03 5F 20 00", "FF 81 00 00"}},
+        {"nested context tags",
+         {"A0 00", "A0 02 A0 00", "A3 06 A1 04 82 00 80 00", "A0 03 80 01 FF", "A0 04 A1 02 A2 00"}},
+        {"integers",
+         {"02 00", "02 01 00", "02 01 80", "02 01 FF", "02 02 00 FF", "02 02 FF 01", "02 02 00 01",
+          "02 02 FF FF", "0A 02 00 00", "01 01 01", ToHex(DerValue(2, std::string(200, '\xFE')))}},
+        {"bit strings, with their unused bits",
+         {"03 00", "03 01 00", "03 02 07 80", "03 02 03 FF", "03 01 09", "03 02 FF 01", "03 03 00 00 00"}},
+        {"object identifiers, whatever their octets",
          {"06 00", "06 01 80", "06 01 00", "06 03 2A 86 48", "06 02 80 01", "06 03 55 04 03",
-          "06 03 2A 80 01", "06 01 FF", "06 0A FF FF FF FF FF FF FF FF FF 7F", "0D 02 81 00"})
-        EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << hex;
-    const std::string many = "\x06\x82\x01\x2C" + std::string(300, '\x01');
-    EXPECT_EQ(RoundTrip(many), many);
+          "06 03 2A 80 01", "06 01 FF", "06 0A FF FF FF FF FF FF FF FF FF 7F", "0D 02 81 00",
+          ToHex(DerValue(6, std::string(300, '\x01')))}},
+    };
+    for (const auto& [rule, values] : cases)
+        for (const std::string& hex : values)
+            EXPECT_EQ(RoundTrip(FromHex(hex)), FromHex(hex)) << rule << ": " << hex;
 }
 
 TEST(CkAsnXml, WhatOpenSslEncodes_ComesBack) {
-    for (const char* description : {"BOOL:TRUE",
-                                    "NULL",
-                                    "INT:-129",
-                                    "INT:0x00FFFFFFFFFFFFFFFFFFFFFFFF",
-                                    "ENUM:3",
-                                    "OID:2.999.1",
-                                    "UTC:221115000000Z",
-                                    "GENTIME:20521231235959Z",
-                                    "GENTIME:20221115000000.123Z",
-                                    "FORMAT:HEX,OCT:00FF",
-                                    "FORMAT:BITLIST,BITSTR:1,5",
-                                    "FORMAT:UTF8,UNIV:\xC3\xA9",
-                                    "IA5:a@b",
-                                    "FORMAT:UTF8,UTF8:\xE0\xA4\x86",
-                                    "FORMAT:UTF8,BMP:\xE0\xA4\x86",
-                                    "PRINTABLE:x y",
-                                    "NUMERIC:1 2",
-                                    "VISIBLE:v",
-                                    "T61:t",
-                                    "EXP:0,EXP:5A,EXP:3P,IMP:7,IA5:x",
-                                    "EXP:1000U,OCTWRAP,INT:1",
-                                    "SEQWRAP,SETWRAP,BITWRAP,BOOL:FALSE",
-                                    "IMP:99999999C,UTF8:x"}) {
-        const std::string der = GeneratedDer(description);
-        EXPECT_EQ(RoundTrip(der), der) << description;
-    }
+    const std::vector<std::pair<const char*, std::vector<std::string>>> kinds = {
+        {"values",
+         {"BOOL:TRUE", "NULL", "INT:-129", "INT:0x00FFFFFFFFFFFFFFFFFFFFFFFF", "ENUM:3", "OID:2.999.1"}},
+        {"times", {"UTC:221115000000Z", "GENTIME:20521231235959Z", "GENTIME:20221115000000.123Z"}},
+        {"bytes and bits", {"FORMAT:HEX,OCT:00FF", "FORMAT:BITLIST,BITSTR:1,5"}},
+        {"strings",
+         {"FORMAT:UTF8,UNIV:\xC3\xA9", "IA5:a@b", "FORMAT:UTF8,UTF8:\xE0\xA4\x86",
+          "FORMAT:UTF8,BMP:\xE0\xA4\x86", "PRINTABLE:x y", "NUMERIC:1 2", "VISIBLE:v", "T61:t"}},
+        {"values in values",
+         {"EXP:0,EXP:5A,EXP:3P,IMP:7,IA5:x", "EXP:1000U,OCTWRAP,INT:1", "SEQWRAP,SETWRAP,BITWRAP,BOOL:FALSE",
+          "IMP:99999999C,UTF8:x"}},
+    };
+    for (const auto& [kind, descriptions] : kinds)
+        for (const std::string& description : descriptions)
+            EXPECT_EQ(RoundTrip(GeneratedDer(description)), GeneratedDer(description))
+                << kind << ": " << description;
 }
 
 TEST(CkAsnXml, WhatIsReadFromXml_IsWhatOpenSslEncodes) {

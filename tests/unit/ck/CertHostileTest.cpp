@@ -23,15 +23,6 @@ CkCert Loaded(const CertificateOrder& order) {
     return certificate;
 }
 
-std::string WrappedDer(char tag, const std::string& content) {
-    std::string length;
-    for (std::size_t rest = content.size(); rest > 0; rest >>= 8)
-        length.insert(length.begin(), static_cast<char>(rest));
-    if (content.size() >= 0x80)
-        length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
-    return tag + length + content;
-}
-
 /// The certificate `der` with `parameters` behind the object identifier of its (outer) signature algorithm.
 std::string WithSignatureParameters(const std::string& der, const std::string& parameters) {
     CkAsn certificate;
@@ -43,8 +34,8 @@ std::string WithSignatureParameters(const std::string& der, const std::string& p
     };
     CkByteData oid;
     certificate.GetSubItem(1)->GetSubItem(0)->GetBinaryDer(oid);
-    const std::string algorithm = WrappedDer('\x30', std::string(oid.getData(), oid.getSize()) + parameters);
-    return WrappedDer('\x30', bytesOf(0) + algorithm + bytesOf(2));
+    const std::string algorithm = DerValue(0x30, std::string(oid.getData(), oid.getSize()) + parameters);
+    return DerValue(0x30, bytesOf(0) + algorithm + bytesOf(2));
 }
 
 std::string ErrorOf(const std::string& bytes) {
@@ -108,7 +99,7 @@ TEST(CkCertHostile, WhatLoads_IsAStructureToTheBuilders) {
     for (const int levels : {100, 118, 119, 120, 121, 122, 123, 124, 125, 126, 127, 128}) {
         std::string nested = FromHex("05 00");
         for (int i = 0; i < levels; ++i)
-            nested = WrappedDer('\x30', nested);
+            nested = DerValue(0x30, nested);
         all.push_back(WithSignatureParameters(CertificateOrder{}.der(), nested));
     }
     int loaded = 0;

@@ -96,37 +96,35 @@ TEST(CkJsonObject, IndexOf_IsThePositionOfTheMemberOrMinusOne) {
     EXPECT_EQ(CkJsonObject().IndexOf("a"), -1);
 }
 
-TEST(CkJsonObject, StringOf_AString_IsItsText) {
-    EXPECT_EQ(Loaded(R"({"a":"q\"\/\u0041\u00e9\ud83d\ude00\n"})").stringOf("a"), "q\"/Aé\xF0\x9F\x98\x80\n");
-    EXPECT_EQ(Loaded(R"({"a":""})").stringOf("a"), "");
+TEST(CkJsonObject, StringOf_GivesTheTextOfAStringAndTheJsonOfEverythingElse) {
+    const struct {
+        const char* rule;
+        const char* json;
+        const char* text;
+    } cases[] = {
+        {"a string is its text", R"("q\"\/\u0041\u00e9\ud83d\ude00\n")", "q\"/Aé\xF0\x9F\x98\x80\n"},
+        {"an empty string", R"("")", ""},
+        {"a number", "17", "17"},
+        {"a negative number", "-5", "-5"},
+        {"a fraction as it is written", "1.50", "1.50"},
+        {"an exponent as it is written", "2e3", "2e3"},
+        {"true", "true", "true"},
+        {"false", "false", "false"},
+        {"null", "null", "null"},
+        {"a number of any length", "123456789012345678901234567890", "123456789012345678901234567890"},
+        {"an object, compact", "{ \"b\": [ 1 , 2.0, \"x/\\u00e9\\n\" ], \"a\": {} }",
+         "{\"b\":[1,2.0,\"x/é\\n\"],\"a\":{}}"},
+        {"an array, compact", "[ [], [ {} , [ ] ], true ]", "[[],[{},[]],true]"},
+        {"strings that end in brackets are kept apart", R"(["[","{",":",",",{"[":"{","k":":"}])",
+         R"(["[","{",":",",",{"[":"{","k":":"}])"},
+    };
+    for (const auto& it : cases) {
+        const CkJsonObject object =
+            Loaded(std::string(R"({"before":1, "m" : )") + it.json + R"( , "after":[]})");
+        EXPECT_EQ(object.stringOf("m"), it.text) << it.rule;
+        EXPECT_EQ(object.stringOf("missing"), "") << it.rule;
+    }
 }
-
-TEST(CkJsonObject, StringOf_ANumberBooleanOrNull_IsItsJsonText) {
-    const CkJsonObject object = Loaded(R"({"i":17,"n":-5,"f":1.50,"e":2e3,"t":true,"f2":false,"0":null,
-                                           "big":123456789012345678901234567890})");
-    EXPECT_EQ(object.stringOf("i"), "17");
-    EXPECT_EQ(object.stringOf("n"), "-5");
-    EXPECT_EQ(object.stringOf("f"), "1.50");
-    EXPECT_EQ(object.stringOf("e"), "2e3");
-    EXPECT_EQ(object.stringOf("t"), "true");
-    EXPECT_EQ(object.stringOf("f2"), "false");
-    EXPECT_EQ(object.stringOf("0"), "null");
-    EXPECT_EQ(object.stringOf("big"), "123456789012345678901234567890");
-}
-
-TEST(CkJsonObject, StringOf_AnObjectOrArray_IsCompactJson) {
-    const CkJsonObject object = Loaded(
-        "{ \"o\": { \"b\": [ 1 , 2.0, \"x/\\u00e9\\n\" ], \"a\": {} }, \"a\": [ [], [ {} , [ ] ], true ] }");
-    EXPECT_EQ(object.stringOf("o"), "{\"b\":[1,2.0,\"x/é\\n\"],\"a\":{}}");
-    EXPECT_EQ(object.stringOf("a"), "[[],[{},[]],true]");
-}
-
-TEST(CkJsonObject, StringOf_KeepsStringsThatEndInBracketsApart) {
-    EXPECT_EQ(Loaded(R"({"a":["[","{",":",",",{"[":"{","k":":"}]})").stringOf("a"),
-              R"(["[","{",":",",",{"[":"{","k":":"}])");
-}
-
-TEST(CkJsonObject, StringOf_AMissingMember_IsEmpty) { EXPECT_EQ(Loaded("{}").stringOf("a"), ""); }
 
 TEST(CkJsonObject, StringOf_EndsAtTheFirstZeroCharacter) {
     EXPECT_EQ(Loaded(R"({"a":"ab\u0000cd"})").stringOf("a"), "ab");
@@ -156,41 +154,41 @@ TEST(CkJsonObject, StringOf_LongAndShortTextsInAnyOrder_AreEachTheirOwn) {
     EXPECT_EQ(object.stringOf("c"), four);
 }
 
-TEST(CkJsonObject, IntOf_ANumber_DropsItsFraction) {
-    const CkJsonObject object = Loaded(R"({"a":1.9,"b":-1.9,"c":2e2,"d":1e-400,"e":0})");
-    EXPECT_EQ(object.IntOf("a"), 1);
-    EXPECT_EQ(object.IntOf("b"), -1);
-    EXPECT_EQ(object.IntOf("c"), 200);
-    EXPECT_EQ(object.IntOf("d"), 0);
-    EXPECT_EQ(object.IntOf("e"), 0);
-}
-
-TEST(CkJsonObject, IntOf_OutOfRange_IsTheNearestInt) {
-    const CkJsonObject object = Loaded(R"({"a":2147483648,"b":-2147483649,"c":1e300,"d":-1e300,
-                                           "e":18446744073709551616,"f":"99999999999","g":"-99999999999"})");
-    EXPECT_EQ(object.IntOf("a"), INT_MAX);
-    EXPECT_EQ(object.IntOf("b"), INT_MIN);
-    EXPECT_EQ(object.IntOf("c"), INT_MAX);
-    EXPECT_EQ(object.IntOf("d"), INT_MIN);
-    EXPECT_EQ(object.IntOf("e"), INT_MAX);
-    EXPECT_EQ(object.IntOf("f"), INT_MAX);
-    EXPECT_EQ(object.IntOf("g"), INT_MIN);
-}
-
-TEST(CkJsonObject, IntOf_AString_IsTheDecimalNumberThatItIs) {
-    const CkJsonObject object =
-        Loaded(R"({"a":"17","b":"-3.9","c":"12 apples","d":"","e":"x1","f":"inf","g":"0x10","h":"nan"})");
-    EXPECT_EQ(object.IntOf("a"), 17);
-    EXPECT_EQ(object.IntOf("b"), -3);
-    for (const char* name : {"c", "d", "e", "f", "g", "h"})
-        EXPECT_EQ(object.IntOf(name), 0) << name;
-}
-
-TEST(CkJsonObject, IntOf_TrueIsOneAndEverythingElseIsZero) {
-    const CkJsonObject object = Loaded(R"({"t":true,"f":false,"n":null,"o":{"a":1},"a":[1]})");
-    EXPECT_EQ(object.IntOf("t"), 1);
-    for (const char* name : {"f", "n", "o", "a", "missing"})
-        EXPECT_EQ(object.IntOf(name), 0) << name;
+TEST(CkJsonObject, IntOf_GivesTheNumberThatAMemberIs) {
+    const struct {
+        const char* rule;
+        const char* json;
+        int number;
+    } cases[] = {
+        {"a fraction is dropped", "1.9", 1},
+        {"towards zero", "-1.9", -1},
+        {"with an exponent", "2e2", 200},
+        {"far below one", "1e-400", 0},
+        {"zero", "0", 0},
+        {"above the range it is the nearest int", "2147483648", INT_MAX},
+        {"below the range", "-2147483649", INT_MIN},
+        {"far above the range", "1e300", INT_MAX},
+        {"far below the range", "-1e300", INT_MIN},
+        {"above 64 bits", "18446744073709551616", INT_MAX},
+        {"a string above the range", R"("99999999999")", INT_MAX},
+        {"a string below the range", R"("-99999999999")", INT_MIN},
+        {"a string is the decimal number that it is", R"("17")", 17},
+        {"a string with a fraction", R"("-3.9")", -3},
+        {"a string that only begins as a number", R"("12 apples")", 0},
+        {"an empty string", R"("")", 0},
+        {"a string that is no number", R"("x1")", 0},
+        {"infinity in a string", R"("inf")", 0},
+        {"hexadecimal digits", R"("0x10")", 0},
+        {"no number at all", R"("nan")", 0},
+        {"true", "true", 1},
+        {"false", "false", 0},
+        {"null", "null", 0},
+        {"an object", R"({"a":1})", 0},
+        {"an array", "[1]", 0},
+    };
+    for (const auto& it : cases)
+        EXPECT_EQ(Loaded(std::string(R"({"m":)") + it.json + "}").IntOf("m"), it.number) << it.rule;
+    EXPECT_EQ(Loaded(R"({"t":true})").IntOf("missing"), 0);
     CkJsonObject appended;
     appended.AppendBool("t", true);
     EXPECT_EQ(appended.IntOf("t"), 1);

@@ -5,13 +5,13 @@
 #include "ck/CkJsonObject.h"
 
 #include "support/Certificates.h"
+#include "support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <clocale>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 
 namespace {
 
@@ -20,18 +20,15 @@ namespace {
 class German : public testing::Test {
 protected:
     German() {
-        std::string pattern = testing::TempDir() + "ck_locale_XXXXXX";
-        folder_ = mkdtemp(pattern.data());
-        const std::string command =
-            "localedef --no-archive -i de_DE -f UTF-8 '" + folder_ + "/de_DE.UTF-8' >/dev/null 2>&1";
+        const std::string command = "localedef --no-archive -i de_DE -f UTF-8 '" + folder_.Path().string() +
+                                    "/de_DE.UTF-8' >/dev/null 2>&1";
         compiled_ = std::system(command.c_str()) == 0; // NOLINT(concurrency-mt-unsafe)
-        setenv("LOCPATH", folder_.c_str(), 1);
+        setenv("LOCPATH", folder_.Path().c_str(), 1);
         set_ = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
     }
     ~German() override {
         std::setlocale(LC_ALL, "C");
         unsetenv("LOCPATH");
-        std::filesystem::remove_all(folder_);
     }
     void SetUp() override {
         if (!compiled_)
@@ -46,7 +43,7 @@ protected:
     }
 
 private:
-    std::string folder_;
+    ScratchFolder folder_;
     bool compiled_ = false;
     bool set_ = false;
 };

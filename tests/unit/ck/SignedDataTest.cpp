@@ -5,30 +5,22 @@
 
 #include "support/Bytes.h"
 #include "support/Certificates.h"
+#include "support/Verify.h"
 
 #include <gtest/gtest.h>
-#include <openssl/cms.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
 
 #include <memory>
 
 namespace {
 
-std::string Digest(const std::string& data) {
-    std::string digest(32, '\0');
-    EVP_Digest(data.data(), data.size(), reinterpret_cast<unsigned char*>(digest.data()), nullptr,
-               EVP_sha256(), nullptr);
-    return digest;
-}
-
 std::string RsaSignature(const std::string& data) {
-    const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    const Owned<EVP_MD_CTX> context(EVP_MD_CTX_new());
     std::string signature(256, '\0');
     std::size_t size = signature.size();
     EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, KeyOf(KeyKind::Rsa));
     EXPECT_EQ(EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size,
-                             reinterpret_cast<const unsigned char*>(data.data()), data.size()),
+                             Octets(data), data.size()),
               1);
     return signature;
 }
@@ -85,26 +77,11 @@ std::string Finish(CkXml& xml, const std::string& signature) {
 
 /// Whether OpenSSL takes `der` as a signature over `content`, and as DER that it would have written itself.
 void ExpectVerifies(const std::string& der, const std::string& content, bool detached) {
-    const auto* next = reinterpret_cast<const unsigned char*>(der.data());
-    const std::unique_ptr<CMS_ContentInfo, void (*)(CMS_ContentInfo*)> cms(
-        d2i_CMS_ContentInfo(nullptr, &next, static_cast<long>(der.size())), CMS_ContentInfo_free);
-    ASSERT_NE(cms, nullptr) << ERR_reason_error_string(ERR_peek_error());
-    EXPECT_EQ(next, reinterpret_cast<const unsigned char*>(der.data() + der.size()));
-    const std::unique_ptr<BIO, int (*)(BIO*)> in(
-        BIO_new_mem_buf(content.data(), static_cast<int>(content.size())), BIO_free);
-    const std::unique_ptr<BIO, int (*)(BIO*)> out(BIO_new(BIO_s_mem()), BIO_free);
-    EXPECT_EQ(CMS_verify(cms.get(), nullptr, nullptr, detached ? in.get() : nullptr, out.get(),
-                         CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY),
-              1)
+    EXPECT_TRUE(VerifiedContent(der, detached ? &content : nullptr) == content)
         << ERR_reason_error_string(ERR_peek_error());
-    char* verified = nullptr;
-    const long size = BIO_get_mem_data(out.get(), &verified);
-    EXPECT_TRUE(std::string_view(verified, static_cast<std::size_t>(size)) == content);
-
-    unsigned char* again = nullptr;
-    const int length = i2d_CMS_ContentInfo(cms.get(), &again);
-    EXPECT_TRUE(std::string_view(reinterpret_cast<char*>(again), static_cast<std::size_t>(length)) == der);
-    OPENSSL_free(again);
+    const Owned<CMS_ContentInfo> cms = Decoded(d2i_CMS_ContentInfo, der);
+    ASSERT_NE(cms, nullptr);
+    EXPECT_TRUE(Encoded(i2d_CMS_ContentInfo, cms.get()) == der);
 }
 
 std::string Encapsulated(const std::string& certificate, const std::string& content) {
@@ -145,7 +122,7 @@ TEST(SignedData, DetachedWithSignedAttributes_IsTakenByOpenSsl) {
     xml.UpdateChildContent(attributes + "|sequence|oid", "1.2.840.113549.1.9.3");
     xml.UpdateChildContent(attributes + "|sequence|set|oid", kData);
     xml.UpdateChildContent(attributes + "|sequence[1]|oid", "1.2.840.113549.1.9.4");
-    xml.UpdateChildContent(attributes + "|sequence[1]|set|octets", ToBase64(Digest(content)));
+    xml.UpdateChildContent(attributes + "|sequence[1]|set|octets", ToBase64(DigestOf("SHA256", content)));
 
     // What is signed carries the tag of SET instead of [0] (RFC 5652 section 5.4).
     CkAsn parent;
@@ -155,7 +132,7 @@ TEST(SignedData, DetachedWithSignedAttributes_IsTakenByOpenSsl) {
     type->AppendSetR()->AppendOid(kData);
     const std::unique_ptr<CkAsn> digest = set->AppendSequenceR();
     digest->AppendOid("1.2.840.113549.1.9.4");
-    digest->AppendSetR()->AppendOctets(ToBase64(Digest(content)), "Base64");
+    digest->AppendSetR()->AppendOctets(ToBase64(DigestOf("SHA256", content)), "Base64");
     CkByteData toSign;
     set->GetBinaryDer(toSign);
     const std::string bytes(reinterpret_cast<const char*>(toSign.getRange(0, toSign.getSize())),

@@ -12,51 +12,42 @@ CkXml Loaded(std::string_view xml) {
     return tree;
 }
 
-/// What getXml gives after UpdateChildContent on `xml`.
-std::string Updated(std::string_view xml, std::string_view path, std::string_view content) {
-    CkXml tree = Loaded(xml);
-    tree.UpdateChildContent(path, content);
-    return tree.getXml();
-}
-
 TEST(CkXml, ANewTree_IsOneEmptyElementThatPutTagNames) {
     CkXml tree;
     tree.put_Tag("sequence");
     EXPECT_EQ(tree.getXml(), "<sequence/>");
 }
 
-TEST(CkXml, UpdateChildContent_CreatesEveryMissingElementOfThePath) {
-    EXPECT_EQ(Updated("<r/>", "a|b|c", "x"), "<r><a><b><c>x</c></b></a></r>");
-}
-
-TEST(CkXml, UpdateChildContent_TakesTheFirstElementOfANameWithoutAnIndex) {
-    EXPECT_EQ(Updated("<r><a/><a/></r>", "a", "x"), "<r><a>x</a><a/></r>");
-    EXPECT_EQ(Updated("<r><a/><a/></r>", "a[0]", "x"), "<r><a>x</a><a/></r>");
-    EXPECT_EQ(Updated("<r><a/><b/><a/></r>", "a[1]", "x"), "<r><a/><b/><a>x</a></r>");
-}
-
-TEST(CkXml, UpdateChildContent_CountsOnlyElementsOfTheName) {
-    EXPECT_EQ(Updated("<r><ab/><a/><ab/></r>", "ab[1]", "x"), "<r><ab/><a/><ab>x</ab></r>");
-}
-
-TEST(CkXml, UpdateChildContent_PutsANewElementBehindAllOthers) {
-    EXPECT_EQ(Updated("<r><set/><int>01</int></r>", "set[1]|oid", "1.2"),
-              "<r><set/><int>01</int><set><oid>1.2</oid></set></r>");
-}
-
-TEST(CkXml, UpdateChildContent_CreatesWhatIsMissingBeforeAnIndex) {
-    EXPECT_EQ(Updated("<r/>", "a[2]", "x"), "<r><a/><a/><a>x</a></r>");
-    EXPECT_EQ(Updated("<r><a>y</a></r>", "a[2]|b[1]", "x"), "<r><a>y</a><a/><a><b/><b>x</b></a></r>");
-}
-
-TEST(CkXml, UpdateChildContent_ReplacesTheContentAndKeepsTheElementsBelow) {
-    EXPECT_EQ(Updated("<r><a k=\"v\">old</a></r>", "a", "new"), "<r><a k=\"v\">new</a></r>");
-    EXPECT_EQ(Updated("<r><a>old<b/></a></r>", "a", "new"), "<r><a>new<b/></a></r>");
-}
-
-TEST(CkXml, UpdateChildContent_WithoutContent_OnlySeesThatTheElementIsThere) {
-    EXPECT_EQ(Updated("<r/>", "a|null", ""), "<r><a><null/></a></r>");
-    EXPECT_EQ(Updated("<r><a>old<b/></a></r>", "a", ""), "<r><a><b/></a></r>");
+TEST(CkXml, UpdateChildContent_SetsTheElementAtThePathAndCreatesWhatIsMissing) {
+    const struct {
+        const char* rule;
+        const char* before;
+        const char* path;
+        const char* content;
+        const char* after;
+    } cases[] = {
+        {"every missing element is created", "<r/>", "a|b|c", "x", "<r><a><b><c>x</c></b></a></r>"},
+        {"without an index it is the first", "<r><a/><a/></r>", "a", "x", "<r><a>x</a><a/></r>"},
+        {"indices begin at 0", "<r><a/><a/></r>", "a[0]", "x", "<r><a>x</a><a/></r>"},
+        {"others may stand between", "<r><a/><b/><a/></r>", "a[1]", "x", "<r><a/><b/><a>x</a></r>"},
+        {"only elements of the name count", "<r><ab/><a/><ab/></r>", "ab[1]", "x",
+         "<r><ab/><a/><ab>x</ab></r>"},
+        {"a new element comes behind all others", "<r><set/><int>01</int></r>", "set[1]|oid", "1.2",
+         "<r><set/><int>01</int><set><oid>1.2</oid></set></r>"},
+        {"what is missing before an index is created", "<r/>", "a[2]", "x", "<r><a/><a/><a>x</a></r>"},
+        {"so is the rest of the path", "<r><a>y</a></r>", "a[2]|b[1]", "x",
+         "<r><a>y</a><a/><a><b/><b>x</b></a></r>"},
+        {"content is replaced, attributes stay", "<r><a k=\"v\">old</a></r>", "a", "new",
+         "<r><a k=\"v\">new</a></r>"},
+        {"elements below stay", "<r><a>old<b/></a></r>", "a", "new", "<r><a>new<b/></a></r>"},
+        {"without content it is only there", "<r/>", "a|null", "", "<r><a><null/></a></r>"},
+        {"no content replaces content", "<r><a>old<b/></a></r>", "a", "", "<r><a><b/></a></r>"},
+    };
+    for (const auto& it : cases) {
+        CkXml tree = Loaded(it.before);
+        tree.UpdateChildContent(it.path, it.content);
+        EXPECT_EQ(tree.getXml(), it.after) << it.rule;
+    }
 }
 
 TEST(CkXml, UpdateChildContent_EscapesTheContent) {

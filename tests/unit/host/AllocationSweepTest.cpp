@@ -46,13 +46,6 @@ public:
     std::_Exit(FailingAllocation::Happened() ? 1 : 0);
 }
 
-std::string Frame(const std::string& json) {
-    std::string frame;
-    for (unsigned shift = 0; shift < 32; shift += 8)
-        frame += static_cast<char>(json.size() >> shift);
-    return frame + json;
-}
-
 std::vector<nlohmann::json> Replies(std::string_view bytes) {
     std::vector<nlohmann::json> replies;
     while (bytes.size() >= 4) {
@@ -91,7 +84,7 @@ protected:
     /// Runs the request loop over the request and one more, in a process of its own. Its wait status.
     int Serve(std::size_t n) {
         std::filesystem::remove("QMSignerExtHostLog.txt");
-        const std::string frames = Frame(request_.dump()) + Frame(R"({"text":"served","nonce":"next"})");
+        const std::string frames = FrameOf(request_.dump()) + FrameOf(R"({"text":"served","nonce":"next"})");
         input_ = frames;
         const pid_t child = fork();
         if (child == 0) {
