@@ -46,11 +46,12 @@ void CheckRecord(X509* certificate, std::string_view der, const nlohmann::ordere
                          (hasKey ? "PublicKey Cert " : "ErrMsg "),
             "the members and their order");
     Require(record.at("CertThumbPrint") == ToHex(DigestOf("SHA1", der)), "the thumbprint");
-    Require(!hasKey || FromBase64(record.at("Cert")) == der, "the certificate itself");
+    Require(!hasKey || FromBase64(record.at("Cert").get<std::string>()) == der, "the certificate itself");
     if (!certificate)
         return;
     Require(hasKey == (X509_get0_pubkey(certificate) != nullptr), "a key that can be read is there");
-    Require(!hasKey || FromBase64(record.at("PublicKey")) == PublicKey(*certificate), "the public key");
+    Require(!hasKey || FromBase64(record.at("PublicKey").get<std::string>()) == PublicKey(*certificate),
+            "the public key");
 }
 
 void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const std::string& card) {
