@@ -14,15 +14,6 @@
 
 namespace {
 
-/// The size of the DER value at the begin of `bytes`; 0 when there is none.
-std::size_t ValueSize(const std::string& bytes) {
-    const unsigned char* next = Octets(bytes);
-    long length = 0;
-    int tag = 0, tagClass = 0;
-    const int header = ASN1_get_object(&next, &length, &tag, &tagClass, static_cast<long>(bytes.size()));
-    return header & 0x81 ? 0 : static_cast<std::size_t>(next - Octets(bytes) + length);
-}
-
 /// Whether `der` is values to its last byte, down to the primitive ones.
 bool IsDer(const unsigned char* next, const unsigned char* end, int depth) {
     while (next != end) {

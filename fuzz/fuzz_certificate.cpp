@@ -72,13 +72,16 @@ void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const st
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     EnterHostFolder();
-    const std::string_view der(reinterpret_cast<const char*>(data), size);
+    std::string_view der(reinterpret_cast<const char*>(data), size);
+    if (const std::size_t valueSize = ValueSize(der); valueSize > 0)
+        der = der.substr(0, valueSize); // what stands behind is padding
     const Owned<X509> certificate = Decoded(d2i_X509, der);
     QMX509Decoder decoder;
-    const std::unique_ptr<CkJsonObject> details(decoder.GetX509CertDetails(der.data(), size));
+    const std::unique_ptr<CkJsonObject> details(
+        decoder.GetX509CertDetails(reinterpret_cast<const char*>(data), size));
     const auto record = nlohmann::ordered_json::parse(details->emit(), nullptr, false);
     Require(record.is_object(), "the record is valid JSON");
     CheckRecord(certificate.get(), der, record);
-    CheckCard(certificate.get(), record, decoder.GetX509CertHTML(der.data(), size));
+    CheckCard(certificate.get(), record, decoder.GetX509CertHTML(reinterpret_cast<const char*>(data), size));
     return 0;
 }

@@ -59,6 +59,15 @@ std::string Encoded(int (*encode)(const Value*, unsigned char**), const Value* v
     return der;
 }
 
+/// The size of the DER value at the begin of `bytes`; 0 when there is none.
+inline std::size_t ValueSize(std::string_view bytes) {
+    const unsigned char* next = Octets(bytes);
+    long length = 0;
+    int tag = 0, tagClass = 0;
+    const int header = ASN1_get_object(&next, &length, &tag, &tagClass, static_cast<long>(bytes.size()));
+    return header & 0x81 ? 0 : static_cast<std::size_t>(next - Octets(bytes) + length);
+}
+
 /// A stream that reads `bytes`, which have to outlive it.
 inline Owned<BIO> ReaderOf(std::string_view bytes) {
     return Owned<BIO>(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
