@@ -175,7 +175,8 @@ CK_RV FakeToken::GetAttributeValue(Session&, CK_OBJECT_HANDLE handle, std::span<
         else {
             attribute.ulValueLen = known->second.size();
             if (attribute.pValue != nullptr)
-                std::memcpy(attribute.pValue, known->second.data(), known->second.size());
+                std::copy(known->second.begin(), known->second.end(),
+                          static_cast<CK_BYTE*>(attribute.pValue));
         }
     }
     return answer;
