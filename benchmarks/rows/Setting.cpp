@@ -32,7 +32,7 @@ Program Setting::Host(const std::string& name, int certificates, int logLevel) c
     Program program = {{name == "QMChromeExtHost" ? bin_ / name : programs_ / name},
                        NewHostFolder(logLevel),
                        Token(certificates).env};
-    program.env["QM_BENCH_PIN"] = pin;
+    program.env["QM_USER_PIN"] = pin;
     return program;
 }
 

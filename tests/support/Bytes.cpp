@@ -50,6 +50,15 @@ std::string DigestOf(const char* hash, std::string_view bytes) {
     return digest;
 }
 
+std::string DerValue(int tag, std::string_view content) {
+    std::string length;
+    for (std::size_t rest = content.size(); rest > 0 || length.empty(); rest >>= 8)
+        length.insert(length.begin(), static_cast<char>(rest));
+    if (content.size() >= 0x80)
+        length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
+    return static_cast<char>(tag) + length + std::string(content);
+}
+
 bool IsUtf8(const std::string& text) {
     try {
         return !nlohmann::json(text).dump().empty();

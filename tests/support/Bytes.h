@@ -20,5 +20,8 @@ std::string FromBase64(std::string_view text);
 /// The digest of `bytes`, by libcrypto's name of it: "SHA256".
 std::string DigestOf(const char* hash, std::string_view bytes);
 
+/// The DER value with this identifier octet around `content`, its length in as few octets as DER wants.
+std::string DerValue(int tag, std::string_view content);
+
 /// Whether a strict JSON writer takes `text`, that is, whether it is UTF-8.
 bool IsUtf8(const std::string& text);

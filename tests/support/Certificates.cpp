@@ -104,6 +104,18 @@ EVP_PKEY* KeyOf(KeyKind kind) {
     }
 }
 
+std::vector<std::string> CertificatesIn(const std::string& pemFile) {
+    std::vector<std::string> certificates;
+    const Owned<BIO> file(BIO_new_file(pemFile.c_str(), "r"));
+    while (file) {
+        const Owned<X509> certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+        if (!certificate)
+            break;
+        certificates.push_back(Encoded(i2d_X509, certificate.get()));
+    }
+    return certificates;
+}
+
 std::string PrivateKeyPem(EVP_PKEY* key) {
     const Owned<BIO> text(BIO_new(BIO_s_mem()));
     Check(PEM_write_bio_PrivateKey(text.get(), key, nullptr, nullptr, 0, nullptr, nullptr) > 0,
@@ -116,6 +128,13 @@ Extension Configured(const char* name, const std::string& value) {
     Check(made != nullptr, name);
     const ASN1_OCTET_STRING* der = X509_EXTENSION_get_data(made.get());
     return {name, {der->data, der->data + der->length}, X509_EXTENSION_get_critical(made.get()) != 0};
+}
+
+std::vector<Extension> ForSigning(const std::string& email) {
+    std::vector<Extension> extensions = {Configured("keyUsage", "critical,digitalSignature")};
+    if (!email.empty())
+        extensions.push_back(Configured("subjectAltName", "email:" + email));
+    return extensions;
 }
 
 std::string FromNow(long seconds) {

@@ -31,6 +31,9 @@ struct Extension {
 /// ("critical,digitalSignature"); throws std::runtime_error when they would not.
 Extension Configured(const char* name, const std::string& value);
 
+/// What a user's certificate has: a key usage that signs, and the e-mail address when it is given.
+std::vector<Extension> ForSigning(const std::string& email = "");
+
 /// For the validity of a certificate: the time that many seconds from now.
 std::string FromNow(long seconds);
 
@@ -53,6 +56,9 @@ struct CertificateOrder {
 
 /// The key in the certificates of that kind, one for the whole process; null for the kinds that have none.
 EVP_PKEY* KeyOf(KeyKind kind);
+
+/// The certificates of a PEM file, in DER; none when it cannot be read.
+std::vector<std::string> CertificatesIn(const std::string& pemFile);
 
 /// The private key as PEM (PKCS#8) without a password.
 std::string PrivateKeyPem(EVP_PKEY* key);

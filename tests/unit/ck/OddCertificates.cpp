@@ -3,19 +3,7 @@
 #include "support/Bytes.h"
 #include "support/Certificates.h"
 
-#include <openssl/pem.h>
-
-std::vector<std::string> SystemCertificates() {
-    std::vector<std::string> certificates;
-    const Owned<BIO> file(BIO_new_file("/etc/ssl/certs/ca-certificates.crt", "r"));
-    while (file) {
-        const Owned<X509> certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
-        if (!certificate)
-            break;
-        certificates.push_back(Encoded(i2d_X509, certificate.get()));
-    }
-    return certificates;
-}
+std::vector<std::string> SystemCertificates() { return CertificatesIn("/etc/ssl/certs/ca-certificates.crt"); }
 
 std::vector<std::string> OddCertificates() {
     using namespace std::string_literals;

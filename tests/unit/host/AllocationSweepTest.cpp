@@ -17,24 +17,6 @@
 
 namespace {
 
-/// A choice that is no certificate of the token; when empty, the first one is chosen.
-std::string strangeChoice;
-
-} // namespace
-
-/// In the place of the window: the user has chosen.
-OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
-    if (TokenManager::TokenState < TOKEN_SESSION_OPEN) {
-        if (OperationResult opened = tokenManager.TokenOpenSession(); !opened.success)
-            return opened;
-    }
-    tokenManager.BuildTokenCertList();
-    selCKA_ID = strangeChoice.empty() ? SelectCertDisplayListCKA_ID.at(0) : strangeChoice;
-    return {true, selCKA_ID};
-}
-
-namespace {
-
 void Reopen(const char* file, std::FILE* stream) {
     if (!std::freopen(file, "wb", stream))
         std::abort();
@@ -126,7 +108,7 @@ protected:
 
     /// In one word, what came of it; fails for what must not come.
     std::string Outcome(std::size_t n) {
-        const std::vector<nlohmann::json> replies = Replies(Read("out"));
+        const std::vector<nlohmann::json> replies = Replies(ReadFile("out"));
         const auto isNext = [](const nlohmann::json& reply) {
             return reply == nlohmann::json::parse(
                                 R"({"status_cd":0,"result":"QMHost Error: echo: served","nonce":"next"})");
@@ -139,7 +121,7 @@ protected:
             return "no reply, the next is served: ReturnResult";
         if (replies.size() == 1 && replies[0].at("nonce") == "n" && (isReadingFailed || isReplyFailed))
             return "replied, the next failed";
-        EXPECT_EQ(replies.size(), 2U) << n << ": " << Read("out") << Log();
+        EXPECT_EQ(replies.size(), 2U) << n << ": " << ReadFile("out") << Log();
         if (replies.size() != 2)
             return "?";
         const std::string& text = replies[0].at("result").get_ref<const std::string&>();
@@ -161,10 +143,6 @@ protected:
         return text == expected_ ? "replied as ever" : "replied: failed, in words";
     }
 
-    static bool HasLogged(const std::string& line) {
-        return Log().find(" " + line + "\n") != std::string::npos;
-    }
-
     /// Whether a successful result is all that it has to be: that of the undisturbed request.
     bool IsWhole(const std::string& result) const { return result == expected_; }
 
@@ -174,8 +152,8 @@ protected:
 };
 
 TEST_P(AllocationSweep, EveryRequestIsAnsweredOrTheEndIsTold) {
-    ASSERT_EQ(Serve(0), 0) << Read("errors");
-    const std::vector<nlohmann::json> undisturbed = Replies(Read("out"));
+    ASSERT_EQ(Serve(0), 0) << ReadFile("errors");
+    const std::vector<nlohmann::json> undisturbed = Replies(ReadFile("out"));
     ASSERT_EQ(undisturbed.size(), 2U);
     ASSERT_EQ(undisturbed[0].at("status_cd"), GetParam().status) << undisturbed[0];
     expected_ = undisturbed[0].at("result");
@@ -188,7 +166,7 @@ TEST_P(AllocationSweep, EveryRequestIsAnsweredOrTheEndIsTold) {
             break;
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1)
             << "allocation " << n << ": status " << status << "\n"
-            << Read("errors") << Log();
+            << ReadFile("errors") << Log();
         ++table[Outcome(n)];
     }
     std::cout << GetParam().name << ": " << n - 1 << " allocations\n";
@@ -199,15 +177,16 @@ TEST_P(AllocationSweep, EveryRequestIsAnsweredOrTheEndIsTold) {
 using Choice = ScriptedToken;
 
 TEST_F(Choice, ThatIsInNoRecordIsNotFound) {
-    LoadModule();
-    strangeChoice = "stranger";
+    OpenToken();
+    tokenManager.BuildTokenCertList();
+    selCKA_ID = "stranger";
     const OperationResult result = msgHost.GetSelCertFromToken();
-    strangeChoice.clear();
+    selCKA_ID.clear();
     EXPECT_FALSE(result.success);
     EXPECT_EQ(result.text, "GetSelCertFromToken - Selected Key ID Not Found in Certificates List: stranger");
 }
 
-using Handlers = ScratchFolder;
+using Handlers = HostFixture;
 
 TEST_F(Handlers, GetNoExceptionFromFailure) {
     const std::runtime_error reason("a reason");
@@ -226,11 +205,11 @@ TEST_F(Handlers, GetNoExceptionFromFailure) {
     EXPECT_GT(withoutText, 0U);
 }
 
-using Settings = ScratchFolder;
+using Settings = HostFixture;
 
 TEST_F(Settings, AFailedAllocationLeavesWhatWasAppliedAndTellsTheReasonAlone) {
-    Write("QMHostSettings.json",
-          R"({"AppLogLevel": 2, "TokenDriverFullPath": "/a/path/that/is/long/enough/for/the/heap.so"})");
+    WriteFile("QMHostSettings.json",
+              R"({"AppLogLevel": 2, "TokenDriverFullPath": "/a/path/that/is/long/enough/for/the/heap.so"})");
     int told = 0;
     for (std::size_t n = 1;; ++n) {
         std::filesystem::remove("QMSignerExtHostLog.txt");

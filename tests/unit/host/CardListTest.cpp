@@ -1,13 +1,17 @@
 // Cards as they are drawn.
 
 #include "QMX509Decoder.h"
-#include "TestCertificate.h"
+#include "support/Certificates.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string_view>
 
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 std::string CardOf(const std::string& der) { return QMX509Decoder().GetX509CertHTML(der.data(), der.size()); }
 
@@ -17,7 +21,8 @@ std::string ShownOf(const std::string& der) {
 
 /// How a common name is drawn: what stands in the place of its card.
 std::string Shown(const std::string& name) {
-    const std::string shown = ShownOf(TestCertificate{.subject = {{"CN", name}}}.der());
+    const std::string shown =
+        ShownOf(CertificateOrder{.subject = {{"CN", name}}, .extensions = ForSigning()}.der());
     const std::string_view head = "<div style='font-family:verdana;'><span style='color:blue;'><b>";
     EXPECT_TRUE(shown.starts_with(head)) << shown;
     const std::size_t end =
@@ -27,9 +32,11 @@ std::string Shown(const std::string& name) {
 }
 
 TEST(ShownCard, ACardWithoutMarkupInItsNamesIsShownAsItIs) {
-    for (const TestCertificate& certificate :
-         {TestCertificate{}, TestCertificate{.notBefore = -2 * 86400, .notAfter = -86400},
-          TestCertificate{.subject = {{"CN", "Jürgen Müller"}, {"O", "आशा"}}, .email = "j@example.com"}}) {
+    for (const CertificateOrder& certificate :
+         {CertificateOrder{.extensions = ForSigning()},
+          CertificateOrder{.notAfter = "231231235959Z", .extensions = ForSigning()},
+          CertificateOrder{.subject = {{"CN", "Jürgen Müller"}, {"O", "आशा"}},
+          .extensions = ForSigning("j@example.com")}}) {
         const std::string der = certificate.der();
         EXPECT_EQ(ShownOf(der), CardOf(der));
     }
@@ -43,7 +50,7 @@ TEST(ShownCard, MarkupInANameIsText) {
 }
 
 TEST(ShownCard, ACardInsideOfANameIsText) {
-    const std::string card = CardOf(TestCertificate{}.der());
+    const std::string card = CardOf(CertificateOrder{.extensions = ForSigning()}.der());
     const std::string name = card.substr(63, 60); // as much as fits a name
     const std::string shown = Shown(name);
     EXPECT_EQ(shown.find('<'), std::string::npos) << shown;
@@ -66,16 +73,14 @@ TEST(ShownCard, LettersOfAllScriptsAreAsTheyAre) {
 }
 
 TEST(ShownCard, NoPartOfALongNameIsShown) {
-    // libcrypto makes no such name; the longest texts that it makes are these.
     const std::string organisation = "Bank of Somewhere " + std::string(46, 'x');
-    const std::string shown = ShownOf(TestCertificate{.subject = {{"O", organisation}}}.der());
-    EXPECT_NE(shown.find("Bank of Somewhere " + std::string(24, 'x') + " " + std::string(22, 'x')),
-              std::string::npos)
-        << shown;
+    const std::string shown =
+        ShownOf(CertificateOrder{.subject = {{"O", organisation}}, .extensions = ForSigning()}.der());
+    EXPECT_THAT(shown, HasSubstr("Bank of Somewhere " + std::string(24, 'x') + " " + std::string(22, 'x')));
     const std::string email = std::string(250, 'e') + "@a.example";
-    const std::string longer = ShownOf(TestCertificate{.email = email}.der());
-    EXPECT_NE(longer.find("&nbsp;([260 characters])</span>"), std::string::npos) << longer;
-    EXPECT_EQ(longer.find("eee"), std::string::npos);
+    const std::string longer = ShownOf(CertificateOrder{.extensions = ForSigning(email)}.der());
+    EXPECT_THAT(longer, HasSubstr("&nbsp;([260 characters])</span>"));
+    EXPECT_THAT(longer, Not(HasSubstr("eee")));
 }
 
 } // namespace

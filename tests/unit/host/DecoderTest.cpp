@@ -1,47 +1,49 @@
 #include "QMX509Decoder.h"
 
-#include "ScratchFolder.h"
-#include "TestCertificate.h"
+#include "HostFixture.h"
 #include "ck/CkJsonObject.h"
+#include "support/Certificates.h"
 
 #include <memory>
 
 namespace {
 
-using DecoderTest = ScratchFolder;
+using DecoderTest = HostFixture;
+using testing::HasSubstr;
+using testing::Not;
 
 std::string CardOfDer(const std::string& der) {
     return QMX509Decoder().GetX509CertHTML(der.data(), der.size());
 }
 
-std::string CardOf(const TestCertificate& certificate) { return CardOfDer(certificate.der()); }
+std::string CardOf(const CertificateOrder& certificate) { return CardOfDer(certificate.der()); }
 
 std::unique_ptr<CkJsonObject> RecordOf(const std::string& der) {
     return std::unique_ptr<CkJsonObject>(QMX509Decoder().GetX509CertDetails(der.data(), der.size()));
 }
 
 TEST_F(DecoderTest, AKeyThatSignsOnlyCertificatesIsAChainCert) {
-    EXPECT_EQ(CardOf({.keyUsage = "critical,keyCertSign,cRLSign"}), "ChainCert");
+    EXPECT_EQ(CardOf({.extensions = {Configured("keyUsage", "critical,keyCertSign,cRLSign")}}), "ChainCert");
 }
 
 TEST_F(DecoderTest, ACertificateWithoutKeyUsageIsAChainCert) {
-    EXPECT_EQ(CardOf({.keyUsage = std::nullopt}), "ChainCert");
+    EXPECT_EQ(CardOf(CertificateOrder{}), "ChainCert");
 }
 
 TEST_F(DecoderTest, OneSigningUseIsEnoughForACard) {
     for (const char* usage : {"digitalSignature", "nonRepudiation", "keyCertSign,digitalSignature"})
-        EXPECT_EQ(CardOf({.keyUsage = usage}).substr(0, 5), "<div ") << usage;
+        EXPECT_EQ(CardOf({.extensions = {Configured("keyUsage", usage)}}).substr(0, 5), "<div ") << usage;
 }
 
 TEST_F(DecoderTest, TheKeyUsageIsLoggedInDecimal) {
     AppLogLevel = DEBUG;
-    CardOf({.keyUsage = "digitalSignature,nonRepudiation"});
-    EXPECT_NE(Log().find(" GetX509CertHTML - Load Certificate Success\n"), std::string::npos);
-    EXPECT_NE(Log().find(" Key Usages: 192\n"), std::string::npos) << Log();
+    CardOf({.extensions = {Configured("keyUsage", "digitalSignature,nonRepudiation")}});
+    EXPECT_TRUE(HasLogged("GetX509CertHTML - Load Certificate Success"));
+    EXPECT_TRUE(HasLogged("Key Usages: 192")) << Log();
 }
 
 TEST_F(DecoderTest, ACardIsNameEmailOrganisationAndValidityInThisOrder) {
-    const std::string der = TestCertificate{.email = "asha@example.in"}.der();
+    const std::string der = CertificateOrder{.extensions = ForSigning("asha@example.in")}.der();
     const std::string expDate = RecordOf(der)->stringOf("ExpDate");
     EXPECT_EQ(CardOfDer(der),
               "<div style='font-family:verdana;'><span style='color:blue;'><b>Asha Rao</b>&nbsp;("
@@ -50,37 +52,35 @@ TEST_F(DecoderTest, ACardIsNameEmailOrganisationAndValidityInThisOrder) {
 }
 
 TEST_F(DecoderTest, WithoutAnEmailTheParenthesesAreEmpty) {
-    EXPECT_NE(CardOf({}).find("<b>Asha Rao</b>&nbsp;()</span>"), std::string::npos);
+    EXPECT_THAT(CardOf({.extensions = ForSigning()}), HasSubstr("<b>Asha Rao</b>&nbsp;()</span>"));
 }
 
 TEST_F(DecoderTest, ACertificateThatEndedYesterdayIsShownAsExpired) {
-    const std::string card = CardOf({.notBefore = -2 * 86400, .notAfter = -86400});
-    EXPECT_NE(card.find("<span style='font-size:80%;color:red'><b>Expired: "), std::string::npos) << card;
-    EXPECT_EQ(card.find("Valid upto"), std::string::npos);
+    const std::string card = CardOf({.notAfter = FromNow(-86400), .extensions = ForSigning()});
+    EXPECT_THAT(card, HasSubstr("<span style='font-size:80%;color:red'><b>Expired: "));
+    EXPECT_THAT(card, Not(HasSubstr("Valid upto")));
 }
 
 TEST_F(DecoderTest, ACertificateThatEndsTomorrowIsShownAsValid) {
-    const std::string card = CardOf({.notAfter = 86400});
-    EXPECT_NE(card.find("<span style='font-size:80%;'><b>Valid upto: "), std::string::npos) << card;
-    EXPECT_EQ(card.find("Expired"), std::string::npos);
+    const std::string card = CardOf({.notAfter = FromNow(86400), .extensions = ForSigning()});
+    EXPECT_THAT(card, HasSubstr("<span style='font-size:80%;'><b>Valid upto: "));
+    EXPECT_THAT(card, Not(HasSubstr("Expired")));
 }
 
 TEST_F(DecoderTest, AKeyThatCannotBeReadLeavesTheRecordWithTheErrorInItsPlace) {
     AppLogLevel = DEBUG;
-    std::string der = TestCertificate{}.der();
-    const std::string_view keyInBitString("\x03\x82\x01\x0f\0\x30", 6);
-    der[der.find(keyInBitString) + 5] = '\x31'; // no SEQUENCE any more
-    const std::unique_ptr<CkJsonObject> record = RecordOf(der);
+    const std::unique_ptr<CkJsonObject> record = RecordOf(CertificateOrder{.key = KeyKind::BrokenRsa}.der());
     int position = 0;
     for (const char* member : {"SelCertSubject", "CertThumbPrint", "eMail", "ValidFrom", "ExpDate", "ErrMsg"})
         EXPECT_EQ(record->IndexOf(member), position++) << member;
     EXPECT_EQ(record->IndexOf("PublicKey"), -1);
     EXPECT_EQ(record->IndexOf("Cert"), -1);
-    EXPECT_NE(Log().find(record->stringOf("ErrMsg") + "\n"), std::string::npos) << Log();
+    EXPECT_THAT(Log(), HasSubstr(record->stringOf("ErrMsg") + "\n"));
 }
 
 TEST_F(DecoderTest, TheRecordHasItsMembersInOrder) {
-    const std::unique_ptr<CkJsonObject> record = RecordOf(TestCertificate{.email = "asha@example.in"}.der());
+    const std::unique_ptr<CkJsonObject> record =
+        RecordOf(CertificateOrder{.extensions = ForSigning("asha@example.in")}.der());
     int position = 0;
     for (const char* member :
          {"SelCertSubject", "CertThumbPrint", "eMail", "ValidFrom", "ExpDate", "PublicKey", "Cert"})
@@ -91,23 +91,20 @@ TEST_F(DecoderTest, TheRecordHasItsMembersInOrder) {
 }
 
 TEST_F(DecoderTest, ValidFromIsATimestampAndExpDateTheRfc822Text) {
-    const std::unique_ptr<CkJsonObject> record = RecordOf(TestCertificate{}.der());
+    const std::unique_ptr<CkJsonObject> record = RecordOf(CertificateOrder{}.der());
     EXPECT_TRUE(record->stringOf("ValidFrom").ends_with("Z")) << record->stringOf("ValidFrom");
     EXPECT_TRUE(record->stringOf("ExpDate").ends_with(" GMT")) << record->stringOf("ExpDate");
 }
 
 TEST_F(DecoderTest, AValidityThatCannotBeReadIsShownAsExpiredWithoutADate) {
-    std::string der = TestCertificate{}.der();
-    // UTCTime, 13 bytes: begin and end.
-    for (std::size_t time = der.find("\x17\x0d"); time != std::string::npos;
-         time = der.find("\x17\x0d", time + 2))
-        der.replace(time + 2, 13, "301399000000Z");
+    const char* const noTime = "301399000000Z";
+    const std::string der =
+        CertificateOrder{.notBefore = noTime, .notAfter = noTime, .extensions = ForSigning()}.der();
     const std::unique_ptr<CkJsonObject> record = RecordOf(der);
     EXPECT_EQ(record->IndexOf("ErrMsg"), -1);
     EXPECT_EQ(record->stringOf("ValidFrom"), "");
     EXPECT_EQ(record->stringOf("ExpDate"), "");
-    EXPECT_NE(CardOfDer(der).find("color:red'><b>Expired: </b></span></div><hr>"), std::string::npos)
-        << CardOfDer(der);
+    EXPECT_THAT(CardOfDer(der), HasSubstr("color:red'><b>Expired: </b></span></div><hr>"));
 }
 
 TEST_F(DecoderTest, BytesThatAreNoCertificateGiveARecordWithTheErrorAlone) {

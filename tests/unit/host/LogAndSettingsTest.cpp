@@ -1,11 +1,11 @@
+#include "HostFixture.h"
 #include "MainSelectCertificate.h"
-#include "ScratchFolder.h"
 
 #include <regex>
 
 namespace {
 
-using LogTextToFileTest = ScratchFolder;
+using LogTextToFileTest = HostFixture;
 
 TEST_F(LogTextToFileTest, AMessageBelowTheThresholdDoesNotEvenCreateTheFile) {
     LogTextToFile("trace", DEBUG);
@@ -53,7 +53,7 @@ TEST_F(LogTextToFileTest, AFileThatCannotBeOpenedIsPassedOverAndWrittenAgainLate
     EXPECT_EQ(Log().substr(24), " kept\n");
 }
 
-using LoadQMHostSettingsTest = ScratchFolder;
+using LoadQMHostSettingsTest = HostFixture;
 
 TEST_F(LoadQMHostSettingsTest, WithoutAFileTheDefaultsStayAndTheReasonIsLogged) {
     LoadQMHostSettings();
@@ -61,47 +61,44 @@ TEST_F(LoadQMHostSettingsTest, WithoutAFileTheDefaultsStayAndTheReasonIsLogged) 
     EXPECT_EQ(TokenDriverFullPath, "./QMTokenDriver.so");
     const std::string text = " Cound not Load Settings from QMHostSettings.json - ";
     ASSERT_EQ(Log().substr(24, text.size()), text);
-    EXPECT_NE(Log().find("No such file or directory"), std::string::npos) << Log();
-}
-
-TEST_F(LoadQMHostSettingsTest, AMalformedFileLeavesTheDefaults) {
-    Write("QMHostSettings.json", R"({"AppLogLevel": 1, )");
-    LoadQMHostSettings();
-    EXPECT_EQ(AppLogLevel, INFO);
-    EXPECT_NE(Log().find("Cound not Load Settings from QMHostSettings.json - "), std::string::npos) << Log();
-}
-
-TEST_F(LoadQMHostSettingsTest, TheLogLevelAloneLeavesTheDriverPath) {
-    Write("QMHostSettings.json", R"({"AppLogLevel": 1})");
-    LoadQMHostSettings();
-    EXPECT_EQ(AppLogLevel, DEBUG);
-    EXPECT_EQ(TokenDriverFullPath, "./QMTokenDriver.so");
+    EXPECT_THAT(Log(), testing::HasSubstr("No such file or directory"));
 }
 
 TEST_F(LoadQMHostSettingsTest, TheLineThatTellsOfTheFileIsWrittenUnderTheDefaultThreshold) {
-    Write("QMHostSettings.json", R"({"AppLogLevel": 9})");
+    WriteFile("QMHostSettings.json", R"({"AppLogLevel": 9})");
     LoadQMHostSettings();
     EXPECT_EQ(Log().substr(24), " Loading Settings from QMHostSettings.json\n");
     EXPECT_EQ(static_cast<int>(AppLogLevel), 9);
 }
 
-TEST_F(LoadQMHostSettingsTest, AnEmptyPathKeepsTheDefault) {
-    Write("QMHostSettings.json", R"({"TokenDriverFullPath": ""})");
-    LoadQMHostSettings();
-    EXPECT_EQ(TokenDriverFullPath, "./QMTokenDriver.so");
-}
-
-TEST_F(LoadQMHostSettingsTest, APathIsTakenAsItStands) {
-    Write("QMHostSettings.json", R"({"TokenDriverFullPath": "/opt/maker/lib with blank.so"})");
-    LoadQMHostSettings();
-    EXPECT_EQ(TokenDriverFullPath, "/opt/maker/lib with blank.so");
-}
-
-TEST_F(LoadQMHostSettingsTest, MembersOfOtherTypesAreConvertedNotRefused) {
-    Write("QMHostSettings.json", R"({"AppLogLevel": "1", "TokenDriverFullPath": 17})");
-    LoadQMHostSettings();
-    EXPECT_EQ(AppLogLevel, DEBUG);
-    EXPECT_EQ(TokenDriverFullPath, "17");
+TEST_F(LoadQMHostSettingsTest, EachMemberIsTakenAsItStandsOrLeavesItsDefault) {
+    const struct {
+        const char* rule;
+        const char* file;
+        int level;
+        const char* path;
+        const char* logged = " Loading Settings from QMHostSettings.json\n";
+    } cases[] = {
+        {"a malformed file leaves the defaults", R"({"AppLogLevel": 1, )", INFO, "./QMTokenDriver.so",
+         "Cound not Load Settings from QMHostSettings.json - "},
+        {"the log level alone leaves the path", R"({"AppLogLevel": 1})", DEBUG, "./QMTokenDriver.so"},
+        {"an empty path keeps the default", R"({"TokenDriverFullPath": ""})", INFO, "./QMTokenDriver.so"},
+        {"a path is taken as it stands", R"({"TokenDriverFullPath": "/opt/maker/lib with blank.so"})", INFO,
+         "/opt/maker/lib with blank.so"},
+        {"members of other types are converted, not refused",
+         R"({"AppLogLevel": "1", "TokenDriverFullPath": 17})", DEBUG, "17"},
+    };
+    for (const auto& it : cases) {
+        SCOPED_TRACE(it.rule);
+        AppLogLevel = INFO;
+        TokenDriverFullPath = "./QMTokenDriver.so";
+        std::filesystem::remove("QMSignerExtHostLog.txt");
+        WriteFile("QMHostSettings.json", it.file);
+        LoadQMHostSettings();
+        EXPECT_EQ(AppLogLevel, it.level);
+        EXPECT_EQ(TokenDriverFullPath, it.path);
+        EXPECT_THAT(Log(), testing::HasSubstr(it.logged));
+    }
 }
 
 } // namespace

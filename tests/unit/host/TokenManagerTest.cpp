@@ -1,6 +1,11 @@
 #include "ScriptedToken.h"
 
+#include <fstream>
+
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 /// Whether the kernel keeps the page at this address in memory: "lo" among the VmFlags of its mapping.
 bool IsLocked(const char* address) {
@@ -31,7 +36,7 @@ TEST_F(TokenManagerTest, AModuleThatIsNotThereIsReportedInTheWordsForTheUser) {
               "Could not load Smartcard or Token driver from path: ./QMTokenDriver.so, exiting Quillmark "
               "Extension Host... \n\nPut the file in application folder with name 'QMTokenDriver.so' and "
               "try again.");
-    EXPECT_NE(Log().find(loaded.text), std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(loaded.text));
 }
 
 TEST_F(TokenManagerTest, AnEmptyPathLoadsTheProgramItselfAndFailsAtTheFirstCall) {
@@ -44,8 +49,7 @@ TEST_F(TokenManagerTest, AnEmptyPathLoadsTheProgramItselfAndFailsAtTheFirstCall)
 
 TEST_F(TokenManagerTest, TheReportNamesTheModule) {
     LoadModule();
-    EXPECT_NE(Log().find(std::string(" Token Drivers Loaded from ") + FAKE_PKCS11_MODULE + "\n"),
-              std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(std::string(" Token Drivers Loaded from ") + FAKE_PKCS11_MODULE + "\n"));
 }
 
 TEST_F(TokenManagerTest, OnlyTheLow32BitsOfAResultAreShown) {
@@ -93,7 +97,7 @@ TEST_F(TokenManagerTest, OpeningTwiceFailsInTheSecondInitialisation) {
     const OperationResult again = tokenManager.TokenOpenSession();
     EXPECT_FALSE(again.success);
     EXPECT_EQ(again.text, "[CKR_ERROR in C_Initialize] ErrCode = 0x00000191.");
-    EXPECT_NE(Log().find(" Error  in TokenOpenSession(): " + again.text), std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(" Error  in TokenOpenSession(): " + again.text));
 }
 
 TEST_F(TokenManagerTest, AGivenPinIsUsedWithoutAskingAndKept) {
@@ -125,7 +129,7 @@ TEST_F(TokenManagerTest, ThePinIsInNoLogLine) {
     script["pin"] = "s3cretP1n";
     LoadModule();
     EXPECT_TRUE(tokenManager.TokenLogin("s3cretP1n").success);
-    EXPECT_EQ(Log().find("s3cretP1n"), std::string::npos);
+    EXPECT_THAT(Log(), Not(HasSubstr("s3cretP1n")));
 }
 
 TEST_F(TokenManagerTest, LoggingInTwiceOpensTheSessionAnewAndFailsThere) {
@@ -134,10 +138,10 @@ TEST_F(TokenManagerTest, LoggingInTwiceOpensTheSessionAnewAndFailsThere) {
 }
 
 TEST_F(TokenManagerTest, ChainCertificatesAreRecordedButNotOffered) {
-    AddCertificate("ca1", "ca1.der", {.keyUsage = "critical,keyCertSign,cRLSign"});
-    AddCertificate("ca2", "ca2.der", {.keyUsage = std::nullopt});
-    LoadModule();
-    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    AddCertificate("ca1", "ca1.der",
+                   {.extensions = {Configured("keyUsage", "critical,keyCertSign,cRLSign")}});
+    AddCertificate("ca2", "ca2.der", {});
+    OpenToken();
     for (int build = 0; build < 2; ++build) { // the second one starts from scratch
         EXPECT_EQ(tokenManager.BuildTokenCertList().size(), 1U);
         EXPECT_EQ(SelectCertDisplayListCKA_ID, std::vector<std::string>{"01"});
@@ -150,11 +154,10 @@ TEST_F(TokenManagerTest, ChainCertificatesAreRecordedButNotOffered) {
 
 TEST_F(TokenManagerTest, AnIdIsItsBytesUpToTheFirstZero) {
     script["objects"] = nlohmann::json::array();
-    AddCertificate(std::string("ab\0cd", 5), "zero.der", {});
-    AddCertificate("", "empty.der", {});
-    AddCertificate("\xff\x80id", "binary.der", {});
-    LoadModule();
-    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    AddCertificate(std::string("ab\0cd", 5), "zero.der", {.extensions = ForSigning()});
+    AddCertificate("", "empty.der", {.extensions = ForSigning()});
+    AddCertificate("\xff\x80id", "binary.der", {.extensions = ForSigning()});
+    OpenToken();
     tokenManager.BuildTokenCertList();
     EXPECT_EQ(SelectCertDisplayListCKA_ID, (std::vector<std::string>{"ab", "", "\xff\x80id"}));
     EXPECT_EQ(tokenManager.TokenCertList.FindObject("CKA_ID", "\xff\x80id", true), 2);
@@ -162,10 +165,9 @@ TEST_F(TokenManagerTest, AnIdIsItsBytesUpToTheFirstZero) {
 
 TEST_F(TokenManagerTest, ATokenWithoutCertificatesGivesAnEmptyListAndALogLine) {
     script["objects"] = nlohmann::json::array();
-    LoadModule();
-    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    OpenToken();
     EXPECT_TRUE(tokenManager.BuildTokenCertList().empty());
-    EXPECT_NE(Log().find(" Can't find X.509 Certificate in Token\n"), std::string::npos);
+    EXPECT_TRUE(HasLogged("Can't find X.509 Certificate in Token")) << Log();
 }
 
 TEST_F(TokenManagerTest, SearchesGoOutWithTheLengthsThatOldModulesExpect) {
@@ -190,26 +192,23 @@ class AttributeLength : public TokenManagerTest, public ::testing::WithParamInte
 
 TEST_P(AttributeLength, ThatIsAbsurdEndsTheListingBeforeAnythingIsAllocated) {
     script["faults"] = {{{"call", "C_GetAttributeValue"}, {"nth", 1}, {"out", {{"CKA_VALUE", GetParam()}}}}};
-    LoadModule();
-    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    OpenToken();
     try {
         tokenManager.BuildTokenCertList();
         FAIL() << "nothing was thrown";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "C_GetAttributeValue gives a length above 16777216 bytes");
     }
-    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): C_GetAttributeValue gives "), std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(" Error  in GetTokenCertList(): C_GetAttributeValue gives "));
 }
 
 INSTANTIATE_TEST_SUITE_P(Nonsense, AttributeLength, ::testing::Values(-1, std::int64_t{1} << 40));
 
 TEST_F(TokenManagerTest, AnAttributeThatGrowsBetweenTheTwoLooksAtItEndsTheListing) {
     script["faults"] = {{{"call", "C_GetAttributeValue"}, {"nth", 2}, {"out", {{"CKA_ID", 3}}}}};
-    LoadModule();
-    ASSERT_TRUE(tokenManager.TokenOpenSession().success);
+    OpenToken();
     EXPECT_THROW(tokenManager.BuildTokenCertList(), std::runtime_error);
-    EXPECT_NE(Log().find(" Error  in GetTokenCertList(): C_GetAttributeValue gives more than it said\n"),
-              std::string::npos)
+    EXPECT_TRUE(HasLogged("Error  in GetTokenCertList(): C_GetAttributeValue gives more than it said"))
         << Log();
 }
 
@@ -218,9 +217,7 @@ TEST_F(TokenManagerTest, ASearchThatNeverEndsIsGivenUp) {
     ASSERT_TRUE(tokenManager.LoadTokenDrivers().success);
     ASSERT_TRUE(tokenManager.TokenOpenSession().success);
     EXPECT_THROW(tokenManager.BuildTokenCertList(), std::runtime_error);
-    EXPECT_NE(
-        Log().find(" Error  in GetTokenCertList(): C_FindObjects gives more than 100000 certificates\n"),
-        std::string::npos)
+    EXPECT_TRUE(HasLogged("Error  in GetTokenCertList(): C_FindObjects gives more than 100000 certificates"))
         << Log();
 }
 
@@ -236,10 +233,8 @@ TEST_F(TokenManagerTest, AfterASearchThatFoundNoKeyTheNextOneFindsItStillOpen) {
     EXPECT_FALSE(second.found);
     EXPECT_EQ(second.message, "");
     EXPECT_EQ(second.hPrivateKey, 0U);
-    EXPECT_NE(
-        Log().find(" Error in GetTokenPvtKey(): [CKR_ERROR in GetTokenPvtKey - C_FindObjectsInit] ErrCode = "
-                   "0x00000090."),
-        std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(" Error in GetTokenPvtKey(): [CKR_ERROR in GetTokenPvtKey - "
+                                 "C_FindObjectsInit] ErrCode = 0x00000090."));
 }
 
 TEST_F(TokenManagerTest, TheHashNameChoosesTheMechanismToTheLetter) {
@@ -279,8 +274,7 @@ TEST_F(TokenManagerTest, AFailedSignatureOverAHashIsEmptyAndItsReasonInTheLog) {
     AddFault("C_SignInit", CKR_KEY_HANDLE_INVALID);
     LogIn();
     EXPECT_TRUE(tokenManager.TokenSignHash(1, reinterpret_cast<const unsigned char*>("block")).empty());
-    EXPECT_NE(Log().find(" Error  in TokenSign(): [CKR_ERROR in C_SignInit] ErrCode = 0x00000060."),
-              std::string::npos);
+    EXPECT_THAT(Log(), HasSubstr(" Error  in TokenSign(): [CKR_ERROR in C_SignInit] ErrCode = 0x00000060."));
 }
 
 class SignatureLength : public TokenManagerTest, public ::testing::WithParamInterface<std::int64_t> {};
@@ -306,7 +300,7 @@ TEST_F(TokenManagerTest, ASignatureOfNoBytesIsOneAllTheSame) {
     EXPECT_TRUE(signature.success);
     EXPECT_EQ(signature.text, "");
     EXPECT_TRUE(tokenManager.TokenSignHash(key.hPrivateKey, text).empty());
-    EXPECT_EQ(Log().find("Error"), std::string::npos) << Log();
+    EXPECT_THAT(Log(), Not(HasSubstr("Error")));
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // The window without its user: run on a display, by tests/program/window.test.mjs.
 
 #include "CardList.h"
+#include "HostFixture.h"
 #include "MainSelectCertificate.h"
-#include "ScratchFolder.h"
 
 #include <wx/init.h>
 #include <wx/log.h>
@@ -13,17 +13,13 @@
 
 namespace {
 
-class Window : public ScratchFolder {
+class Window : public HostFixture {
 protected:
     Window() {
         AppLogLevel = DEBUG;
         frame_ = new MyFrame("a title"); // wx owns it
     }
     ~Window() override { delete frame_; }
-
-    static bool HasLogged(const std::string& line) {
-        return Log().find(" " + line + "\n") != std::string::npos;
-    }
 
     MyFrame* frame_;
 };
