@@ -22,7 +22,7 @@ public:
 
 wxDECLARE_APP(MyApp);
 
-/// The program's one window: the token's certificates as a list of cards, OK and Cancel. Hidden while nobody
+/// The host's one window: the token's certificates as a list of cards, OK and Cancel. Hidden while nobody
 /// is asked; the answer is left in selCKA_ID.
 class MyFrame : public wxFrame {
 public:

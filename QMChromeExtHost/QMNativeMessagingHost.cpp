@@ -78,7 +78,7 @@ std::unique_ptr<CkJsonObject> FindCertificate(const char* name, const std::strin
 }
 
 /// Runs the body of an action; what it throws becomes a failure that names the action.
-template <typename Body>
+template <class Body>
 OperationResult RunAction(const char* name, Body body) {
     try {
         return body();

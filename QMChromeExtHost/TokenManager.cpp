@@ -45,7 +45,7 @@ std::vector<CK_SLOT_ID> SlotBuffer(CK_ULONG count) {
 /// In bytes; tokens take far shorter ones.
 constexpr std::size_t kLongestPin = 255;
 
-template <typename EntryPoint>
+template <class EntryPoint>
 EntryPoint Resolve(void* module, const char* name) {
     return reinterpret_cast<EntryPoint>(dlsym(module, name));
 }

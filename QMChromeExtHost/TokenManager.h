@@ -23,7 +23,7 @@ struct TokenKey {
     CK_OBJECT_HANDLE hPrivateKey = 0;
 };
 
-/// The program's only door to the token: one PKCS#11 module, one session, one login, for the life of the
+/// The host's only door to the token: one PKCS#11 module, one session, one login, for the life of the
 /// process.
 ///
 /// Key identifiers travel as text: the bytes of a CKA_ID up to the first zero byte, not encoded. For the GUI

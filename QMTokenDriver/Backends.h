@@ -10,9 +10,6 @@
 
 namespace tokendriver {
 
-/// The name that p11-kit's `enable-in:` and `disable-in:` go by.
-constexpr const char* kProgramName = "QMTokenDriver";
-
 /// One module of p11-kit's configuration, loaded and initialised.
 struct Backend {
     std::string name;            ///< the name of its .module file

@@ -10,6 +10,9 @@
 
 namespace tokendriver {
 
+/// The name that `enable-in:` and `disable-in:` in such a file go by.
+constexpr const char* kProgramName = "QMTokenDriver";
+
 /// The names ("opensc-pkcs11") of all .module files in p11-kit's directories, sorted. Some of them p11-kit
 /// may not use: for this program they are disabled, or the user's own are not read.
 std::vector<std::string> ModuleFileNames();

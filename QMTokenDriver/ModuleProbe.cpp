@@ -1,6 +1,5 @@
 #include "ModuleProbe.h"
 
-#include "Backends.h" // kProgramName
 #include "ModuleFiles.h"
 
 #include <p11-kit/p11-kit.h>
@@ -24,8 +23,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// What the child reports at its end, in one write: whether a module was loaded, then p11-kit's message.
-constexpr std::size_t kMaxMessage = 1024;
+/// What the child reports at its end, in one write: a dot, then p11-kit's message.
+constexpr std::size_t kMaxReport = 1024;
 
 /// The child is a copy of the host. Nothing of the host may notice it: its descriptors are closed (the
 /// display, the browser's pipes), its signal handlers are off, and it ends without running what is registered
@@ -46,11 +45,11 @@ void LeaveTheHost(int report) {
     p11_kit_set_progname(kProgramName);
     CK_FUNCTION_LIST** const modules = p11_kit_modules_load(nullptr, 0);
     const char* message = p11_kit_message();
-    std::string text(1, modules != nullptr && *modules != nullptr ? '1' : '0');
+    std::string text = ".";
     text += message == nullptr ? "" : message;
     for (CK_FUNCTION_LIST** module = modules; module != nullptr && *module != nullptr; ++module)
         p11_kit_module_initialize(*module);
-    text.resize(std::min(text.size(), kMaxMessage));
+    text.resize(std::min(text.size(), kMaxReport));
     const ssize_t written = write(STDIN_FILENO, text.data(), text.size());
     _exit(written < 0);
 }
@@ -82,17 +81,16 @@ public:
     Child& operator=(const Child&) = delete;
 
     ProbeResult WaitUntil(Clock::time_point deadline, std::string name) const {
-        ProbeResult result{std::move(name), ProbeOutcome::Unknown, false, {}};
+        ProbeResult result{std::move(name), ProbeOutcome::Unknown, {}};
         if (process_ < 0)
             return result;
         if (!IsReadable(deadline)) {
             result.outcome = ProbeOutcome::Hung;
             return result;
         }
-        std::array<char, kMaxMessage> text{};
+        std::array<char, kMaxReport> text{};
         const ssize_t length = read(report_, text.data(), text.size());
         result.outcome = length > 0 ? ProbeOutcome::Fine : ProbeOutcome::Crashed;
-        result.isLoaded = text[0] == '1';
         if (length > 1)
             result.message.assign(text.data() + 1, static_cast<std::size_t>(length) - 1);
         return result;

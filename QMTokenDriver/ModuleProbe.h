@@ -28,8 +28,7 @@ enum class ProbeOutcome {
 struct ProbeResult {
     std::string name; ///< of the .module file; empty for all together
     ProbeOutcome outcome = ProbeOutcome::Unknown;
-    bool isLoaded = false; ///< whether p11-kit loaded any
-    std::string message; ///< what p11-kit says when it did not; empty when the module is not for this program
+    std::string message;  ///< why p11-kit loaded none; empty also when the module is not for this program
     bool isOfAll = false; ///< it is the result of all together, of which this module is one
 };
 

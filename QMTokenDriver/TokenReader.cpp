@@ -1,17 +1,12 @@
 #include "TokenReader.h"
 
-#include "OpenSslPtr.h"
-
-#include <openssl/x509v3.h>
-
-#include <algorithm>
 #include <array>
 
 namespace tokendriver {
 
-TokenReader::TokenReader(const SeenToken& token)
-    : module_(*token.backend->functions),
-      opened_(module_.C_OpenSession(token.slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session_)) {}
+TokenReader::TokenReader(CK_FUNCTION_LIST& module, CK_SLOT_ID slot)
+    : module_(module), opened_(module_.C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session_)) {
+}
 
 TokenReader::~TokenReader() {
     if (opened_ == CKR_OK)
@@ -64,16 +59,6 @@ std::vector<CK_OBJECT_HANDLE> TokenReader::PrivateKeys(Bytes id) {
 
 CK_RV TokenReader::Login(CK_UTF8CHAR* pin, CK_ULONG length) {
     return opened_ == CKR_OK ? module_.C_Login(session_, CKU_USER, pin, length) : opened_;
-}
-
-bool HoldsUserCertificate(const SeenToken& token) {
-    TokenReader reader(token);
-    const std::vector<CK_OBJECT_HANDLE> certificates = reader.Certificates();
-    return std::any_of(certificates.begin(), certificates.end(), [&reader](CK_OBJECT_HANDLE object) {
-        const std::optional<Bytes> der = reader.Value(object, CKA_VALUE);
-        const OpenSslPtr<X509> certificate = der ? ParseCertificate(*der) : nullptr;
-        return certificate && X509_check_ca(certificate.get()) == 0;
-    });
 }
 
 } // namespace tokendriver

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Attributes.h"
-#include "TokenScan.h"
 
 #include <p11-kit/pkcs11.h>
 
@@ -18,7 +17,7 @@ constexpr std::size_t kMaxObjectsLookedAt = 10'000;
 /// A read-only session of the driver's own on a token, to look at its objects; closed at the end.
 class TokenReader {
 public:
-    explicit TokenReader(const SeenToken& token);
+    TokenReader(CK_FUNCTION_LIST& module, CK_SLOT_ID slot);
     ~TokenReader();
     TokenReader(const TokenReader&) = delete;
     TokenReader& operator=(const TokenReader&) = delete;
@@ -47,8 +46,5 @@ private:
     CK_SESSION_HANDLE session_ = 0;
     CK_RV opened_;
 };
-
-/// Whether an X.509 certificate that is no certificate authority's can be read on the token without login.
-bool HoldsUserCertificate(const SeenToken& token);
 
 } // namespace tokendriver

@@ -1,6 +1,9 @@
 #include "TokenScan.h"
 
+#include "OpenSslPtr.h"
 #include "TokenReader.h"
+
+#include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <array>
@@ -53,6 +56,17 @@ TokenVerdict Judge(const SeenToken& token) {
     if ((token.tokenInfo.flags & CKF_TOKEN_INITIALIZED) == 0)
         return TokenVerdict::NotInitialised;
     return token.mechanisms.offered.empty() ? TokenVerdict::CannotSignWithRsa : TokenVerdict::Shown;
+}
+
+/// Whether an X.509 certificate that is no certificate authority's can be read on the token without login.
+bool HoldsUserCertificate(const SeenToken& token) {
+    TokenReader reader(*token.backend->functions, token.slot);
+    const std::vector<CK_OBJECT_HANDLE> certificates = reader.Certificates();
+    return std::any_of(certificates.begin(), certificates.end(), [&reader](CK_OBJECT_HANDLE object) {
+        const std::optional<Bytes> der = reader.Value(object, CKA_VALUE);
+        const OpenSslPtr<X509> certificate = der ? ParseCertificate(*der) : nullptr;
+        return certificate && X509_check_ca(certificate.get()) == 0;
+    });
 }
 
 } // namespace

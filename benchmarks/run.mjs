@@ -8,16 +8,16 @@ import { join } from "node:path";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 
-import { Desktop } from "../tests/program/lib/desktop.mjs";
-import { Cleanup, run } from "../tests/program/lib/process.mjs";
-import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import { Cleanup } from "../tests/lib/cleanup.mjs";
+import { Desktop } from "../tests/lib/display/desktop.mjs";
+import { run } from "../tests/lib/process.mjs";
+import { SOFTHSM, SoftToken } from "../tests/lib/token/soft-token.mjs";
 
-const softhsm = "/usr/lib/softhsm/libsofthsm2.so";
-const tokenSizes = [1, 10, 100, 1000];
-const fillTimeout = 600_000; // milliseconds: the token writes a file for each certificate, and waits for the disk
+const TOKEN_SIZES = [1, 10, 100, 1000];
+const FILL_TIMEOUT = 600_000; // milliseconds: the token writes a file for each certificate, and waits for the disk
 
 /** The Debian packages whose versions say what was measured. */
-const packages = { wxWidgets: "libwxgtk3.2-1", OpenSSL: "libssl3", "SoftHSM": "softhsm2", "nlohmann/json": "nlohmann-json3-dev",
+const PACKAGES = { wxWidgets: "libwxgtk3.2-1", OpenSSL: "libssl3", "SoftHSM": "softhsm2", "nlohmann/json": "nlohmann-json3-dev",
   pugixml: "libpugixml-dev", "p11-kit": "libp11-kit0", "PKCS#11 engine": "libengine-pkcs11-openssl", GTK: "libgtk-3-0" };
 
 async function main(bin, programs, ...options) {
@@ -39,14 +39,14 @@ async function main(bin, programs, ...options) {
 
 /** Makes the tokens and writes down, for the programs, where everything is. Gives the file's name. */
 async function makeSetting(bin, programs, work) {
-  const setting = { bin, programs, work, softhsm, pin: "1234", tokens: [] };
+  const setting = { bin, programs, work, softhsm: SOFTHSM, pin: "1234", tokens: [] };
   console.error("making the tokens");
-  for (const certificates of tokenSizes) {
+  for (const certificates of TOKEN_SIZES) {
     const folder = join(work, `token-${certificates}`);
     const { env } = await SoftToken.create(folder, { pin: setting.pin });
     const signer = join(folder, "signer.pem");
-    await run(join(programs, "bench-fill-token"), [softhsm, setting.pin, String(certificates), signer],
-      { env: { ...process.env, ...env }, timeout: fillTimeout });
+    await run(join(programs, "bench-fill-token"), [SOFTHSM, setting.pin, String(certificates), signer],
+      { env: { ...process.env, ...env }, timeout: FILL_TIMEOUT });
     setting.tokens.push({ certificates, env, signer });
   }
   const file = join(work, "setting.json");
@@ -68,7 +68,7 @@ async function measure(programs, setting, filter, env, cleanup) {
 }
 
 async function describeMachine() {
-  const { stdout } = await run("dpkg-query", ["-W", "-f", "${Package} ${Version}\n", ...Object.values(packages)]);
+  const { stdout } = await run("dpkg-query", ["-W", "-f", "${Package} ${Version}\n", ...Object.values(PACKAGES)]);
   const installed = Object.fromEntries(stdout.toString().trim().split("\n").map((line) => line.split(" ")));
   return {
     processor: `${cpus().length} x ${cpus()[0].model}`,
@@ -76,7 +76,7 @@ async function describeMachine() {
     system: `${/PRETTY_NAME="(.*)"/.exec(await readFile("/etc/os-release", "utf8"))[1]}, Linux ${release()}`,
     "large pages": /\[(.*)\]/.exec(await readFile("/sys/kernel/mm/transparent_hugepage/enabled", "utf8").catch(() => ""))?.[1],
     compiler: (await run("c++", ["--version"])).stdout.toString().split("\n")[0],
-    ...Object.fromEntries(Object.entries(packages).map(([name, debian]) => [name, installed[debian]])),
+    ...Object.fromEntries(Object.entries(PACKAGES).map(([name, debian]) => [name, installed[debian]])),
   };
 }
 

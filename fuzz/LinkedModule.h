@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-/// The PKCS#11 module of a fuzz target: its entry points are linked into the executable, where the host finds
-/// them, for dlopen("") is the program itself. One slot, one session; every certificate has a private key of
-/// the same CKA_ID; a signature is made up out of what is signed.
+/// The PKCS#11 module of a fuzz target, a fake token whose answers the target decides. Its entry points are
+/// linked into the executable, where the host finds them, for dlopen("") is the program itself. Every
+/// certificate has a private key of the same CKA_ID; a signature is made up out of what is signed.
 struct LinkedModule {
     struct Certificate {
         std::string id;

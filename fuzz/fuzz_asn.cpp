@@ -3,20 +3,14 @@
 #include "Require.h"
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
+#include "support/Bytes.h"
 
 #include <openssl/asn1.h>
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 namespace {
-
-std::string Base64(std::string_view bytes) {
-    CkByteData data;
-    data.appendStr(std::string(bytes));
-    return data.getEncoded("Base64");
-}
 
 std::string Der(const CkAsn& asn) {
     CkByteData der;
@@ -35,12 +29,12 @@ std::string DerOfXml(std::string xml) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
     CkAsn asn;
-    if (!asn.LoadEncoded(Base64(input), "Base64")) {
+    if (!asn.LoadEncoded(ToBase64(input), "Base64")) {
         Require(Der(asn) == std::string("\x30\x00", 2), "what does not load leaves an empty SEQUENCE");
         return 0;
     }
     Require(Der(asn) == input, "DER comes back");
-    Require(asn.getEncodedDer("Base64") == Base64(input), "the text form is the same DER");
+    Require(asn.getEncodedDer("Base64") == ToBase64(input), "the text form is the same DER");
 
     const std::string xml = asn.asnToXml();
     Require(DerOfXml(xml) == input, "XML gives the same DER");

@@ -1,51 +1,18 @@
 // The two SignedData builders with any certificate and any hash: what comes out is one DER value to its last
 // byte, and libcrypto reads a CMS SignedData out of it when the certificate is one.
 
+#include "FuzzedChoices.h"
+#include "HostFolder.h"
 #include "LinkedModule.h"
 #include "QMNativeMessagingHost.h"
 #include "Require.h"
-#include "ScratchFolder.h"
 #include "ck/CkAsn.h"
+#include "support/Bytes.h"
+#include "support/OpenSsl.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
-#include <openssl/cms.h>
-#include <openssl/x509.h>
-
-#include <memory>
 #include <string>
 
 namespace {
-
-struct Free {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-    void operator()(CMS_ContentInfo* cms) const { CMS_ContentInfo_free(cms); }
-    void operator()(STACK_OF(X509) * certificates) const { sk_X509_pop_free(certificates, X509_free); }
-};
-
-std::string Base64(const std::string& bytes) {
-    CkByteData data;
-    data.appendStr(bytes);
-    return data.getEncoded("Base64");
-}
-
-std::string Decode(const std::string& base64) {
-    CkByteData data;
-    data.appendEncoded(base64, "Base64");
-    return {data.getData(), data.getSize()};
-}
-
-const unsigned char* Bytes(const std::string& der) {
-    return reinterpret_cast<const unsigned char*>(der.data());
-}
-
-/// The size of the DER value at the begin of `bytes`; 0 when there is none.
-std::size_t ValueSize(const std::string& bytes) {
-    const unsigned char* next = Bytes(bytes);
-    long length = 0;
-    int tag = 0, tagClass = 0;
-    const int header = ASN1_get_object(&next, &length, &tag, &tagClass, static_cast<long>(bytes.size()));
-    return header & 0x81 ? 0 : static_cast<std::size_t>(next - Bytes(bytes) + length);
-}
 
 /// Whether `der` is values to its last byte, down to the primitive ones.
 bool IsDer(const unsigned char* next, const unsigned char* end, int depth) {
@@ -66,25 +33,20 @@ bool HasVersion(const X509& certificate) { return X509_get_version(&certificate)
 void CheckSignedData(const OperationResult& built, const std::string& certificateDer,
                      const std::string* content) {
     Require(built.success, "a structure is built from every certificate");
-    const std::string der = Decode(built.text);
-    Require(Base64(der) == built.text, "the structure is one line of Base64");
-    Require(ValueSize(der) == der.size() && IsDer(Bytes(der), Bytes(der) + der.size(), 0),
+    const std::string der = FromBase64(built.text);
+    Require(ToBase64(der) == built.text, "the structure is one line of Base64");
+    Require(ValueSize(der) == der.size() && IsDer(Octets(der), Octets(der) + der.size(), 0),
             "the structure is one DER value");
 
     CkAsn asDer;
-    const unsigned char* next = Bytes(certificateDer);
-    const std::unique_ptr<X509, Free> certificate(
-        d2i_X509(nullptr, &next, static_cast<long>(certificateDer.size())));
-    if (!certificate || next != Bytes(certificateDer) + certificateDer.size() || !HasVersion(*certificate) ||
-        !asDer.LoadEncoded(Base64(certificateDer), "Base64"))
+    const Owned<X509> certificate = Decoded(d2i_X509, certificateDer);
+    if (!certificate || !HasVersion(*certificate) || !asDer.LoadEncoded(ToBase64(certificateDer), "Base64"))
         return;
 
-    next = Bytes(der);
-    const std::unique_ptr<CMS_ContentInfo, Free> cms(
-        d2i_CMS_ContentInfo(nullptr, &next, static_cast<long>(der.size())));
+    const Owned<CMS_ContentInfo> cms = Decoded(d2i_CMS_ContentInfo, der);
     Require(cms && OBJ_obj2nid(CMS_get0_type(cms.get())) == NID_pkcs7_signed,
             "the structure is a SignedData");
-    const std::unique_ptr<STACK_OF(X509), Free> certificates(CMS_get1_certs(cms.get()));
+    const Owned<STACK_OF(X509)> certificates(CMS_get1_certs(cms.get()));
     Require(sk_X509_num(certificates.get()) == 1 &&
                 X509_cmp(sk_X509_value(certificates.get(), 0), certificate.get()) == 0,
             "it holds the certificate");
@@ -110,20 +72,20 @@ void CheckSignedData(const OperationResult& built, const std::string& certificat
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    EnterScratchFolder();
+    EnterHostFolder();
     // A certificate, then the choices.
     const std::string input(data, data + size);
     const std::size_t valueSize = ValueSize(input);
     const std::string certificate = input.substr(0, valueSize ? valueSize : size);
-    FuzzedDataProvider choices(data + certificate.size(), size - certificate.size());
-    const char* hashAlgo = choices.PickValueInArray({"SHA256", "SHA1", "SHA384", "SHA512"});
-    const std::string id = choices.ConsumeRandomLengthString(20).c_str();
-    std::string hash = choices.ConsumeRemainingBytesAsString();
+    FuzzedChoices choices(data + certificate.size(), size - certificate.size());
+    const char* hashAlgo = choices.OneOf({"SHA256", "SHA1", "SHA384", "SHA512"});
+    const std::string id = choices.String(20).c_str();
+    std::string hash = choices.Rest();
 
     linkedModule.certificates = {{id, certificate}};
     linkedModule.PlugIn();
     QMNativeMessagingHost host;
-    const std::string base64 = Base64(certificate);
+    const std::string base64 = ToBase64(certificate);
 
     CheckSignedData(host.GenPkcs7Sign(hash, hashAlgo, base64.c_str(), id.c_str()), certificate, nullptr);
     Require(linkedModule.signedBytes.starts_with("\x31") && linkedModule.signedBytes.size() > 4,

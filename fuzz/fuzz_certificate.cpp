@@ -1,14 +1,14 @@
 // Any bytes as a certificate: the record is valid JSON that says what libcrypto says, the card is a card, the
 // word for chain certificates, or an error; and both agree on whether it is a certificate.
 
+#include "HostFolder.h"
 #include "QMX509Decoder.h"
 #include "Require.h"
-#include "ScratchFolder.h"
-#include "ck/CkByteData.h"
 #include "ck/CkJsonObject.h"
+#include "support/Bytes.h"
+#include "support/OpenSsl.h"
 
 #include <nlohmann/json.hpp>
-#include <openssl/x509v3.h>
 
 #include <cstdint>
 #include <memory>
@@ -16,29 +16,6 @@
 #include <string_view>
 
 namespace {
-
-struct Free {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
-std::string Decode(const std::string& base64) {
-    CkByteData bytes;
-    bytes.appendEncoded(base64, "Base64");
-    return {bytes.getData(), bytes.getSize()};
-}
-
-std::string Thumbprint(std::string_view der) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned length = 0;
-    EVP_Digest(der.data(), der.size(), digest, &length, EVP_sha1(), nullptr);
-    std::string hex;
-    for (unsigned i = 0; i < length; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", digest[i]);
-        hex += digits;
-    }
-    return hex;
-}
 
 /// The key as the certificate holds it: the RSAPublicKey, or the SubjectPublicKeyInfo of other keys.
 std::string PublicKey(const X509& certificate) {
@@ -49,10 +26,7 @@ std::string PublicKey(const X509& certificate) {
         const ASN1_BIT_STRING* bits = X509_get0_pubkey_bitstr(&certificate);
         return {bits->data, bits->data + bits->length};
     }
-    std::string der(static_cast<std::size_t>(i2d_X509_PUBKEY(key, nullptr)), '\0');
-    auto* next = reinterpret_cast<unsigned char*>(der.data());
-    i2d_X509_PUBKEY(key, &next);
-    return der;
+    return Encoded(i2d_X509_PUBKEY, key);
 }
 
 /// `certificate` is libcrypto's view of `der`, null when it has none. Certificates with odd strings in their
@@ -71,12 +45,13 @@ void CheckRecord(X509* certificate, std::string_view der, const nlohmann::ordere
     Require(names == std::string("SelCertSubject CertThumbPrint eMail ValidFrom ExpDate ") +
                          (hasKey ? "PublicKey Cert " : "ErrMsg "),
             "the members and their order");
-    Require(record.at("CertThumbPrint") == Thumbprint(der), "the thumbprint");
-    Require(!hasKey || Decode(record.at("Cert")) == der, "the certificate itself");
+    Require(record.at("CertThumbPrint") == ToHex(DigestOf("SHA1", der)), "the thumbprint");
+    Require(!hasKey || FromBase64(record.at("Cert").get<std::string>()) == der, "the certificate itself");
     if (!certificate)
         return;
     Require(hasKey == (X509_get0_pubkey(certificate) != nullptr), "a key that can be read is there");
-    Require(!hasKey || Decode(record.at("PublicKey")) == PublicKey(*certificate), "the public key");
+    Require(!hasKey || FromBase64(record.at("PublicKey").get<std::string>()) == PublicKey(*certificate),
+            "the public key");
 }
 
 void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const std::string& card) {
@@ -96,18 +71,17 @@ void CheckCard(X509* certificate, const nlohmann::ordered_json& record, const st
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    EnterScratchFolder();
-    const auto* next = data;
-    std::unique_ptr<X509, Free> certificate(d2i_X509(nullptr, &next, static_cast<long>(size)));
-    if (next != data + size)
-        certificate = nullptr;
-
-    const std::string_view der(reinterpret_cast<const char*>(data), size);
+    EnterHostFolder();
+    std::string_view der(reinterpret_cast<const char*>(data), size);
+    if (const std::size_t valueSize = ValueSize(der); valueSize > 0)
+        der = der.substr(0, valueSize); // what stands behind is padding
+    const Owned<X509> certificate = Decoded(d2i_X509, der);
     QMX509Decoder decoder;
-    const std::unique_ptr<CkJsonObject> details(decoder.GetX509CertDetails(der.data(), size));
+    const std::unique_ptr<CkJsonObject> details(
+        decoder.GetX509CertDetails(reinterpret_cast<const char*>(data), size));
     const auto record = nlohmann::ordered_json::parse(details->emit(), nullptr, false);
     Require(record.is_object(), "the record is valid JSON");
     CheckRecord(certificate.get(), der, record);
-    CheckCard(certificate.get(), record, decoder.GetX509CertHTML(der.data(), size));
+    CheckCard(certificate.get(), record, decoder.GetX509CertHTML(reinterpret_cast<const char*>(data), size));
     return 0;
 }

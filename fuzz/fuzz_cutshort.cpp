@@ -5,10 +5,10 @@
 #include "DigestInfo.h"
 #include "Require.h"
 
-#include <openssl/x509.h>
+#include "support/Bytes.h"
+#include "support/OpenSsl.h"
 
 #include <algorithm>
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -21,37 +21,20 @@ using Data = std::span<const std::uint8_t>;
 
 constexpr CK_MECHANISM_TYPE kHashAndSign[] = {CKM_SHA256_RSA_PKCS, CKM_SHA384_RSA_PKCS, CKM_SHA512_RSA_PKCS};
 
-struct FreeSignature {
-    void operator()(X509_SIG* info) const { X509_SIG_free(info); }
-};
-
 bool IsRefused(Data data) {
     return IsCutShort(CKM_RSA_PKCS, data) ||
            std::any_of(std::begin(kHashAndSign), std::end(kHashAndSign),
                        [&](auto mechanism) { return IsCutShort(mechanism, data); });
 }
 
-/// A value around `content`, with its length in DER.
-std::vector<std::uint8_t> Value(std::uint8_t tag, std::vector<std::uint8_t> content) {
-    const std::size_t size = content.size();
-    std::vector<std::uint8_t> head{tag};
-    if (size >= 0x100)
-        head.insert(head.end(), {0x82, static_cast<std::uint8_t>(size >> 8)});
-    else if (size >= 0x80)
-        head.push_back(0x81);
-    head.push_back(static_cast<std::uint8_t>(size));
-    content.insert(content.begin(), head.begin(), head.end());
-    return content;
-}
+Data DataOf(const std::string& bytes) { return {Octets(bytes), bytes.size()}; }
 
 /// A structure of the sort, whole and cut anywhere behind what it is recognised by.
-void CheckCutting(std::uint8_t tag, std::vector<std::uint8_t> begin, Data rest, bool (*isCut)(Data)) {
-    const std::size_t recognised = begin.size();
-    begin.insert(begin.end(), rest.begin(), rest.end());
-    const std::vector<std::uint8_t> whole = Value(tag, begin);
-    Require(!isCut(whole), "a whole structure is not cut");
-    for (std::size_t size = whole.size() - begin.size() + recognised; size < whole.size(); ++size)
-        Require(isCut(Data(whole).first(size)), "a cut structure is cut");
+void CheckCutting(int tag, const std::string& begin, const std::string& rest, bool (*isCut)(Data)) {
+    const std::string whole = DerValue(tag, begin + rest);
+    Require(!isCut(DataOf(whole)), "a whole structure is not cut");
+    for (std::size_t size = whole.size() - rest.size(); size < whole.size(); ++size)
+        Require(isCut(DataOf(whole).first(size)), "a cut structure is cut");
 }
 
 } // namespace
@@ -66,18 +49,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             input.size() < 15,
         "printable text is not refused");
 
-    CheckCutting(0x31, {0x30, 0x18, 0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x03,
-                        0x31, 0x0b, 0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x07, 0x01},
-                 input, IsCutSignedAttributes);
-    CheckCutting(0x30, {0x30, 0x0b, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01}, input,
-                 IsCutDigestInfo);
+    const std::string rest(input.begin(), input.end());
+    CheckCutting(0x31, FromHex("3018 06092a864886f70d010903 310b 06092a864886f70d010701"), rest,
+                 IsCutSignedAttributes);
+    CheckCutting(0x30, FromHex("300b 0609608648016503040201"), rest, IsCutDigestInfo);
 
     for (const CK_MECHANISM_TYPE mechanism : kHashAndSign) {
         const std::vector<CK_BYTE> info = DigestInfoOf(mechanism, input);
-        const unsigned char* next = info.data();
-        const std::unique_ptr<X509_SIG, FreeSignature> parsed(
-            d2i_X509_SIG(nullptr, &next, static_cast<long>(info.size())));
-        Require(parsed && next == info.data() + info.size(), "a DigestInfo is one");
+        Require(Decoded(d2i_X509_SIG, {reinterpret_cast<const char*>(info.data()), info.size()}) != nullptr,
+                "a DigestInfo is one");
         Require(!IsCutShort(CKM_RSA_PKCS, info), "the driver's own DigestInfo is not refused");
     }
     return 0;

@@ -1,13 +1,13 @@
 // Any bytes on standard input: one reply per request, each a frame that holds valid JSON with the three
 // members and the request's nonce. The user chooses a certificate whenever he is asked, the token signs.
 
+#include "HostFolder.h"
 #include "LinkedModule.h"
 #include "QMNativeMessagingHost.h"
 #include "ReferenceJson.h"
 #include "Require.h"
-#include "ScratchFolder.h"
-#include "ck/CkByteData.h"
 #include "ck/CkJsonObject.h"
+#include "support/Bytes.h"
 
 #include <cstdio>
 #include <cstring>
@@ -26,12 +26,6 @@ constexpr char kCertificate[] =
     "DqP9e/CvUIVyg+iJuyTrix9wQ48+PczFvvmjMTAvMA4GA1UdDwEB/wQEAwIHgDAdBgNVHQ4EFgQUlYBAEhk3vy6Ys3"
     "IfSb86PHb+ZIIwBQYDK2VwA0EAX6U4gYvVbzsuhchLsd96Xan+qnaIvt8WiGXy8iIQFRD4vi5DdoX4M8+1KxMvyxow"
     "RrrzaCPAhRmPhjEgCkZNCA==";
-
-LinkedModule::Certificate TokenCertificate() {
-    CkByteData der;
-    der.appendEncoded(kCertificate, "Base64");
-    return {"01", {der.getData(), der.getSize()}};
-}
 
 constexpr std::size_t kPrefix = 4;
 
@@ -58,13 +52,6 @@ std::vector<std::string> TakeApart(std::string& input) {
         at += kPrefix + bodies.back().size();
     }
     return bodies;
-}
-
-std::string Frame(const std::string& body) {
-    std::string frame(kPrefix, '\0');
-    const auto length = static_cast<std::int32_t>(body.size());
-    std::memcpy(frame.data(), &length, sizeof length);
-    return frame + body;
 }
 
 /// What the host writes to standard output while it serves `input` from standard input.
@@ -113,8 +100,8 @@ void CheckReply(const std::string& request, const std::string& text) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    EnterScratchFolder();
-    linkedModule.certificates = {TokenCertificate()};
+    EnterHostFolder();
+    linkedModule.certificates = {{"01", FromBase64(kCertificate)}};
     linkedModule.PlugIn();
     std::string input(data, data + size);
     const std::vector<std::string> requests = TakeApart(input);
@@ -124,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string frames;
     for (std::size_t i = 0; i < replies.size(); ++i) {
         CheckReply(requests[i], replies[i]);
-        frames += Frame(replies[i]);
+        frames += FrameOf(replies[i]);
     }
     Require(frames == output, "there is nothing but replies");
     return 0;
@@ -146,7 +133,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
         bodies.push_back(body);
     std::string frames;
     for (const std::string& each : bodies)
-        frames += Frame(each);
+        frames += FrameOf(each);
     frames.resize(std::min(frames.size(), maxSize));
     std::memcpy(data, frames.data(), frames.size());
     return frames.size();

@@ -1,41 +1,31 @@
 // Any settings file: what the reference parser reads out of it is what the globals become, and the log says
 // whether it was read.
 
+#include "HostFolder.h"
 #include "MainSelectCertificate.h"
 #include "QMHostShared.h"
 #include "ReferenceJson.h"
 #include "Require.h"
-#include "ScratchFolder.h"
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include "support/ScratchFolder.h"
 
 namespace {
 
 constexpr char kLog[] = "QMSignerExtHostLog.txt";
 constexpr char kDefaultPath[] = "./QMTokenDriver.so";
 
-std::string TakeLog() {
-    std::ostringstream content;
-    content << std::ifstream(kLog).rdbuf();
-    std::filesystem::remove(kLog);
-    return content.str();
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    EnterScratchFolder();
+    EnterHostFolder();
     std::filesystem::remove(kLog);
     const std::string text(reinterpret_cast<const char*>(data), size);
-    std::ofstream("QMHostSettings.json", std::ios::binary) << text;
+    WriteFile("QMHostSettings.json", text);
     AppLogLevel = INFO;
     TokenDriverFullPath = kDefaultPath;
 
     LoadQMHostSettings();
 
-    const std::string log = TakeLog();
+    const std::string log = ReadFile(kLog);
     const auto members = MembersOf(text);
     const bool failed =
         log.find(" Cound not Load Settings from QMHostSettings.json - QMHostSettings.json: ") !=

@@ -2,10 +2,9 @@
 // module's answers, right or nonsense, for the host. Buffers are exactly as long as they are said to be.
 
 #include "Attributes.h"
+#include "FuzzedChoices.h"
 #include "Pkcs11Error.h"
 #include "Require.h"
-
-#include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
 #include <cstring>
@@ -36,14 +35,13 @@ std::string ValueOf(const CK_ATTRIBUTE& attribute) {
     return {bytes, bytes + attribute.ulValueLen};
 }
 
-void CheckSearch(FuzzedDataProvider& input) {
+void CheckSearch(FuzzedChoices& input) {
     OwnedTemplate given;
-    for (int more = input.ConsumeIntegralInRange(0, 6); more > 0; --more) {
-        const CK_ATTRIBUTE_TYPE type =
-            input.ConsumeBool() ? input.PickValueInArray(kTypes) : input.ConsumeIntegral<CK_ATTRIBUTE_TYPE>();
-        given.Add(type, input.ConsumeRandomLengthString(40));
+    for (int more = input.InRange(0, 6); more > 0; --more) {
+        const CK_ATTRIBUTE_TYPE type = input.Bool() ? input.OneOf(kTypes) : input.Any<CK_ATTRIBUTE_TYPE>();
+        given.Add(type, input.String(40));
     }
-    if (given.attributes.empty() == false && input.ConsumeIntegralInRange(0, 9) == 9)
+    if (given.attributes.empty() == false && input.InRange(0, 9) == 9)
         given.attributes.back().ulValueLen = kMaxAttributeBytes + 1;
     SearchTemplate wanted = [&] {
         try {
@@ -77,22 +75,22 @@ void CheckSearch(FuzzedDataProvider& input) {
 }
 
 /// What the module answers to the next C_GetAttributeValue: its code, and a length and content per attribute.
-FuzzedDataProvider* moduleAnswers = nullptr;
+FuzzedChoices* moduleAnswers = nullptr;
 
 CK_RV ModuleGetAttributeValue(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE* attributes, CK_ULONG count) {
     for (CK_ATTRIBUTE* attribute = attributes; attribute != attributes + count; ++attribute) {
         const CK_ULONG room = attribute->ulValueLen;
         if (attribute->pValue != nullptr)
-            std::memset(attribute->pValue, moduleAnswers->ConsumeIntegral<CK_BYTE>(), room);
-        switch (moduleAnswers->ConsumeIntegralInRange(0, 3)) {
+            std::memset(attribute->pValue, moduleAnswers->Any<CK_BYTE>(), room);
+        switch (moduleAnswers->InRange(0, 3)) {
         case 0:
-            attribute->ulValueLen = moduleAnswers->ConsumeIntegralInRange<CK_ULONG>(0, 100);
+            attribute->ulValueLen = moduleAnswers->InRange<CK_ULONG>(0, 100);
             break;
         case 1:
             attribute->ulValueLen = CK_UNAVAILABLE_INFORMATION;
             break;
         case 2:
-            attribute->ulValueLen = moduleAnswers->ConsumeIntegral<CK_ULONG>();
+            attribute->ulValueLen = moduleAnswers->Any<CK_ULONG>();
             break;
         default:
             break; // as much as there is room for
@@ -100,15 +98,14 @@ CK_RV ModuleGetAttributeValue(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE*
     }
     static constexpr CK_RV kAnswers[] = {CKR_OK, CKR_ATTRIBUTE_SENSITIVE, CKR_ATTRIBUTE_TYPE_INVALID,
                                          CKR_BUFFER_TOO_SMALL, CKR_DEVICE_REMOVED};
-    return moduleAnswers->PickValueInArray(kAnswers);
+    return moduleAnswers->OneOf(kAnswers);
 }
 
-void CheckRead(FuzzedDataProvider& input) {
+void CheckRead(FuzzedChoices& input) {
     OwnedTemplate wanted;
-    for (int more = input.ConsumeIntegralInRange(0, 4); more > 0; --more) {
-        wanted.Add(input.PickValueInArray(kTypes),
-                   std::string(input.ConsumeIntegralInRange<std::size_t>(0, 50), '?'));
-        if (input.ConsumeBool())
+    for (int more = input.InRange(0, 4); more > 0; --more) {
+        wanted.Add(input.OneOf(kTypes), std::string(input.InRange<std::size_t>(0, 50), '?'));
+        if (input.Bool())
             wanted.attributes.back().pValue = nullptr;
     }
     const std::vector<CK_ATTRIBUTE> before = wanted.attributes;
@@ -140,8 +137,8 @@ void CheckRead(FuzzedDataProvider& input) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzedDataProvider input(data, size);
-    if (input.ConsumeBool())
+    FuzzedChoices input(data, size);
+    if (input.Bool())
         CheckSearch(input);
     else
         CheckRead(input);

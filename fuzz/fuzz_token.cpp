@@ -1,14 +1,15 @@
 // A module that answers anything: whatever codes, lengths, counts and handles it gives, the host's lists stay
 // in step, its records valid, and a signature is one only when the module gave one.
 
+#include "FuzzedChoices.h"
+#include "HostFolder.h"
 #include "LinkedModule.h"
 #include "QMNativeMessagingHost.h"
 #include "Require.h"
-#include "ScratchFolder.h"
 #include "TokenManager.h"
 #include "ck/CkJsonObject.h"
+#include "support/Bytes.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
 
 #include <memory>
@@ -44,36 +45,32 @@ void CheckList() {
 void CheckSignature(const OperationResult& result) {
     if (!result.success)
         return;
-    CkByteData signature;
-    signature.appendEncoded(result.text, "Base64");
-    Require(signature.getSize() > 0 && signature.getSize() <= 1024, "a signature is none without bytes");
+    const std::size_t size = FromBase64(result.text).size();
+    Require(size > 0 && size <= 1024, "a signature is none without bytes");
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    EnterScratchFolder();
-    FuzzedDataProvider input(data, size);
+    EnterHostFolder();
+    FuzzedChoices input(data, size);
     linkedModule.certificates.clear();
-    for (int more = input.ConsumeIntegralInRange(0, 3); more > 0; --more) {
-        std::string id = input.ConsumeRandomLengthString(12);
-        linkedModule.certificates.push_back({std::move(id), input.ConsumeRandomLengthString(100)});
+    for (int more = input.InRange(0, 3); more > 0; --more) {
+        std::string id = input.String(12);
+        linkedModule.certificates.push_back({std::move(id), input.String(100)});
     }
     // One byte decides whether a call does as it should; when the input is used up they all do.
-    linkedModule.answer = [&](CK_RV right) {
-        return input.ConsumeIntegralInRange(0, 7) != 7 ? right : input.ConsumeIntegral<CK_RV>();
-    };
+    linkedModule.answer = [&](CK_RV right) { return input.InRange(0, 7) != 7 ? right : input.Any<CK_RV>(); };
     linkedModule.number = [&](CK_ULONG right) {
-        if (input.ConsumeIntegralInRange(0, 7) != 7)
+        if (input.InRange(0, 7) != 7)
             return right;
-        return input.ConsumeBool() ? input.ConsumeIntegralInRange<CK_ULONG>(0, 2000)
-                                   : input.ConsumeIntegral<CK_ULONG>();
+        return input.Bool() ? input.InRange<CK_ULONG>(0, 2000) : input.Any<CK_ULONG>();
     };
     linkedModule.PlugIn();
 
     QMNativeMessagingHost host;
     static_cast<void>(tokenManager.TokenOpenSession());
-    for (int steps = 0; steps < 8 && (steps == 0 || input.remaining_bytes() > 0); ++steps) {
+    for (int steps = 0; steps < 8 && (steps == 0 || input.BytesLeft() > 0); ++steps) {
         CheckList();
         const std::string id =
             SelectCertDisplayListCKA_ID.empty() ? "01" : SelectCertDisplayListCKA_ID.front();

@@ -1,11 +1,10 @@
 // XML text and XML paths: what is set at a path is read there again, the text of a tree loads again, and XML
 // that CkAsn takes becomes DER that goes round.
 
+#include "FuzzedChoices.h"
 #include "Require.h"
 #include "ck/CkAsn.h"
 #include "ck/CkXml.h"
-
-#include <fuzzer/FuzzedDataProvider.h>
 
 #include <memory>
 #include <string>
@@ -28,20 +27,20 @@ void CheckAsn(const std::string& xml) {
 }
 
 /// A path of up to four steps out of few names, so that many of them meet.
-std::string SomePath(FuzzedDataProvider& input) {
+std::string SomePath(FuzzedChoices& input) {
     static constexpr const char* kNames[] = {"sequence", "set", "oid", "contextSpecific", "a"};
-    std::string path = input.PickValueInArray(kNames);
-    for (int more = input.ConsumeIntegralInRange(0, 3); more > 0; --more) {
-        if (input.ConsumeBool())
-            path += "[" + std::to_string(input.ConsumeIntegralInRange(0, 3)) + "]";
-        path += std::string("|") + input.PickValueInArray(kNames);
+    std::string path = input.OneOf(kNames);
+    for (int more = input.InRange(0, 3); more > 0; --more) {
+        if (input.Bool())
+            path += "[" + std::to_string(input.InRange(0, 3)) + "]";
+        path += std::string("|") + input.OneOf(kNames);
     }
     return path;
 }
 
 /// Without a zero byte, which no text of an element has.
-std::string SomeContent(FuzzedDataProvider& input) {
-    std::string content = input.ConsumeRandomLengthString(40);
+std::string SomeContent(FuzzedChoices& input) {
+    std::string content = input.String(40);
     std::erase(content, '\0');
     return content;
 }
@@ -55,12 +54,12 @@ void CheckText(const CkXml& xml) {
     Require(again.LoadXml2(text, false) && again.getXml() == text, "the text of a tree is stable");
 }
 
-void CheckPaths(FuzzedDataProvider& input) {
+void CheckPaths(FuzzedChoices& input) {
     CkXml root;
     root.put_Tag("sequence");
-    while (input.remaining_bytes() > 0) {
+    while (input.BytesLeft() > 0) {
         const std::string path = SomePath(input);
-        switch (input.ConsumeIntegralInRange(0, 4)) {
+        switch (input.InRange(0, 4)) {
         case 0: {
             const std::string content = SomeContent(input);
             root.UpdateChildContent(path, content);
@@ -79,13 +78,13 @@ void CheckPaths(FuzzedDataProvider& input) {
         case 3:
             if (const std::unique_ptr<CkXml> child = root.FindChild(path)) {
                 CkXml tree;
-                tree.LoadXml2(input.ConsumeRandomLengthString(60), input.ConsumeBool());
+                tree.LoadXml2(input.String(60), input.Bool());
                 child->AddChildTree(tree);
             }
             break;
         default: // whatever the path, nothing happens to the tree
             const std::string text = root.getXml();
-            const std::string odd = input.ConsumeRandomLengthString(20);
+            const std::string odd = input.String(20);
             static_cast<void>(root.getChildContent(odd));
             static_cast<void>(root.FindChild(odd));
             root.UpdateAttrAt(odd, false, "b", "c");
@@ -102,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     // Texts begin with "<"; anything else is a list of calls.
     if (data[0] != '<') {
-        FuzzedDataProvider input(data, size);
+        FuzzedChoices input(data, size);
         CheckPaths(input);
         return 0;
     }

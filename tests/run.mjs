@@ -10,10 +10,10 @@ import { basename, join } from "node:path";
 import { run } from "node:test";
 
 /** The files mostly wait, for windows and for the host: more of them than cores can run at once. */
-const filesAtOnce = 4;
+const FILES_AT_ONCE = 4;
 
 /** No file of tests takes half as long, also on a slow machine. */
-const fileTimeout = 1_800_000;
+const FILE_TIMEOUT = 1_800_000;
 
 const [folder, report = null, ...names] = process.argv.slice(2);
 const files = readdirSync(folder)
@@ -29,7 +29,7 @@ function runFile(file) {
   const title = ({ name, details }) =>
     `${basename(file, ".test.mjs")}: ${name} (${Math.round(details?.duration_ms ?? 0)} ms)`;
   return new Promise((resolve) => {
-    run({ files: [file], timeout: fileTimeout })
+    run({ files: [file], timeout: FILE_TIMEOUT })
       .on("test:pass", (test) => {
         if (isGroup(test)) return;
         const isSkipped = test.skip !== undefined || test.todo !== undefined;
@@ -51,7 +51,7 @@ function runFile(file) {
 const results = new Map();
 const waiting = [...files];
 await Promise.all(
-  Array.from({ length: filesAtOnce }, async () => {
+  Array.from({ length: FILES_AT_ONCE }, async () => {
     for (let file = waiting.shift(); file; file = waiting.shift()) results.set(file, await runFile(file));
   }),
 );

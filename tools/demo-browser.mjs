@@ -5,29 +5,18 @@
 
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { homedir } from "node:os";
-import { dirname, join, relative, resolve } from "node:path";
-import { fileURLToPath } from "node:url";
+import { join, relative } from "node:path";
 
 import { PDFDocument } from "pdf-lib";
 
-import { make } from "../extension/make.mjs";
-import { startBrowser } from "../tests/browser/lib/browser.mjs";
-import { ExtensionPages } from "../tests/browser/lib/extension-pages.mjs";
-import { serve } from "../tests/browser/lib/site.mjs";
-import { User } from "../tests/browser/lib/user.mjs";
-import { bin } from "../tests/program/lib/build.mjs";
-import { Authority } from "../tests/program/lib/certificates.mjs";
-import { Desktop } from "../tests/program/lib/desktop.mjs";
-import { Judges } from "../tests/program/lib/judges.mjs";
-import { Cleanup, run, sleep } from "../tests/program/lib/process.mjs";
-import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import {
+  Authority, BINARY_ID, BrowserUser, bytesOf, Cleanup, Desktop, ExtensionPages, Judges, run, serve, sleep, SoftToken, startBrowser,
+} from "../tests/lib/browser-kit.mjs";
+import { bin, product, root } from "../tests/lib/quillmark.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
-const root = resolve(dirname(fileURLToPath(import.meta.url)), "..");
-const pin = "1234";
-const owner = "Asha Rao";
-const ownerKeyId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
-
+const PIN = "1234";
+const OWNER = "Asha Rao";
 const cleanup = new Cleanup();
 
 async function main() {
@@ -38,11 +27,11 @@ async function main() {
   await mkdir(home, { recursive: true });
 
   const { token, judges } = await makeToken(folder, home);
-  await run(join(root, "install"), ["--from", bin], { env: { ...process.env, ...token.env } });
-  step(`The program is installed in ${relative(".", home)} and registered with the browsers there`);
+  await run(product.install, ["--from", bin], { env: { ...process.env, ...token.env } });
+  step(`The signing program is installed in ${relative(".", home)} and registered with the browsers there`);
 
   const extensions = join(folder, "extension");
-  await make(extensions);
+  await product.extension.make(extensions);
   const site = await serve(join(extensions, "example"));
   cleanup.add(site.close);
 
@@ -50,7 +39,9 @@ async function main() {
   const desktop = isAuto ? await Desktop.start(cleanup) : null;
   // The display's owner is found in the user's own home, which is not the browser's.
   const displayEnv = desktop?.env ?? { XAUTHORITY: process.env.XAUTHORITY ?? join(homedir(), ".Xauthority") };
-  const browser = await startBrowser(name, { home, extensions, env: { ...displayEnv, ...token.env } });
+  const browser = await startBrowser(name, {
+    home, extension: join(extensions, name), firefoxId: product.extension.ids.firefox, env: { ...displayEnv, ...token.env },
+  });
   cleanup.add(() => browser.close().catch(() => {}));
   const page = (await browser.pages())[0] ?? (await browser.newPage());
   const address = `http://localhost:${site.port}`;
@@ -62,23 +53,23 @@ async function main() {
 }
 
 async function makeToken(folder, home) {
-  const token = await SoftToken.create(home, { pin, label: "Quillmark demo" });
+  const token = await SoftToken.create(home, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
-  const subject = `/C=IN/O=Quillmark Demo/CN=${owner}`;
-  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), ownerKeyId);
-  step(`A token is made, with a certificate of ${owner}; its PIN is ${pin}`);
+  const subject = `/C=IN/O=Quillmark Demo/CN=${OWNER}`;
+  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), BINARY_ID);
+  step(`A token is made, with a certificate of ${OWNER}; its PIN is ${PIN}`);
   return { token, judges: new Judges(folder, authority.certificate) };
 }
 
 async function letThePersonSign(browser, home) {
-  console.log(`  Choose a PDF document, look at it in the extension's window, and sign it; the PIN is ${pin}.`);
+  console.log(`  Choose a PDF document, look at it in the extension's window, and sign it; the PIN is ${PIN}.`);
   console.log(`  What you save lies in ${relative(".", join(home, "Downloads"))}. The demo ends with the browser.`);
   await new Promise((resolve) => browser.once("disconnected", resolve));
   step("The browser is closed");
 }
 
 async function signByItself({ name, browser, page, address, desktop, folder, judges }) {
-  const user = new User(desktop, name);
+  const user = new BrowserUser(desktop, name);
   user.extension = new ExtensionPages(name, browser);
   const picture = (what) => desktop.screenshot(join(folder, `${what}.png`));
 
@@ -96,10 +87,10 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   await user.certificateWindow();
   await sleep(2_000); // for the picture: the cards are drawn
   await picture("certificate-window");
-  await user.choose(saved);
+  await user.chooseUntilPin(saved);
   await user.pinWindow();
   await picture("pin");
-  await user.typePin(pin);
+  await user.typePin(PIN);
 
   const signed = await (await saved).evaluate(async ({ href }) => {
     const bytes = new Uint8Array(await (await fetch(href)).arrayBuffer());
@@ -107,8 +98,8 @@ async function signByItself({ name, browser, page, address, desktop, folder, jud
   });
   await picture("example-page");
   const file = join(folder, "signed.pdf");
-  await writeFile(file, Buffer.from(signed, "base64"));
-  await judges.pdf(file);
+  await writeFile(file, bytesOf(signed));
+  await judges.pdf(bytesOf(signed));
   step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
 }
 

@@ -3,25 +3,18 @@
 import { mkdir, rm, writeFile } from "node:fs/promises";
 import { join, relative } from "node:path";
 
-import { bin } from "../tests/program/lib/build.mjs";
-import { Authority } from "../tests/program/lib/certificates.mjs";
-import { Desktop } from "../tests/program/lib/desktop.mjs";
-import { Host, pinTitle } from "../tests/program/lib/host.mjs";
-import { Judges } from "../tests/program/lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "../tests/program/lib/pdf.mjs";
-import { Cleanup } from "../tests/program/lib/process.mjs";
-import { SoftToken } from "../tests/program/lib/soft-token.mjs";
+import {
+  Authority, BINARY_ID, bytesOf, Cleanup, Desktop, Host, Judges, makeSignedPdf, SoftToken, User,
+} from "../tests/lib/kit.mjs";
+import { bin, product } from "../tests/lib/quillmark.mjs";
 import { runDemo, step } from "./demo-steps.mjs";
 
 const folder = join(bin, "../../demo");
-const pin = "1234";
-const owner = "Asha Rao";
+const PIN = "1234";
+const OWNER = "Asha Rao";
 
 /** A user who thinks it over may take this long. */
-const patience = 600_000;
-
-/** An identifier as cards have it: the size of a SHA-1, with zero bytes, and no UTF-8. */
-const ownerKeyId = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+const PATIENCE = 600_000;
 
 const cleanup = new Cleanup();
 
@@ -32,12 +25,12 @@ async function main() {
 
   const { token, judges, certificate } = await makeToken();
   const desktop = isAuto ? await Desktop.start(cleanup) : { env: {} };
-  const host = await Host.start({ desktop, cleanup, token, folder: bin });
+  const host = await Host.start({ product, desktop, cleanup, token, folder: bin });
   step(`The host runs in ${relative(".", bin)}`);
-  const user = isAuto ? new OwnHands(host, desktop) : new PersonAtTheDisplay();
+  const user = isAuto ? new OwnHands(new User(desktop)) : new PersonAtTheDisplay();
 
   const record = JSON.parse(await ask(host, user, { action: "GetSelCertFromToken" }, "choose"));
-  if (record.SelCertSubject.includes(`CN=${owner}`) === false) throw new Error(`Choose the certificate of ${owner}`);
+  if (record.SelCertSubject.includes(`CN=${OWNER}`) === false) throw new Error(`Choose the certificate of ${OWNER}`);
   step(`Chosen: ${record.SelCertSubject} (thumbprint ${record.CertThumbPrint})`);
 
   await signReturn(host, user, judges);
@@ -51,21 +44,21 @@ async function main() {
 
 /** A SoftHSM token with the user's certificate, an expired one and the authority's. */
 async function makeToken() {
-  const token = await SoftToken.create(folder, { pin, label: "Quillmark demo" });
+  const token = await SoftToken.create(folder, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
   const issue = (file, name, options) =>
     authority.issue(file, { subject: `/C=IN/O=Quillmark Demo/CN=${name}`, email: "asha@example.in", ...options });
-  const certificate = await issue("user", owner);
-  await token.addPair(certificate, ownerKeyId);
-  await token.addPair(await issue("expired", `${owner} (old)`, { to: "20231115000000Z" }), "02");
-  await token.addCertificate(join(folder, "ca.der"), "03");
+  const certificate = await issue("user", OWNER);
+  await token.addPair(certificate, BINARY_ID);
+  await token.addPair(await issue("expired", `${OWNER} (old)`, { to: "20231115000000Z" }), "02");
+  await token.addCertificate(authority.own.der, "03");
   step("A token is made: a user's certificate, an expired one, a CA's");
   return { token, certificate, judges: new Judges(folder, authority.certificate) };
 }
 
 async function signReturn(host, user, judges) {
   const text = JSON.stringify({ gstin: "29ABCDE1234F1Z5", fp: "102026", gt: 3782969.01, remark: "नमस्ते" });
-  const cms = Buffer.from(await ask(host, user, { action: "GSTReturnSign", hash: text }, "choose and log in"), "base64");
+  const cms = bytesOf(await ask(host, user, { action: "GSTReturnSign", hash: text }, "choose and log in"));
   await writeFile(join(folder, "gst-return.p7m"), cms);
   const content = await judges.cms(cms);
   if (content.toString() !== text) throw new Error("The SignedData carries another text than the one that was signed");
@@ -73,21 +66,19 @@ async function signReturn(host, user, judges) {
 }
 
 async function signDocument(host, judges, thumbprint) {
-  const pdf = await makePdfWithoutZeroInDigest(["Rent agreement", "Signed with a token, by way of the browser's host."]);
-  const signed = await signPdf(pdf, async (digest) => {
-    const request = { action: "PdfSignFromToken", hash: digest.toString("base64"), certThumbPrint: thumbprint };
-    return Buffer.from(await ask(host, null, request), "base64");
-  });
+  const lines = ["Rent agreement", "Signed with a token, by way of the browser's host."];
+  const signed = await makeSignedPdf(lines, (hash) =>
+    ask(host, null, { action: "PdfSignFromToken", hash, certThumbPrint: thumbprint }));
   const file = join(folder, "signed.pdf");
   await writeFile(file, signed);
-  await judges.pdf(file);
+  await judges.pdf(signed);
   step(`PDF signed: pdfsig says that the signature is valid (${relative(".", file)})`);
 }
 
 async function signAuthToken(host, user, judges, certificate) {
   const authToken = `nonce ${Date.now()}`;
   const signature = await ask(host, user, { action: "SignAuthToken", authToken }, "choose");
-  await judges.rsa(Buffer.from(signature, "base64"), Buffer.from(authToken), certificate.pem);
+  await judges.rsa(bytesOf(signature), Buffer.from(authToken), certificate.pem);
   step("Authentication token signed: openssl dgst -verify is satisfied");
 }
 
@@ -95,32 +86,32 @@ async function signAuthToken(host, user, judges, certificate) {
 async function ask(host, user, request, deed = null) {
   host.send({ ...request, nonce: String(Date.now()) });
   if (deed) await user.does(deed, request.action);
-  const reply = await host.reply({ timeout: patience });
+  const reply = await host.reply({ timeout: PATIENCE });
   if (reply.status_cd !== 1) throw new Error(`${request.action}: ${reply.result}`);
   return reply.result;
 }
 
 class PersonAtTheDisplay {
   async does(deed, action) {
-    console.log(`  ${action}: choose "${owner}" in the window and press OK`);
-    if (deed === "choose and log in") console.log(`  then type the PIN, which is ${pin}`);
+    console.log(`  ${action}: choose "${OWNER}" in the window and press OK`);
+    if (deed === "choose and log in") console.log(`  then type the PIN, which is ${PIN}`);
   }
 }
 
 class OwnHands {
-  constructor(host, desktop) {
-    Object.assign(this, { host, desktop });
+  constructor(user) {
+    this.user = user;
   }
 
   async does(deed, action) {
-    await this.desktop.screenshot(join(folder, `window-${action}.png`), await this.host.window());
+    await this.user.desktop.screenshot(join(folder, `window-${action}.png`), await this.user.window());
     // SoftHSM lists its objects in no fixed order: the expired one may come first.
-    const isExpired = async (row) => (await this.host.cardColours(row)).includes("ff0000");
-    await this.host.clickCard((await isExpired(0)) ? 1 : 0);
-    await this.host.clickOk();
+    const isExpired = async (row) => (await this.user.cardColours(row)).includes("ff0000");
+    await this.user.clickCard((await isExpired(0)) ? 1 : 0);
+    await this.user.clickOk();
     if (deed !== "choose and log in") return;
-    await this.desktop.screenshot(join(folder, "pin-dialog.png"), await this.desktop.window(pinTitle));
-    await this.host.enterPin(pin);
+    await this.user.desktop.screenshot(join(folder, "pin-dialog.png"), await this.user.pinWindow());
+    await this.user.enterPin(PIN);
   }
 }
 

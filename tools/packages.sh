@@ -27,7 +27,7 @@ packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
   qpdf texlive-latex-base weasyprint wkhtmltopdf
 )
-packages_browser=(chromium firefox-esr x11-xserver-utils)
+packages_browser=(chromium firefox-esr qpdf x11-xserver-utils)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)
 # Left out when a Node.js that is new enough is installed in another way.

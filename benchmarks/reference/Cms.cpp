@@ -7,30 +7,17 @@
                                     // libcrypto
 
 #include "Frames.h"
+#include "support/OpenSsl.h"
 
 #include <nlohmann/json.hpp>
 
-#include <openssl/cms.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <cstdio>
-#include <memory>
-#include <stdexcept>
-#include <vector>
 
 namespace {
-
-struct Free {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-    void operator()(CMS_ContentInfo* cms) const { CMS_ContentInfo_free(cms); }
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
-template <typename Handle>
-using Owned = std::unique_ptr<Handle, Free>;
 
 template <typename Result>
 Result Checked(const char* what, Result result) {
@@ -60,8 +47,7 @@ Owned<X509> LoadCertificate(const char* path) {
 std::string Reply(const std::string& request, X509* certificate, EVP_PKEY* key) {
     const nlohmann::ordered_json json = nlohmann::ordered_json::parse(request);
     const auto& text = json.at("hash").get_ref<const std::string&>();
-    const Owned<BIO> content(
-        Checked("BIO_new_mem_buf", BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))));
+    const Owned<BIO> content = Checked("BIO_new_mem_buf", ReaderOf(text));
     const Owned<CMS_ContentInfo> cms(
         Checked("CMS_sign", CMS_sign(certificate, key, nullptr, content.get(), CMS_BINARY | CMS_NOATTR)));
     unsigned char* der = nullptr;

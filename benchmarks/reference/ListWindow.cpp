@@ -10,24 +10,16 @@
 #include "Frames.h"
 #include "Token.h"
 #include "Window.h"
+#include "support/OpenSsl.h"
 
 #include <wx/utils.h>
 
-#include <openssl/x509v3.h>
-
 #include <exception>
-#include <memory>
 
 namespace {
 
-struct FreeX509 {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
-wxString Card(const ReferenceToken::Bytes& der) {
-    const unsigned char* cursor = der.data();
-    const std::unique_ptr<X509, FreeX509> certificate(
-        d2i_X509(nullptr, &cursor, static_cast<long>(der.size())));
+wxString Card(const std::string& der) {
+    const Owned<X509> certificate = Decoded(d2i_X509, der);
     if (!certificate)
         throw std::runtime_error("not a certificate");
     char name[256] = "";
@@ -55,7 +47,7 @@ void Serve(ReferenceWindow& window, const char* modulePath) {
 
     ReferenceToken token(modulePath);
     wxArrayString cards;
-    for (const ReferenceToken::Bytes& der : token.Certificates())
+    for (const std::string& der : token.Certificates())
         cards.Add(Card(der));
     window.list->Append(cards);
     window.list->SetSelection(0);

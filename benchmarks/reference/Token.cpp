@@ -63,7 +63,7 @@ void ReferenceToken::Find(std::vector<CK_ATTRIBUTE> search, Each&& each) {
     Call("C_FindObjectsFinal", findObjectsFinal_, session_);
 }
 
-ReferenceToken::Bytes ReferenceToken::FindKeyAndSign(const Bytes& id, const Bytes& data) {
+std::string ReferenceToken::FindKeyAndSign(std::string id, std::string data) {
     CK_OBJECT_CLASS keyClass = CKO_PRIVATE_KEY;
     CK_KEY_TYPE keyType = CKK_RSA;
     CK_BBOOL onToken = CK_TRUE;
@@ -71,34 +71,34 @@ ReferenceToken::Bytes ReferenceToken::FindKeyAndSign(const Bytes& id, const Byte
     Find({{CKA_CLASS, &keyClass, sizeof keyClass},
           {CKA_KEY_TYPE, &keyType, sizeof keyType},
           {CKA_TOKEN, &onToken, sizeof onToken},
-          {CKA_ID, const_cast<unsigned char*>(id.data()), id.size()}},
+          {CKA_ID, id.data(), id.size()}},
          [&](CK_OBJECT_HANDLE found) {
              key = found;
              return false;
          });
     CK_MECHANISM mechanism = {CKM_SHA256_RSA_PKCS, nullptr, 0};
-    Bytes signature(1024);
+    std::string signature(1024, '\0');
     CK_ULONG length = signature.size();
     Call("C_SignInit", signInit_, session_, &mechanism, key);
-    Call("C_Sign", sign_, session_, const_cast<CK_BYTE_PTR>(data.data()), CK_ULONG{data.size()},
-         signature.data(), &length);
+    Call("C_Sign", sign_, session_, reinterpret_cast<CK_BYTE_PTR>(data.data()), CK_ULONG{data.size()},
+         reinterpret_cast<CK_BYTE_PTR>(signature.data()), &length);
     signature.resize(length);
     return signature;
 }
 
-std::vector<ReferenceToken::Bytes> ReferenceToken::Certificates() {
+std::vector<std::string> ReferenceToken::Certificates() {
     CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     CK_CERTIFICATE_TYPE certificateType = CKC_X_509;
     CK_BBOOL onToken = CK_TRUE;
-    std::vector<Bytes> certificates;
+    std::vector<std::string> certificates;
     Find({{CKA_CLASS, &certificateClass, sizeof certificateClass},
           {CKA_CERTIFICATE_TYPE, &certificateType, sizeof certificateType},
           {CKA_TOKEN, &onToken, sizeof onToken}},
          [&](CK_OBJECT_HANDLE object) {
              CK_ATTRIBUTE attributes[] = {{CKA_VALUE, nullptr, 0}, {CKA_ID, nullptr, 0}};
              Call("C_GetAttributeValue", getAttributeValue_, session_, object, &attributes[0], CK_ULONG{2});
-             Bytes value(attributes[0].ulValueLen);
-             Bytes id(attributes[1].ulValueLen);
+             std::string value(attributes[0].ulValueLen, '\0');
+             std::string id(attributes[1].ulValueLen, '\0');
              attributes[0].pValue = value.data();
              attributes[1].pValue = id.data();
              Call("C_GetAttributeValue", getAttributeValue_, session_, object, &attributes[0], CK_ULONG{2});

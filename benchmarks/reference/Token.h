@@ -9,18 +9,16 @@
 /// std::runtime_error when the module refuses.
 class ReferenceToken {
 public:
-    using Bytes = std::vector<unsigned char>;
-
     /// Loads the module, initialises it and opens a read/write session on its first slot with a token.
     explicit ReferenceToken(const char* modulePath);
 
     void Login(CK_USER_TYPE user, const std::string& pin);
 
     /// The RSA key with this CKA_ID, searched anew, signs the data with CKM_SHA256_RSA_PKCS.
-    Bytes FindKeyAndSign(const Bytes& id, const Bytes& data);
+    std::string FindKeyAndSign(std::string id, std::string data);
 
     /// The DER of each X.509 certificate; its CKA_ID is read too.
-    std::vector<Bytes> Certificates();
+    std::vector<std::string> Certificates();
 
     void Create(std::vector<CK_ATTRIBUTE> attributes);
 

@@ -6,36 +6,17 @@
 #include "Clock.h"
 #include "Frames.h"
 #include "Token.h"
+#include "support/Bytes.h"
 
 #include <exception>
-
-namespace {
-
-ReferenceToken::Bytes FromHex(const std::string& hex) {
-    ReferenceToken::Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
-
-std::string ToHex(const ReferenceToken::Bytes& bytes) {
-    std::string hex;
-    for (const unsigned char byte : bytes) {
-        hex += "0123456789abcdef"[byte >> 4];
-        hex += "0123456789abcdef"[byte & 15];
-    }
-    return hex;
-}
-
-} // namespace
 
 int main(int argc, char** argv) try {
     if (argc != 5)
         return 2;
     ReferenceToken token(argv[1]);
     token.Login(CKU_USER, argv[2]);
-    const ReferenceToken::Bytes id = FromHex(argv[3]);
-    const ReferenceToken::Bytes data = FromHex(argv[4]);
+    const std::string id = FromHex(argv[3]);
+    const std::string data = FromHex(argv[4]);
     std::string message;
     while (ReadFrame(message)) {
         const bool list = message == R"("list")";

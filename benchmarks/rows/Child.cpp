@@ -99,13 +99,6 @@ void ExpectNormalEnd(pid_t pid, const std::string& name) {
 
 } // namespace
 
-std::string Frame(std::string_view message) {
-    const auto length = static_cast<std::uint32_t>(message.size());
-    std::string frame(sizeof length, '\0');
-    std::memcpy(frame.data(), &length, sizeof length);
-    return frame.append(message);
-}
-
 Child::Child(const Program& program, std::string_view onStdin) : name_(program.command[0]) {
     const Pipe toChild, fromChild;
     in_ = toChild.write;

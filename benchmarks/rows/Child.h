@@ -15,9 +15,6 @@ struct Program {
     std::map<std::string, std::string> env;
 };
 
-/// The frame of native messaging: four bytes of length in the machine's byte order, then the message.
-std::string Frame(std::string_view message);
-
 /// A child process with pipes that answers frames with frames. Failures, and a child that is silent for two
 /// minutes, throw std::runtime_error.
 class Child {

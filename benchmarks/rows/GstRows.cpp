@@ -1,11 +1,11 @@
 // Texts of a GST return, small and large: the time for a signature, how it grows, and the memory that it
 // takes.
 
-#include "Pairs.h"
 #include "Report.h"
 #include "Rows.h"
 #include "Setting.h"
 #include "Verify.h"
+#include "support/Bytes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -28,9 +28,11 @@ std::string GstText(std::size_t size) {
 }
 
 std::string GstRequest(const std::string& text) {
-    return Frame(nlohmann::ordered_json{
-        {"action", "GSTReturnSign"}, {"hash", text}, {"hashAlgorithm", "SHA256"}, {"nonce", "1"}}
-                     .dump());
+    return FrameOf(nlohmann::ordered_json{
+        {"action", "GSTReturnSign"},
+        {"hash", text},
+        {"hashAlgorithm", "SHA256"},
+        {"nonce", "1"}}.dump());
 }
 
 /// A program that signs the same text again and again.
@@ -81,20 +83,22 @@ void MeasureGst(const Setting& setting, Report& report) {
             continue;
         const std::string text = GstText(size.bytes);
         GstSigner host(Host(setting), text), reference(Reference(setting), text);
-        const Medians medians = MeasureInTurn(
-            2, size.pairs, [&] { return host.Sign(); }, [&] { return reference.Sign(); });
-        report.Add({what, medians.ours, medians.reference, 1.5});
+        report.Add({what,
+                    MeasureInTurn(
+                        2, size.pairs, [&] { return host.Sign(); }, [&] { return reference.Sign(); }),
+                    1.5});
     }
     if (const std::string what = "GST text of 32 MiB, against 8 MiB (ms)"; report.Wants(what)) {
         GstSigner large(Host(setting), GstText(32 * kMebibyte)), small(Host(setting), GstText(8 * kMebibyte));
-        const Medians medians = MeasureInTurn(
-            2, 15, [&] { return large.Sign(); }, [&] { return small.Sign(); });
-        report.Add({what, medians.ours, medians.reference, 4.2});
+        report.Add({what,
+                    MeasureInTurn(
+                        2, 15, [&] { return large.Sign(); }, [&] { return small.Sign(); }),
+                    4.2});
     }
     if (const std::string what = "GST text of 32 MiB, peak memory, against the text (MiB)";
         report.Wants(what)) {
         GstSigner host(Host(setting), GstText(32 * kMebibyte));
         host.Sign();
-        report.Add({what, static_cast<double>(host.PeakMemory()) / kMebibyte, 32, 6});
+        report.Add({what, {static_cast<double>(host.PeakMemory()) / kMebibyte, 32}, 6});
     }
 }

@@ -1,11 +1,11 @@
 // The list of certificates: from the request to the cards on the screen, how it grows, and through the
 // driver.
 
-#include "Pairs.h"
 #include "Report.h"
 #include "Rows.h"
 #include "Setting.h"
 #include "Verify.h"
+#include "support/Bytes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -41,8 +41,8 @@ Shown ToldByReference(const std::string& reply) {
 /// Starts the program, has it show the token's certificates, and returns the milliseconds less the pauses.
 double ShowCards(const Program& program, Shown (*told)(const std::string&), int certificates) {
     Child child(program);
-    child.Ask(Frame("{}")); // now it is up
-    const Shown shown = told(std::string(child.Ask(Frame(R"({"action":"GetSelCertFromToken"})"))));
+    child.Ask(FrameOf("{}")); // now it is up
+    const Shown shown = told(std::string(child.Ask(FrameOf(R"({"action":"GetSelCertFromToken"})"))));
     Expect(shown.cards == certificates, "a certificate is missing in the list");
     child.Finish();
     return static_cast<double>(shown.at - child.LastBegin() - shown.paused) * kMilliPerNano;
@@ -64,7 +64,7 @@ public:
         : child_(setting.Reference("reference-token", {module, setting.pin, "", ""}, kCertificates)) {}
 
     double List() {
-        const auto answer = nlohmann::json::parse(child_.Ask(Frame(R"("list")")));
+        const auto answer = nlohmann::json::parse(child_.Ask(FrameOf(R"("list")")));
         Expect(answer.at("count") == kCertificates, "a certificate is missing in the list");
         return answer.at("ns").get<double>() * kMilliPerNano;
     }
@@ -82,22 +82,26 @@ void MeasureLists(const Setting& setting, Report& report) {
             "list of " + std::to_string(certificates) + " certificates, request to cards (ms)";
         if (!report.Wants(what))
             continue;
-        const Medians medians = MeasureInTurn(
-            1, 15, [&] { return ListByHost(setting, certificates); },
-            [&] { return ListByReference(setting, certificates); });
-        report.Add({what, medians.ours, medians.reference, 1.5});
+        report.Add({what,
+                    MeasureInTurn(
+                        1, 15, [&] { return ListByHost(setting, certificates); },
+                        [&] { return ListByReference(setting, certificates); }),
+                    1.5});
     }
     // What grows no faster than linearly takes at most ten times as long for ten times as many.
     if (const std::string what = "list of 1000 certificates, against 100 (ms)"; report.Wants(what)) {
-        const Medians medians = MeasureInTurn(
-            1, 15, [&] { return ListByHost(setting, 1000); }, [&] { return ListByHost(setting, 100); });
-        report.Add({what, medians.ours, medians.reference, 10});
+        report.Add(
+            {what,
+             MeasureInTurn(
+                 1, 15, [&] { return ListByHost(setting, 1000); }, [&] { return ListByHost(setting, 100); }),
+             10});
     }
     if (const std::string what = "100 certificates through the driver, against the module (ms)";
         report.Wants(what)) {
         BareList driver(setting, setting.driver), module(setting, setting.softhsm);
-        const Medians medians = MeasureInTurn(
-            5, 101, [&] { return driver.List(); }, [&] { return module.List(); });
-        report.Add({what, medians.ours, medians.reference, 1.05});
+        report.Add({what,
+                    MeasureInTurn(
+                        5, 101, [&] { return driver.List(); }, [&] { return module.List(); }),
+                    1.05});
     }
 }

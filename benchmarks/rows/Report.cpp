@@ -28,10 +28,11 @@ bool Report::Wants(const std::string& what) const {
 void Report::Add(const Row& row) {
     isEmpty_ = false;
     std::cout << nlohmann::ordered_json{{"what", row.what},
-                                        {"ours", row.ours},
-                                        {"reference", row.reference},
-                                        {"ratio", row.higherIsBetter ? row.reference / row.ours
-                                                                     : row.ours / row.reference},
+                                        {"ours", row.medians.ours},
+                                        {"reference", row.medians.reference},
+                                        {"ratio", row.higherIsBetter
+                                                      ? row.medians.reference / row.medians.ours
+                                                      : row.medians.ours / row.medians.reference},
                                         {"target", row.target},
                                         {"higher_is_better", row.higherIsBetter}}
               << std::endl;

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "Pairs.h"
+
 #include <string>
 
 /// One line of the table. Its ratio is ours / reference; where higher is better, reference / ours: how many
 /// times faster ours is.
 struct Row {
     std::string what;
-    double ours;
-    double reference;
+    Medians medians;
     double target;
     bool higherIsBetter = false;
 };

@@ -1,14 +1,13 @@
 #include "Setting.h"
 
-#include <nlohmann/json.hpp>
+#include "support/ScratchFolder.h"
 
-#include <fstream>
+#include <nlohmann/json.hpp>
 
 namespace fs = std::filesystem;
 
 Setting::Setting(const std::string& file) {
-    std::ifstream stream(file);
-    const auto json = nlohmann::json::parse(stream);
+    const auto json = nlohmann::json::parse(ReadFile(file));
     softhsm = json.at("softhsm");
     pin = json.at("pin");
     work = json.at("work").get<std::string>();
@@ -24,7 +23,7 @@ std::string Setting::NewHostFolder(int logLevel) const {
     fs::create_directory(folder);
     for (const char* name : {"QMTokenDriver.so", "QMLogo.png"})
         fs::create_symlink(bin_ / name, folder / name);
-    std::ofstream(folder / "QMHostSettings.json") << "{\"AppLogLevel\":" << logLevel << "}";
+    WriteFile(folder / "QMHostSettings.json", "{\"AppLogLevel\":" + std::to_string(logLevel) + "}");
     return folder;
 }
 
@@ -32,7 +31,7 @@ Program Setting::Host(const std::string& name, int certificates, int logLevel) c
     Program program = {{name == "QMChromeExtHost" ? bin_ / name : programs_ / name},
                        NewHostFolder(logLevel),
                        Token(certificates).env};
-    program.env["QM_BENCH_PIN"] = pin;
+    program.env["QM_USER_PIN"] = pin;
     return program;
 }
 

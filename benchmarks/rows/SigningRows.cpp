@@ -1,15 +1,15 @@
 // A signature for a PDF by the host, against the token itself, against what one would script, through the
 // driver and without it, and with all that can be logged.
 
-#include "Pairs.h"
 #include "Report.h"
 #include "Rows.h"
 #include "Setting.h"
 #include "Verify.h"
+#include "support/Bytes.h"
+#include "support/ScratchFolder.h"
+#include "support/Verify.h"
 
 #include <nlohmann/json.hpp>
-
-#include <fstream>
 
 namespace {
 
@@ -19,18 +19,13 @@ constexpr double kMilli = 1e3;
 std::string Document() {
     for (int number = 0;; ++number) {
         std::string document = "document " + std::to_string(number);
-        if (Sha256(document).find('\0') == std::string::npos)
+        if (DigestOf("SHA256", document).find('\0') == std::string::npos)
             return document;
     }
 }
 
-/// What is signed for a document: the attributes contentType and messageDigest in a SET (RFC 5652
-/// section 5.4).
 std::string SignedAttributes(const std::string& document) {
-    return "\x31\x4B\x30\x18\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x03\x31\x0B\x06\x09\x2A\x86\x48\x86\xF7"
-           "\x0D\x01"
-           "\x07\x01\x30\x2F\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x04\x31\x22\x04\x20" +
-           Sha256(document);
+    return SignedAttributesOf(DigestOf("SHA256", document));
 }
 
 /// A host that signs the document again and again.
@@ -38,15 +33,15 @@ class PdfHost {
 public:
     PdfHost(const Setting& setting, const std::string& document, int logLevel = Setting::kInfo)
         : child_(setting.Host("bench-host-chosen", 1, logLevel)) {
-        const std::string record = ResultOf(child_.Ask(Frame(R"({"action":"GetSelCertFromToken"})")));
-        request_ = Frame(nlohmann::json{
+        const std::string record = ResultOf(child_.Ask(FrameOf(R"({"action":"GetSelCertFromToken"})")));
+        request_ = FrameOf(nlohmann::json{
             {"action", "PdfSignFromToken"},
-            {"hash", Base64(Sha256(document))},
+            {"hash", ToBase64(DigestOf("SHA256", document))},
             {"hashAlgorithm", "SHA-256"},
             {"certThumbPrint", nlohmann::json::parse(record).at("CertThumbPrint")},
             {"nonce", "1"}}.dump());
         reply_ = child_.Ask(request_);
-        CheckSignedData(ResultOf(reply_), document);
+        CheckSignedData(ResultOf(reply_), &document);
     }
 
     double Sign() {
@@ -65,9 +60,9 @@ public:
     BareLoop(const Setting& setting, const std::string& module, const std::string& id,
              const std::string& document)
         : child_(setting.Reference("reference-token",
-                                   {module, setting.pin, Hex(id), Hex(SignedAttributes(document))}, 1)) {
+                                   {module, setting.pin, ToHex(id), ToHex(SignedAttributes(document))}, 1)) {
         signature_ = nlohmann::json::parse(child_.Ask(kRequest)).at("signature");
-        CheckSignature(setting.Token(1).signer, SignedAttributes(document), signature_);
+        CheckSignature(setting.Token(1).signer, SignedAttributes(document), FromHex(signature_));
     }
 
     double Sign() {
@@ -77,7 +72,7 @@ public:
     }
 
 private:
-    const std::string kRequest = Frame(R"("sign")");
+    const std::string kRequest = FrameOf(R"("sign")");
     Child child_;
     std::string signature_;
 };
@@ -85,17 +80,17 @@ private:
 const std::string kIdBytes = std::string(19, '\0') + '\x01';
 
 BareLoop ThroughDriver(const Setting& setting, const std::string& document) {
-    return {setting, setting.driver, Hex(kIdBytes), document}; // the driver shows identifiers as hex text
+    return {setting, setting.driver, ToHex(kIdBytes), document}; // the driver shows identifiers as hex text
 }
 
 void MeasureScripts(const Setting& setting, Report& report, const std::string& document) {
     const std::string file = setting.work / "document", attributes = setting.work / "attributes",
                       output = setting.work / "output";
-    std::ofstream(file) << document;
-    std::ofstream(attributes) << SignedAttributes(document);
+    WriteFile(file, document);
+    WriteFile(attributes, SignedAttributes(document));
     std::string uri = "pkcs11:type=private;id=";
     for (const char byte : kIdBytes)
-        uri += "%" + Hex({&byte, 1});
+        uri += "%" + ToHex({&byte, 1});
     uri += "?pin-value=" + setting.pin;
 
     Program openssl = {{"openssl", "cms",      "-sign",    "-binary", "-md",
@@ -106,15 +101,10 @@ void MeasureScripts(const Setting& setting, Report& report, const std::string& d
                        setting.Token(1).env};
     openssl.env["PKCS11_MODULE_PATH"] = setting.softhsm;
     const Program tool = {{"pkcs11-tool", "--module", setting.softhsm, "--login", "--pin", setting.pin,
-                           "--sign", "--mechanism", "SHA256-RSA-PKCS", "--id", Hex(kIdBytes), "--input-file",
-                           attributes, "--output-file", output},
+                           "--sign", "--mechanism", "SHA256-RSA-PKCS", "--id", ToHex(kIdBytes),
+                           "--input-file", attributes, "--output-file", output},
                           setting.work,
                           setting.Token(1).env};
-    const auto outputBytes = [&] {
-        std::ifstream stream(output, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    };
-
     for (const bool cms : {true, false}) {
         const std::string what = std::string("a PDF signature, against ") +
                                  (cms ? "openssl cms -sign" : "pkcs11-tool --sign") + " (ms)";
@@ -123,12 +113,14 @@ void MeasureScripts(const Setting& setting, Report& report, const std::string& d
         PdfHost host(setting, document);
         RunSeconds(cms ? openssl : tool);
         if (cms)
-            CheckSignedData(Base64(outputBytes()), document);
+            CheckSignedData(ToBase64(ReadFile(output)), &document);
         else
-            CheckSignature(setting.Token(1).signer, SignedAttributes(document), Hex(outputBytes()));
-        const Medians medians = MeasureInTurn(
-            2, 25, [&] { return host.Sign(); }, [&] { return RunSeconds(cms ? openssl : tool) * kMilli; });
-        report.Add({what, medians.ours, medians.reference, 20, true});
+            CheckSignature(setting.Token(1).signer, SignedAttributes(document), ReadFile(output));
+        report.Add({what,
+                    MeasureInTurn(
+                        2, 25, [&] { return host.Sign(); },
+                        [&] { return RunSeconds(cms ? openssl : tool) * kMilli; }),
+                    20, true});
     }
 }
 
@@ -139,24 +131,27 @@ void MeasureSigning(const Setting& setting, Report& report) {
     if (const std::string what = "a PDF signature, warm, against the bare token (ms)"; report.Wants(what)) {
         PdfHost host(setting, document);
         BareLoop bare = ThroughDriver(setting, document);
-        const Medians medians = MeasureInTurn(
-            50, 1001, [&] { return host.Sign(); }, [&] { return bare.Sign(); });
-        report.Add({what, medians.ours, medians.reference, 1.10});
+        report.Add({what,
+                    MeasureInTurn(
+                        50, 1001, [&] { return host.Sign(); }, [&] { return bare.Sign(); }),
+                    1.10});
     }
     MeasureScripts(setting, report, document);
     if (const std::string what = "a signature through the driver, against the module (ms)";
         report.Wants(what)) {
         BareLoop driver = ThroughDriver(setting, document);
         BareLoop module(setting, setting.softhsm, kIdBytes, document);
-        const Medians medians = MeasureInTurn(
-            50, 1001, [&] { return driver.Sign(); }, [&] { return module.Sign(); });
-        report.Add({what, medians.ours, medians.reference, 1.05});
+        report.Add({what,
+                    MeasureInTurn(
+                        50, 1001, [&] { return driver.Sign(); }, [&] { return module.Sign(); }),
+                    1.05});
     }
     if (const std::string what = "a PDF signature, log at DEBUG, against INFO (ms)"; report.Wants(what)) {
         PdfHost debug(setting, document, Setting::kDebug);
         PdfHost info(setting, document);
-        const Medians medians = MeasureInTurn(
-            50, 501, [&] { return debug.Sign(); }, [&] { return info.Sign(); });
-        report.Add({what, medians.ours, medians.reference, 1.3});
+        report.Add({what,
+                    MeasureInTurn(
+                        50, 501, [&] { return debug.Sign(); }, [&] { return info.Sign(); }),
+                    1.3});
     }
 }

@@ -1,10 +1,10 @@
 // What the host costs before it does anything: its start, its loop, its memory.
 
-#include "Pairs.h"
 #include "Report.h"
 #include "Rows.h"
 #include "Setting.h"
 #include "Verify.h"
+#include "support/Bytes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -13,7 +13,7 @@ namespace {
 constexpr double kMilli = 1e3, kMicro = 1e6, kMebibyte = 1 << 20;
 
 std::string EchoRequest(const std::string& text) {
-    return Frame(nlohmann::json{{"text", text}, {"nonce", "1"}}.dump());
+    return FrameOf(nlohmann::json{{"text", text}, {"nonce", "1"}}.dump());
 }
 
 void ExpectEcho(std::string_view reply, const std::string& text) {
@@ -23,9 +23,14 @@ void ExpectEcho(std::string_view reply, const std::string& text) {
            "an echo is wrong");
 }
 
-void MeasureStartUp(const Setting& setting, Report& report) {
-    const std::string what = "start-up, exec to first reply (ms)";
-    if (!report.Wants(what))
+double StartMilliseconds(const Child& child) { return child.LastSeconds() * kMilli; }
+
+double MebibytesAtRest(const Child& child) { return static_cast<double>(child.Status("VmRSS")) / kMebibyte; }
+
+/// A row of starts up to the first reply, each measured before it ends.
+void MeasureStarts(const Setting& setting, Report& report, const Row& row, int warmUp, int pairs,
+                   double (*measure)(const Child&)) {
+    if (!report.Wants(row.what))
         return;
     const Program host = setting.Host("QMChromeExtHost", 1);
     const Program reference = setting.Reference("reference-window", {}, 1);
@@ -33,41 +38,24 @@ void MeasureStartUp(const Setting& setting, Report& report) {
     const auto start = [&](const Program& program) {
         Child child(program, request);
         const std::string reply(child.FirstAnswer());
-        const double seconds = child.LastSeconds();
+        const double measured = measure(child);
         if (&program == &host)
             ExpectEcho(reply, "hello");
         child.Finish();
-        return seconds * kMilli;
+        return measured;
     };
-    const Medians medians = MeasureInTurn(
-        3, 41, [&] { return start(host); }, [&] { return start(reference); });
-    report.Add({what, medians.ours, medians.reference, 1.10});
-}
-
-void MeasureMemoryAtRest(const Setting& setting, Report& report) {
-    const std::string what = "memory at rest (MiB)";
-    if (!report.Wants(what))
-        return;
-    const Program host = setting.Host("QMChromeExtHost", 1);
-    const Program reference = setting.Reference("reference-window", {}, 1);
-    const std::string request = EchoRequest("hello");
-    const auto resident = [&](const Program& program) {
-        Child child(program, request);
-        child.FirstAnswer();
-        const double bytes = static_cast<double>(child.Status("VmRSS"));
-        child.Finish();
-        return bytes / kMebibyte;
-    };
-    const Medians medians = MeasureInTurn(
-        1, 15, [&] { return resident(host); }, [&] { return resident(reference); });
-    report.Add({what, medians.ours, medians.reference, 1.15});
+    report.Add({row.what,
+                MeasureInTurn(
+                    warmUp, pairs, [&] { return start(host); }, [&] { return start(reference); }),
+                row.target});
 }
 
 } // namespace
 
 void MeasureStart(const Setting& setting, Report& report) {
-    MeasureStartUp(setting, report);
-    MeasureMemoryAtRest(setting, report);
+    MeasureStarts(setting, report, {"start-up, exec to first reply (ms)", {}, 1.10}, 3, 41,
+                  StartMilliseconds);
+    MeasureStarts(setting, report, {"memory at rest (MiB)", {}, 1.15}, 1, 15, MebibytesAtRest);
 }
 
 void MeasureEcho(const Setting& setting, Report& report) {
@@ -84,7 +72,9 @@ void MeasureEcho(const Setting& setting, Report& report) {
         Expect(child.Ask(request) == wanted, "an echo is wrong");
         return child.LastSeconds() * kMicro;
     };
-    const Medians medians = MeasureInTurn(
-        500, 5001, [&] { return ask(host, expected); }, [&] { return ask(reference, request.substr(4)); });
-    report.Add({what, medians.ours, medians.reference, 1.5});
+    report.Add({what,
+                MeasureInTurn(
+                    500, 5001, [&] { return ask(host, expected); },
+                    [&] { return ask(reference, request.substr(4)); }),
+                1.5});
 }

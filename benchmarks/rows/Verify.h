@@ -11,14 +11,10 @@ std::string ResultOf(std::string_view reply);
 
 /// `base64` is a SignedData whose signature by the signer it carries is right. `detachedContent` is the
 /// content of one without any. Returns the content.
-std::string CheckSignedData(std::string_view base64, std::string_view detachedContent = {});
+std::string CheckSignedData(const std::string& base64, const std::string* detachedContent = nullptr);
 
-/// `signature` (hex) is the signer's over `data` with SHA-256 and PKCS#1 v1.5.
-void CheckSignature(const std::string& signerFile, std::string_view data, std::string_view signature);
-
-std::string Sha256(std::string_view data);
-std::string Base64(std::string_view data);
-std::string Hex(std::string_view data);
+/// `signature` is the signer's over `data` with SHA-256 and PKCS#1 v1.5.
+void CheckSignature(const std::string& signerFile, std::string_view data, const std::string& signature);
 
 /// Throws std::runtime_error with `what` when the condition does not hold.
 void Expect(bool condition, const char* what);

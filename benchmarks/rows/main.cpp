@@ -5,6 +5,7 @@
 #include "Report.h"
 #include "Rows.h"
 #include "Setting.h"
+#include "support/Bytes.h"
 
 #include <sched.h>
 
@@ -29,7 +30,7 @@ void StayOnOneCore() {
 /// The first GTK program on a new display loads OpenGL to choose a visual for all others. No measurement
 /// shall meet that.
 void LetAWindowBeTheFirst(const Setting& setting) {
-    Child window(setting.Reference("reference-window", {}, 1), Frame("{}"));
+    Child window(setting.Reference("reference-window", {}, 1), FrameOf("{}"));
     window.FirstAnswer();
     window.Finish();
 }

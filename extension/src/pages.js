@@ -49,7 +49,7 @@ const OPERATIONS = {
 
 /** A signature of the journal in words: {title, words}. */
 export function describe({ time, origin, operation, algorithm, digest, subject, certificate, outcome }) {
-  const who = subject ?? (certificate ? `certificate ${certificate}` : "a certificate chosen in the program's window");
+  const who = subject ?? (certificate ? `certificate ${certificate}` : "a certificate chosen in the signing program's window");
   const became = outcome === "signed" ? `signed with ${who}` : `not signed: ${outcome}`;
   return {
     title: origin ?? "A site in a private window",

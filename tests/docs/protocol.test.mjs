@@ -5,32 +5,29 @@ import { symlink } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../program/lib/build.mjs";
-import { run } from "../program/lib/process.mjs";
-import { SoftToken } from "../program/lib/soft-token.mjs";
-import { World } from "../program/lib/world.mjs";
+import { bin, product } from "../lib/quillmark.mjs";
+import { NORMAL_END, World } from "../lib/kit.mjs";
 import { blocksOf } from "./lib/blocks.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 const blocks = await blocksOf("docs/protocol.md");
 
 /** The commands, each with the output that stands below it. */
 const commands = blocks.flatMap(({ language, content }, i) =>
   language === "sh" ? [{ command: content, output: blocks[i + 1].content }] : []);
 
-test("the commands print what the document says", async (t) => {
+test("The commands print what the document says", async (t) => {
   assert.ok(commands.length > 0);
   for (const { command, output } of commands) {
     const folder = await world.cleanupOf(t).folder("protocol");
     for (const name of ["QMChromeExtHost", "QMTokenDriver.so", "QMLogo.png"]) await symlink(join(bin, name), join(folder, name));
-    const { stdout } = await run("bash", ["-c", command], { cwd: folder, env: { ...process.env, ...world.desktop.env } });
+    const { stdout } = await world.desktop.run("bash", ["-c", command], { cwd: folder });
     assert.equal(stdout.toString(), output, command);
   }
 });
 
-test("the conversation goes as the document says", async (t) => {
-  const token = await SoftToken.create(await world.cleanupOf(t).folder("softhsm"));
-  await token.addPair(await world.certificate("Asha Rao", { email: "asha@example.com" }), "a1b2c3");
+test("The conversation goes as the document says", async (t) => {
+  const token = await world.softToken(t, { pairs: [[await world.certificate("Asha Rao", { email: "asha@example.com" }), "a1b2c3"]] });
   const host = await world.host(t, { token });
   const requests = blocks.flatMap((block, i) => (block.info.startsWith("json request") ? [{ ...block, reply: blocks[i + 1] }] : []));
   assert.ok(requests.length > 0);
@@ -39,14 +36,14 @@ test("the conversation goes as the document says", async (t) => {
   for (const { info, content, reply: expected } of requests) {
     assert.equal(expected.info, "json reply", `no reply stands below ${content}`);
     host.send(content.trim().replace("<CertThumbPrint>", thumbprint));
-    if (info.includes("and OK")) await host.clickOk();
-    if (info.includes("and Cancel")) await host.clickCancel();
-    if (info.includes("and the PIN")) await host.enterPin(token.pin);
-    const reply = (await host.replyFrame()).subarray(4).toString();
+    if (info.includes("and OK")) await host.user.clickOk();
+    if (info.includes("and Cancel")) await host.user.clickCancel();
+    if (info.includes("and the PIN")) await host.user.enterPin(token.pin);
+    const reply = await host.replyText();
     assert.match(reply, patternOf(expected.content.trim()), content);
     thumbprint = /CertThumbPrint\\":\\"(\w+)/.exec(reply)?.[1] ?? thumbprint;
   }
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 /** Matches the text alone, "…" standing for anything. */

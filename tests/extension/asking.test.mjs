@@ -1,22 +1,15 @@
 // Who may ask, and when the user is asked.
 
 import assert from "node:assert/strict";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 
-import { FakeBrowser, FakeProgram, portPair, RECORD, settle, stopClock, willing } from "./fakes.mjs";
-
-const SITE = "https://site.example";
-const ALLOWED = { user: { allowedOrigins: [SITE] } };
-const DIGEST = Buffer.alloc(32, 7).toString("base64");
-
-let browser;
-afterEach(() => browser.close());
-
-const actions = () => browser.program.requests.map(({ action }) => action);
+import {
+  ALLOWED, browser, DIGEST, FakeProgram, portPair, rawChannel, RECORD, settle, SITE, start, stopClock, visit, willing,
+  withdrawable,
+} from "./fakes.mjs";
 
 test("The first request of an unknown site asks the user, and shows the browser's origin and what is asked", async () => {
-  browser = new FakeBrowser({ answers: ["once"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["once"] });
   await page.signGstReturn("₹ 1,000");
   assert.deepEqual(browser.questions, [
     {
@@ -28,16 +21,14 @@ test("The first request of an unknown site asks the user, and shows the browser'
 });
 
 test("Once is for one request; always is remembered", async () => {
-  browser = new FakeBrowser({ answers: ["once", "always"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["once", "always"] });
   for (let i = 0; i < 4; i++) await page.signAuthToken("token");
   assert.deepEqual(browser.questions.map(({ kind }) => kind), ["question", "question", "statement", "statement"]);
   assert.deepEqual(browser.user.values.allowedOrigins, [SITE]);
 });
 
 test("Until the page closes is for this document, and for no other of the site", async () => {
-  browser = new FakeBrowser({ answers: ["page", "deny"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["page", "deny"] });
   for (let i = 0; i < 3; i++) await page.signAuthToken("token");
   assert.deepEqual(browser.questions.map(({ kind }) => kind), ["question", "statement", "statement"]);
   assert.equal(browser.user.values.allowedOrigins, undefined);
@@ -46,16 +37,14 @@ test("Until the page closes is for this document, and for no other of the site",
 });
 
 test("A private window leaves no origin behind, and its always lasts until the page closes", async () => {
-  browser = new FakeBrowser({ answers: ["always"] });
-  const page = await browser.page(SITE, { incognito: true });
+  const page = await visit({ answers: ["always"] }, SITE, { incognito: true });
   await page.signAuthToken("token");
   await page.signAuthToken("token");
   assert.deepEqual(browser.user.values, {});
 });
 
 test("A question says since when the site has been allowed", async () => {
-  browser = new FakeBrowser({ answers: ["once", "once"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["once", "once"] });
   await page.signAuthToken("token");
   await page.signAuthToken("token");
   const [first, second] = browser.questions;
@@ -64,8 +53,7 @@ test("A question says since when the site has been allowed", async () => {
 });
 
 test("A denied page is not asked about again until it is loaded anew, and its origin has waited", async (t) => {
-  browser = new FakeBrowser({ answers: ["deny", "once"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["deny", "once"] });
   const clock = stopClock(t);
   for (let i = 0; i < 2; i++) await assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" });
   assert.equal(browser.questions.length, 1);
@@ -79,7 +67,7 @@ test("A denied page is not asked about again until it is loaded anew, and its or
 });
 
 test("Each refusal makes the origin wait longer, an allowance begins anew", async (t) => {
-  browser = new FakeBrowser({ answers: ["deny", "deny", "deny", "deny", "deny", "once", "deny"] });
+  start({ answers: ["deny", "deny", "deny", "deny", "deny", "once", "deny"] });
   const clock = stopClock(t);
   const refusedFor = async (milliseconds) => {
     await assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED" });
@@ -96,8 +84,7 @@ test("Each refusal makes the origin wait longer, an allowance begins anew", asyn
 test("A time that runs out, and a question that is withdrawn, make the origin wait too", async (t) => {
   const clock = stopClock(t);
   for (const code of ["TIMEOUT", "ABORTED"]) {
-    browser = new FakeBrowser();
-    const page = await browser.page();
+    const page = await visit();
     const controller = new AbortController();
     const request = assert.rejects(page.signAuthToken("token", { timeout: 1_000, signal: controller.signal }), { code });
     await settle();
@@ -112,8 +99,7 @@ test("A time that runs out, and a question that is withdrawn, make the origin wa
 });
 
 test("No question without a click or key in that very document within half a minute", async (t) => {
-  browser = new FakeBrowser({ answers: ["once"] });
-  const page = await browser.page(SITE, { clicked: false });
+  const page = await visit({ answers: ["once"] }, SITE, { clicked: false });
   const clock = stopClock(t);
   const fails = (words) => assert.rejects(page.signAuthToken("token"), { code: "NOT_NOW", detail: words });
   await fails(/30 seconds/);
@@ -128,7 +114,7 @@ test("No question without a click or key in that very document within half a min
 });
 
 test("A gesture counts for half a minute, and so does the answer to a question", async (t) => {
-  browser = new FakeBrowser({ answers: ["once", "once"] });
+  start({ answers: ["once", "once"] });
   stopClock(t);
   const document = { origin: SITE, tabId: 1, engagedAt: -Infinity };
   await browser.rules.require(document, Date.now() - 30_000);
@@ -138,8 +124,7 @@ test("A gesture counts for half a minute, and so does the answer to a question",
 });
 
 test("No question about a page that is out of sight, also when its turn comes later", async () => {
-  browser = new FakeBrowser({ answers: ["once"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["once"] });
   browser.isInSight = false;
   await assert.rejects(page.signAuthToken("token"), { code: "NOT_NOW", detail: /in sight/ });
   browser.isInSight = true;
@@ -151,7 +136,7 @@ test("No question about a page that is out of sight, also when its turn comes la
 });
 
 test("The whole browser asks ten questions a minute at most, whatever the origins", async (t) => {
-  browser = new FakeBrowser({ answers: Array(12).fill("once") });
+  start({ answers: Array(12).fill("once") });
   const clock = stopClock(t);
   const ask = async (number) => (await browser.page(`https://site${number}.example`)).signAuthToken("token");
   for (let number = 0; number < 10; number++) await ask(number);
@@ -162,18 +147,17 @@ test("The whole browser asks ten questions a minute at most, whatever the origin
 });
 
 test("What was refused is known also after the browser has stopped the extension", async (t) => {
-  browser = new FakeBrowser({ answers: ["deny"] });
+  start({ answers: ["deny"] });
   await assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED" });
   const { values } = browser.session;
   browser.close();
-  browser = new FakeBrowser({ answers: ["once"] });
+  start({ answers: ["once"] });
   Object.assign(browser.session.values, values);
   await assert.rejects((await browser.page()).signAuthToken("token"), { code: "NOT_NOW" });
 });
 
 test("Closing the consent window denies", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
+  const page = await visit();
   const request = assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" });
   await settle();
   await browser.windows.remove(1);
@@ -181,7 +165,7 @@ test("Closing the consent window denies", async () => {
 });
 
 test("Consent questions come one after another, and one answer settles the site's other requests", async () => {
-  browser = new FakeBrowser({ answers: ["always", "once"] });
+  start({ answers: ["always", "once"] });
   const [first, second] = [await browser.page(SITE), await browser.page("https://second.example")];
   const progress = [];
   await Promise.all([
@@ -195,7 +179,7 @@ test("Consent questions come one after another, and one answer settles the site'
 });
 
 test("A site without https is denied, except on this computer", async () => {
-  browser = new FakeBrowser({ answers: ["once", "once"] });
+  start({ answers: ["once", "once"] });
   for (const origin of ["http://site.example", "null", "file://", "ftp://site.example", null]) {
     const page = await browser.page(origin);
     await assert.rejects(page.signAuthToken("token"), { code: "ORIGIN_DENIED" }, origin);
@@ -205,7 +189,7 @@ test("A site without https is denied, except on this computer", async () => {
 });
 
 test("A frame counts by its own origin, and the page around it is named", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, answers: ["deny"] });
+  start({ ...ALLOWED, answers: ["deny"] });
   const frame = await browser.page("https://ads.example", { frameId: 7 });
   await assert.rejects(frame.signAuthToken("token"), { code: "ORIGIN_DENIED" });
   assert.equal(browser.questions[0].origin, "https://ads.example");
@@ -214,39 +198,30 @@ test("A frame counts by its own origin, and the page around it is named", async 
 });
 
 test("A message of another frame does not reach the extension as this page's", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => heard.push(data);
-  page.window.deliver({ another: "window" }, { quillmark: "connect" }, [port2]);
-  port1.postMessage({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
+  const page = await visit(ALLOWED);
+  const channel = rawChannel(page, { another: "window" });
+  channel.send({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
   await settle();
-  port1.close();
-  assert.deepEqual(heard, []);
+  channel.close();
+  assert.deepEqual(channel.heard, []);
   assert.equal(browser.program.starts, 0);
 });
 
 test("What a page says of its origin, nonce or action counts for nothing", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, answers: ["deny"] });
-  const page = await browser.page("https://evil.example");
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => heard.push(data);
-  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
-  port1.postMessage({
+  const page = await visit({ ...ALLOWED, answers: ["deny"] }, "https://evil.example");
+  const channel = rawChannel(page);
+  channel.send({
     type: "request", id: 1, operation: "selectCertificate", timeout: 1000, origin: SITE, sender: { origin: SITE },
     values: { action: "SignAuthToken", nonce: "mine", origin: SITE },
   });
   await settle();
-  port1.close();
+  channel.close();
   assert.equal(browser.questions[0].origin, "https://evil.example");
-  assert.equal(heard.at(-1).error.code, "ORIGIN_DENIED");
+  assert.equal(channel.heard.at(-1).error.code, "ORIGIN_DENIED");
 });
 
 test("Taking a permission back ends what waits and what runs, and the program that had the PIN for the site", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
   await page.signAuthToken("0");
   const codes = ["1", "2", "3"].map((text) => page.signAuthToken(text).catch(({ code }) => code));
   await settle();
@@ -258,8 +233,7 @@ test("Taking a permission back ends what waits and what runs, and the program th
 });
 
 test("A permission that is taken back while nothing runs ends the program that has the PIN for the site", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await page.signAuthToken("token");
   await browser.service.revoke("https://other.example");
   assert.notEqual(browser.host.run, undefined);
@@ -268,38 +242,32 @@ test("A permission that is taken back while nothing runs ends the program that h
 });
 
 test("A question that waits for its turn longer than a click counts is not asked", async (t) => {
-  browser = new FakeBrowser();
+  start();
   const [first, second] = [await browser.page(), await browser.page("https://second.example")];
   const clock = stopClock(t);
-  const controller = new AbortController();
-  const held = assert.rejects(first.signAuthToken("1", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
+  const withdraw = await withdrawable(first);
   const waiting = assert.rejects(second.signAuthToken("2"), { code: "NOT_NOW" });
   await settle();
   clock.tick(31_000);
-  controller.abort();
-  await Promise.all([held, waiting]);
+  await Promise.all([withdraw(), waiting]);
   assert.equal(browser.questions.length, 1);
 });
 
 test("Two permissions that are taken back at once are both taken back, and one that is given meanwhile stays", async () => {
-  browser = new FakeBrowser({ user: { allowedOrigins: ["https://a.example", "https://b.example"] } });
+  start({ user: { allowedOrigins: ["https://a.example", "https://b.example"] } });
   const { permissions } = browser;
   await Promise.all([permissions.revoke("https://a.example"), permissions.allow(SITE), permissions.revoke("https://b.example")]);
   assert.deepEqual(await permissions.usersOrigins(), [SITE]);
 });
 
 test("A page that withdraws its question again and again waits, but not longer each time", async (t) => {
-  browser = new FakeBrowser();
+  start();
   const clock = stopClock(t);
   const page = await browser.page();
   for (let i = 0; i < 4; i++) {
     page.click();
-    const controller = new AbortController();
-    const request = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
-    await settle();
-    controller.abort();
-    await request;
+    const withdraw = await withdrawable(page);
+    await withdraw();
     await settle();
     await assert.rejects(page.signAuthToken("token"), { code: "NOT_NOW" });
     clock.tick(10_000);
@@ -308,7 +276,7 @@ test("A page that withdraws its question again and again waits, but not longer e
 });
 
 test("A window that is closed while it opens denies, and keeps nobody waiting", async () => {
-  browser = new FakeBrowser({ answers: ["once"] });
+  start({ answers: ["once"] });
   const create = browser.windows.create;
   browser.windows.create = async (options) => {
     const { id } = await create(options);
@@ -323,7 +291,7 @@ test("A window that is closed while it opens denies, and keeps nobody waiting", 
 });
 
 test("A denial by the administrator ends what a site has asked before it", async () => {
-  browser = new FakeBrowser({ answers: ["once"], program: new FakeProgram(() => undefined) });
+  start({ answers: ["once"], program: new FakeProgram(() => undefined) });
   const request = assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED" });
   await settle();
   assert.equal(browser.program.requests.length, 1);
@@ -333,8 +301,7 @@ test("A denial by the administrator ends what a site has asked before it", async
 });
 
 test("The text that an allowed site has signed is on the screen before the program is asked, and Stop signs nothing", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const create = browser.windows.create;
   browser.windows.create = () => new Promise(() => {});
   const invisible = page.signAuthToken("never seen", { timeout: 100 });
@@ -355,15 +322,14 @@ test("The text that an allowed site has signed is on the screen before the progr
 });
 
 test("A whole text is shown, however long, in pieces that a browser takes", async () => {
-  browser = new FakeBrowser({ answers: ["deny"] });
+  start({ answers: ["deny"] });
   const text = `${"x".repeat(9_000_000)}end`;
   await assert.rejects((await browser.page()).signAuthToken(text), { code: "ORIGIN_DENIED" });
   assert.equal(browser.questions[0].text, text);
 });
 
 test("PDF and income-tax questions show the digest, and whose it is", async () => {
-  browser = new FakeBrowser({ answers: ["once", "once"] });
-  const page = await browser.page();
+  const page = await visit({ answers: ["once", "once"] });
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   await page.signItReturn("aGFzaA==", "ABCDE1234F");
   assert.deepEqual(browser.questions.map(({ facts }) => facts), [

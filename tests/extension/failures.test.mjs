@@ -62,7 +62,7 @@ test("Every text of the documentation is one that the program's sources have", (
 
 test("Every browser's text of the documentation has the code that stands there", () => {
   for (const [text, browser, code] of table("What the browser says")) {
-    const answered = !browser.includes("before the program has answered");
+    const answered = !browser.includes("before the signing program has answered");
     assert.equal(classifyDisconnect(text === "(nothing)" ? undefined : text, { answered }), code, `${text} (${browser})`);
   }
 });

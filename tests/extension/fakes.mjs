@@ -1,8 +1,10 @@
 // A browser in a few lines: pages with the page library, the extension's script in them, its background, and a signing
 // program that answers as a test says. Nothing of it needs a browser.
 
+import assert from "node:assert/strict";
 import { webcrypto } from "node:crypto";
 import { readFile } from "node:fs/promises";
+import { afterEach } from "node:test";
 import { setImmediate as turn } from "node:timers/promises";
 import vm from "node:vm";
 
@@ -19,6 +21,42 @@ import { Signatures } from "../../extension/src/signatures.js";
 globalThis.crypto ??= webcrypto;
 
 const extension = new URL("../../extension/", import.meta.url);
+
+export const SITE = "https://site.example";
+export const ALLOWED = { user: { allowedOrigins: [SITE] } };
+export const DIGEST = Buffer.alloc(32, 7).toString("base64");
+
+/** The browser of the test that runs. It goes with the test. */
+export let browser;
+afterEach(() => browser?.close());
+
+/** Starts the test's browser; `options` as of FakeBrowser. */
+export function start(options) {
+  browser = new FakeBrowser(options);
+}
+
+/** Starts the test's browser with a page; what follows `options` is as of FakeBrowser.page. */
+export function visit(options, ...page) {
+  start(options);
+  return browser.page(...page);
+}
+
+/** Has the page ask for a signature. What is given takes that back, and waits until the request has ended. */
+export async function withdrawable(page) {
+  const controller = new AbortController();
+  const ended = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+  await settle();
+  return () => (controller.abort(), ended);
+}
+
+/** Speaks to the extension in a page without the library, as `source`: { send(message), heard, close() }. */
+export function rawChannel(page, source = page.window) {
+  const { port1, port2 } = new MessageChannel();
+  const heard = [];
+  port1.onmessage = ({ data }) => heard.push(data);
+  page.window.deliver(source, { quillmark: "connect" }, [port2]);
+  return { send: (message) => port1.postMessage(message), heard, close: () => port1.close() };
+}
 
 class Event {
   #listeners = [];
@@ -110,7 +148,7 @@ export function storage(initial = {}) {
 const BROWSER_WINDOW = "the browser's own";
 
 /** The browser's windows as far as the consent needs them. */
-export class FakeWindows {
+class FakeWindows {
   onRemoved = new Event();
   open = new Map();
   #lastId = 0;
@@ -200,7 +238,7 @@ export function willing(request) {
 }
 
 /** The extension's background with its surroundings, and pages that use it. */
-export class FakeBrowser {
+class FakeBrowser {
   windows = new FakeWindows();
   questions = [];
   #pages = [];

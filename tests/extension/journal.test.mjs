@@ -5,22 +5,13 @@ import { spawnSync } from "node:child_process";
 import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
 import { Journal } from "../../extension/src/journal.js";
-import { FakeBrowser, FakeProgram, RECORD, storage } from "./fakes.mjs";
+import { ALLOWED, browser, DIGEST, RECORD, SITE, start, storage, visit } from "./fakes.mjs";
 
-const SITE = "https://site.example";
-const ALLOWED = { user: { allowedOrigins: [SITE] } };
-const DIGEST = Buffer.alloc(32, 7).toString("base64");
 const TOOL = fileURLToPath(new URL("../../packaging/quillmark-journal", import.meta.url));
-
-let browser;
-afterEach(() => {
-  browser?.close();
-  browser = undefined;
-});
 
 const entries = async (journal) => (await journal.read()).lines.map((line) => JSON.parse(line));
 
@@ -38,8 +29,7 @@ function judged(lines, ...options) {
 }
 
 test("Each signature is an entry with what was signed, for whom, with what, and what came of it", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   browser.program.answer = () => ({ ok: false, text: "User Canceled without Selecting Certificate." });
   await assert.rejects(page.signGstReturn("₹ 1,000"), { code: "USER_CANCELLED" });
@@ -57,15 +47,14 @@ test("Each signature is an entry with what was signed, for whom, with what, and 
 });
 
 test("A private window leaves nothing in the journal, and no origin in the popup", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   await (await browser.page(SITE, { incognito: true })).signAuthToken("token");
   assert.deepEqual(await entries(browser.journal), []);
   assert.deepEqual((await browser.signatures.look()).map(({ origin, outcome }) => [origin, outcome]), [[null, "signed"]]);
 });
 
 test("The badge counts the signatures that came without a window, until the popup has shown them", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.equal(browser.badge, 0, "the user has chosen a certificate for it");
   for (let i = 0; i < 3; i++) await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
@@ -77,7 +66,7 @@ test("The badge counts the signatures that came without a window, until the popu
 
 test("A journal that cannot be written keeps nobody from a signature", async (t) => {
   t.mock.method(console, "error", () => {});
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   browser.user.set = () => Promise.reject(new Error("the disk is full"));
   assert.ok(await (await browser.page()).signAuthToken("token"));
   assert.equal(console.error.mock.callCount(), 1);

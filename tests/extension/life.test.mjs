@@ -1,21 +1,15 @@
 // How requests end before their time, and how long the signing program runs.
 
 import assert from "node:assert/strict";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 
-import { FakeBrowser, FakeProgram, RECORD, settle, stopClock, until, willing } from "./fakes.mjs";
-
-const SITE = "https://site.example";
-const ALLOWED = { user: { allowedOrigins: [SITE] } };
-const DIGEST = Buffer.alloc(32, 7).toString("base64");
-
-let browser;
-afterEach(() => browser.close());
+import {
+  ALLOWED, browser, DIGEST, FakeProgram, RECORD, settle, start, stopClock, until, visit, willing, withdrawable,
+} from "./fakes.mjs";
 
 test("An abort ends the program and its window, and the next request waits until they are gone", async (t) => {
   let silent = true;
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
   const clock = stopClock(t);
   const controller = new AbortController();
   const reason = new Error("the user left the form");
@@ -37,14 +31,11 @@ test("An abort ends the program and its window, and the next request waits until
 });
 
 test("The time limit ends also a request that waits until the program before it is gone", async (t) => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const clock = stopClock(t);
-  const controller = new AbortController();
-  const aborted = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
+  const withdraw = await withdrawable(page);
   await until(() => browser.program.requests.length === 1);
-  controller.abort();
-  await aborted;
+  await withdraw();
   await until(() => !browser.program.running);
   let code;
   page.signAuthToken("token", { timeout: 1_000 }).catch((error) => (code = error.code));
@@ -56,8 +47,7 @@ test("The time limit ends also a request that waits until the program before it 
 });
 
 test("A signal that is aborted already sends nothing", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await assert.rejects(page.signAuthToken("token", { signal: AbortSignal.abort() }), { code: "ABORTED" });
   await settle();
   assert.equal(browser.program.starts, 0);
@@ -66,42 +56,32 @@ test("A signal that is aborted already sends nothing", async () => {
 test("An abort while waiting leaves the request that is being served alone", async () => {
   let finish;
   const program = new FakeProgram(() => new Promise((resolve) => (finish = () => resolve({ text: "QUJD" }))));
-  browser = new FakeBrowser({ ...ALLOWED, program });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program });
   const first = page.signAuthToken("first");
-  const controller = new AbortController();
-  const second = assert.rejects(page.signAuthToken("second", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
-  controller.abort();
-  await second;
+  const withdraw = await withdrawable(page);
+  await withdraw();
   finish();
   assert.equal(await first, "QUJD");
   assert.equal(browser.program.starts, 1);
 });
 
 test("An abort closes the consent window", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
-  const controller = new AbortController();
-  const request = assert.rejects(page.signAuthToken("token", { signal: controller.signal }), { code: "ABORTED" });
-  await settle();
+  const page = await visit();
+  const withdraw = await withdrawable(page);
   assert.equal(browser.windows.open.size, 1);
-  controller.abort();
-  await request;
+  await withdraw();
   await settle();
   assert.equal(browser.windows.open.size, 0);
 });
 
 test("The time limit ends the program with TIMEOUT", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
   assert.equal(browser.program.running, false);
 });
 
 test("The time limit closes the consent window with TIMEOUT", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
+  const page = await visit();
   await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
   await settle();
   assert.equal(browser.windows.open.size, 0);
@@ -112,16 +92,14 @@ test("The time limit does not run while other requests come first", async () => 
     await new Promise((resolve) => setTimeout(resolve, 600));
     return { text: "QUJD" };
   };
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(slow) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(slow) });
   const first = page.signAuthToken("first", { timeout: 10_000 });
   const second = page.signAuthToken("second", { timeout: 1_100 });
   assert.deepEqual(await Promise.all([first, second]), ["QUJD", "QUJD"]);
 });
 
 test("A page that is closed in the middle withdraws its request", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const request = page.signAuthToken("token");
   request.catch(() => {});
   await settle();
@@ -130,7 +108,7 @@ test("A page that is closed in the middle withdraws its request", async () => {
 });
 
 test("The program ends with the last page that has used it", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   const [one, two, idle] = [await browser.page(), await browser.page(), await browser.page()];
   await one.signAuthToken("token");
   await two.signAuthToken("token");
@@ -142,8 +120,7 @@ test("The program ends with the last page that has used it", async () => {
 });
 
 test("The program ends after ten minutes of quiet, and every request begins them anew", async (t) => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await page.status();
   const clock = stopClock(t);
   await page.signAuthToken("token");
@@ -159,8 +136,7 @@ test("The program ends after ten minutes of quiet, and every request begins them
 
 test("An extension that is stopped in the middle rejects what is open, and serves again when it is back", async () => {
   let silent = true;
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
   const request = assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
   await settle();
   page.stopExtension();
@@ -171,15 +147,13 @@ test("An extension that is stopped in the middle rejects what is open, and serve
 });
 
 test("An extension that was replaced under an open page is EXTENSION_MISSING", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   browser.extensionIsGone = true;
   await assert.rejects(page.signAuthToken("token"), { code: "EXTENSION_MISSING" });
 });
 
 test("Signs of life lengthen the life of the PIN by nothing", async (t) => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   const clock = stopClock(t);
   await page.signAuthToken("token");
   for (let minute = 0; minute < 9; minute++) {
@@ -195,8 +169,7 @@ test("The PIN is forgotten after four hours, however busy, but not in the middle
   let finish;
   const program = new FakeProgram((request) =>
     request.authToken === "last" ? new Promise((resolve) => (finish = () => resolve({ text: "QUJD" }))) : willing(request));
-  browser = new FakeBrowser({ ...ALLOWED, program });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program });
   const clock = stopClock(t);
   await page.signAuthToken("first");
   for (let minute = 0; minute < 239; minute++) {
@@ -216,8 +189,7 @@ test("The PIN is forgotten after four hours, however busy, but not in the middle
 });
 
 test("A computer that has slept through the PIN's time finds no PIN when it wakes", async (t) => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   const clock = stopClock(t);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   clock.sleep(3_600_000);
@@ -229,7 +201,7 @@ test("A computer that has slept through the PIN's time finds no PIN when it wake
 
 test("The PIN's times are settings, the administrator's before the user's; what is none counts as the standard", async () => {
   const life = async (user, managed) => {
-    browser = new FakeBrowser({ user, managed });
+    start({ user, managed });
     const { quietMinutes, longestMinutes } = await browser.pinLife();
     return [quietMinutes, longestMinutes];
   };

@@ -2,15 +2,12 @@
 
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 
 import { ERRORS, MAX_GST_TEXT_BYTES, QuillmarkError, suitableDigest } from "../../extension/quillmark.js";
-import { FakeBrowser, stopClock } from "./fakes.mjs"; // also gives Node.js 18 the global crypto that browsers have
+import { browser, stopClock, visit } from "./fakes.mjs"; // also gives Node.js 18 the global crypto that browsers have
 
 const THUMBPRINT = "0123456789ABCDEF0123456789ABCDEF01234567";
-
-let browser;
-afterEach(() => browser?.close());
 
 test("An error carries its code, and words for people that belong to it", () => {
   const error = new QuillmarkError("TOKEN_MISSING", { detail: "No slot with token attached." });
@@ -69,8 +66,7 @@ test("suitableDigest of a document that cannot be varied fails when no algorithm
 });
 
 test("A page without the extension gets EXTENSION_MISSING, and status says so without failing", async (t) => {
-  browser = new FakeBrowser();
-  const page = await browser.page("https://site.example", { extension: false });
+  const page = await visit(undefined, "https://site.example", { extension: false });
   const clock = stopClock(t);
   const request = page.selectCertificate();
   const asked = assert.rejects(request, { code: "EXTENSION_MISSING" });
@@ -84,8 +80,7 @@ test("A page without the extension gets EXTENSION_MISSING, and status says so wi
 });
 
 test("What the checks find reaches the page as a rejection, before anyone is asked", async () => {
-  browser = new FakeBrowser();
-  const page = await browser.page();
+  const page = await visit();
   await assert.rejects(page.signPdfHash(new Uint8Array(32), THUMBPRINT), { code: "DIGEST_UNSUITABLE" });
   await assert.rejects(page.signAuthToken("a".repeat(64 * 1024 * 1024)), { code: "TOO_LARGE" });
   await assert.rejects(page.signPdfHash(42, THUMBPRINT), { code: "INVALID_ARGUMENT" });

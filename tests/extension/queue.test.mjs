@@ -1,3 +1,5 @@
+// The queue in which requests wait for their turn.
+
 import assert from "node:assert/strict";
 import { test } from "node:test";
 

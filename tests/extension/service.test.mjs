@@ -1,30 +1,24 @@
 // A page's request on its whole way, library, bridge and background, with a signing program that answers as a test says.
 
 import assert from "node:assert/strict";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 
-import { FakeBrowser, FakeProgram, portPair, RECORD, settle, willing } from "./fakes.mjs";
-
-const SITE = "https://site.example";
-const ALLOWED = { user: { allowedOrigins: [SITE] } };
-const DIGEST = Buffer.alloc(32, 7).toString("base64");
-
-let browser;
-afterEach(() => browser.close());
+import {
+  ALLOWED, browser, DIGEST, FakeProgram, portPair, rawChannel, RECORD, settle, SITE, start, visit, willing,
+} from "./fakes.mjs";
 
 const actions = () => browser.program.requests.map(({ action }) => action);
 
 /** The user of an allowed site, with a program that fails in this way. */
 async function siteWithFailure(text, options) {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => ({ ok: false, text })), ...options });
+  start({ ...ALLOWED, program: new FakeProgram(() => ({ ok: false, text })), ...options });
   return browser.page();
 }
 
 // ---- requests and replies
 
 test("Every operation reaches the program with the values that it wants", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   assert.deepEqual(await page.selectCertificate(), RECORD);
   await page.signGstReturn("a text", { hashAlgorithm: "SHA-512" });
   await page.signItReturn("aGFzaA==", "ABCDE1234F");
@@ -41,15 +35,14 @@ test("Every operation reaches the program with the values that it wants", async 
 });
 
 test("The program is started once, by the first request", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   assert.equal(browser.program.starts, 0);
   for (let i = 0; i < 3; i++) await page.signAuthToken(`token ${i}`);
   assert.equal(browser.program.starts, 1);
 });
 
 test("A reply with another nonce is BAD_REPLY, and ends the program", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   browser.program.answer = () => browser.program.reply("another", { text: "QUJD" });
   const page = await browser.page();
   await assert.rejects(page.signAuthToken("token"), { code: "BAD_REPLY" });
@@ -58,7 +51,7 @@ test("A reply with another nonce is BAD_REPLY, and ends the program", async () =
 
 test("A reply without the shape of one is BAD_REPLY", async () => {
   for (const reply of [{}, { status_cd: "1", result: "QUJD" }, { status_cd: 1, result: 5 }, [], "text"]) {
-    browser = new FakeBrowser(ALLOWED);
+    start(ALLOWED);
     browser.program.answer = ({ nonce }) => browser.program.send(typeof reply === "string" ? reply : { ...reply, nonce });
     const page = await browser.page();
     await assert.rejects(page.signAuthToken("token"), { code: "BAD_REPLY" }, JSON.stringify(reply));
@@ -67,8 +60,7 @@ test("A reply without the shape of one is BAD_REPLY", async () => {
 });
 
 test("An answer that is no signature, or no certificate record, is BAD_REPLY", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => ({ text: "no Base64!" })) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => ({ text: "no Base64!" })) });
   await assert.rejects(page.signAuthToken("token"), { code: "BAD_REPLY" });
   await assert.rejects(page.selectCertificate(), { code: "BAD_REPLY" });
 });
@@ -91,8 +83,7 @@ test("A token's error carries its PKCS#11 name", async () => {
 
 test("A failure without a reason is the login before the token has signed, and the token afterwards", async () => {
   const answers = [{ ok: false, text: "" }, { text: "QUJD" }, { ok: false, text: "" }, { text: "QUJD" }];
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => answers.shift()) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => answers.shift()) });
   await assert.rejects(page.signAuthToken("wrong PIN"), { code: "LOGIN_FAILED" });
   await page.signAuthToken("right PIN");
   assert.equal(browser.program.starts, 1);
@@ -111,8 +102,7 @@ for (const [text, code] of [
   [undefined, "HOST_EXITED"],
 ]) {
   test(`A port that the browser closes with ${JSON.stringify(text)} is ${code}`, async () => {
-    browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => browser.program.exit(text)) });
-    const page = await browser.page();
+    const page = await visit({ ...ALLOWED, program: new FakeProgram(() => browser.program.exit(text)) });
     await assert.rejects(page.signAuthToken("token"), { code, detail: text });
   });
 }
@@ -120,8 +110,7 @@ for (const [text, code] of [
 test("A program that died is started anew by the next request", async () => {
   let died = false;
   const answer = (request) => (died ? willing(request) : ((died = true), browser.program.exit("Native host has exited.")));
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(answer) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(answer) });
   await assert.rejects(page.signAuthToken("token"), { code: "HOST_EXITED" });
   await page.signAuthToken("token");
   assert.equal(browser.program.starts, 2);
@@ -130,22 +119,20 @@ test("A program that died is started anew by the next request", async () => {
 // ---- certificates and PDF digests
 
 test("signPdfHash lets the user choose first when the program has just been started", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "PdfSignFromToken"]);
 });
 
 test("signPdfHash is CERTIFICATE_NOT_FOUND when the user chooses another certificate", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   await assert.rejects(page.signPdfHash(DIGEST, "B".repeat(40)), { code: "CERTIFICATE_NOT_FOUND" });
   assert.deepEqual(actions(), ["GetSelCertFromToken"]);
 });
 
 test("A certificate that the user has not chosen for this site does not sign, whatever was chosen before", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   const other = "B".repeat(40);
   const page = await browser.page();
   await page.selectCertificate();
@@ -156,7 +143,7 @@ test("A certificate that the user has not chosen for this site does not sign, wh
 });
 
 test("A choice in a window is none in a private window of the same site", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   await (await browser.page()).signPdfHash(DIGEST, RECORD.CertThumbPrint);
   await (await browser.page(SITE, { incognito: true })).signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
@@ -164,7 +151,7 @@ test("A choice in a window is none in a private window of the same site", async 
 
 test("A choice made for one site does not let another site sign without one", async () => {
   const other = "https://other.example";
-  browser = new FakeBrowser({ user: { allowedOrigins: [SITE, other] } });
+  start({ user: { allowedOrigins: [SITE, other] } });
   await (await browser.page(SITE)).signPdfHash(DIGEST, RECORD.CertThumbPrint);
   await (await browser.page(other)).signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
@@ -173,7 +160,7 @@ test("A choice made for one site does not let another site sign without one", as
 // ---- what a page may send
 
 test("A page that goes around the library meets the same checks in the extension", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   const [page, background] = portPair("page", { origin: SITE, frameId: 0, tab: { id: 1 } });
   const heard = [];
   page.onMessage.addListener(({ id, error }) => heard.push([id, error?.code]));
@@ -200,7 +187,7 @@ test("A page that goes around the library meets the same checks in the extension
 });
 
 test("A document has twenty requests open at most, and one page's flood keeps no other page waiting", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  start({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const [flooding, other] = [await browser.page(), await browser.page("https://other.example")];
   const codes = Array.from({ length: 6000 }, () => flooding.signPdfHash(DIGEST, RECORD.CertThumbPrint).catch(({ code }) => code));
   assert.equal((await other.status()).permission, "ask");
@@ -210,8 +197,7 @@ test("A document has twenty requests open at most, and one page's flood keeps no
 });
 
 test("Requests that one document has open hold 64 MiB together at most", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const large = "a".repeat(40 * 1024 * 1024);
   page.signAuthToken(large).catch(() => {});
   await assert.rejects(page.signAuthToken(large), { code: "TOO_MANY" });
@@ -220,43 +206,34 @@ test("Requests that one document has open hold 64 MiB together at most", async (
 });
 
 test("An id that is open already is refused, and the first request with it ends with its page", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
-  const page = await browser.page();
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => data.error && heard.push([data.id, data.error.code]);
-  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
+  const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  const channel = rawChannel(page);
   for (let i = 0; i < 2; i++) {
-    port1.postMessage({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
+    channel.send({ type: "request", id: 1, operation: "selectCertificate", values: {}, timeout: 1000 });
   }
   await settle();
-  assert.deepEqual(heard, [[1, "INVALID_ARGUMENT"]]);
+  assert.deepEqual(channel.heard.filter(({ error }) => error).map(({ id, error }) => [id, error.code]), [[1, "INVALID_ARGUMENT"]]);
   assert.equal(browser.program.running, true);
   await page.close();
-  port1.close();
+  channel.close();
   assert.equal(browser.program.running, false);
   await settle();
   assert.deepEqual(browser.service.origins().waiting, []);
 });
 
 test("Of what a page posts, only texts and truth values leave it", async () => {
-  browser = new FakeBrowser(ALLOWED);
-  const page = await browser.page();
+  const page = await visit(ALLOWED);
   const odd = { hash: new Map([[1, 2]]), certThumbPrint: new ArrayBuffer(8), hashAlgorithm: 10n };
-  const { port1, port2 } = new MessageChannel();
-  const heard = [];
-  port1.onmessage = ({ data }) => data.error && heard.push(data.error.code);
-  page.window.deliver(page.window, { quillmark: "connect" }, [port2]);
-  port1.postMessage({ type: "request", id: 1, operation: { toString: 1 }, values: odd, timeout: 1000 });
-  port1.postMessage({ type: "request", id: 2, operation: "signPdfHash", values: odd, timeout: 1000 });
+  const channel = rawChannel(page);
+  channel.send({ type: "request", id: 1, operation: { toString: 1 }, values: odd, timeout: 1000 });
+  channel.send({ type: "request", id: 2, operation: "signPdfHash", values: odd, timeout: 1000 });
   await settle();
-  port1.close();
-  assert.deepEqual(heard, ["UNKNOWN_ACTION", "UNSUPPORTED_HASH"]);
+  channel.close();
+  assert.deepEqual(channel.heard.filter(({ error }) => error).map(({ error }) => error.code), ["UNKNOWN_ACTION", "UNSUPPORTED_HASH"]);
 });
 
 test("A page that is kept for the way back is gone as far as its requests are concerned", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
-  const page = await browser.page();
+  const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
   const request = assert.rejects(page.signAuthToken("1"), { code: "ABORTED" });
   await settle();
   page.window.press("pagehide");
@@ -275,7 +252,7 @@ test("Requests of several pages are served one at a time, and each is told how m
     open--;
     return { text: btoa(request.authToken) };
   };
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(answer) });
+  start({ ...ALLOWED, program: new FakeProgram(answer) });
   const pages = [await browser.page(), await browser.page(), await browser.page()];
   const waited = [];
   const results = await Promise.all(pages.map((page, i) => page.signAuthToken(`token ${i}`, {
@@ -288,7 +265,7 @@ test("Requests of several pages are served one at a time, and each is told how m
 // ---- status
 
 test("status tells a page that is not allowed neither what others do nor whether the program runs", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, program: new FakeProgram(() => undefined) });
+  start({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   (await browser.page()).selectCertificate().catch(() => {});
   await settle();
   const status = await (await browser.page("https://new.example")).status();
@@ -297,7 +274,7 @@ test("status tells a page that is not allowed neither what others do nor whether
 });
 
 test("status tells the permission without asking, and without starting the program", async () => {
-  browser = new FakeBrowser({ ...ALLOWED, managed: { deniedOrigins: ["https://bad.example"] } });
+  start({ ...ALLOWED, managed: { deniedOrigins: ["https://bad.example"] } });
   const permissionOf = async (origin) => (await (await browser.page(origin)).status()).permission;
   assert.equal(await permissionOf(SITE), "allowed");
   assert.equal(await permissionOf("https://new.example"), "ask");
@@ -307,7 +284,7 @@ test("status tells the permission without asking, and without starting the progr
 });
 
 test("status with checkHost starts the program for an allowed site only", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   await assert.rejects((await browser.page("https://new.example")).status({ checkHost: true }), { code: "ORIGIN_DENIED" });
   assert.equal(browser.program.starts, 0);
   const status = await (await browser.page()).status({ checkHost: true });

@@ -6,7 +6,8 @@ import { mkdir, readFile, rm, symlink } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { Computer, registration } from "./lib/computer.mjs";
+import { registration } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 async function computerWith(t, ...browsers) {
   const computer = await Computer.make(t, { browsers });
@@ -64,7 +65,7 @@ test("A second register changes nothing, and renews what is of another place", a
   const again = await computer.tool("quillmark-browsers", "register");
   assert.match(again.out, /was registered already/);
   const manifest = await computer.read(computer.userManifest("chromium"));
-  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
+  await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
   assert.match((await computer.tool("quillmark-browsers", "status")).out, /Chromium: stale for this user/);
   assert.match((await computer.tool("quillmark-browsers", "register")).out, /registration renewed/);
   assert.deepEqual(await computer.read(computer.userManifest("chromium")), manifest);

@@ -5,15 +5,16 @@ import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "../program/lib/build.mjs";
-import { run, runUnchecked } from "../program/lib/process.mjs";
-import { World } from "../program/lib/world.mjs";
-import { Computer, GOOD_TOKENS, registration, root } from "./lib/computer.mjs";
+import { bin, product, registration, root } from "../lib/quillmark.mjs";
+import { run, runUnchecked, SOFTHSM, World } from "../lib/kit.mjs";
+import { Computer, GOOD_TOKENS } from "./lib/computer.mjs";
 
-/** A computer on which everything is right. */
+/** What quillmark-tokens says where p11-kit knows no module for tokens. */
+const NO_MODULE = { canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] };
+
+/** A computer on which everything is right, but for `options`. */
 async function healthy(t, options) {
-  const computer = await Computer.make(t, options);
-  computer.more = { DISPLAY: ":stand-in" };
+  const computer = await Computer.make(t, { more: { DISPLAY: ":stand-in" }, ...options });
   await computer.layOut();
   await computer.tool("quillmark-browsers", "register");
   await computer.write(join(computer.root, "run/pcscd/pcscd.comm"), "");
@@ -34,6 +35,14 @@ async function onlyProblem(computer) {
   const others = problems.filter(({ text }) => !text.includes("CN=Old"));
   assert.equal(others.length, 1, JSON.stringify(others, null, 1));
   return { couldSign, ...others[0] };
+}
+
+/** Holds that this is the one problem: { couldSign, text, remedy }, text as a pattern, each when given. */
+async function assertProblem(computer, { couldSign, text, remedy }) {
+  const problem = await onlyProblem(computer);
+  if (couldSign !== undefined) assert.equal(problem.couldSign, couldSign);
+  assert.match(problem.text, text);
+  if (remedy !== undefined) assert.equal(problem.remedy, remedy);
 }
 
 test("All is well: status 0, and no remedy is needed", async (t) => {
@@ -57,10 +66,8 @@ test("The words name each fault with its remedy", async (t) => {
 test("A browser without a registration is a note while another has one", async (t) => {
   const computer = await healthy(t);
   await rm(computer.userManifest("firefox"));
-  const { couldSign, text, remedy } = await onlyProblem(computer);
-  assert.equal(couldSign, true);
-  assert.match(text, /Firefox: the signing program is not registered/);
-  assert.equal(remedy, "quillmark-browsers register --browser firefox");
+  const text = /Firefox: the signing program is not registered/;
+  await assertProblem(computer, { couldSign: true, text, remedy: "quillmark-browsers register --browser firefox" });
 });
 
 test("No browser with a registration, and no browser at all, are failures", async (t) => {
@@ -73,8 +80,7 @@ test("No browser with a registration, and no browser at all, are failures", asyn
 
 test("A manifest that names a program that is gone, or may not be executed, is found", async (t) => {
   const computer = await healthy(t, { browsers: ["chromium"] });
-  const manifest = await computer.read(computer.userManifest("chromium"));
-  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
+  await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
   assert.match((await onlyProblem(computer)).text, /names \/gone\/quillmark-host, which is not there/);
 
   await computer.tool("quillmark-browsers", "register");
@@ -87,19 +93,17 @@ test("A manifest that names a program that is gone, or may not be executed, is f
 test("A user's manifest that hides the system's is found", async (t) => {
   const computer = await healthy(t, { browsers: ["chromium"] });
   await computer.tool("quillmark-browsers", "register", "--system");
-  const manifest = await computer.read(computer.userManifest("chromium"));
-  await computer.write(computer.userManifest("chromium"), { ...manifest, path: "/gone/quillmark-host" });
-  const { text, remedy } = await onlyProblem(computer);
-  assert.match(text, /hides the registration for all users/);
-  assert.equal(remedy, "quillmark-browsers unregister --browser chromium");
+  await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
+  const text = /hides the registration for all users/;
+  await assertProblem(computer, { text, remedy: "quillmark-browsers unregister --browser chromium" });
 });
 
 test("What an installation for one user leaves beside the package is found by both doctors, and hides nothing once it is gone", async (t) => {
-  const computer = await Computer.make(t, { browsers: ["chromium"] });
-  computer.more = { DISPLAY: ":stand-in", PATH: `${join(computer.root, "usr/bin")}:${process.env.PATH}` };
+  const computer = await Computer.make(t, { browsers: ["chromium"], more: { DISPLAY: ":stand-in" } });
+  computer.more.PATH = `${join(computer.root, "usr/bin")}:${process.env.PATH}`;
   await computer.install();
   await computer.install("--system", "--root", computer.root);
-  const own = join(computer.home, ".local/share/quillmark");
+  const own = computer.userFolder;
   const packaged = join(computer.root, "usr/lib/quillmark");
   const texts = async (installed) => {
     computer.installed = installed;
@@ -123,9 +127,8 @@ test("Somebody else's manifest in the place is found", async (t) => {
 
 test("A manifest whose path is no text is found, and stops nothing", async (t) => {
   const computer = await healthy(t, { browsers: ["chromium"] });
-  const manifest = await computer.read(computer.userManifest("chromium"));
   for (const path of [["/gone"], { path: "/gone" }, 1, null, "a\0b"]) {
-    await computer.write(computer.userManifest("chromium"), { ...manifest, path });
+    await computer.changeManifest("chromium", { path });
     assert.match((await onlyProblem(computer)).text, /names .*, which is not there/);
   }
 });
@@ -161,9 +164,7 @@ test("Policies that forbid the program are found, and those that allow it are no
   await computer.write(policy, { NativeMessagingBlocklist: ["*"], NativeMessagingAllowlist: ["quillmark.host"] });
   assert.equal((await examine(computer)).couldSign, true);
   await computer.write(policy, { NativeMessagingUserLevelHosts: false });
-  const { text, remedy } = await onlyProblem(computer);
-  assert.match(text, /forbids programs of single users/);
-  assert.equal(remedy, "sudo ./install --system");
+  await assertProblem(computer, { text: /forbids programs of single users/, remedy: "sudo ./install --system" });
 });
 
 test("The files of a policy folder count together, the last one for what several say, and nothing in them stops the doctor", async (t) => {
@@ -184,9 +185,7 @@ test("The files of a policy folder count together, the last one for what several
 test("A working folder that others can change is a failure", async (t) => {
   const computer = await healthy(t);
   await chmod(computer.installed, 0o777);
-  const { couldSign, text } = await onlyProblem(computer);
-  assert.equal(couldSign, false);
-  assert.match(text, /can be changed by others/);
+  await assertProblem(computer, { couldSign: false, text: /can be changed by others/ });
 });
 
 test("A working folder in whose place others can put another is a failure, in the launcher's words", async (t) => {
@@ -194,7 +193,7 @@ test("A working folder in whose place others can put another is a failure, in th
   await chmod(computer.home, 0o777);
   const { couldSign, text } = await onlyProblem(computer);
   assert.equal(couldSign, false);
-  assert.equal(text, `quillmark-host: the program is not started: ${computer.home} can be changed by others, ` +
+  assert.equal(text, `quillmark-host: the signing program is not started: ${computer.home} can be changed by others, ` +
     `who could exchange what lies in it (chmod go-w '${computer.home}')`);
 });
 
@@ -214,28 +213,18 @@ test("Settings that are no JSON are noted; settings that name a missing module a
   const computer = await healthy(t);
   const settings = join(computer.installed, "QMHostSettings.json");
   await computer.write(settings, "{ nothing");
-  const noted = await onlyProblem(computer);
-  assert.equal(noted.couldSign, true);
-  assert.match(noted.text, /is no JSON object/);
+  await assertProblem(computer, { couldSign: true, text: /is no JSON object/ });
   await computer.write(settings, { TokenDriverFullPath: "/gone/module.so" });
-  const failed = await onlyProblem(computer);
-  assert.equal(failed.couldSign, false);
-  assert.match(failed.text, /\/gone\/module\.so is not there/);
+  await assertProblem(computer, { couldSign: false, text: /\/gone\/module\.so is not there/ });
 });
 
 test("Of a token maker's module in the driver's place the tokens cannot be told, and those of p11-kit's modules are notes", async (t) => {
-  const makers = "/usr/lib/softhsm/libsofthsm2.so";
-  const noModule = { canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] };
   for (const place of ["settings", "driver"]) {
-    const computer = await Computer.make(t);
-    await computer.setTokens(noModule);
-    computer.more = { DISPLAY: ":stand-in" };
-    await computer.layOut();
-    await computer.tool("quillmark-browsers", "register");
+    const computer = await healthy(t, { tokens: NO_MODULE });
     assert.equal((await examine(computer)).couldSign, false, "through Quillmark's own driver");
     const settings = join(computer.installed, "QMHostSettings.json");
-    if (place === "settings") await computer.write(settings, { TokenDriverFullPath: makers });
-    else await copyFile(makers, join(computer.installed, "QMTokenDriver.so"));
+    if (place === "settings") await computer.write(settings, { TokenDriverFullPath: SOFTHSM });
+    else await copyFile(SOFTHSM, join(computer.installed, "QMTokenDriver.so"));
     const { couldSign, problems } = await examine(computer);
     assert.equal(couldSign, true, JSON.stringify(problems));
     const notes = problems.map(({ text }) => text).join("\n");
@@ -253,24 +242,17 @@ test("A driver that cannot be loaded is a failure, with the loader's reason", as
 test("A missing pcscd is a note", async (t) => {
   const computer = await healthy(t);
   await rm(join(computer.root, "run/pcscd/pcscd.comm"));
-  const { couldSign, text } = await onlyProblem(computer);
-  assert.equal(couldSign, true);
-  assert.match(text, /pcscd/);
+  await assertProblem(computer, { couldSign: true, text: /pcscd/ });
 });
 
 test("No token, no certificate that can sign, and a listing that fails are failures", async (t) => {
   const listings = [
     [{ canSign: 0, modules: [{ name: "softhsm2", used: true, slots: [] }] }, /No token that can sign/],
     [{ ...GOOD_TOKENS, canSign: 0 }, /No certificate can sign/],
-    [{ canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] }, /p11-kit knows no module/],
+    [NO_MODULE, /p11-kit knows no module/],
   ];
-  for (const [listing, words] of listings) {
-    const computer = await Computer.make(t);
-    await computer.setTokens(listing);
-    computer.more = { DISPLAY: ":stand-in" };
-    await computer.layOut();
-    await computer.tool("quillmark-browsers", "register");
-    const { couldSign, problems } = await examine(computer);
+  for (const [tokens, words] of listings) {
+    const { couldSign, problems } = await examine(await healthy(t, { tokens }));
     assert.equal(couldSign, false);
     assert.ok(problems.some(({ level, text }) => level === "failure" && words.test(text)), JSON.stringify(problems));
   }
@@ -281,27 +263,20 @@ test("No token, no certificate that can sign, and a listing that fails are failu
 
 test("The log is a remedy where the program has written one", async (t) => {
   for (const writesLog of [false, true]) {
-    const computer = await healthy(t, { browsers: ["chromium"] });
-    await computer.setProgram(`#!/bin/sh\n${writesLog ? "echo a line >QMSignerExtHostLog.txt" : ""}\nexit 3\n`);
-    await computer.layOut();
-    const { text, remedy } = await onlyProblem(computer);
-    assert.match(text, /ends without an answer/);
-    assert.equal(remedy, writesLog ? `Read its log, ${join(computer.installed, "QMSignerExtHostLog.txt")}` : null);
+    const program = `#!/bin/sh\n${writesLog ? "echo a line >QMSignerExtHostLog.txt" : ""}\nexit 3\n`;
+    const computer = await healthy(t, { browsers: ["chromium"], program });
+    const remedy = writesLog ? `Read its log, ${join(computer.installed, "QMSignerExtHostLog.txt")}` : null;
+    await assertProblem(computer, { text: /ends without an answer/, remedy });
   }
 });
 
-for (const [what, script, words] of [
+for (const [what, program, words] of [
   ["ends at once", "#!/bin/sh\nexit 3\n", /ends without an answer, with status 3/],
   ["answers something else", "#!/bin/sh\nprintf '\\002\\000\\000\\000{}'\n", /answers something else/],
   ["is no program", "no program", /ends without an answer|cannot be started/],
 ]) {
   test(`A program that ${what} is a failure`, async (t) => {
-    const computer = await Computer.make(t, { browsers: ["chromium"] });
-    await computer.setProgram(script);
-    computer.more = { DISPLAY: ":stand-in" };
-    await computer.layOut();
-    await computer.tool("quillmark-browsers", "register");
-    const { couldSign, problems } = await examine(computer);
+    const { couldSign, problems } = await examine(await healthy(t, { browsers: ["chromium"], program }));
     assert.equal(couldSign, false);
     assert.ok(problems.some(({ text }) => words.test(text)), JSON.stringify(problems));
   });
@@ -331,8 +306,7 @@ const PLAIN = /^[^\p{C}\u00a0\u2028\u3164\u2800\u115f\ufe0f]*$/u;
 
 for (const [what, name] of Object.entries(HOSTILE)) {
   test(`A name that ${what} is shown by its characters' numbers, and in JSON as ASCII`, async (t) => {
-    const computer = await Computer.make(t, { browsers: ["chromium"] });
-    await computer.setTokens({
+    const tokens = {
       canSign: 1,
       modules: [
         { name: `maker ${name}`, used: true, slots: [{ token: { label: `label ${name}`, offered: true, certificates: [
@@ -341,8 +315,9 @@ for (const [what, name] of Object.entries(HOSTILE)) {
         ] } }] },
         { name: "broken", used: false, reason: `failed ${name}` },
       ],
-    });
-    computer.more = { DISPLAY: `:0${name.replaceAll(/[\0\ud800]/g, "")}` };
+    };
+    const more = { DISPLAY: `:0${name.replaceAll(/[\0\ud800]/g, "")}` };
+    const computer = await Computer.make(t, { browsers: ["chromium"], tokens, more });
     await computer.layOut();
     await computer.write(computer.userManifest("chromium"), {
       name: registration.name, description: registration.description, path: `/gone/${name}`,
@@ -364,10 +339,10 @@ for (const [what, name] of Object.entries(HOSTILE)) {
 }
 
 test("Letters of all scripts are shown as they are", async (t) => {
-  const computer = await Computer.make(t, { browsers: [] });
   const names = ["आशा राव", "Ángel Müller", "王小明", "אבי", "Bjørn & <b>Åse</b>"];
   const certificates = names.map((name) => ({ subject: `CN=${name}`, offered: true, needsLogin: false, reasons: [] }));
-  await computer.setTokens({ canSign: 1, modules: [{ name: "m", used: true, slots: [{ token: { label: "t", offered: true, certificates } }] }] });
+  const tokens = { canSign: 1, modules: [{ name: "m", used: true, slots: [{ token: { label: "t", offered: true, certificates } }] }] };
+  const computer = await Computer.make(t, { browsers: [], tokens });
   await computer.layOut();
   const { out } = await computer.tool("quillmark-doctor");
   for (const name of names) assert.ok(out.includes(`CN=${name} on "t" can sign`), out);
@@ -379,9 +354,7 @@ test("A remedy that is a command has the path in it quoted", async (t) => {
   const computer = await healthy(t, { browsers: ["chromium"] });
   const path = join(computer.folder, "it's; touch $(x)");
   await computer.write(path, "#!/bin/sh\n");
-  await computer.write(computer.userManifest("chromium"), {
-    name: registration.name, description: registration.description, path, allowed_origins: ["chrome-extension://abc/"],
-  });
+  await computer.changeManifest("chromium", { path, allowed_origins: ["chrome-extension://abc/"] });
   const { remedy } = await onlyProblem(computer);
   const { stdout } = await run("bash", ["-c", remedy.replace("chmod +x", "printf %s")]);
   assert.equal(stdout.toString(), path);
@@ -389,7 +362,7 @@ test("A remedy that is a command has the path in it quoted", async (t) => {
 
 // ---- the real program
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 test("With the real program, driver and a soft token: status 0, and 1 once the token is gone", async (t) => {
   const token = await world.softToken(t);
@@ -403,7 +376,7 @@ test("With the real program, driver and a soft token: status 0, and 1 once the t
   const well = await doctor();
   assert.equal(well.code, 0, well.texts.join("\n"));
   assert.ok(well.texts.some((text) => /^ok: .*CN=user on "Quillmark" can sign/.test(text)), well.texts.join("\n"));
-  assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the program answers/.test(text)));
+  assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the signing program answers/.test(text)));
 
   await rm(join(token.env.HOME, "tokens"), { recursive: true });
   await mkdir(join(token.env.HOME, "tokens"));

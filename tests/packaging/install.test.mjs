@@ -6,11 +6,11 @@ import { mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promis
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run, runUnchecked } from "../program/lib/process.mjs";
-import { Computer, root } from "./lib/computer.mjs";
+import { run, runUnchecked } from "../lib/kit.mjs";
+import { root } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"];
-const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
 
 async function computerWith(t, ...browsers) {
   const computer = await Computer.make(t, { browsers });
@@ -23,7 +23,7 @@ test("install puts everything into the user's own folder and registers", async (
   const computer = await computerWith(t, "chromium");
   const { code, out } = await computer.install();
   assert.equal(code, 0, out);
-  const folder = folderOf(computer);
+  const folder = computer.userFolder;
   assert.deepEqual((await readdir(folder)).sort(), [
     "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host", "quillmark-journal",
     "quillmark-tokens", "quillmark_policies.py", "quillmark_report.py", "registration.json",
@@ -36,20 +36,20 @@ test("install puts everything into the user's own folder and registers", async (
 
 test("A folder that others could write is closed by the install", async (t) => {
   const computer = await computerWith(t, "chromium");
-  await mkdir(folderOf(computer), { recursive: true, mode: 0o777 });
+  await mkdir(computer.userFolder, { recursive: true, mode: 0o777 });
   await computer.install();
-  assert.equal(statSync(folderOf(computer)).mode & 0o777, 0o700);
+  assert.equal(statSync(computer.userFolder).mode & 0o777, 0o700);
 });
 
 test("uninstall takes all of it away, with the program's own log and settings", async (t) => {
   const computer = await computerWith(t, "chromium");
   await computer.install();
-  await writeFile(join(folderOf(computer), "QMSignerExtHostLog.txt"), "a line\n");
-  await writeFile(join(folderOf(computer), "QMHostSettings.json"), "{}");
+  await writeFile(join(computer.userFolder, "QMSignerExtHostLog.txt"), "a line\n");
+  await writeFile(join(computer.userFolder, "QMHostSettings.json"), "{}");
   const { code, out } = await computer.install("--uninstall");
   assert.equal(code, 0);
   assert.match(out, /Uninstalled/);
-  assert.ok(!existsSync(folderOf(computer)));
+  assert.ok(!existsSync(computer.userFolder));
   assert.ok(!existsSync(computer.userManifest("chromium")));
   assert.deepEqual(await readdir(join(computer.home, ".local/bin")), []);
 });
@@ -57,13 +57,13 @@ test("uninstall takes all of it away, with the program's own log and settings", 
 test("uninstall leaves what is not Quillmark's, and names it", async (t) => {
   const computer = await computerWith(t, "chromium");
   await computer.install();
-  await writeFile(join(folderOf(computer), "notes.txt"), "mine");
+  await writeFile(join(computer.userFolder, "notes.txt"), "mine");
   const command = join(computer.home, ".local/bin/quillmark-doctor");
   await rm(command);
   await writeFile(command, "mine too");
   const { out } = await computer.install("--uninstall");
   assert.match(out, /notes\.txt/);
-  assert.deepEqual(await readdir(folderOf(computer)), ["notes.txt"]);
+  assert.deepEqual(await readdir(computer.userFolder), ["notes.txt"]);
   assert.ok(existsSync(command));
 });
 
@@ -79,19 +79,19 @@ test("A second install renews the files, also while the program runs", async (t)
   await computer.install();
   await computer.setProgram("#!/bin/sh\necho renewed\n");
   assert.equal((await computer.install()).code, 0);
-  const { stdout } = await run(join(folderOf(computer), "QMChromeExtHost"), []);
+  const { stdout } = await run(join(computer.userFolder, "QMChromeExtHost"), []);
   assert.equal(stdout.toString(), "renewed\n");
 });
 
 test("install replaces a link in a file's place, and does not write through it", async (t) => {
   const computer = await computerWith(t, "chromium");
-  await mkdir(folderOf(computer), { recursive: true });
+  await mkdir(computer.userFolder, { recursive: true });
   const target = join(computer.folder, "packaged.so");
   await writeFile(target, "the package's");
-  await symlink(target, join(folderOf(computer), "QMTokenDriver.so"));
+  await symlink(target, join(computer.userFolder, "QMTokenDriver.so"));
   await computer.install();
   assert.equal(await readFile(target, "utf8"), "the package's");
-  assert.ok(lstatSync(join(folderOf(computer), "QMTokenDriver.so")).isFile());
+  assert.ok(lstatSync(join(computer.userFolder, "QMTokenDriver.so")).isFile());
 });
 
 test("--system installs for all users, and the paths are those without the folder that stands for /", async (t) => {
@@ -115,7 +115,7 @@ test("Options that do not go together are refused, and a missing file of the bui
   assert.match((await computer.install("--everything")).err, /No such option/);
   await rm(join(computer.program, "QMTokenDriver.so"));
   assert.match((await computer.install()).err, /QMTokenDriver\.so is missing/);
-  assert.ok(!existsSync(folderOf(computer)));
+  assert.ok(!existsSync(computer.userFolder));
 });
 
 test("The demo refuses what it does not know, before it installs or builds anything", async () => {

@@ -6,36 +6,27 @@ import { chmod, chown, lchown, mkdir, readdir, readFile, symlink, writeFile } fr
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run, runUnchecked } from "../program/lib/process.mjs";
+import { AS_NOBODY, NOBODY, run, runUnchecked, SOFTHSM } from "../lib/kit.mjs";
 import { Computer } from "./lib/computer.mjs";
 
-const folderOf = (computer) => join(computer.home, ".local/share/quillmark");
 const started = (folder, computer) => computer.read(join(folder, "started"));
 
 /** What the launcher ends with when it refuses a working folder. */
 const REFUSED = 77;
 
-const makersModule = "/usr/lib/softhsm/libsofthsm2.so";
-
-/** A user and a group that are not those of the tests. */
-const another = 65534;
 const needsRoot = process.getuid() === 0 ? false : "only root makes folders of another user";
 
 /** A function that starts the launcher with arguments; its `as` starts it behind a command that makes another user of it. */
 function launching(launcher, computer) {
-  const launch = async (command, args) => {
-    const { code, stdout, stderr } = await runUnchecked(command, args, { cwd: computer.root, env: computer.env });
-    return { code, out: stdout.toString(), err: stderr };
-  };
-  const start = (...args) => launch(launcher, args);
-  start.as = (command, ...args) => launch(command, [...args, launcher]);
+  const start = (...args) => computer.run(launcher, ...args);
+  start.as = (...command) => computer.run(...command, launcher);
   return start;
 }
 
 async function forOneUser(t) {
   const computer = await Computer.make(t, { browsers: ["chromium"] });
   await computer.install();
-  const folder = folderOf(computer);
+  const folder = computer.userFolder;
   return { computer, folder, start: launching(join(folder, "quillmark-host"), computer) };
 }
 
@@ -43,7 +34,7 @@ async function forAllUsers(t) {
   const computer = await Computer.make(t, { browsers: ["chromium"] });
   await computer.install("--system", "--root", computer.root);
   const launcher = join(computer.root, "usr/lib/quillmark/quillmark-host");
-  return { computer, folder: folderOf(computer), start: launching(launcher, computer) };
+  return { computer, folder: computer.userFolder, start: launching(launcher, computer) };
 }
 
 test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
@@ -85,7 +76,7 @@ test("Quillmark's own driver, left in the working folder by an installation for 
 });
 
 test("A token maker's module in the driver's place stays, also one that was linked under that name", async (t) => {
-  for (const module of [await readFile(makersModule), "\0QMTokenDriver.so\0the name under which it was linked\0"]) {
+  for (const module of [await readFile(SOFTHSM), "\0QMTokenDriver.so\0the name under which it was linked\0"]) {
     const { start, folder } = await forAllUsers(t);
     await mkdir(folder, { recursive: true });
     await writeFile(join(folder, "QMTokenDriver.so"), module);
@@ -94,9 +85,9 @@ test("A token maker's module in the driver's place stays, also one that was link
   }
   const { start, folder } = await forAllUsers(t);
   await mkdir(folder, { recursive: true });
-  await symlink(makersModule, join(folder, "QMTokenDriver.so"));
+  await symlink(SOFTHSM, join(folder, "QMTokenDriver.so"));
   await start();
-  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), makersModule);
+  assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), SOFTHSM);
 });
 
 test("Asked for the folder only, the launcher says it, makes nothing, and starts nothing", async (t) => {
@@ -159,7 +150,7 @@ test("A folder above in which each may remove only what is his own is no danger"
 test("A working folder of another user is refused", { skip: needsRoot }, async (t) => {
   const setting = await forAllUsers(t);
   await makeFolder(setting.folder);
-  await chown(setting.folder, another, another);
+  await chown(setting.folder, NOBODY, NOBODY);
   await refuses(setting, setting.folder);
 });
 
@@ -167,7 +158,7 @@ test("A working folder of root's is not the user's own", { skip: needsRoot }, as
   const { computer, folder, start } = await forAllUsers(t);
   await makeFolder(folder);
   for (const above of [computer.folder, computer.home, join(computer.home, ".local"), share(computer), folder]) await chmod(above, 0o755);
-  const asAnother = () => start.as("setpriv", `--reuid=${another}`, `--regid=${another}`, "--clear-groups");
+  const asAnother = () => start.as(...AS_NOBODY);
   await refuses({ computer, start: asAnother }, `${folder} is not your own`);
 });
 
@@ -189,7 +180,7 @@ test("A data folder that another user has made is refused, and nothing is put in
     const data = join(setting.computer.folder, "data");
     await makeFolder(data);
     await chmod(data, mode);
-    await chown(data, another, another);
+    await chown(data, NOBODY, NOBODY);
     setting.computer.more = { XDG_DATA_HOME: data };
     await refuses(setting, data);
     assert.deepEqual(await readdir(data), []);
@@ -200,7 +191,7 @@ test("A folder that was made for the user in another user's folder is refused", 
   const setting = await forAllUsers(t);
   const data = join(setting.computer.folder, "data");
   await makeFolder(join(data, "quillmark"));
-  await chown(data, another, another);
+  await chown(data, NOBODY, NOBODY);
   setting.computer.more = { XDG_DATA_HOME: `${data}/quillmark/..` };
   await refuses(setting, data);
 });
@@ -208,7 +199,7 @@ test("A folder that was made for the user in another user's folder is refused", 
 test("A home of another user is refused, and so is one below another user's folder", { skip: needsRoot }, async (t) => {
   for (const above of [(computer) => computer.home, (computer) => computer.folder]) {
     const setting = await forAllUsers(t);
-    await chown(above(setting.computer), another, another);
+    await chown(above(setting.computer), NOBODY, NOBODY);
     await refuses(setting, above(setting.computer));
     assert.ok(!existsSync(join(setting.computer.home, ".local")));
   }
@@ -220,7 +211,7 @@ test("Another user's link to a folder of the user's own is refused", { skip: nee
   await makeFolder(join(computer.home, "downloads"));
   await makeFolder(share(computer));
   await symlink(join(computer.home, "downloads"), folder);
-  await lchown(folder, another, another);
+  await lchown(folder, NOBODY, NOBODY);
   await refuses(setting, folder);
 });
 
@@ -232,7 +223,7 @@ test("A link that leads through another user's folder is refused, wherever it en
     await makeFolder(join(foreign, "inside"));
     await makeFolder(join(computer.home, "mine"));
     await symlink(join("..", "home", "mine"), join(foreign, "back"));
-    await chown(foreign, another, another);
+    await chown(foreign, NOBODY, NOBODY);
     await symlink(`../foreign/${target}`, join(computer.home, "data"));
     computer.more = { XDG_DATA_HOME: join(computer.home, "data") };
     await refuses(setting, "/foreign belongs to another user");
@@ -266,7 +257,7 @@ test("A group's right to write is refused, but that of the user's private group 
   const { computer, folder, start } = await forAllUsers(t);
   await makeFolder(folder);
   await chmod(share(computer), 0o775);
-  await chown(share(computer), 0, another);
+  await chown(share(computer), 0, NOBODY);
   await refuses({ computer, start }, share(computer));
 });
 

@@ -5,27 +5,21 @@ import { existsSync } from "node:fs";
 import { readdir, readFile, stat } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
-import { fileURLToPath } from "node:url";
 
-import { run, runUnchecked } from "../program/lib/process.mjs";
-import { SoftToken } from "../program/lib/soft-token.mjs";
-import { chooseAndLogIn, World } from "../program/lib/world.mjs";
+import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
+import { product, root } from "../lib/quillmark.mjs";
 
-const root = fileURLToPath(new URL("../../", import.meta.url));
-const world = World.forThisFile();
-const minutes = 60_000;
-
-const nobody = 65534;
-const asNobody = ["setpriv", `--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups"];
+const world = World.forThisFile(product);
+const MINUTES = 60_000;
 
 const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
   "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
 
-test("the package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
+test("The package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
   const before = await traces();
   const deb = await makePackage();
   t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
-  await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * minutes });
+  await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * MINUTES });
   const { stdout: listed } = await run("dpkg", ["-L", "quillmark"]);
   const files = listed.toString().split("\n").filter(Boolean);
 
@@ -46,7 +40,7 @@ test("the package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual(await traces(), before);
 });
 
-test("the package has the version of the program", async () => {
+test("The package has the version of the program", async () => {
   const [, program] = /project\(Quillmark VERSION ([\d.]+)/.exec(await readFile(join(root, "CMakeLists.txt"), "utf8"));
   const [, changelog] = /^quillmark \(([^)]+)\)/.exec(await readFile(join(root, "packaging/debian/changelog"), "utf8"));
   const [, news] = /^## ([\d.]+)/m.exec(await readFile(join(root, "NEWS.md"), "utf8"));
@@ -61,7 +55,7 @@ async function reasonToSkip() {
 
 /** The path of the new package. Lintian's complaints are failures. */
 async function makePackage() {
-  await run(join(root, "tools/package"), [], { timeout: 9 * minutes });
+  await run(join(root, "tools/package"), [], { timeout: 9 * MINUTES });
   const folder = join(root, "build/package");
   return join(folder, (await readdir(folder)).find((name) => /^quillmark_.*\.deb$/.test(name)));
 }
@@ -79,19 +73,19 @@ async function signsForUser(t, launcher) {
   const token = await SoftToken.create(home);
   const certificate = await world.certificate();
   await token.addPair(certificate, "a1b2c3");
-  await run("chown", ["-R", `${nobody}:${nobody}`, home]);
+  await run("chown", ["-R", `${NOBODY}:${NOBODY}`, home]);
 
   const workingFolder = join(home, ".local/share/quillmark");
   const host = await world.host(t, {
-    wrapper: asNobody, program: launcher, folder: workingFolder,
+    wrapper: AS_NOBODY, program: launcher, folder: workingFolder,
     env: { ...token.env, XDG_DATA_HOME: "", XDG_RUNTIME_DIR: home },
   });
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "a token" });
   assert.equal(reply.status_cd, 1, reply.result);
   await world.judges.rsa(Buffer.from(reply.result, "base64"), Buffer.from("a token"), certificate.pem);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   const { uid, mode } = await stat(workingFolder);
-  assert.deepEqual([uid, mode & 0o777], [nobody, 0o700]);
+  assert.deepEqual([uid, mode & 0o777], [NOBODY, 0o700]);
   assert.match(await host.logText(), /Host Application Started/);
 }

@@ -5,8 +5,9 @@ import { mkdir, readFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { run } from "../program/lib/process.mjs";
-import { Computer, registration, root } from "./lib/computer.mjs";
+import { run } from "../lib/kit.mjs";
+import { registration, root } from "../lib/quillmark.mjs";
+import { Computer } from "./lib/computer.mjs";
 
 const vectors = JSON.parse(await readFile(join(root, "tests/policies/vectors.json"), "utf8"));
 const [chromiumId] = registration.chromiumExtensions;
@@ -151,8 +152,7 @@ test("Each file of a folder is judged, also where another says the same key", as
 });
 
 test("A policy that cannot be understood keeps no signature from being made by the sites that may ask", async (t) => {
-  const computer = await Computer.make(t, { browsers: ["chromium"] });
-  computer.more = { DISPLAY: ":stand-in" };
+  const computer = await Computer.make(t, { browsers: ["chromium"], more: { DISPLAY: ":stand-in" } });
   await computer.layOut();
   await computer.tool("quillmark-browsers", "register");
   await computer.write(join(computer.root, CHROMIUM_FILES[0]), forChromium({ allowedOrigins: ["https://a.example", ""] }));

@@ -1,16 +1,15 @@
 // The whole job with a real token: SoftHSM behind the program's own driver.
 
 import assert from "node:assert/strict";
-import { writeFile } from "node:fs/promises";
-import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, parseDer } from "./lib/asn1.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { binaryId, chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import {
+  BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, makeSignedPdf, NORMAL_END, openWindow,
+  signedDataParts, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 /** A host with a SoftHSM token: the user's certificate, an expired one, and a CA's that is not offered. */
 async function hostWithSoftToken(t, options = {}) {
@@ -19,45 +18,36 @@ async function hostWithSoftToken(t, options = {}) {
 
 /** Chooses the card with this name, wherever it stands in the list: a token gives its objects in any order. */
 async function choose(host, request, name) {
-  host.send(request);
-  await host.window();
+  await openWindow(host, request);
   const cards = (await host.logLines()).filter((line) => line.startsWith("<div style='font-family:verdana;'>"));
-  await host.clickCard(cards.findIndex((card) => card.includes(`<b>${name}</b>`)), 2);
+  await host.user.clickCard(cards.findIndex((card) => card.includes(`<b>${name}</b>`)), 2);
 }
 
 test("A user chooses, signs a return, a PDF and a token in one run, with one PIN", async (t) => {
   const host = await hostWithSoftToken(t);
   const certificate = await world.certificate();
 
-  await choose(host, { action: "GetSelCertFromToken" }, "user");
+  await choose(host, CHOOSE, "user");
   const record = JSON.parse((await host.reply()).result);
-  assert.equal(record.CertThumbPrint, await thumbprint(certificate.pem));
-  assert.equal(record.CKA_ID, binaryId.toUpperCase());
+  assert.equal(record.CertThumbPrint, certificate.thumbprint);
+  assert.equal(record.CKA_ID, BINARY_ID.toUpperCase());
 
   const text = '{"gstin":"33ABCDE1234F1Z5"}';
   await choose(host, { action: "GSTReturnSign", hash: text }, "user");
-  await host.enterPin("1234");
+  await host.user.enterPin("1234");
   assert.equal((await world.judges.cms(Buffer.from((await host.reply()).result, "base64"))).toString(), text);
 
-  const pdf = await makePdfWithoutZeroInDigest(["A contract"]);
-  const signed = await signPdf(pdf, async (digest) => {
-    const { result } = await host.request({
-      action: "PdfSignFromToken", hash: digest.toString("base64"), certThumbPrint: record.CertThumbPrint,
-    });
-    return Buffer.from(result, "base64");
-  });
-  const file = join(world.folder, "signed.pdf");
-  await writeFile(file, signed);
-  await world.judges.pdf(file);
+  await world.judges.pdf(await makeSignedPdf(["A contract"], async (hash) =>
+    (await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: record.CertThumbPrint })).result));
 
   await choose(host, { action: "SignAuthToken", authToken: "token-1" }, "user");
   await world.judges.rsa(Buffer.from((await host.reply()).result, "base64"), "token-1", certificate.pem);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("The user's and the expired certificate are offered, the CA's is not", async (t) => {
   const host = await hostWithSoftToken(t);
-  await chooseFirst(host, { action: "GetSelCertFromToken" });
+  await chooseFirst(host, CHOOSE);
   const log = await host.logText();
   assert.match(log, / 2 items Loaded in Certificate List\.\n/);
   assert.match(log, /<b>expired<\/b>.*Expired: Wed, 15 Nov 2023 00:00:00 GMT/);
@@ -67,7 +57,7 @@ test("The user's and the expired certificate are offered, the CA's is not", asyn
 test("An expired certificate signs when the user insists", async (t) => {
   const host = await hostWithSoftToken(t);
   await choose(host, { action: "GSTReturnSign", hash: "late" }, "expired");
-  await host.enterPin("1234");
+  await host.user.enterPin("1234");
   const der = Buffer.from((await host.reply()).result, "base64");
   assert.equal((await world.judges.cms(der, { checkTime: false })).toString(), "late");
   await assert.rejects(world.judges.cms(der));
@@ -85,9 +75,9 @@ for (const hash of ["sha256", "sha384", "sha512"]) {
   test(`An authentication token is signed with ${hash}`, async (t) => {
     const host = await hostWithSoftToken(t);
     await choose(host, { action: "SignAuthToken", authToken: "token", hashAlgorithm: hash.toUpperCase() }, "user");
-    await host.enterPin("1234");
+    await host.user.enterPin("1234");
     const { result } = await host.reply();
-    await world.judges.rsa(Buffer.from(result, "base64"), "token", (await world.certificate()).pem, hash);
+    await world.judges.rsa(bytesOf(result), "token", (await world.certificate()).pem, hash);
   });
 }
 
@@ -95,13 +85,11 @@ test("A hundred signatures in one run, each good", async (t) => {
   const host = await hostWithSoftToken(t, { settings: null });
   const certificate = await world.certificate();
   await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
-  const certThumbPrint = await thumbprint(certificate.pem);
   const signatures = new Set();
   for (let i = 1; i <= 100; ++i) {
     const hash = Buffer.alloc(32, i).toString("base64");
-    const { result } = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint, nonce: String(i) });
-    const [, explicit] = (await parseDer(Buffer.from(result, "base64"))).children;
-    const signerInfo = explicit.children[0].children.at(-1).children[0];
+    const { result } = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: certificate.thumbprint, nonce: String(i) });
+    const { signerInfo } = await signedDataParts(bytesOf(result));
     const attributes = Buffer.from(signerInfo.children[3].bytes);
     attributes[0] = 0x31; // signed as a SET
     await world.judges.rsa(contentOf(signerInfo.children.at(-1)), attributes, certificate.pem);

@@ -3,15 +3,15 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { errorTitle, failurePrefix, noPinText, pinTitle, windowTitle } from "./lib/host.mjs";
-import { run, sleep } from "./lib/process.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import {
+  CHOOSE, chooseAndLogIn, chooseFirst, ERROR_TITLE, FAILURE_PREFIX, NO_PIN_TEXT, NORMAL_END, openPinDialog, openWindow,
+  sleep, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const choose = { action: "GetSelCertFromToken" };
-const sign = { action: "SignAuthToken", authToken: "token" };
-const normalEnd = { code: 0, signal: null };
+const SIGN = { action: "SignAuthToken", authToken: "token" };
 
 /** The window manager draws its close box here whether the window offers closing or not. */
 async function clickCloseBox(id) {
@@ -22,29 +22,28 @@ async function clickCloseBox(id) {
 test("The title bar's close box and Alt+F4, many times: the window goes on waiting", async (t) => {
   const { host } = await world.hostWithFake(t);
   for (let round = 0; round < 3; ++round) {
-    host.send(choose);
-    const id = await host.window();
+    const id = await openWindow(host, CHOOSE);
     for (let i = 0; i < 5; ++i) {
       await clickCloseBox(id);
       await world.desktop.key(id, "alt+F4");
     }
     await sleep(300);
-    await host.clickOk();
+    await host.user.clickOk();
     assert.equal((await host.reply()).status_cd, 1);
-    assert.equal((await host.request({ text: "on" })).result, `${failurePrefix}echo: on`);
+    assert.equal((await host.request({ text: "on" })).result, `${FAILURE_PREFIX}echo: on`);
   }
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("Alt+F4 while the token is read: the list comes all the same", async (t) => {
   const { host } = await world.hostWithFake(t, { faults: [{ call: "C_OpenSession", delay: 1500 }] });
-  host.send(choose);
-  const id = await world.desktop.window(windowTitle);
+  host.send(CHOOSE);
+  const id = await world.desktop.window(WINDOW_TITLE);
   for (let i = 0; i < 5; ++i) await world.desktop.key(id, "alt+F4");
-  await host.clickOk();
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
-  assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.equal((await chooseAndLogIn(host, SIGN)).status_cd, 1);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 for (const [how, close] of [
@@ -54,35 +53,32 @@ for (const [how, close] of [
   test(`The PIN dialog closed with ${how} is cancelled, also with a PIN in it`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
     for (const typed of ["", "1234"]) {
-      host.send(sign);
-      await host.clickOk();
-      const dialog = await world.desktop.window(pinTitle);
+      const dialog = await openPinDialog(host, SIGN);
       if (typed) await world.desktop.type(dialog, typed);
       await close(dialog);
-      assert.equal((await host.reply()).result, failurePrefix);
+      assert.equal((await host.reply()).result, FAILURE_PREFIX);
       assert.equal((await host.logLines()).filter((line) => line.startsWith("Error in")).at(-1),
-        `Error in GetTokenPvtKey(): ${noPinText}`);
+        `Error in GetTokenPvtKey(): ${NO_PIN_TEXT}`);
     }
     assert.deepEqual(await token.calls("C_Login"), []);
-    assert.equal((await chooseAndLogIn(host, sign)).status_cd, 1);
-    assert.deepEqual(await host.finish(), normalEnd);
+    assert.equal((await chooseAndLogIn(host, SIGN)).status_cd, 1);
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
 test("The message of a missing driver closed with Alt+F4 ends the host like its button", async (t) => {
   const host = await world.host(t);
-  await world.desktop.key(await world.desktop.window(errorTitle), "alt+F4");
+  await world.desktop.key(await world.desktop.window(ERROR_TITLE), "alt+F4");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
 });
 
 test("A user who kills the window ends the host at once, and without a signal", async (t) => {
   const { host } = await world.hostWithFake(t);
-  host.send(choose);
-  const id = await host.window();
-  await run("xdotool", ["windowkill", id], { env: { ...process.env, ...world.desktop.env } });
+  const id = await openWindow(host, CHOOSE);
+  await world.desktop.run("xdotool", ["windowkill", id]);
   const { code, signal } = await host.exit({ timeout: 2000 });
   assert.equal(signal, null);
   assert.notEqual(code, 0);
   const { host: next } = await world.hostWithFake(t);
-  assert.equal((await chooseFirst(next, choose)).status_cd, 1);
+  assert.equal((await chooseFirst(next, CHOOSE)).status_cd, 1);
 });

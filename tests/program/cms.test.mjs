@@ -5,20 +5,13 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, oid, parseDer, shapeOf } from "./lib/asn1.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { bytesOf, chooseAndLogIn, chooseFirst, contentOf, oid, parseDer, shapeOf, signedDataParts, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 function signText(hash, more = {}) {
   return { action: "GSTReturnSign", hash, ...more };
-}
-
-/** The encapsulated content and the SignerInfo of a SignedData. */
-async function partsOf(der) {
-  const [, explicit] = (await parseDer(der)).children;
-  const [, , content, , signerInfos] = explicit.children[0].children;
-  return { content, signerInfo: signerInfos.children[0] };
 }
 
 test("The structure has these elements, in this order, with nothing more", async (t) => {
@@ -26,7 +19,7 @@ test("The structure has these elements, in this order, with nothing more", async
   const { result } = await chooseAndLogIn(host, signText("abc"));
   const certificate = await parseDer((await world.certificate()).bytes);
   const algorithm = ["SEQUENCE", "OBJECT", "NULL"];
-  assert.deepEqual(shapeOf(await parseDer(Buffer.from(result, "base64"))), ["SEQUENCE", "OBJECT", ["cont [ 0 ]", ["SEQUENCE",
+  assert.deepEqual(shapeOf(await parseDer(bytesOf(result))), ["SEQUENCE", "OBJECT", ["cont [ 0 ]", ["SEQUENCE",
     "INTEGER",
     ["SET", algorithm],
     ["SEQUENCE", "OBJECT", ["cont [ 0 ]", "OCTET STRING"]],
@@ -43,7 +36,7 @@ test("The structure has these elements, in this order, with nothing more", async
 test("The content holds the text, and the text is what the token signs", async (t) => {
   const { host, token } = await world.hostWithFake(t);
   const { result } = await chooseAndLogIn(host, signText("abc"));
-  const { content, signerInfo } = await partsOf(Buffer.from(result, "base64"));
+  const { content, signerInfo } = await signedDataParts(bytesOf(result));
   assert.deepEqual(contentOf(content.children[1]), Buffer.from("0403616263", "hex"));
   assert.equal(signerInfo.children.length, 5);
   assert.deepEqual(signerInfo.children[3].children[0].bytes, oid("1.2.840.113549.1.1.1"));
@@ -57,10 +50,10 @@ test("An empty text is an empty OCTET STRING, and the token signs no bytes", asy
   for (const request of [signText(""), { action: "GSTReturnSign" }]) {
     const first = (await token.calls("C_Sign")).length === 0;
     const { result } = await (first ? chooseAndLogIn : chooseFirst)(host, request);
-    const { content } = await partsOf(Buffer.from(result, "base64"));
+    const { content } = await signedDataParts(bytesOf(result));
     assert.deepEqual(contentOf(content.children[1]), Buffer.from("0400", "hex"));
     assert.equal((await token.calls("C_Sign")).at(-1).in.dataLength, 0);
-    assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).length, 0);
+    assert.equal((await world.judges.cms(bytesOf(result))).length, 0);
   }
 });
 
@@ -69,7 +62,7 @@ for (const hashAlgorithm of ["SHA256", "SHA-384", "SHA-512"]) {
     const { host } = await world.hostWithFake(t);
     const text = JSON.stringify({ gstin: "33ABCDE1234F1Z5", fp: "102026", name: "Gewürze €", total: 1234.5 });
     const { result } = await chooseAndLogIn(host, signText(text, { hashAlgorithm }));
-    assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), text);
+    assert.equal((await world.judges.cms(bytesOf(result))).toString(), text);
   });
 }
 
@@ -78,19 +71,18 @@ test("A return of 600 kB is signed whole, in one line of Base64", async (t) => {
   const text = JSON.stringify(Array.from({ length: 20_000 }, (_, i) => ({ invoice: i, sum: "1,000.00" })));
   const { result } = await chooseAndLogIn(host, signText(text));
   assert.match(result, /^[A-Za-z0-9+/]+=*$/);
-  assert.ok((await world.judges.cms(Buffer.from(result, "base64"))).equals(Buffer.from(text)));
+  assert.ok((await world.judges.cms(bytesOf(result))).equals(Buffer.from(text)));
 });
 
 test("The signature is by the certificate that was chosen", async (t) => {
   const certificates = [{ certificate: await world.certificate(), id: "1" }, { certificate: await world.certificate("second"), id: "2" }];
   const { host } = await world.hostWithFake(t, { certificates });
   host.send(signText("abc"));
-  await host.clickCard(1, 2);
-  await host.enterPin("1234");
+  await host.user.clickCard(1, 2);
+  await host.user.enterPin("1234");
   const der = Buffer.from((await host.reply()).result, "base64");
   assert.equal((await world.judges.cms(der)).toString(), "abc");
-  const [, explicit] = (await parseDer(der)).children;
-  assert.deepEqual(contentOf(explicit.children[0].children[3]), certificates[1].certificate.bytes);
+  assert.deepEqual(contentOf((await signedDataParts(der)).certificates), certificates[1].certificate.bytes);
 });
 
 test("At level DEBUG the last result lies in CMSSign.txt; at any other level no file is written", async (t) => {
@@ -114,7 +106,7 @@ test("A certificate that does not parse gives a structure with less in it, which
   const reply = await chooseAndLogIn(host, signText("abc"));
   assert.equal(reply.status_cd, 1);
   assert.equal((await token.calls("C_Sign")).length, 1);
-  await parseDer(Buffer.from(reply.result, "base64"));
+  await parseDer(bytesOf(reply.result));
 });
 
 test("A failure of the token is the reply, without a prefix of the builder", async (t) => {

@@ -3,38 +3,30 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { ck } from "./lib/fake-token.mjs";
-import { windowTitle } from "./lib/host.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { chooseAndLogIn, chooseFirst, CK, NORMAL_END, WINDOW_TITLE, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const digest = Buffer.alloc(32, 0x5a).toString("base64");
 
-test("A request without an action is echoed as a failure", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.deepEqual(await host.request({ text: "hello", nonce: "1" }),
-    { status_cd: 0, result: "QMHost Error: echo: hello", nonce: "1" });
-});
+for (const [rule, request, text] of [
+  ["A request without an action is echoed as a failure", { text: "hello", nonce: "1" }, "hello"],
+  ["Member names are matched exactly", { Action: "SignXML", TEXT: "x", Nonce: "1" }, ""],
+  ["A text that is no string is echoed as its JSON text", { text: { b: [1, null] } }, '{"b":[1,null]}'],
+]) {
+  test(rule, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    assert.deepEqual(await host.request(request), { status_cd: 0, result: `QMHost Error: echo: ${text}`, nonce: request.nonce ?? "" });
+  });
+}
 
 test("Actions are matched exactly: case, blanks and unknown names take the echo", async (t) => {
   const { host } = await world.hostWithFake(t);
   for (const action of ["gstreturnsign", "GSTReturnSign ", "", "Nothing", "SignXml"]) {
     assert.equal((await host.request({ action, text: action })).result, `QMHost Error: echo: ${action}`);
   }
-  await world.desktop.windowGone(windowTitle);
-});
-
-test("Member names are matched exactly", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.deepEqual(await host.request({ Action: "SignXML", TEXT: "x", Nonce: "1" }),
-    { status_cd: 0, result: "QMHost Error: echo: ", nonce: "" });
-});
-
-test("A text that is no string is echoed as its JSON text", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  assert.equal((await host.request({ text: { b: [1, null] } })).result, 'QMHost Error: echo: {"b":[1,null]}');
+  await world.desktop.windowGone(WINDOW_TITLE);
 });
 
 test("SignXML fails with the same words whatever it is given, and touches no token", async (t) => {
@@ -49,13 +41,13 @@ test("The hash algorithm is SHA256 when absent or empty, and loses its dashes bu
   const { host, token } = await world.hostWithFake(t);
   const chosen = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(chosen.status_cd, 1);
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   const sign = (more) => host.request({ action: "PdfSignFromToken", hash: digest, certThumbPrint, ...more });
   const mechanism = async () => (await token.calls("C_SignInit")).at(-1).in.mechanism;
 
   for (const [hashAlgorithm, expected] of [
-    [undefined, ck.CKM_SHA256_RSA_PKCS], ["", ck.CKM_SHA256_RSA_PKCS], ["SHA-256", ck.CKM_SHA256_RSA_PKCS],
-    ["SHA-384", ck.CKM_SHA384_RSA_PKCS], ["-S-H-A-5-1-2-", ck.CKM_SHA512_RSA_PKCS],
+    [undefined, CK.CKM_SHA256_RSA_PKCS], ["", CK.CKM_SHA256_RSA_PKCS], ["SHA-256", CK.CKM_SHA256_RSA_PKCS],
+    ["SHA-384", CK.CKM_SHA384_RSA_PKCS], ["-S-H-A-5-1-2-", CK.CKM_SHA512_RSA_PKCS],
   ]) {
     assert.equal((await sign({ hashAlgorithm })).status_cd, 1, hashAlgorithm);
     assert.equal(await mechanism(), expected, hashAlgorithm);
@@ -77,8 +69,7 @@ test("A request for a certificate ignores every other member", async (t) => {
 test("A PDF request without a thumbprint looks for the empty one", async (t) => {
   const { host } = await world.hostWithFake(t);
   const { result } = await host.request({ action: "PdfSignFromToken", hash: digest });
-  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
-    + "Certificate not found in the token's certificate list: ");
+  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ");
 });
 
 test("After a failed operation the next request is served", async (t) => {
@@ -93,7 +84,7 @@ test("An exception that no operation knows is the reply of its request, and the 
   const text = "Error  in ProcessInMessage(): thrown by the module";
   assert.deepEqual(await host.request({ action: "GSTReturnSign", hash: "text", nonce: "1" }),
     { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "1" });
-  await world.desktop.windowGone(windowTitle);
+  await world.desktop.windowGone(WINDOW_TITLE);
   assert.ok((await host.logLines()).includes(text));
   assert.equal((await chooseFirst(host, { action: "GetSelCertFromToken", nonce: "2" })).status_cd, 1);
 });
@@ -101,7 +92,7 @@ test("An exception that no operation knows is the reply of its request, and the 
 test("The end of input after a reply ends the host, with nothing more written", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: null });
   await host.request({ text: "last" });
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(await host.finish(), NORMAL_END);
   assert.equal(await host.replyFrame(), null);
   assert.equal((await host.logLines()).at(-1), "Exiting ReadStdin Loop and Closing Host Application.");
 });

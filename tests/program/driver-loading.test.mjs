@@ -5,11 +5,12 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { ck, entryPoints, errorLine } from "./lib/fake-token.mjs";
-import { errorTitle, windowTitle } from "./lib/host.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import {
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, errorLine, NORMAL_END, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const couldNotLoad = (path) => [
   `Could not load Smartcard or Token driver from path: ${path}, exiting Quillmark Extension Host... `,
@@ -19,31 +20,25 @@ const couldNotLoad = (path) => [
 
 /** What a host that could not load its module has logged, after the user has closed the message box. */
 async function logOfFailure(t, options) {
-  const host = await world.host(t, { token: null, ...options });
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
-  assert.deepEqual(await host.exit(), { code: 1, signal: null });
+  const host = await world.hostWithoutDriver(t, options);
   assert.equal(await host.replyFrame(), null);
   return host.logLines();
 }
 
-test("A missing module: the message says where it was looked for and what to do", async (t) => {
-  const lines = await logOfFailure(t, { settings: null });
-  assert.deepEqual(lines.slice(-3), couldNotLoad("./QMTokenDriver.so"));
-});
-
-test("A missing module at a path of the settings: the message names that path", async (t) => {
-  const path = "/nowhere/at all/module.so";
-  const lines = await logOfFailure(t, { settings: { AppLogLevel: 1, TokenDriverFullPath: path } });
-  assert.deepEqual(lines.slice(-3), couldNotLoad(path));
-  assert.match(lines.at(-4), /module\.so: cannot open shared object file/);
-});
-
-test("A file that is no module is like a missing one", async (t) => {
-  const prepare = (folder) => writeFile(join(folder, "QMTokenDriver.so"), "no module");
-  const lines = await logOfFailure(t, { prepare });
-  assert.deepEqual(lines.slice(-3), couldNotLoad("./QMTokenDriver.so"));
-  assert.match(lines.at(-4), /QMTokenDriver\.so/);
-});
+const ELSEWHERE = "/nowhere/at all/module.so";
+for (const [rule, options, path, reason] of [
+  ["A missing module: the message says where it was looked for and what to do", { settings: null }, "./QMTokenDriver.so"],
+  ["A missing module at a path of the settings: the message names that path",
+    { settings: { AppLogLevel: 1, TokenDriverFullPath: ELSEWHERE } }, ELSEWHERE, /module\.so: cannot open shared object file/],
+  ["A file that is no module is like a missing one",
+    { prepare: (folder) => writeFile(join(folder, "QMTokenDriver.so"), "no module") }, "./QMTokenDriver.so", /QMTokenDriver\.so/],
+]) {
+  test(rule, async (t) => {
+    const lines = await logOfFailure(t, options);
+    assert.deepEqual(lines.slice(-3), couldNotLoad(path));
+    if (reason) assert.match(lines.at(-4), reason);
+  });
+}
 
 test("Loading calls no function of the module", async (t) => {
   const { host, token } = await world.hostWithFake(t);
@@ -59,13 +54,13 @@ test("The session is left open and the module initialised at the end", async (t)
   assert.equal((await token.sequence()).at(-1), "C_Sign");
 });
 
-const thrownBySelection = (label) => `Error  in GetSelCertFromToken(): ${errorLine(label, ck.CKR_FUNCTION_NOT_SUPPORTED)}`;
+const thrownBySelection = (label) => `Error  in GetSelCertFromToken(): ${errorLine(label, CK.CKR_FUNCTION_NOT_SUPPORTED)}`;
 
 /** The reply to a request for a certificate when the module lacks the function. Others fail only when a key is used. */
 const withoutFunction = {
-  C_Initialize: errorLine("C_Initialize", ck.CKR_FUNCTION_NOT_SUPPORTED),
-  C_GetSlotList: errorLine("C_GetSlotList", ck.CKR_FUNCTION_NOT_SUPPORTED),
-  C_OpenSession: errorLine("C_OpenSession", ck.CKR_FUNCTION_NOT_SUPPORTED),
+  C_Initialize: errorLine("C_Initialize", CK.CKR_FUNCTION_NOT_SUPPORTED),
+  C_GetSlotList: errorLine("C_GetSlotList", CK.CKR_FUNCTION_NOT_SUPPORTED),
+  C_OpenSession: errorLine("C_OpenSession", CK.CKR_FUNCTION_NOT_SUPPORTED),
   C_FindObjectsInit: thrownBySelection("BuildTokenCertList - C_FindObjectsInit"),
   C_FindObjects: thrownBySelection("BuildTokenCertList - C_FindObjects"),
   C_FindObjectsFinal: thrownBySelection("BuildTokenCertList - C_FindObjectsFinal"),
@@ -75,11 +70,11 @@ const withoutFunction = {
 for (const [name, text] of Object.entries(withoutFunction)) {
   test(`A module without ${name} loads, and the first use fails with its name and 0x54`, async (t) => {
     const { host } = await world.hostWithFake(t, { without: name });
-    const reply = await host.request({ action: "GetSelCertFromToken" });
+    const reply = await host.request(CHOOSE);
     assert.deepEqual(reply, { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "" });
     assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
-    await world.desktop.windowGone(windowTitle);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    await world.desktop.windowGone(WINDOW_TITLE);
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
@@ -87,9 +82,9 @@ for (const name of ["C_SignInit", "C_Sign"]) {
   test(`A module without ${name} loads, and signing fails with its name and 0x54`, async (t) => {
     const { host } = await world.hostWithFake(t, { without: name });
     const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
-    const line = errorLine(name, ck.CKR_FUNCTION_NOT_SUPPORTED);
+    const line = errorLine(name, CK.CKR_FUNCTION_NOT_SUPPORTED);
     assert.equal(result, `QMHost Error: Error  in TokenSignData(): ${line}`);
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
@@ -97,13 +92,13 @@ test("A module without C_Login loads, and the login fails with its name and 0x54
   const { host } = await world.hostWithFake(t, { without: "C_Login" });
   const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(result, "QMHost Error: ");
-  const line = errorLine("C_Login", ck.CKR_FUNCTION_NOT_SUPPORTED);
+  const line = errorLine("C_Login", CK.CKR_FUNCTION_NOT_SUPPORTED);
   assert.ok((await host.logLines()).includes(`Error in GetTokenPvtKey(): ${line}`));
 });
 
 test("A module without C_Finalize answers for a missing token as any other", async (t) => {
   const { host } = await world.hostWithFake(t, { without: "C_Finalize", slots: [] });
-  const { result } = await host.request({ action: "GetSelCertFromToken" });
+  const { result } = await host.request(CHOOSE);
   assert.equal(result, "QMHost Error: No slot with token attached.");
 });
 
@@ -111,16 +106,16 @@ test("A module without C_SignFinal signs", async (t) => {
   const { host } = await world.hostWithFake(t, { without: "C_SignFinal" });
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(reply.status_cd, 1);
-  await world.judges.rsa(Buffer.from(reply.result, "base64"), "x", (await world.certificate()).pem);
+  await world.judges.rsa(bytesOf(reply.result), "x", (await world.certificate()).pem);
 });
 
 test("Each of the program's entry points has its test with a module that lacks it", () => {
   const tested = [...Object.keys(withoutFunction), "C_SignInit", "C_Sign", "C_Login", "C_Finalize", "C_SignFinal"];
-  assert.deepEqual(tested.sort(), [...entryPoints].sort());
+  assert.deepEqual(tested.sort(), [...ENTRY_POINTS].sort());
 });
 
 for (const [code, shown] of [
-  [ck.CKR_CRYPTOKI_NOT_INITIALIZED, "0x00000190"],
+  [CK.CKR_CRYPTOKI_NOT_INITIALIZED, "0x00000190"],
   [0x80000001, "0x80000001"],
   [0xabcdef12, "0xABCDEF12"],
   [2 ** 32 + 5, "0x00000005"],
@@ -128,7 +123,7 @@ for (const [code, shown] of [
 ]) {
   test(`The return value 0x${code.toString(16)} is a failure and is shown as ${shown}`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Initialize", rv: code }] });
-    const { result } = await host.request({ action: "GetSelCertFromToken" });
+    const { result } = await host.request(CHOOSE);
     const line = `[CKR_ERROR in C_Initialize] ErrCode = ${shown}.`;
     assert.equal(result, `QMHost Error: ${line}`);
     const lines = await host.logLines();
@@ -137,16 +132,16 @@ for (const [code, shown] of [
 }
 
 test("A failed call is logged at DEBUG and its handler's line at EXCEPTION", async (t) => {
-  const faults = [{ call: "C_Initialize", rv: ck.CKR_GENERAL_ERROR }];
+  const faults = [{ call: "C_Initialize", rv: CK.CKR_GENERAL_ERROR }];
   const { host } = await world.hostWithFake(t, { faults }, { settings: { AppLogLevel: 3 } });
-  await host.request({ action: "GetSelCertFromToken" });
+  await host.request(CHOOSE);
   assert.deepEqual((await host.logLines()).slice(1),
-    [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", ck.CKR_GENERAL_ERROR)}`]);
+    [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", CK.CKR_GENERAL_ERROR)}`]);
 });
 
 test("A call that succeeds is logged with its label", async (t) => {
   const { host } = await world.hostWithFake(t);
-  await chooseFirst(host, { action: "GetSelCertFromToken" });
+  await chooseFirst(host, CHOOSE);
   const lines = await host.logLines();
   for (const label of ["C_Initialize", "C_GetSlotList", "C_OpenSession", "BuildTokenCertList - C_FindObjectsInit",
     "BuildTokenCertList - C_FindObjects", "BuildTokenCertList - C_GetAttributeValue for Sizing",

@@ -3,12 +3,10 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame, prefix } from "./lib/frames.mjs";
-import { World } from "./lib/world.mjs";
+import { CLOSING_TEXT, frame, NORMAL_END, prefix, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
-
-const closing = "Exiting ReadStdin Loop and Closing Host Application.";
+const world = World.forThisFile(product);
 
 /** What the host logs after it has begun to read. */
 async function logOfReading(host) {
@@ -16,43 +14,37 @@ async function logOfReading(host) {
   return lines.slice(lines.indexOf("In ReadStdin()"));
 }
 
-test("A length of zero ends the host", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.alloc(4));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
-  assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN 0", closing]);
-});
-
-test("A negative length ends the host", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.alloc(4, 0xff));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
-  assert.equal(await host.replyFrame(), null);
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", "BUFFER LEN -1", closing]);
-});
+for (const [what, length] of [["A length of zero", 0], ["A negative length", -1]]) {
+  test(`${what} ends the host`, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    host.sendBytes(prefix(length));
+    assert.deepEqual(await host.exit(), NORMAL_END);
+    assert.equal(await host.replyFrame(), null);
+    assert.deepEqual(await logOfReading(host), ["In ReadStdin()", "after iSize == 4", `BUFFER LEN ${length}`, CLOSING_TEXT]);
+  });
+}
 
 test("Half a length prefix ends the host and logs nothing of it", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.sendBytes(Buffer.from([1, 0]));
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
-  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", closing]);
+  assert.deepEqual(await host.finish(), NORMAL_END);
+  assert.deepEqual(await logOfReading(host), ["In ReadStdin()", CLOSING_TEXT]);
 });
 
-test("A body shorter than its length is parsed as far as it came", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.concat([prefix(10), Buffer.from("{}    ")]));
-  host.endInput();
-  assert.deepEqual(await host.reply(), { status_cd: 0, result: "QMHost Error: echo: ", nonce: "" });
-  assert.equal((await host.exit()).code, 0);
-});
-
-test("A short body with a whole request in it is served", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.concat([prefix(1000), Buffer.from('{"text":"hi","nonce":"7"}')]));
-  host.endInput();
-  assert.deepEqual(await host.reply(), { status_cd: 0, result: "QMHost Error: echo: hi", nonce: "7" });
-});
+for (const [rule, bytes, text, nonce = ""] of [
+  ["A body shorter than its length is parsed as far as it came", [prefix(10), Buffer.from("{}    ")], ""],
+  ["A short body with a whole request in it is served", [prefix(1000), Buffer.from('{"text":"hi","nonce":"7"}')], "hi", "7"],
+  ["The text ends at its first zero byte", [frame(Buffer.from('{"text":"a"}\0{"text":"b"}'))], "a"],
+  ["The largest length below 2^28 is served", [prefix(2 ** 28 - 1), Buffer.from('{"text":"last"}')], "last"],
+]) {
+  test(rule, async (t) => {
+    const { host } = await world.hostWithFake(t);
+    host.sendBytes(Buffer.concat(bytes));
+    host.endInput();
+    assert.deepEqual(await host.reply(), { status_cd: 0, result: `QMHost Error: echo: ${text}`, nonce });
+    assert.equal((await host.exit()).code, 0);
+  });
+}
 
 test("A body that is no JSON is answered like a request without an action", async (t) => {
   const { host } = await world.hostWithFake(t);
@@ -88,12 +80,6 @@ test("Requests that arrive at once, or byte by byte, are answered one after anot
   assert.equal((await host.reply()).nonce, "slow");
 });
 
-test("The text ends at its first zero byte", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(frame(Buffer.from('{"text":"a"}\0{"text":"b"}')));
-  assert.equal((await host.reply()).result, "QMHost Error: echo: a");
-});
-
 test("A message of 16 MiB comes back whole", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: null });
   const text = "0123456789abcdef".repeat(1 << 20);
@@ -104,17 +90,10 @@ test("A message of 16 MiB comes back whole", async (t) => {
 test("A length of 2^28 is logged as an exception and ends the host", async (t) => {
   const { host } = await world.hostWithFake(t, {}, { settings: { AppLogLevel: 3 } });
   host.sendBytes(prefix(2 ** 28));
-  assert.deepEqual(await host.exit(), { code: 0, signal: null });
+  assert.deepEqual(await host.exit(), NORMAL_END);
   assert.equal(await host.replyFrame(), null);
   const complaints = (await host.logLines()).filter((line) => line.includes(String(2 ** 28)));
   assert.equal(complaints.length, 1);
-});
-
-test("The largest length below 2^28 is served", async (t) => {
-  const { host } = await world.hostWithFake(t);
-  host.sendBytes(Buffer.concat([prefix(2 ** 28 - 1), Buffer.from('{"text":"last"}')]));
-  host.endInput();
-  assert.equal((await host.reply()).result, "QMHost Error: echo: last");
 });
 
 test("Deep nesting, broken UTF-8 and stray bytes are answered, and the next request is served", async (t) => {

@@ -5,28 +5,26 @@ import { mkdir, readFile, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "./lib/build.mjs";
-import { cancelText, failurePrefix, windowTitle } from "./lib/host.mjs";
-import { oddCertificate, tags } from "./lib/odd-certificates.mjs";
-import { sleep, waitFor } from "./lib/process.mjs";
-import { World } from "./lib/world.mjs";
+import { bin, product } from "../lib/quillmark.mjs";
+import {
+  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, oddCertificate, sleep, TAGS, waitFor, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const choose = { action: "GetSelCertFromToken" };
 const screenshots = join(dirname(bin), "screenshots");
 
 // The file that names ask for, and a port where nobody listens.
-const bait = "bait-of-the-tests.png";
-const address = "http://127.0.0.1:9";
+const BAIT = "bait-of-the-tests.png";
+const ADDRESS = "http://127.0.0.1:9";
 
 const markup = {
-  "an image": { CN: `<img src=${bait}><img src="file:./${bait}">`, O: `<img src="${address}/i.png">` },
-  "a link": { CN: `<a href="${address}/a">click here</a>`, O: `<a href="file:./${bait}">or here</a>` },
+  "an image": { CN: `<img src=${BAIT}><img src="file:./${BAIT}">`, O: `<img src="${ADDRESS}/i.png">` },
+  "a link": { CN: `<a href="${ADDRESS}/a">click here</a>`, O: `<a href="file:./${BAIT}">or here</a>` },
   "a page": {
-    CN: `<body bgcolor=red background="${bait}"><title>T</title>`, O: `<meta http-equiv=refresh content="0;${address}">`,
+    CN: `<body bgcolor=red background="${BAIT}"><title>T</title>`, O: `<meta http-equiv=refresh content="0;${ADDRESS}">`,
   },
-  "a script": { CN: `<script src="${address}/s.js">alert(1)</script>`, O: `<link rel=stylesheet href="${bait}">` },
+  "a script": { CN: `<script src="${ADDRESS}/s.js">alert(1)</script>`, O: `<link rel=stylesheet href="${BAIT}">` },
   "the end of its card": { CN: "</b></span></div><hr>", O: "<!-- and nothing else -->" },
   "a comment": { CN: "<!--", O: "<pre><font size=+99><h1>" },
   "huge tables": { CN: "<table border=9 width=99999999><tr><td>".repeat(100), O: "<table><tr><td>".repeat(1000) },
@@ -45,10 +43,10 @@ const oddBytes = {
   "a name of many words": { subject: { CN: "word ".repeat(40_000), O: "name ".repeat(40_000) } },
   "zero bytes": { subject: { CN: "bank.example\0.evil.example", O: "\0\0" }, holds: "bank.example" },
   "right-to-left marks": { subject: { CN: "\u202egnp.exe\u200f", O: "\u2067\u2066\u202d" }, holds: "\u202egnp.exe\u200f" },
-  "broken UTF-8": { subject: { CN: bytes(tags.utf8, "41fffec328eda080f09f42") } },
-  "half a BMP character": { subject: { CN: bytes(tags.bmp, "0041d83d0042dc00d8") } },
-  "no Unicode": { subject: { CN: bytes(tags.universal, "0000004100110000ffffffff") } },
-  "other letters in old strings": { subject: { CN: bytes(tags.teletex, "4dfc6c6c8000") } },
+  "broken UTF-8": { subject: { CN: bytes(TAGS.utf8, "41fffec328eda080f09f42") } },
+  "half a BMP character": { subject: { CN: bytes(TAGS.bmp, "0041d83d0042dc00d8") } },
+  "no Unicode": { subject: { CN: bytes(TAGS.universal, "0000004100110000ffffffff") } },
+  "other letters in old strings": { subject: { CN: bytes(TAGS.teletex, "4dfc6c6c8000") } },
   "control characters": { subject: { CN: '\x01\x1b[2J\r\n\t"\\\x7f\u0085\u2028', O: "\u0000\u0001" } },
   "an empty name": { subject: {} },
   "a large extension": { subject: { CN: "large" }, extensions: [["1.2.3.4", Buffer.alloc(600_000, 1)]], holds: "large" },
@@ -58,15 +56,15 @@ const oddBytes = {
 /** A host with these certificates, in this order, and one good one, the last. */
 async function hostWith(t, certificates, options = {}) {
   const list = [...certificates, await world.certificate()].map((certificate, i) => ({ certificate, id: `id-${i}` }));
-  const prepare = (folder) => writeFile(join(folder, bait), "");
+  const prepare = (folder) => writeFile(join(folder, BAIT), "");
   const { host } = await world.hostWithFake(t, { certificates: list }, { prepare, ...options });
   return host;
 }
 
 /** Asks for a choice and waits until the list is there. */
 async function openList(host, count) {
-  host.send(choose);
-  const id = await world.desktop.window(windowTitle);
+  host.send(CHOOSE);
+  const id = await world.desktop.window(WINDOW_TITLE);
   await waitFor("the list", async () => (await host.logLines()).includes(`${count} items Loaded in Certificate List.`),
     { timeout: 10_000 });
   return id;
@@ -78,9 +76,8 @@ async function chooseWithKeys(host, keys, count) {
   await world.desktop.click(id, 300, 90);
   await world.desktop.key(id, "Home");
   for (const key of keys) await world.desktop.key(id, key);
-  await world.desktop.click(id, ...host.okButton);
-  const bytes = (await host.replyFrame({ timeout: 5000 })).subarray(4);
-  const reply = JSON.parse(new TextDecoder("utf-8", { fatal: true }).decode(bytes));
+  await world.desktop.click(id, ...host.user.okButton);
+  const reply = await host.reply({ timeout: 5000 });
   assert.equal(reply.status_cd, 1, reply.result);
   return JSON.parse(reply.result);
 }
@@ -104,14 +101,14 @@ test("Names with markup are shown as they are, open nothing, and take no other c
   await world.desktop.key(id, "End");
   await sleep(500);
   await world.desktop.screenshot(join(screenshots, "names-with-markup-end.png"), id);
-  await world.desktop.click(id, ...host.cancelButton);
-  assert.equal((await host.reply({ timeout: 5000 })).result, failurePrefix + cancelText);
+  await world.desktop.click(id, ...host.user.cancelButton);
+  assert.equal((await host.reply({ timeout: 5000 })).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
 
   const last = await chooseWithKeys(host, ["End"], count);
   assert.equal(last.CKA_ID, `id-${entries.length}`);
   const first = await chooseWithKeys(host, [], count);
-  assert.deepEqual(Buffer.from(first.Cert, "base64"), certificates[0].bytes);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.deepEqual(bytesOf(first.Cert), certificates[0].bytes);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   // What a card says is what the certificate says, in the log and in the list alike.
   const log = await host.logText();
@@ -119,7 +116,7 @@ test("Names with markup are shown as they are, open nothing, and take no other c
 
   const calls = (await readFile(trace, "utf8")).split("\n");
   assert.ok(calls.some((call) => call.includes("QMHostSettings.json")), "the trace has seen the host's files");
-  assert.deepEqual(calls.filter((call) => call.includes(bait)), []);
+  assert.deepEqual(calls.filter((call) => call.includes(BAIT)), []);
   assert.deepEqual(calls.filter((call) => /connect\(.*AF_INET/.test(call)), []);
   assert.equal(calls.filter((call) => /execve\(/.test(call)).length, 1, "no other program is started");
 });
@@ -135,11 +132,11 @@ test("Whatever bytes a certificate has: its record is JSON, and each card can be
     if (isTooLarge) {
       assert.deepEqual(Object.keys(record), ["ErrMsg", "ChainCert", "CKA_ID"], name);
     } else {
-      assert.deepEqual(Buffer.from(record.Cert, "base64"), certificates[i].bytes, name);
+      assert.deepEqual(bytesOf(record.Cert), certificates[i].bytes, name);
       if (holds) assert.ok(record.SelCertSubject.includes(holds), `${name}: ${record.SelCertSubject}`);
     }
   }
   assert.equal((await chooseWithKeys(host, ["End"], count)).CKA_ID, `id-${entries.length}`);
-  assert.equal((await host.request({ text: "on" })).result, `${failurePrefix}echo: on`);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.equal((await host.request({ text: "on" })).result, `${FAILURE_PREFIX}echo: on`);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });

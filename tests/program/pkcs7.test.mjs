@@ -2,21 +2,19 @@
 
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
-import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { contentOf, oid, parseDer, shapeOf } from "./lib/asn1.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { makeKey } from "./lib/certificates.mjs";
-import { run } from "./lib/process.mjs";
-import { chooseFirst, World } from "./lib/world.mjs";
+import {
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, described, makeKey, makeSignedPdf, oid, parseDer, run,
+  shapeOf, signedDataParts, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 const document = Buffer.from("a document");
-const hashOids = { SHA1: "1.3.14.3.2.26", SHA256: "2.16.840.1.101.3.4.2.1", SHA384: "2.16.840.1.101.3.4.2.2",
+const HASH_OIDS = { SHA1: "1.3.14.3.2.26", SHA256: "2.16.840.1.101.3.4.2.1", SHA384: "2.16.840.1.101.3.4.2.2",
   SHA512: "2.16.840.1.101.3.4.2.3" };
 
 function digestOf(data, hash = "sha256") {
@@ -24,36 +22,23 @@ function digestOf(data, hash = "sha256") {
 }
 
 /** Has a hash signed by the certificate, after the list was loaded with a first request. Gives the reply. */
-async function signDigest(host, digest, certificate, more = {}) {
-  const certThumbPrint = await thumbprint(certificate.pem);
+function signDigest(host, digest, certificate, more = {}) {
   const hash = typeof digest === "string" ? digest : digest.toString("base64");
-  return host.request({ action: "PdfSignFromToken", hash, certThumbPrint, ...more });
+  return host.request({ action: "PdfSignFromToken", hash, certThumbPrint: certificate.thumbprint, ...more });
 }
 
 /** A host whose list is loaded and whose user is logged in. */
 async function readyHost(t, script = {}, options = {}) {
   const ready = await world.hostWithFake(t, script, options);
-  ready.host.send({ action: "SignAuthToken", authToken: "x" });
-  await ready.host.clickOk();
-  await ready.host.enterPin("1234");
-  await ready.host.reply();
+  await chooseAndLogIn(ready.host, { action: "SignAuthToken", authToken: "x" });
   return ready;
-}
-
-/** The parts of a SignedData by name, as asn1.mjs reads them. */
-async function partsOf(der) {
-  const contentInfo = await parseDer(der);
-  const [contentType, explicit] = contentInfo.children;
-  const [version, digestAlgorithms, content, certificates, signerInfos] = explicit.children[0].children;
-  const [signerInfo] = signerInfos.children;
-  return { contentInfo, contentType, version, digestAlgorithms, content, certificates, signerInfo };
 }
 
 test("The structure has these elements, in this order, with nothing more", async (t) => {
   const { host } = await readyHost(t);
   const certificate = await world.certificate();
   const { result } = await signDigest(host, digestOf(document), certificate);
-  const { contentInfo } = await partsOf(Buffer.from(result, "base64"));
+  const { contentInfo } = await signedDataParts(bytesOf(result));
   const algorithm = ["SEQUENCE", "OBJECT", "NULL"];
   const issuer = shapeOf((await parseDer(certificate.bytes)).children[0].children[3]);
   assert.deepEqual(shapeOf(contentInfo), ["SEQUENCE", "OBJECT", ["cont [ 0 ]", ["SEQUENCE",
@@ -79,9 +64,9 @@ test("The elements have the values of the certificate, the hash and the standard
   const digest = digestOf(document);
   const { result } = await signDigest(host, digest, certificate);
   const { contentType, version, digestAlgorithms, content, certificates, signerInfo } =
-    await partsOf(Buffer.from(result, "base64"));
+    await signedDataParts(bytesOf(result));
   const [, serial, , issuer] = (await parseDer(certificate.bytes)).children[0].children;
-  const sha256 = Buffer.concat([Buffer.from("300d", "hex"), oid(hashOids.SHA256), Buffer.from("0500", "hex")]);
+  const sha256 = Buffer.concat([Buffer.from("300d", "hex"), oid(HASH_OIDS.SHA256), Buffer.from("0500", "hex")]);
 
   assert.deepEqual(contentType.bytes, oid("1.2.840.113549.1.7.2"));
   assert.deepEqual(version.bytes, Buffer.from("020101", "hex"));
@@ -107,7 +92,7 @@ test("The token signs the attributes as a SET; they stand in the structure under
   const { in: given } = (await token.calls("C_Sign")).at(-1);
   assert.equal(given.dataLength, 77);
   assert.match(given.data, /^314b30180609/);
-  const { signerInfo } = await partsOf(Buffer.from(result, "base64"));
+  const { signerInfo } = await signedDataParts(bytesOf(result));
   assert.equal(signerInfo.children[3].bytes.toString("hex"), `a0${given.data.slice(2)}`);
 });
 
@@ -118,29 +103,24 @@ for (const hash of ["SHA256", "SHA384", "SHA512"]) {
     let content = document; // one whose digest has no zero byte: the token takes the attributes as text
     while (digestOf(content, hash).includes(0)) content = Buffer.concat([content, Buffer.from(".")]);
     const { result } = await signDigest(host, digestOf(content, hash), certificate, { hashAlgorithm: hash });
-    await world.judges.cms(Buffer.from(result, "base64"), { content });
-    await assert.rejects(world.judges.cms(Buffer.from(result, "base64"), { content: Buffer.from("another") }));
+    await world.judges.cms(bytesOf(result), { content });
+    await assert.rejects(world.judges.cms(bytesOf(result), { content: Buffer.from("another") }));
   });
 }
 
 test("SHA1 names its own algorithm in the structure, while the token signs with SHA-256", async (t) => {
   const { host, token } = await readyHost(t);
   const { result } = await signDigest(host, digestOf(document, "sha1"), await world.certificate(), { hashAlgorithm: "SHA-1" });
-  const { digestAlgorithms } = await partsOf(Buffer.from(result, "base64"));
-  assert.deepEqual(digestAlgorithms.children[0].children[0].bytes, oid(hashOids.SHA1));
+  const { digestAlgorithms } = await signedDataParts(bytesOf(result));
+  assert.deepEqual(digestAlgorithms.children[0].children[0].bytes, oid(HASH_OIDS.SHA1));
   assert.equal((await token.calls("C_SignInit")).at(-1).in.mechanism, 0x40);
 });
 
 test("A PDF reader accepts the signature in a document", async (t) => {
   const { host } = await readyHost(t);
   const certificate = await world.certificate();
-  const pdf = await makePdfWithoutZeroInDigest(["A contract", "between two"]);
-  const signed = await signPdf(pdf, async (digest) => {
-    return Buffer.from((await signDigest(host, digest, certificate)).result, "base64");
-  });
-  const file = join(world.folder, "signed.pdf");
-  await writeFile(file, signed);
-  const report = await world.judges.pdf(file);
+  const signed = await makeSignedPdf(["A contract", "between two"], async (hash) => (await signDigest(host, hash, certificate)).result);
+  const report = await world.judges.pdf(signed);
   assert.match(report, /Signing Hash Algorithm: SHA-256/);
 });
 
@@ -157,7 +137,7 @@ for (const serial of ["00", "7f", "80", "0100", "00ff00ff00ff00ff00ff00ff00ff00f
     const certificate = await world.certificate(`serial-${serial}`, { serial });
     const { host } = await readyHost(t, { certificates: [{ certificate, id: "1" }] });
     const { result } = await signDigest(host, digestOf(document), certificate);
-    const { signerInfo } = await partsOf(Buffer.from(result, "base64"));
+    const { signerInfo } = await signedDataParts(bytesOf(result));
     const [, serialOfSigner] = signerInfo.children[1].children;
     const serialOfCertificate = (await parseDer(certificate.bytes)).children[0].children[1];
     assert.deepEqual(serialOfSigner.bytes, serialOfCertificate.bytes);
@@ -165,17 +145,17 @@ for (const serial of ["00", "7f", "80", "0100", "00ff00ff00ff00ff00ff00ff00ff00f
 }
 
 test("A version 1 certificate: its fourth element stands where the issuer should", async (t) => {
-  const certificate = { key: join(world.folder, "v1.key"), pem: join(world.folder, "v1.pem"), der: join(world.folder, "v1.der") };
-  await makeKey(certificate.key);
-  const { stdout: request } = await run("openssl", ["req", "-new", "-subj", "/CN=old", "-key", certificate.key]);
-  await run("openssl", ["x509", "-req", "-CA", world.authority.certificate, "-CAkey", world.authority.key, "-out",
-    certificate.pem], { input: request });
-  await run("openssl", ["x509", "-in", certificate.pem, "-outform", "DER", "-out", certificate.der]);
+  const files = { key: join(world.folder, "v1.key"), pem: join(world.folder, "v1.pem"), der: join(world.folder, "v1.der") };
+  await makeKey(files.key);
+  const { stdout: request } = await run("openssl", ["req", "-new", "-subj", "/CN=old", "-key", files.key]);
+  await run("openssl", ["x509", "-req", "-CA", world.authority.certificate, "-CAkey", world.authority.key, "-out", files.pem],
+    { input: request });
+  const certificate = await described(files);
   const user = await world.certificate();
   const { host } = await readyHost(t, { certificates: [{ certificate: user, id: "1" }, { certificate, id: "2" }] });
   const { result, status_cd: status } = await signDigest(host, digestOf(document), certificate);
   assert.equal(status, 1);
-  const { signerInfo, certificates } = await partsOf(Buffer.from(result, "base64"));
+  const { signerInfo, certificates } = await signedDataParts(bytesOf(result));
   const validity = (await parseDer(contentOf(certificates))).children[0].children[3];
   assert.deepEqual(validity.children.map(({ tag }) => tag), ["UTCTIME", "UTCTIME"]);
   assert.deepEqual(signerInfo.children[1].children[0].bytes, validity.bytes);
@@ -186,7 +166,7 @@ for (const hash of ["", "=", "not Base64!", "QUJD\r\nREVG", "A", "ü"]) {
     const { host } = await readyHost(t);
     const reply = await signDigest(host, hash, await world.certificate());
     assert.equal(reply.status_cd, 1);
-    await parseDer(Buffer.from(reply.result, "base64"));
+    await parseDer(bytesOf(reply.result));
   });
 }
 
@@ -212,9 +192,9 @@ test("At level DEBUG the last result lies in PKCS7Sign.txt; at any other level n
 });
 
 test("A certificate of CA is found by its thumbprint as well", async (t) => {
-  const authority = { der: join(world.folder, "ca.der"), pem: world.authority.certificate, key: world.authority.key };
+  const authority = world.authority.own;
   const user = await world.certificate();
   const { host } = await readyHost(t, { certificates: [{ certificate: authority, id: "ca" }, { certificate: user, id: "1" }] });
   assert.equal((await signDigest(host, digestOf(document), authority)).status_cd, 1);
-  assert.equal((await chooseFirst(host, { action: "GetSelCertFromToken" })).status_cd, 1);
+  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
 });

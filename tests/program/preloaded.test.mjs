@@ -4,16 +4,11 @@ import assert from "node:assert/strict";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { fakes } from "./lib/build.mjs";
-import { errorTitle, failurePrefix, windowTitle } from "./lib/host.mjs";
-import { prefix } from "./lib/frames.mjs";
-import { sleep } from "./lib/process.mjs";
-import { World } from "./lib/world.mjs";
+import { fakes, product } from "../lib/quillmark.mjs";
+import { CHOOSE, CLOSING_TEXT, FAILURE_PREFIX, NORMAL_END, openWindow, prefix, sleep, WINDOW_TITLE, World } from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const choose = { action: "GetSelCertFromToken" };
-const normalEnd = { code: 0, signal: null };
 
 /** Options of a host with this library in front. */
 function preloaded(name, options = {}) {
@@ -28,51 +23,43 @@ test("Events are processed once at the end; at the start none of the user's are"
   const { host } = await world.hostWithFake(t, {}, preloaded("counts-yields"));
   await host.request({ text: "started" });
   assert.deepEqual(await yieldsOf(host), ["some"]);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.deepEqual(await host.finish(), NORMAL_END);
   assert.deepEqual(await yieldsOf(host), ["some", "yield"]);
 });
 
 test("A click on Cancel at the start does not answer the first request", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("holds-the-start-window"));
-  await world.desktop.click(await world.desktop.window(windowTitle), ...host.cancelButton);
+  await world.desktop.click(await world.desktop.window(WINDOW_TITLE), ...host.user.cancelButton);
   assert.ok(!(await host.logLines()).includes("Start TokenManager()"), "the click came too late for this test");
-  host.send(choose);
-  await host.window();
+  await openWindow(host, CHOOSE);
   await sleep(1000);
-  assert.equal((await world.desktop.windows(windowTitle)).length, 1, "the window waits for a choice");
-  await host.clickOk();
+  assert.equal((await world.desktop.windows(WINDOW_TITLE)).length, 1, "the window waits for a choice");
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
 });
 
 test("Before the token is asked events are processed four times, and once when the window is hidden", async (t) => {
   const { host } = await world.hostWithFake(t, { slots: [] }, preloaded("counts-yields"));
-  assert.equal((await host.request(choose)).result, `${failurePrefix}No slot with token attached.`);
+  assert.equal((await host.request(CHOOSE)).result, `${FAILURE_PREFIX}No slot with token attached.`);
   assert.deepEqual(await yieldsOf(host), ["some", ...Array(5).fill("yield")]);
   await host.finish();
 });
 
-test("A driver that cannot be loaded for no reason is told in the system's own words", async (t) => {
-  const host = await world.host(t, { token: null, ...preloaded("fails-to-load-without-a-reason") });
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
-  assert.deepEqual(await host.exit(), { code: 1, signal: null });
-  assert.equal((await host.logLines()).at(-1),
-    "Error in Load Tokan Driver Lib: basic_string: construction from null is not valid :: ./QMTokenDriver.so");
-});
-
-test("A reason that comes late is told with it", async (t) => {
-  const host = await world.host(t, { token: null, ...preloaded("fails-to-load-the-driver") });
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
-  assert.deepEqual(await host.exit(), { code: 1, signal: null });
-  assert.equal((await host.logLines()).at(-1),
-    "Error in Load Tokan Driver Lib: basic_string: construction from null is not valid :: ./QMTokenDriver.so - a late reason");
-});
+for (const [rule, library, reason] of [
+  ["A driver that cannot be loaded for no reason is told in the system's own words", "fails-to-load-without-a-reason", ""],
+  ["A reason that comes late is told with it", "fails-to-load-the-driver", " - a late reason"],
+]) {
+  test(rule, async (t) => {
+    const host = await world.hostWithoutDriver(t, preloaded(library));
+    assert.equal((await host.logLines()).at(-1),
+      `Error in Load Tokan Driver Lib: basic_string: construction from null is not valid :: ./QMTokenDriver.so${reason}`);
+  });
+}
 
 test("The box says what is logged, with its line breaks", async (t) => {
-  const host = await world.host(t, { token: null, ...preloaded("writes-down-the-box") });
-  await world.desktop.key(await world.desktop.window(errorTitle), "Return");
-  await host.exit();
-  assert.equal(await host.readFile("box.txt"), "Could not load Smartcard or Token driver from path: ./QMTokenDriver.so, "
-    + "exiting Quillmark Extension Host... \n\nPut the file in application folder with name 'QMTokenDriver.so' and try again.");
+  const host = await world.hostWithoutDriver(t, preloaded("writes-down-the-box"));
+  assert.equal(await host.readFile("box.txt"), `Could not load Smartcard or Token driver from path: ./QMTokenDriver.so, \
+exiting Quillmark Extension Host... \n\nPut the file in application folder with name 'QMTokenDriver.so' and try again.`);
 });
 
 test("A window that cannot be made ends the program, and the log has the reason alone", async (t) => {
@@ -86,12 +73,12 @@ test("A window that cannot be made ends the program, and the log has the reason 
 
 test("Without memory for a frame the program ends in its own words, and a smaller one is served before", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("fails-to-allocate-a-large-frame"));
-  assert.equal((await host.request({ text: "small" })).result, `${failurePrefix}echo: small`);
+  assert.equal((await host.request({ text: "small" })).result, `${FAILURE_PREFIX}echo: small`);
   host.sendBytes(prefix(1 << 23)); // the buffer is eight times as large
-  assert.deepEqual(await host.exit(), normalEnd);
+  assert.deepEqual(await host.exit(), NORMAL_END);
   assert.equal(await host.replyFrame(), null);
   assert.deepEqual((await host.logLines()).slice(-2),
-    ["Error  in ReadStdin(): std::bad_alloc", "Exiting ReadStdin Loop and Closing Host Application."]);
+    ["Error  in ReadStdin(): std::bad_alloc", CLOSING_TEXT]);
 });
 
 test("SignXML shows no window, asks no token and logs nothing of its own", async (t) => {

@@ -3,19 +3,15 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { frame } from "./lib/frames.mjs";
-import { chooseFirst, World } from "./lib/world.mjs";
+import { CHOOSE, chooseFirst, frame, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
-
-async function replyText(host) {
-  return (await host.replyFrame()).subarray(4).toString();
-}
+const world = World.forThisFile(product);
 
 test("A failure has status 0, the prefixed text and an empty nonce, in this order and compact", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ action: "SignXML" });
-  assert.equal(await replyText(host), '{"status_cd":0,"result":"QMHost Error: Not Implimented.","nonce":""}');
+  assert.equal(await host.replyText(), '{"status_cd":0,"result":"QMHost Error: Not Implimented.","nonce":""}');
   const logged = (await host.logLines()).filter((line) => line === "QMHost Error: Not Implimented.");
   assert.equal(logged.length, 1);
 });
@@ -29,15 +25,15 @@ test("A failure's text is logged at DEBUG only", async (t) => {
 test("A success has status 1, its text and the nonce as a string, in this order", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ action: "GetSelCertFromToken", nonce: "17" });
-  await host.clickOk();
-  const text = await replyText(host);
+  await host.user.clickOk();
+  const text = await host.replyText();
   assert.match(text, /^\{"status_cd":1,"result":".*","nonce":"17"\}$/s);
   assert.deepEqual(Object.keys(JSON.parse(text)), ["status_cd", "result", "nonce"]);
 });
 
 test("A result that is JSON itself is sent as one string", async (t) => {
   const { host } = await world.hostWithFake(t);
-  const reply = await chooseFirst(host, { action: "GetSelCertFromToken" });
+  const reply = await chooseFirst(host, CHOOSE);
   assert.equal(typeof reply.result, "string");
   assert.equal(JSON.parse(reply.result).CKA_ID, "01");
 });
@@ -66,5 +62,5 @@ test("A nonce that is no string comes back as its JSON text", async (t) => {
 test("Slashes and letters beyond ASCII are not escaped", async (t) => {
   const { host } = await world.hostWithFake(t);
   host.send({ text: "https://example.com/ä" });
-  assert.match(await replyText(host), /https:\/\/example\.com\/ä/);
+  assert.match(await host.replyText(), /https:\/\/example\.com\/ä/);
 });

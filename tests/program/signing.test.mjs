@@ -3,31 +3,32 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { ck, errorLine } from "./lib/fake-token.mjs";
-import { cancelText, failurePrefix, pinTitle, windowTitle } from "./lib/host.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import {
+  bytesOf, CANCEL_TEXT, cancelChoice, CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END,
+  PIN_TITLE, WINDOW_TITLE, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const signToken = { action: "SignAuthToken", authToken: "token" };
+const SIGN_TOKEN = { action: "SignAuthToken", authToken: "token" };
 const hex = (text) => Buffer.from(text).toString("hex");
 
 test("The key search has numbers of four bytes and the CKA_ID with its terminating zero", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  await chooseAndLogIn(host, signToken);
+  await chooseAndLogIn(host, SIGN_TOKEN);
   const [, { in: given }] = await token.calls("C_FindObjectsInit");
   assert.deepEqual([given.count, given.template], [4, [
-    { type: ck.CKA_CLASS, length: 4, value: "03000000" },
-    { type: ck.CKA_KEY_TYPE, length: 4, value: "00000000" },
-    { type: ck.CKA_TOKEN, length: 1, value: "01" },
-    { type: ck.CKA_ID, length: 3, value: "303100" },
+    { type: CK.CKA_CLASS, length: 4, value: "03000000" },
+    { type: CK.CKA_KEY_TYPE, length: 4, value: "00000000" },
+    { type: CK.CKA_TOKEN, length: 1, value: "01" },
+    { type: CK.CKA_ID, length: 3, value: "303100" },
   ]]);
 });
 
 test("A signature is these calls, with these arguments", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  await chooseAndLogIn(host, signToken);
+  await chooseAndLogIn(host, SIGN_TOKEN);
   const calls = await token.calls();
   const signing = calls.slice(calls.findIndex(({ call }) => call === "C_Login"));
   assert.deepEqual(signing.map(({ call }) => call),
@@ -35,19 +36,19 @@ test("A signature is these calls, with these arguments", async (t) => {
   const { session } = calls.find(({ call }) => call === "C_OpenSession").out;
   const [, , find, , init, sign] = signing;
   assert.deepEqual(find.in, { session, max: 1, count: 0 });
-  assert.deepEqual(init.in, { session, mechanism: ck.CKM_SHA256_RSA_PKCS, parameterIsNull: true, parameterLength: 0,
+  assert.deepEqual(init.in, { session, mechanism: CK.CKM_SHA256_RSA_PKCS, parameterIsNull: true, parameterLength: 0,
     key: find.out.object });
   assert.deepEqual(sign.in, { session, data: hex("token"), dataLength: 5, isNull: false, length: 1024 });
 });
 
 test("The mechanism goes by the exact name of the hash, and is SHA-256 for every other", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  await chooseAndLogIn(host, signToken);
+  await chooseAndLogIn(host, SIGN_TOKEN);
   for (const [hashAlgorithm, mechanism] of [
-    ["SHA384", ck.CKM_SHA384_RSA_PKCS], ["SHA512", ck.CKM_SHA512_RSA_PKCS], ["SHA1", ck.CKM_SHA256_RSA_PKCS],
-    ["sha384", ck.CKM_SHA256_RSA_PKCS], ["MD5", ck.CKM_SHA256_RSA_PKCS], ["--", ck.CKM_SHA256_RSA_PKCS],
+    ["SHA384", CK.CKM_SHA384_RSA_PKCS], ["SHA512", CK.CKM_SHA512_RSA_PKCS], ["SHA1", CK.CKM_SHA256_RSA_PKCS],
+    ["sha384", CK.CKM_SHA256_RSA_PKCS], ["MD5", CK.CKM_SHA256_RSA_PKCS], ["--", CK.CKM_SHA256_RSA_PKCS],
   ]) {
-    assert.equal((await chooseFirst(host, { ...signToken, hashAlgorithm })).status_cd, 1);
+    assert.equal((await chooseFirst(host, { ...SIGN_TOKEN, hashAlgorithm })).status_cd, 1);
     assert.equal((await token.calls("C_SignInit")).at(-1).in.mechanism, mechanism, hashAlgorithm);
   }
 });
@@ -55,10 +56,10 @@ test("The mechanism goes by the exact name of the hash, and is SHA-256 for every
 test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify under each hash", async (t) => {
   const { host } = await world.hostWithFake(t);
   const { pem } = await world.certificate();
-  await chooseAndLogIn(host, signToken);
+  await chooseAndLogIn(host, SIGN_TOKEN);
   for (const hash of ["sha256", "sha384", "sha512"]) {
-    const { result } = await chooseFirst(host, { ...signToken, hashAlgorithm: hash.toUpperCase() });
-    const signature = Buffer.from(result, "base64");
+    const { result } = await chooseFirst(host, { ...SIGN_TOKEN, hashAlgorithm: hash.toUpperCase() });
+    const signature = bytesOf(result);
     assert.deepEqual([result.length, signature.length], [344, 256]);
     await world.judges.rsa(signature, "token", pem, hash);
   }
@@ -67,30 +68,30 @@ test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify und
 test("A key of 4096 bits gives 512 bytes", async (t) => {
   const certificate = await world.certificate("large", { bits: 4096 });
   const { host } = await world.hostWithFake(t, { certificates: [{ certificate, id: "large" }] });
-  const { result } = await chooseAndLogIn(host, signToken);
-  const signature = Buffer.from(result, "base64");
+  const { result } = await chooseAndLogIn(host, SIGN_TOKEN);
+  const signature = bytesOf(result);
   assert.equal(signature.length, 512);
   await world.judges.rsa(signature, "token", certificate.pem);
 });
 
 test("The token gets the text itself, byte for byte", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  await chooseAndLogIn(host, signToken);
+  await chooseAndLogIn(host, SIGN_TOKEN);
   for (const authToken of ["", "ä€😀", '{"a":[1,2]}\r\n', "x".repeat(200_000)]) {
-    const { result } = await chooseFirst(host, { ...signToken, authToken });
+    const { result } = await chooseFirst(host, { ...SIGN_TOKEN, authToken });
     const { data, dataLength } = (await token.calls("C_Sign")).at(-1).in;
     assert.deepEqual([data, dataLength], [hex(authToken), Buffer.byteLength(authToken)]);
-    await world.judges.rsa(Buffer.from(result, "base64"), authToken, (await world.certificate()).pem);
+    await world.judges.rsa(bytesOf(result), authToken, (await world.certificate()).pem);
   }
 });
 
 test("A missing key is reported; the search stays active, so that the next lookup fails with its reason in the log", async (t) => {
   const certificates = [{ certificate: await world.certificate(), id: "1", key: false }];
   const { host, token } = await world.hostWithFake(t, { certificates });
-  assert.equal((await chooseAndLogIn(host, signToken)).result, "QMHost Error: Private Key NOT Found");
+  assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).result, "QMHost Error: Private Key NOT Found");
   assert.equal((await token.sequence()).at(-1), "C_FindObjects");
-  assert.equal((await chooseFirst(host, signToken)).result, failurePrefix);
-  const line = errorLine("GetTokenPvtKey - C_FindObjectsInit", ck.CKR_OPERATION_ACTIVE);
+  assert.equal((await chooseFirst(host, SIGN_TOKEN)).result, FAILURE_PREFIX);
+  const line = errorLine("GetTokenPvtKey - C_FindObjectsInit", CK.CKR_OPERATION_ACTIVE);
   const lines = await host.logLines();
   assert.ok(lines.includes(`Error in GetTokenPvtKey(): ${line}`));
   assert.ok(!lines.some((text) => text.startsWith("Sign Data Method:")));
@@ -104,86 +105,82 @@ for (const [name, label] of [
 ]) {
   test(`A failure of "${label}" leaves the reply's text empty and its reason in the log`, async (t) => {
     const nth = name === "C_FindObjects" ? 3 : 2; // after those of the list: one certificate and the end
-    const { host } = await world.hostWithFake(t, { faults: [{ call: name, nth, rv: ck.CKR_DEVICE_REMOVED }] });
-    assert.equal((await chooseAndLogIn(host, signToken)).result, failurePrefix);
-    const line = errorLine(label, ck.CKR_DEVICE_REMOVED);
+    const { host } = await world.hostWithFake(t, { faults: [{ call: name, nth, rv: CK.CKR_DEVICE_REMOVED }] });
+    assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).result, FAILURE_PREFIX);
+    const line = errorLine(label, CK.CKR_DEVICE_REMOVED);
     assert.ok((await host.logLines()).includes(`Error in GetTokenPvtKey(): ${line}`));
   });
 }
 
 for (const name of ["C_SignInit", "C_Sign"]) {
   test(`A failure of ${name} is the reply of an authentication token, and the next signature succeeds`, async (t) => {
-    const { host } = await world.hostWithFake(t, { faults: [{ call: name, nth: 1, rv: ck.CKR_SESSION_HANDLE_INVALID }] });
-    const text = `Error  in TokenSignData(): ${errorLine(name, ck.CKR_SESSION_HANDLE_INVALID)}`;
-    assert.equal((await chooseAndLogIn(host, signToken)).result, failurePrefix + text);
+    const { host } = await world.hostWithFake(t, { faults: [{ call: name, nth: 1, rv: CK.CKR_SESSION_HANDLE_INVALID }] });
+    const text = `Error  in TokenSignData(): ${errorLine(name, CK.CKR_SESSION_HANDLE_INVALID)}`;
+    assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).result, `${FAILURE_PREFIX}${text}`);
     assert.ok((await host.logLines()).includes(text));
-    if (name === "C_SignInit") assert.equal((await chooseFirst(host, signToken)).status_cd, 1);
+    if (name === "C_SignInit") assert.equal((await chooseFirst(host, SIGN_TOKEN)).status_cd, 1);
   });
 }
 
 test("A signature of no bytes is a success without a signature", async (t) => {
   const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Sign", nth: 1, out: { length: 0 } }] });
-  assert.deepEqual(await chooseAndLogIn(host, signToken), { status_cd: 1, result: "", nonce: "" });
+  assert.deepEqual(await chooseAndLogIn(host, SIGN_TOKEN), { status_cd: 1, result: "", nonce: "" });
   assert.doesNotMatch(await host.logText(), /Error/);
 });
 
 for (const length of [1025, 2 ** 40, -1]) {
   test(`A signature of the nonsense length ${length} is a failure, not a crash`, async (t) => {
     const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Sign", nth: 1, out: { length } }] });
-    const reply = await chooseAndLogIn(host, signToken);
+    const reply = await chooseAndLogIn(host, SIGN_TOKEN);
     assert.equal(reply.status_cd, 0);
     assert.equal(reply.result, "QMHost Error: Error  in TokenSignData(): C_Sign gives a signature above 1024 bytes");
-    assert.equal((await chooseFirst(host, signToken)).status_cd, 1);
+    assert.equal((await chooseFirst(host, SIGN_TOKEN)).status_cd, 1);
   });
 }
 
 test("A token that was pulled fails each request, and the host goes on", async (t) => {
   const faults = ["C_FindObjectsInit", "C_FindObjects", "C_SignInit", "C_Sign"]
-    .map((call) => ({ call, from: call === "C_FindObjects" ? 4 : 3, rv: ck.CKR_DEVICE_REMOVED }));
+    .map((call) => ({ call, from: call === "C_FindObjects" ? 4 : 3, rv: CK.CKR_DEVICE_REMOVED }));
   const { host } = await world.hostWithFake(t, { faults });
-  assert.equal((await chooseAndLogIn(host, signToken)).status_cd, 1);
-  for (let i = 0; i < 3; ++i) assert.equal((await chooseFirst(host, signToken)).result, failurePrefix);
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).status_cd, 1);
+  for (let i = 0; i < 3; ++i) assert.equal((await chooseFirst(host, SIGN_TOKEN)).result, FAILURE_PREFIX);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 for (const action of ["GSTReturnSign", "ITReturnSign", "SignAuthToken"]) {
   test(`Cancelling the window of ${action} is its answer, and nothing is signed`, async (t) => {
     const { host, token } = await world.hostWithFake(t);
-    host.send({ action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" });
-    await host.clickCancel();
-    assert.equal((await host.reply()).result, failurePrefix + cancelText);
+    assert.equal((await cancelChoice(host, { action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" })).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
     for (const call of ["C_Login", "C_SignInit", "C_Sign"]) assert.deepEqual(await token.calls(call), []);
   });
 }
 
 test("A PDF request shows no window, not even when no certificate was ever chosen", async (t) => {
   const { host, token } = await world.hostWithFake(t);
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   const { result } = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
-  assert.equal(result, "QMHost Error: Error  in GetPDFSignature(): "
-    + `Certificate not found in the token's certificate list: ${certThumbPrint}`);
+  assert.equal(result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
   assert.deepEqual(await token.calls(), []);
   assert.ok(!(await host.logLines()).includes("Opening Select Certificate Dialog"));
 });
 
 test("A PDF request asks for nothing but the PIN", async (t) => {
   const { host } = await world.hostWithFake(t);
-  await chooseFirst(host, { action: "GetSelCertFromToken" });
-  const certThumbPrint = await thumbprint((await world.certificate()).pem);
+  await chooseFirst(host, CHOOSE);
+  const certThumbPrint = (await world.certificate()).thumbprint;
   host.send({ action: "PdfSignFromToken", hash: Buffer.alloc(32, 1).toString("base64"), certThumbPrint });
-  await world.desktop.window(pinTitle);
-  assert.deepEqual(await world.desktop.windows(windowTitle), []);
-  await host.enterPin("1234");
+  await world.desktop.window(PIN_TITLE);
+  assert.deepEqual(await world.desktop.windows(WINDOW_TITLE), []);
+  await host.user.enterPin("1234");
   assert.equal((await host.reply()).status_cd, 1);
 });
 
 test("A thumbprint is matched exactly, case included", async (t) => {
   const { host } = await world.hostWithFake(t);
-  const { result } = await chooseFirst(host, { action: "GetSelCertFromToken" });
+  const { result } = await chooseFirst(host, CHOOSE);
   const certThumbPrint = JSON.parse(result).CertThumbPrint.toLowerCase();
   const reply = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
-  assert.equal(reply.result, "QMHost Error: Error  in GetPDFSignature(): "
-    + `Certificate not found in the token's certificate list: ${certThumbPrint}`);
+  assert.equal(reply.result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
 });
 
 test("An unsupported hash algorithm is reported with the action's prefix, and the token is not asked", async (t) => {
@@ -215,8 +212,8 @@ test("An income-tax return is signed by the key whose CKA_ID is the hash, as a D
   const [{ in: given }] = await token.calls("C_Sign");
   assert.deepEqual([given.data, given.dataLength, given.length], [digestInfo.toString("hex"), 49, 1024]);
   const [{ in: init }] = await token.calls("C_SignInit");
-  assert.deepEqual([init.mechanism, init.parameterIsNull, init.parameterLength], [ck.CKM_RSA_PKCS, true, 0]);
-  const signature = Buffer.from(first.result, "base64");
+  assert.deepEqual([init.mechanism, init.parameterIsNull, init.parameterLength], [CK.CKM_RSA_PKCS, true, 0]);
+  const signature = bytesOf(first.result);
   assert.deepEqual(await world.judges.recover(signature, certificate.pem), digestInfo);
 });
 
@@ -245,10 +242,10 @@ test("A DigestInfo is signed up to its first zero byte", async (t) => {
 });
 
 for (const [what, fault] of [
-  ["fails", { call: "C_Sign", rv: ck.CKR_DEVICE_REMOVED }],
+  ["fails", { call: "C_Sign", rv: CK.CKR_DEVICE_REMOVED }],
   ["gives nothing", { call: "C_Sign", out: { length: 0 } }],
   ["gives more than fits", { call: "C_Sign", out: { length: 2 ** 40 } }],
-  ["refuses the key", { call: "C_SignInit", rv: ck.CKR_GENERAL_ERROR }],
+  ["refuses the key", { call: "C_SignInit", rv: CK.CKR_GENERAL_ERROR }],
 ]) {
   test(`A token that ${what} for an income-tax return is an empty response`, async (t) => {
     const { host } = await world.hostWithFake(t, {

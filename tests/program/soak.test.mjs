@@ -5,32 +5,30 @@ import { createHash } from "node:crypto";
 import { readdir, readFile } from "node:fs/promises";
 import { test } from "node:test";
 
-import { cancelText, failurePrefix } from "./lib/host.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { User } from "./lib/user.mjs";
-import { chooseAndLogIn, World } from "./lib/world.mjs";
+import { bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, FAILURE_PREFIX, NORMAL_END, User, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const requests = 20_000;
+const REQUESTS = 20_000;
 /** From here on memory may grow by `mostGrowth` KiB, and descriptors not at all. */
-const warm = 1_000;
-const mostGrowth = 1024;
-const betweenWindows = 200;
+const WARM = 1_000;
+const MOST_GROWTH = 1024;
+const BETWEEN_WINDOWS = 200;
 
-const text = "to be signed";
-const hash = createHash("sha256").update(text).digest("base64");
-const failed = (reason) => ({ status_cd: 0, result: failurePrefix + reason });
-const signed = { status_cd: 1 };
+const TEXT = "to be signed";
+const hash = createHash("sha256").update(TEXT).digest("base64");
+const failed = (reason) => ({ status_cd: 0, result: `${FAILURE_PREFIX}${reason}` });
+const SIGNED = { status_cd: 1 };
 
 /** Answered without the user: a request, or the bytes of one, and what the reply must hold. */
 function requestsWithoutWindow(certThumbPrint) {
   const pdf = { action: "PdfSignFromToken", hash, certThumbPrint };
   const large = "x".repeat(300_000);
   return [
-    [pdf, signed],
+    [pdf, SIGNED],
     [{ text: "short" }, failed("echo: short")],
-    [{ ...pdf, hash: createHash("sha512").update(text).digest("base64"), hashAlgorithm: "SHA-512" }, signed],
+    [{ ...pdf, hash: createHash("sha512").update(TEXT).digest("base64"), hashAlgorithm: "SHA-512" }, SIGNED],
     [{ action: "SignXML", xmlDoc: "<a/>", xmlSignParms: "{}" }, failed("Not Implimented.")],
     [{ ...pdf, certThumbPrint: "none" },
       failed("Error  in GetPDFSignature(): Certificate not found in the token's certificate list: none")],
@@ -43,11 +41,11 @@ function requestsWithoutWindow(certThumbPrint) {
 
 /** Answered by the user: a request, the button that is pressed, and what the reply must hold. */
 const requestsWithWindow = [
-  [{ action: "GSTReturnSign", hash: text }, "ok", signed],
-  [{ action: "GetSelCertFromToken" }, "ok", signed],
-  [{ action: "SignAuthToken", authToken: text }, "ok", signed],
+  [{ action: "GSTReturnSign", hash: TEXT }, "ok", SIGNED],
+  [CHOOSE, "ok", SIGNED],
+  [{ action: "SignAuthToken", authToken: TEXT }, "ok", SIGNED],
   [{ action: "ITReturnSign", hash }, "ok", failed("Private Key NOT Found")],
-  [{ action: "GSTReturnSign", hash: text }, "cancel", failed(cancelText)],
+  [{ action: "GSTReturnSign", hash: TEXT }, "cancel", failed(CANCEL_TEXT)],
 ];
 
 /** Resident memory in KiB, to the page, and the number of open descriptors. */
@@ -60,15 +58,15 @@ test("20,000 mixed requests: memory and descriptors stay what they were after th
   const token = await world.softToken(t);
   const host = await world.host(t, { token, settings: null });
   const user = new User(world.desktop);
-  assert.equal((await chooseAndLogIn(host, { action: "SignAuthToken", authToken: text })).status_cd, 1);
-  const quick = requestsWithoutWindow(await thumbprint((await world.certificate()).pem));
+  assert.equal((await chooseAndLogIn(host, { action: "SignAuthToken", authToken: TEXT })).status_cd, 1);
+  const quick = requestsWithoutWindow((await world.certificate()).thumbprint);
 
   const marks = [];
   let lastPdf;
-  for (let i = 1; i <= requests; ++i) {
-    const isForUser = i % betweenWindows === 0;
+  for (let i = 1; i <= REQUESTS; ++i) {
+    const isForUser = i % BETWEEN_WINDOWS === 0;
     const [request, button, expected] = isForUser
-      ? requestsWithWindow[(i / betweenWindows) % requestsWithWindow.length]
+      ? requestsWithWindow[(i / BETWEEN_WINDOWS) % requestsWithWindow.length]
       : [quick[i % quick.length][0], null, quick[i % quick.length][1]];
     const nonce = typeof request === "string" ? "" : String(i);
     const reply = host.request(nonce ? { ...request, nonce } : request);
@@ -76,15 +74,15 @@ test("20,000 mixed requests: memory and descriptors stay what they were after th
     const got = await reply;
     assert.deepEqual({ ...got, ...expected, nonce }, got, `request ${i}`);
     if (request === quick[0][0]) lastPdf = got.result;
-    if (i % warm === 0) marks.push(await footprint(host));
+    if (i % WARM === 0) marks.push(await footprint(host));
   }
-  await world.judges.cms(Buffer.from(lastPdf, "base64"), { content: text });
-  assert.deepEqual(await host.finish(), { code: 0, signal: null });
+  await world.judges.cms(bytesOf(lastPdf), { content: TEXT });
+  assert.deepEqual(await host.finish(), NORMAL_END);
 
   const [first] = marks;
   const growth = Math.max(...marks.map(({ resident }) => resident)) - first.resident;
-  console.error(`${requests} requests: ${first.resident} KiB after ${warm}, then at most ${growth} KiB more; ` +
+  console.error(`${REQUESTS} requests: ${first.resident} KiB after ${WARM}, then at most ${growth} KiB more; ` +
     `${first.descriptors} descriptors`);
-  assert.ok(growth <= mostGrowth, `KiB after each ${warm} requests: ${marks.map(({ resident }) => resident).join(" ")}`);
+  assert.ok(growth <= MOST_GROWTH, `KiB after each ${WARM} requests: ${marks.map(({ resident }) => resident).join(" ")}`);
   assert.deepEqual(new Set(marks.map(({ descriptors }) => descriptors)), new Set([first.descriptors]));
 });

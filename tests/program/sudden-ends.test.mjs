@@ -4,18 +4,16 @@ import assert from "node:assert/strict";
 import { readdir } from "node:fs/promises";
 import { test } from "node:test";
 
-import { Desktop } from "./lib/desktop.mjs";
-import { frame } from "./lib/frames.mjs";
-import { errorTitle, failurePrefix, pinTitle } from "./lib/host.mjs";
-import { World } from "./lib/world.mjs";
+import {
+  CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, openPinDialog, openWindow, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const normalEnd = { code: 0, signal: null };
-const lastLine = "Exiting ReadStdin Loop and Closing Host Application.";
 
 /** Lets a crash write its core file, if there is one to come. */
-const withCoreFiles = ["sh", "-c", 'ulimit -c unlimited; exec "$@"', "sh"];
+const WITH_CORE_FILES = ["sh", "-c", 'ulimit -c unlimited; exec "$@"', "sh"];
 
 async function assertNoCore(host) {
   assert.deepEqual((await readdir(host.folder)).filter((name) => name.startsWith("core")), []);
@@ -34,20 +32,20 @@ test("An input that ends at any byte of a frame: what came whole is answered, th
   await forEachOf(Array.from(bytes, (_, i) => i + 1), async (length) => {
     const { host } = await world.hostWithFake(t);
     host.sendBytes(bytes.subarray(0, length));
-    assert.deepEqual(await host.finish(), normalEnd, `after ${length} bytes`);
+    assert.deepEqual(await host.finish(), NORMAL_END, `after ${length} bytes`);
     // From the length prefix on there is a request, though it may be of no use.
-    const reply = length < 4 ? null : length < bytes.length ? { result: `${failurePrefix}echo: `, nonce: "" }
-      : { result: `${failurePrefix}echo: hello`, nonce: "5" };
+    const reply = length < 4 ? null : length < bytes.length ? { result: `${FAILURE_PREFIX}echo: `, nonce: "" }
+      : { result: `${FAILURE_PREFIX}echo: hello`, nonce: "5" };
     if (reply) assert.deepEqual(await host.reply(), { status_cd: 0, ...reply }, `after ${length} bytes`);
     assert.equal(await host.replyFrame(), null);
-    assert.equal((await host.logLines()).at(-1), lastLine);
+    assert.equal((await host.logLines()).at(-1), CLOSING_TEXT);
   });
 });
 
 test("An output that is closed at any byte of a reply: the host goes on, and ends with its input", async (t) => {
   // More than a pipe holds: what is not read is not written either.
   const request = { text: "x".repeat(200_000), nonce: "1" };
-  const length = 4 + JSON.stringify({ status_cd: 0, result: `${failurePrefix}echo: ${request.text}`, nonce: "1" }).length;
+  const length = 4 + JSON.stringify({ status_cd: 0, result: `${FAILURE_PREFIX}echo: ${request.text}`, nonce: "1" }).length;
   const places = [0, 1, 2, 3, 4, 5, 4095, 4096, 4097, 65_535, 65_536, 65_537, 100_000, 131_072, 150_000, length - 65_536,
     length - 1, length];
   await forEachOf(places, async (place) => {
@@ -55,25 +53,22 @@ test("An output that is closed at any byte of a reply: the host goes on, and end
     const { host } = await world.hostWithFake(t, {}, { wrapper: ["bash", "-c", readSome, "bash"] });
     host.send(request);
     host.send({ text: "and another" });
-    assert.deepEqual(await host.finish(), normalEnd, `closed after ${place} bytes`);
+    assert.deepEqual(await host.finish(), NORMAL_END, `closed after ${place} bytes`);
     const lines = await host.logLines();
-    assert.ok(lines.includes(`${failurePrefix}echo: and another`), `closed after ${place} bytes`);
-    assert.equal(lines.at(-1), lastLine);
+    assert.ok(lines.includes(`${FAILURE_PREFIX}echo: and another`), `closed after ${place} bytes`);
+    assert.equal(lines.at(-1), CLOSING_TEXT);
   });
 });
 
 const waiting = {
   "waits for a request": async (host) => host.request({}),
   "shows its window": async (host) => {
-    host.send({ action: "GetSelCertFromToken" });
-    await host.window();
+    await openWindow(host, CHOOSE);
   },
   "asks for the PIN": async (host, desktop) => {
-    host.send({ action: "SignAuthToken", authToken: "token" });
-    await host.clickOk();
-    await desktop.window(pinTitle);
+    await openPinDialog(host, { action: "SignAuthToken", authToken: "token" });
   },
-  "says that its driver is missing": async (host, desktop) => desktop.window(errorTitle),
+  "says that its driver is missing": async (host, desktop) => desktop.window(ERROR_TITLE),
 };
 
 for (const [state, bring] of Object.entries(waiting)) {
@@ -81,7 +76,7 @@ for (const [state, bring] of Object.entries(waiting)) {
 
   async function hostInThatState(t, desktop) {
     const token = isMissing ? null : await world.fakeToken();
-    const host = await world.host(t, { desktop, token, wrapper: withCoreFiles });
+    const host = await world.host(t, { desktop, token, wrapper: WITH_CORE_FILES });
     await bring(host, desktop);
     return host;
   }
@@ -103,7 +98,7 @@ for (const [state, bring] of Object.entries(waiting)) {
       await desktop.stop();
     }
     // Without events to wait for, the loss shows at the next request for the window, or at the end of the input.
-    if (state === "waits for a request") host.send({ action: "GetSelCertFromToken" });
+    if (state === "waits for a request") host.send(CHOOSE);
     const { code, signal } = await host.exit({ timeout: 2000 });
     assert.equal(signal, null);
     assert.notEqual(code, 0);
@@ -113,12 +108,12 @@ for (const [state, bring] of Object.entries(waiting)) {
 
 test("A display that is gone when the input ends keeps no host", async (t) => {
   const desktop = await Desktop.start();
-  const { host } = await world.hostWithFake(t, {}, { desktop, wrapper: withCoreFiles });
+  const { host } = await world.hostWithFake(t, {}, { desktop, wrapper: WITH_CORE_FILES });
   await host.request({});
   await desktop.stop();
-  assert.equal((await host.request({ text: "needs no display" })).result, `${failurePrefix}echo: needs no display`);
+  assert.equal((await host.request({ text: "needs no display" })).result, `${FAILURE_PREFIX}echo: needs no display`);
   const { signal } = await host.finish({ timeout: 2000 });
   assert.equal(signal, null);
-  assert.equal((await host.logLines()).at(-1), lastLine);
+  assert.equal((await host.logLines()).at(-1), CLOSING_TEXT);
   await assertNoCore(host);
 });

@@ -5,17 +5,13 @@ import { chmod, mkdir, readFile, rename, symlink, truncate, unlink, writeFile } 
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { failurePrefix } from "./lib/host.mjs";
-import { thumbprint } from "./lib/judges.mjs";
-import { run } from "./lib/process.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, openWindow, run, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const choose = { action: "GetSelCertFromToken" };
-const text = "to be signed";
-const filesOfTheHost = ["QMSignerExtHostLog.txt", "PKCS7Sign.txt", "CMSSign.txt"];
-const normalEnd = { code: 0, signal: null };
+const TEXT = "to be signed";
+const FILES_OF_THE_HOST = ["QMSignerExtHostLog.txt", "PKCS7Sign.txt", "CMSSign.txt"];
 
 /** Root is refused nothing; this puts him in the place of others. */
 const withoutPrivileges = process.getuid() === 0 ? ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] : [];
@@ -23,16 +19,16 @@ const withoutPrivileges = process.getuid() === 0 ? ["setpriv", "--bounding-set=-
 /** Every action that writes a file of its own, and a last one that shows that all is well; each signature is good. */
 async function doTheWholeJob(host) {
   const certificate = await world.certificate();
-  const cms = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: text });
+  const cms = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: TEXT });
   assert.equal(cms.status_cd, 1, cms.result);
-  assert.equal((await world.judges.cms(Buffer.from(cms.result, "base64"))).toString(), text);
+  assert.equal((await world.judges.cms(bytesOf(cms.result))).toString(), TEXT);
 
   const hash = Buffer.alloc(32, 7).toString("base64");
-  const pkcs7 = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: await thumbprint(certificate.pem) });
+  const pkcs7 = await host.request({ action: "PdfSignFromToken", hash, certThumbPrint: certificate.thumbprint });
   assert.equal(pkcs7.status_cd, 1, pkcs7.result);
 
-  assert.equal(JSON.parse((await chooseFirst(host, choose)).result).CKA_ID, "01");
-  assert.equal((await host.request({ text: "served" })).result, `${failurePrefix}echo: served`);
+  assert.equal(JSON.parse((await chooseFirst(host, CHOOSE)).result).CKA_ID, "01");
+  assert.equal((await host.request({ text: "served" })).result, `${FAILURE_PREFIX}echo: served`);
 }
 
 test("A folder that cannot be written: nothing is lost but the files", async (t) => {
@@ -42,8 +38,8 @@ test("A folder that cannot be written: nothing is lost but the files", async (t)
   };
   const { host } = await world.hostWithFake(t, {}, { prepare, wrapper: withoutPrivileges });
   await doTheWholeJob(host);
-  assert.deepEqual(await host.finish(), normalEnd);
-  for (const name of filesOfTheHost) await assert.rejects(host.readFile(name), { code: "ENOENT" });
+  assert.deepEqual(await host.finish(), NORMAL_END);
+  for (const name of FILES_OF_THE_HOST) await assert.rejects(host.readFile(name), { code: "ENOENT" });
 });
 
 test("A full folder: nothing is lost but the files, and the log goes on when there is room again", async (t) => {
@@ -54,30 +50,22 @@ test("A full folder: nothing is lost but the files, and the log goes on when the
   const { host } = await world.hostWithFake(t, {}, { wrapper: [...isolated, "sh", "-c", moveIn, place] });
   await doTheWholeJob(host);
   const inside = (name) => `/proc/${host.pid}/cwd/${name}`; // nobody else sees the folder
-  for (const name of filesOfTheHost) assert.equal(await readFile(inside(name), "utf8"), "", name);
+  for (const name of FILES_OF_THE_HOST) assert.equal(await readFile(inside(name), "utf8"), "", name);
 
   await unlink(inside("filling"));
   await host.request({ text: "logged again" });
-  assert.match(await readFile(inside(filesOfTheHost[0]), "utf8"), /echo: logged again\n/);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.match(await readFile(inside(FILES_OF_THE_HOST[0]), "utf8"), /echo: logged again\n/);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("Directories in the place of the log and the debug copies: nothing is lost but the files", async (t) => {
-  const prepare = (folder) => Promise.all(filesOfTheHost.map((name) => mkdir(join(folder, name))));
+  const prepare = (folder) => Promise.all(FILES_OF_THE_HOST.map((name) => mkdir(join(folder, name))));
   const { host } = await world.hostWithFake(t, {}, { prepare });
   await doTheWholeJob(host);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
-test("A logo of no bytes stops nothing", async (t) => {
-  const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), "");
-  const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
-  assert.equal((await chooseFirst(host, choose)).status_cd, 1);
-  assert.deepEqual(await world.desktop.windows(".*"), []);
-  assert.deepEqual(await host.finish(), normalEnd);
-});
-
-const settingsFile = "QMHostSettings.json";
+const SETTINGS_FILE = "QMHostSettings.json";
 const reasons = {
   "a directory": [(file) => mkdir(file), "Is a directory"],
   "100 MB of a JSON text": [async (file) => {
@@ -87,28 +75,28 @@ const reasons = {
   "not readable": [(file) => writeFile(file, '{"AppLogLevel":1}', { mode: 0 }), "Permission denied"],
   "a pipe": [(file) => run("mkfifo", [file]), "not a regular file"],
   "endless": [(file) => symlink("/dev/zero", file), "not a regular file"],
-  "a link to itself": [(file) => symlink(settingsFile, file), "Too many levels of symbolic links"],
+  "a link to itself": [(file) => symlink(SETTINGS_FILE, file), "Too many levels of symbolic links"],
 };
 for (const [what, [make, reason]] of Object.entries(reasons)) {
   test(`A settings file that is ${what}: one line says why, and the defaults hold`, async (t) => {
-    const prepare = (folder) => make(join(folder, settingsFile));
+    const prepare = (folder) => make(join(folder, SETTINGS_FILE));
     const { host } = await world.hostWithFake(t, {}, { settings: null, prepare, wrapper: withoutPrivileges });
-    assert.equal((await host.request({ text: "served" }, { timeout: 5000 })).result, `${failurePrefix}echo: served`);
+    assert.equal((await host.request({ text: "served" }, { timeout: 5000 })).result, `${FAILURE_PREFIX}echo: served`);
     assert.deepEqual(await host.logLines(), [
-      `Cound not Load Settings from ${settingsFile} - ${settingsFile}: ${reason}`,
+      `Cound not Load Settings from ${SETTINGS_FILE} - ${SETTINGS_FILE}: ${reason}`,
       "Host Application Started",
       "Token Drivers Loaded from ./QMTokenDriver.so",
     ]);
-    assert.deepEqual(await host.finish(), normalEnd);
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
 }
 
 /** The choice of a certificate and a GST signature in the given surroundings: the record, the signature, the log. */
 async function workOf(t, env, certificate) {
   const { host } = await world.hostWithFake(t, { certificates: [{ certificate, id: "01" }] }, { env });
-  const record = await chooseFirst(host, choose);
-  const signature = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: text });
-  assert.deepEqual(await host.finish(), normalEnd);
+  const record = await chooseFirst(host, CHOOSE);
+  const signature = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: TEXT });
+  assert.deepEqual(await host.finish(), NORMAL_END);
   const stamps = (await host.logText()).match(/^\w{3} \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4} /gm);
   return { record, signature, lines: await host.logLines(), stamps };
 }
@@ -148,16 +136,15 @@ test("A clock that is set back while the window waits delays nothing", async (t)
   const { setClock, env } = await withClock(t);
   await setClock("2026-11-16 07:31:58");
   const { host } = await world.hostWithFake(t, {}, { env });
-  host.send(choose);
-  await host.window();
+  await openWindow(host, CHOOSE);
   await setClock("2001-01-01 00:00:00");
   const since = process.hrtime.bigint();
-  await host.clickOk();
+  await host.user.clickOk();
   assert.equal((await host.reply()).status_cd, 1);
   assert.ok(process.hrtime.bigint() - since < 3_000_000_000n);
   assert.match(await host.logText(), /^Mon Nov 16 07:\d\d:\d\d 2026 Host Application Started$/m);
   assert.match(await host.logText(), /^Mon Jan {2}1 00:0\d:\d\d 2001 Select Certificate Dialog Closed$/m);
-  assert.deepEqual(await host.finish(), normalEnd);
+  assert.deepEqual(await host.finish(), NORMAL_END);
 });
 
 test("Whether a certificate has expired goes by the clock of the moment", async (t) => {
@@ -167,8 +154,8 @@ test("Whether a certificate has expired goes by the clock of the moment", async 
     ["1970-01-02 00:00:00", "Valid upto: "], ["2105-01-01 00:00:00", "Expired: "]]) {
     await setClock(now);
     const { host } = await world.hostWithFake(t, { certificates: [{ certificate, id: "01" }] }, { env });
-    await chooseFirst(host, choose);
+    await chooseFirst(host, CHOOSE);
     assert.ok((await host.logLines()).some((line) => line.includes(`<b>${words}Thu, 31 Oct 2030 23:59:59 GMT</b>`)), now);
-    assert.deepEqual(await host.finish(), normalEnd);
+    assert.deepEqual(await host.finish(), NORMAL_END);
   }
 });

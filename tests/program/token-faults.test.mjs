@@ -6,75 +6,62 @@ import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 import { rename, writeFile } from "node:fs/promises";
 import { join } from "node:path";
-import { after, before, test } from "node:test";
+import { before, test } from "node:test";
 
-import { Authority } from "./lib/certificates.mjs";
-import { Desktop } from "./lib/desktop.mjs";
-import { ck, FakeToken } from "./lib/fake-token.mjs";
-import { failurePrefix, Host, windowTitle } from "./lib/host.mjs";
-import { Judges, thumbprint } from "./lib/judges.mjs";
-import { Cleanup } from "./lib/process.mjs";
-import { callFails, callsOf, casesOf, flows, nothingComesOfIt } from "./lib/token-faults.mjs";
-import { User } from "./lib/user.mjs";
+import { bytesOf, CHOOSE, CK, Cleanup, FAILURE_PREFIX, Host, NORMAL_END, User, waitFor, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
+import { callFails, callsOf, casesOf, FLOWS, nothingComesOfIt } from "./lib/token-faults.mjs";
 
 /** Hosts at a time, each on a display of its own: they sleep most of the time. */
-const workers = 6;
+const WORKERS = 6;
 
-const text = "text to be signed";
-const digest = createHash("sha256").update(text).digest();
+const TEXT = "text to be signed";
+const digest = createHash("sha256").update(TEXT).digest();
 // The hash of an IT return is the Base64 of the Base64 of the digest, and the CKA_ID of its key.
 const itHash = Buffer.from(digest.toString("base64")).toString("base64");
 
-const world = { cleanup: new Cleanup(), desktops: [] };
+const world = World.forThisFile(product);
+const desktops = [];
+let certificate;
 
 before(async () => {
   assert.ok(!digest.includes(0)); // or the token would be given less
-  const folder = await world.cleanup.folder("faults");
-  const authority = await Authority.create(folder);
-  world.certificate = await authority.issue("user");
-  world.thumbprint = await thumbprint(world.certificate.pem);
-  world.judges = new Judges(folder, authority.certificate);
-  while (world.desktops.length < workers) world.desktops.push(await Desktop.start(world.cleanup));
+  await waitFor("the authority", () => world.judges); // Node may begin all hooks of a file at once
+  certificate = await world.certificate();
+  while (desktops.length < WORKERS) desktops.push(await world.addDesktop());
 });
-after(() => world.cleanup.run());
 
 const requests = {
-  choose: { action: "GetSelCertFromToken" },
-  GST: { action: "GSTReturnSign", hash: text },
+  choose: CHOOSE,
+  GST: { action: "GSTReturnSign", hash: TEXT },
   IT: { action: "ITReturnSign", hash: itHash },
-  "auth token": { action: "SignAuthToken", authToken: text },
+  "auth token": { action: "SignAuthToken", authToken: TEXT },
   PDF: { action: "PdfSignFromToken", hash: digest.toString("base64") },
 };
 
 /** Whether the result of a request is what was asked for: openssl says so. */
 const judges = {
-  choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, world.thumbprint),
-  GST: async (result) => assert.equal((await world.judges.cms(base64(result))).toString(), text),
+  choose: (result) => assert.equal(JSON.parse(result).CertThumbPrint, certificate.thumbprint),
+  GST: async (result) => assert.equal((await world.judges.cms(bytesOf(result))).toString(), TEXT),
   IT: async (result) => assert.deepEqual(
-    (await world.judges.recover(base64(result), world.certificate.pem)).subarray(-digest.length), digest),
-  "auth token": (result) => world.judges.rsa(base64(result), text, world.certificate.pem),
-  PDF: (result) => world.judges.cms(base64(result), { content: text }),
+    (await world.judges.recover(bytesOf(result), certificate.pem)).subarray(-digest.length), digest),
+  "auth token": (result) => world.judges.rsa(bytesOf(result), TEXT, certificate.pem),
+  PDF: (result) => world.judges.cms(bytesOf(result), { content: TEXT }),
 };
-
-function base64(result) {
-  return Buffer.from(result, "base64");
-}
 
 /** A host that is led through faults, with its user. */
 class Patient {
   #nonce = 0;
-  #logLength = 0;
   #isLoggedIn = false;
 
   static async start(desktop, cleanup, flow, script) {
     const patient = new Patient();
     Object.assign(patient, { desktop, flow, user: new User(desktop) });
-    const certificates = [{ certificate: world.certificate, id: itHash }];
-    patient.token = new FakeToken({ certificates, ...script });
-    patient.host = await Host.start({ desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
+    patient.token = await world.fakeToken({ certificates: [{ certificate, id: itHash }], ...script });
+    patient.host = await Host.start({ product, desktop, cleanup, token: patient.token, settings: { AppLogLevel: 2 },
       env: { MALLOC_PERTURB_: "85" } }); // what is used before it is set is rubbish
     await patient.#ask({}); // past the start
-    if (!flow.window) await patient.succeed(flows.find(({ name }) => name === "choose"));
+    if (!flow.window) await patient.succeed(FLOWS.find(({ name }) => name === "choose"));
     return patient;
   }
 
@@ -88,7 +75,7 @@ class Patient {
   /** The flow's request fares as `expected` (a case) says, and the host serves the next one, with no window left. */
   async undergo(expected, flow = this.flow) {
     const from = (await this.host.logLines()).length;
-    const reply = await this.#ask({ ...requests[flow.name], certThumbPrint: world.thumbprint }, expected);
+    const reply = await this.#ask({ ...requests[flow.name], certThumbPrint: certificate.thumbprint }, expected);
     this.#isLoggedIn ||= expected.logsIn && expected.succeeds;
     if (expected.result === null) {
       assert.equal(reply.status_cd, 1, reply.result);
@@ -96,11 +83,11 @@ class Patient {
       else if (expected.isUnsigned) await this.#judgeUnsigned(reply.result);
       else await judges[flow.name](reply.result);
     } else {
-      assert.deepEqual([reply.status_cd, reply.result], [0, failurePrefix + expected.result]);
+      assert.deepEqual([reply.status_cd, reply.result], [0, `${FAILURE_PREFIX}${expected.result}`]);
     }
     assert.deepEqual((await this.host.logLines()).slice(from), expected.log);
     assert.deepEqual(await this.desktop.windows(".*"), [], "a window is left");
-    assert.equal((await this.#ask({ text: "served" })).result, `${failurePrefix}echo: served`);
+    assert.equal((await this.#ask({ text: "served" })).result, `${FAILURE_PREFIX}echo: served`);
   }
 
   async succeed(flow = this.flow) {
@@ -153,7 +140,7 @@ class Course {
       }
       await patient.ail([]);
       await named("and then", patient.undergo(this.last));
-      assert.deepEqual(await patient.host.finish(), { code: 0, signal: null });
+      assert.deepEqual(await patient.host.finish(), NORMAL_END);
     } finally {
       await cleanup.run();
     }
@@ -172,7 +159,7 @@ async function named(name, outcome) {
 /** Runs the courses, some at a time. Says how many cases there were, and that all were passed. */
 async function runCourses(t, courses) {
   const passed = { count: 0 };
-  const free = [...world.desktops];
+  const free = [...desktops];
   await Promise.all(courses.map((course) => t.test(course.name, async () => {
     const desktop = free.pop();
     try {
@@ -186,8 +173,8 @@ async function runCourses(t, courses) {
   assert.equal(passed.count, all);
 }
 
-test("Faults of the token", { concurrency: workers }, async (t) => {
-  const courses = flows.flatMap((flow) => {
+test("Faults of the token", { concurrency: WORKERS }, async (t) => {
+  const courses = FLOWS.flatMap((flow) => {
     const cases = casesOf(flow);
     const parts = [["opening"], ["listing"], ["login", "key", "signing"]].map((parts) => {
       const ofParts = cases.filter(({ part, isLast }) => parts.includes(part) && !isLast);
@@ -202,24 +189,24 @@ test("Faults of the token", { concurrency: workers }, async (t) => {
 });
 
 // What a module that goes by the standard makes of a second C_Initialize, and of a search or signature left open.
-test("After a fault, a module that forgives nothing", { concurrency: workers }, async (t) => {
-  const flow = flows.find(({ name }) => name === "GST");
+test("After a fault, a module that forgives nothing", { concurrency: WORKERS }, async (t) => {
+  const flow = FLOWS.find(({ name }) => name === "GST");
   const isInitialized = { part: "opening", label: "C_Initialize" };
   const next = {
-    C_GetSlotList: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
-    C_OpenSession: [isInitialized, ck.CKR_CRYPTOKI_ALREADY_INITIALIZED],
-    C_Sign: [{ part: "signing", label: "C_SignInit" }, ck.CKR_OPERATION_ACTIVE],
+    C_GetSlotList: [isInitialized, CK.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_OpenSession: [isInitialized, CK.CKR_CRYPTOKI_ALREADY_INITIALIZED],
+    C_Sign: [{ part: "signing", label: "C_SignInit" }, CK.CKR_OPERATION_ACTIVE],
   };
   for (const call of ["C_FindObjects", "C_GetAttributeValue", "C_FindObjectsFinal"]) next[call] = "open search";
   const calls = callsOf(flow);
   await runCourses(t, calls.map((at) => {
     const nth = calls.filter(({ call }) => call === at.call).indexOf(at) + 1; // in the whole flow
-    const faults = [{ call: at.call, nth, rv: ck.CKR_DEVICE_REMOVED }];
-    const fault = { name: at.label, faults, ...callFails(flow, at, ck.CKR_DEVICE_REMOVED) };
+    const faults = [{ call: at.call, nth, rv: CK.CKR_DEVICE_REMOVED }];
+    const fault = { name: at.label, faults, ...callFails(flow, at, CK.CKR_DEVICE_REMOVED) };
     let what = next[at.call];
     if (what === "open search") {
       const search = calls.find(({ part, call }) => part === at.part && call === "C_FindObjectsInit");
-      what = [search, ck.CKR_OPERATION_ACTIVE];
+      what = [search, CK.CKR_OPERATION_ACTIVE];
     }
     return new Course(flow, `${at.label}, call ${at.nth}`, [fault],
       { script: {}, last: what ? callFails(flow, ...what) : nothingComesOfIt(flow) });

@@ -1,19 +1,24 @@
 // The whole program with tokens that others wrote: for each, all that a user does, judged by openssl and pdfsig.
 
 import assert from "node:assert/strict";
-import { writeFile } from "node:fs/promises";
-import { join } from "node:path";
 import { test } from "node:test";
 
-import { thumbprint } from "./lib/judges.mjs";
-import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
-import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
-import { nss } from "./tokens/nss.mjs";
-import { asUser } from "./tokens/private-modules.mjs";
-import { softhsm } from "./tokens/softhsm.mjs";
-import { tpm2 } from "./tokens/tpm2.mjs";
+import {
+  BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, makeSignedPdf, NORMAL_END, SoftToken, World,
+} from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
+import { nss } from "../lib/token/nss.mjs";
+import { asUser } from "../lib/token/private-token.mjs";
+import { tpm2 } from "../lib/token/tpm2.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
+
+/** A SoftHSM token with one certificate. */
+async function softhsm(folder) {
+  const [token, certificate] = [await SoftToken.create(folder), await world.certificate()];
+  await token.addPair(certificate, BINARY_ID);
+  return Object.assign(token, { certificate });
+}
 
 const modules = { "SoftHSM 2": softhsm, "NSS softokn": nss, "TPM 2": tpm2 };
 
@@ -23,34 +28,27 @@ for (const [name, create] of Object.entries(modules)) {
     const token = await create(await cleanup.folder("token"), world, cleanup);
     const host = await world.host(t, { token, wrapper: asUser });
 
-    const chosen = await chooseFirst(host, { action: "GetSelCertFromToken" });
+    const chosen = await chooseFirst(host, CHOOSE);
     assert.equal(chosen.status_cd, 1, chosen.result);
     const record = JSON.parse(chosen.result);
-    assert.equal(record.CertThumbPrint, await thumbprint(token.certificate.pem));
+    assert.equal(record.CertThumbPrint, token.certificate.thumbprint);
 
     const text = JSON.stringify({ gstin: "33AAACQ0000A1Z5" });
     const gst = await chooseAndLogIn(host, { action: "GSTReturnSign", hash: text, hashAlgorithm: "SHA256" }, token.pin);
     assert.equal(gst.status_cd, 1, gst.result);
-    assert.equal((await world.judges.cms(decoded(gst))).toString(), text);
+    assert.equal((await world.judges.cms(bytesOf(gst.result))).toString(), text);
 
-    const signed = join(world.folder, `${create.name}.pdf`);
-    const pdf = await makePdfWithoutZeroInDigest(["Signed with a token"]);
-    await writeFile(signed, await signPdf(pdf, async (digest) => {
-      const reply = await host.request({ action: "PdfSignFromToken", hash: digest.toString("base64"),
-        hashAlgorithm: "SHA256", certThumbPrint: record.CertThumbPrint });
-      assert.equal(reply.status_cd, 1, reply.result);
-      return decoded(reply);
+    await world.judges.pdf(await makeSignedPdf(["Signed with a token"], async (hash) => {
+      const pdf = { action: "PdfSignFromToken", hash, hashAlgorithm: "SHA256", certThumbPrint: record.CertThumbPrint };
+      const { status_cd: status, result } = await host.request(pdf);
+      assert.equal(status, 1, result);
+      return result;
     }));
-    await world.judges.pdf(signed);
 
     const authToken = await chooseFirst(host, { action: "SignAuthToken", authToken: "1Ktoken", hashAlgorithm: "SHA512" });
     assert.equal(authToken.status_cd, 1, authToken.result);
-    await world.judges.rsa(decoded(authToken), "1Ktoken", token.certificate.pem, "sha512");
+    await world.judges.rsa(bytesOf(authToken.result), "1Ktoken", token.certificate.pem, "sha512");
 
-    assert.deepEqual(await host.finish(), { code: 0, signal: null });
+    assert.deepEqual(await host.finish(), NORMAL_END);
   });
-}
-
-function decoded(reply) {
-  return Buffer.from(reply.result, "base64");
 }

@@ -6,13 +6,24 @@ import { join } from "node:path";
 import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
-import { World } from "./lib/world.mjs";
+import { bytesOf, CHOOSE, NORMAL_END, World } from "../lib/kit.mjs";
+import { product } from "../lib/quillmark.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
-const slow = { timeout: 240_000 };
+const SLOW = { timeout: 240_000 };
 
 const suppressions = fileURLToPath(new URL("../sanitizers/valgrind.supp", import.meta.url));
+
+/** Holds that valgrind finds nothing in a host, from its start to its end, that is led through `steps(host)`. */
+function staysClean(when, steps) {
+  test(`Valgrind finds no error ${when}`, async (t) => {
+    const { host, errors } = await watchedHost(t);
+    await steps(host);
+    assert.deepEqual(await host.finish(SLOW), NORMAL_END);
+    assert.deepEqual(await errors(), []);
+  });
+}
 
 /** A host under valgrind, and the errors that it has made until its end: [{ kind, frames }]. */
 async function watchedHost(t) {
@@ -35,42 +46,29 @@ function errorsIn(xml) {
   }).filter(({ kind }) => !kind.startsWith("Leak_")); // the sanitizers look for leaks
 }
 
-test("The input at its end at the start", async (t) => {
-  const { host, errors } = await watchedHost(t);
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
-  assert.deepEqual(await errors(), []);
+staysClean("when the input is at its end at the start", () => {});
+
+staysClean("in one echo", async (host) => {
+  assert.equal((await host.request({ text: "hello" }, SLOW)).result, "QMHost Error: echo: hello");
 });
 
-test("One echo", async (t) => {
-  const { host, errors } = await watchedHost(t);
-  assert.equal((await host.request({ text: "hello" }, slow)).result, "QMHost Error: echo: hello");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
-  assert.deepEqual(await errors(), []);
-});
-
-test("One signature, with the window and the PIN dialog", async (t) => {
-  const { host, errors } = await watchedHost(t);
-  await host.request({}, slow); // from now on the window of the start is hidden
+staysClean("in one signature, with the window and the PIN dialog", async (host) => {
+  await host.request({}, SLOW); // from now on the window of the start is hidden
   host.send({ action: "GSTReturnSign", hash: "text" });
-  await host.clickOk(slow);
-  await host.enterPin("1234", slow);
-  const { result } = await host.reply(slow);
-  assert.equal((await world.judges.cms(Buffer.from(result, "base64"))).toString(), "text");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
-  assert.deepEqual(await errors(), []);
+  await host.user.clickOk(SLOW);
+  await host.user.enterPin("1234", SLOW);
+  const { result } = await host.reply(SLOW);
+  assert.equal((await world.judges.cms(bytesOf(result))).toString(), "text");
 });
 
-test("A cancelled window, a failed signature and a PDF", async (t) => {
-  const { host, errors } = await watchedHost(t);
-  await host.request({}, slow); // from now on the window of the start is hidden
-  host.send({ action: "GetSelCertFromToken" });
-  await host.clickCancel(slow);
-  await host.reply(slow);
-  await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, slow);
+staysClean("in a cancelled window, a failed signature and a PDF", async (host) => {
+  await host.request({}, SLOW); // from now on the window of the start is hidden
+  host.send(CHOOSE);
+  await host.user.clickCancel(SLOW);
+  await host.reply(SLOW);
+  await host.request({ action: "PdfSignFromToken", certThumbPrint: "none", hash: "AAAA" }, SLOW);
   host.send({ action: "SignAuthToken", authToken: "x" });
-  await host.clickOk(slow);
-  await host.cancelPin(slow);
-  assert.equal((await host.reply(slow)).result, "QMHost Error: ");
-  assert.deepEqual(await host.finish(slow), { code: 0, signal: null });
-  assert.deepEqual(await errors(), []);
+  await host.user.clickOk(SLOW);
+  await host.user.cancelPin(SLOW);
+  assert.equal((await host.reply(SLOW)).result, "QMHost Error: ");
 });

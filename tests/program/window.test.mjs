@@ -4,11 +4,10 @@ import assert from "node:assert/strict";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
-import { bin } from "./lib/build.mjs";
-import { runUnchecked } from "./lib/process.mjs";
-import { World } from "./lib/world.mjs";
+import { bin, product } from "../lib/quillmark.mjs";
+import { runUnchecked, World } from "../lib/kit.mjs";
 
-const world = World.forThisFile();
+const world = World.forThisFile(product);
 
 test("The window's tests pass", async () => {
   const env = { ...process.env, ...world.desktop.env };

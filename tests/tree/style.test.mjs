@@ -10,20 +10,31 @@ import { test } from "node:test";
 import { build, compileCommands, filesOfTree, forEachAtOnce, ownHeadersIn, read, root, run } from "./lib/tree.mjs";
 
 /** One screen is a function, some screens are a file: above this it has more than one subject. */
-const maxLines = 400;
+const MAX_LINES = 400;
 
 /** A list of tests has one subject and is read one test at a time. */
-const maxTestLines = 520;
+const MAX_TEST_LINES = 520;
 
 /** What clang-tidy may take in one run, in milliseconds: some seconds of processor time for each file that has changed. */
-const tidyTime = 300_000;
+const TIDY_TIME = 300_000;
+
+/** The first line of a shell script. */
+const shell = /^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/;
+
+/** A pipe to head, to grep -q, -m or -l, to sed with its command q, or to awk with exit. */
+const pipeToEarlyEnd = new RegExp(/(?<!\|)\|&?\s*(?:\w+=\S*\s+|command\s+)*/.source + "(?:" + [
+  /head\b.*/,
+  /[ef]?grep\b[^|\n]*\s(?:-[a-zA-Z]*[qmlL]|--quiet|--silent|--max-count|--files).*/,
+  /sed\b[^|\n]*(?:[\s'"{};!$/\d])q\d*\s*(?:['"};\s)]|$)/,
+  /awk\b.*\bexit\b/,
+].map(({ source }) => source).join("|") + ")", "gm");
 
 test("the C++ is formatted as .clang-format says", async () => {
   await clean("clang-format", ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);
 });
 
-test("clang-tidy finds nothing in the program, in ck and in the token driver", async (t) => {
-  const sources = filesOfTree("ck/*.cpp", "QMChromeExtHost/*.cpp", "QMTokenDriver/*.cpp");
+test("clang-tidy finds nothing in the host, in ck, in the token driver and in its tool", async (t) => {
+  const sources = filesOfTree("ck/*.cpp", "QMChromeExtHost/*.cpp", "QMTokenDriver/*.cpp", "quillmark-tokens/*.cpp");
   const commands = new Map(compileCommands().map(({ file, words }) => [file, words]));
   assert.deepEqual(sources.filter((file) => !commands.has(file)), [], "not compiled by this build");
 
@@ -36,7 +47,7 @@ test("clang-tidy finds nothing in the program, in ck and in the token driver", a
     return createHash("sha256").update(JSON.stringify([version, read(".clang-tidy"), commands.get(file), texts])).digest("hex");
   };
   const keys = new Map(sources.map((file) => [file, keyOf(file)]));
-  const end = Date.now() + tidyTime;
+  const end = Date.now() + TIDY_TIME;
   const failures = await forEachAtOnce(sources.filter((file) => !passed.has(keys.get(file))), async (file) => {
     if (Date.now() > end) return undefined;
     const { status, output } = await run("clang-tidy", ["--quiet", "-p", build, file]);
@@ -49,19 +60,32 @@ test("clang-tidy finds nothing in the program, in ck and in the token driver", a
   if (left.length > 0) t.skip(`no time for ${left.length} of ${sources.length} files; the next run goes on with them`);
 });
 
+test("templates take a class, not a typename", () => {
+  const files = filesOfTree("*.cpp", "*.h");
+  assert.ok(files.length > 0);
+  assert.deepEqual(files.filter((file) => /\btemplate\s*<[^>]*\btypename\b/.test(read(file))), []);
+});
+
 test("shellcheck finds nothing in the shell scripts", async () => {
-  await clean("shellcheck", ["--external-sources", ...scripts(/^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/)]);
+  await clean("shellcheck", ["--external-sources", ...scripts(shell)]);
+});
+
+// The writer then ends by SIGPIPE or not, as it happens, and with `pipefail` the script with it.
+test("no pipe in a shell script has a reader that may end first", () => {
+  const files = scripts(shell);
+  assert.ok(files.length > 0);
+  assert.deepEqual(files.flatMap((file) => (commandsOf(file).match(pipeToEarlyEnd) ?? []).map((pipe) => `${file}: ${pipe}`)), []);
 });
 
 test("pyflakes finds nothing in the Python scripts", async () => {
   await clean("pyflakes3", [...scripts(/^#!.*\bpython3?\b/), ...filesOfTree("*.py")]);
 });
 
-test(`no source file has more than ${maxLines} lines`, () => {
+test(`no source file has more than ${MAX_LINES} lines`, () => {
   const sources = filesOfTree().filter((file) => /\.(cpp|h|mjs|js|css|html|sh|py|cmake)$|CMakeLists\.txt$/.test(file));
   assert.ok(sources.length > 0);
   const long = [...new Set([...sources, ...scripts(/^#!/)])].filter(
-    (file) => read(file).split("\n").length - 1 > (file.startsWith("tests/") ? maxTestLines : maxLines));
+    (file) => read(file).split("\n").length - 1 > (file.startsWith("tests/") ? MAX_TEST_LINES : MAX_LINES));
   assert.deepEqual(long, []);
 });
 
@@ -73,6 +97,11 @@ test("no file names a place of one machine or a package registry's address", () 
   }).map((place) => `${file}: ${place}`));
   assert.deepEqual(naming, []);
 });
+
+/** A shell script without its comments, each command on one line. */
+function commandsOf(file) {
+  return read(file).replace(/^\s*#.*$|\s#\s.*$/gm, "").replace(/\\\n|(?<=\|)\s*\n/g, " ");
+}
 
 /** Runs a checker that has to find something to check, end with 0 and say nothing. */
 async function clean(checker, args) {

@@ -1,9 +1,9 @@
 // The browser's own box, whether the user wants to leave the page, stands between the question and the keys.
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { assertUnanswered, openQuestion } from "../lib/attacker.mjs";
 
-export function beforeunloadAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a box that asks whether to leave the page, and is answered by keys, leaves the question unanswered", async (t) => {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);

@@ -2,20 +2,19 @@
 
 import assert from "node:assert/strict";
 
+import { ask, askWithoutGesture, ready, statusOf } from "../../lib/browser-kit.mjs";
 import { assertRefused } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, statusOf } from "../lib/rig.mjs";
 
-export function documentOpenAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a page that opens its document anew is served as before, and asks nothing without a click", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     await page.evaluate(() => {
       const html = document.documentElement.outerHTML;
       document.open();
       document.write(html);
       document.close();
     });
-    await page.waitForFunction("window.ask");
+    await ready(page);
     assert.equal((await statusOf(page)).permission, "ask");
     await assertRefused(rig, origin, askWithoutGesture(page, "selectCertificate"), "NOT_NOW");
     const request = ask(page, "selectCertificate");

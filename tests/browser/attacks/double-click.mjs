@@ -1,9 +1,9 @@
 // The page covers the window with one of its own, and takes that away between the two clicks of a double click.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/browser-kit.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
-export function doubleClickAttacks({ name, rig, attack }) {
+export default function ({ name, rig, attack }) {
   // Firefox's question is a dialog, which the window manager keeps above the browser's other windows.
   const canCover = name === "chromium";
 

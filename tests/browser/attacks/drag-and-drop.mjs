@@ -2,10 +2,10 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/browser-kit.mjs";
 import { assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
-export function dragAndDropAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a link that is dropped onto the question is no answer, and puts no other page into its window", async (t) => {
     const question = await openQuestion(rig, t);
     const to = await placeOfOnce(rig, question);

@@ -2,16 +2,15 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { ask, codeOf, sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf } from "../lib/rig.mjs";
 
 // Firefox ends the extension's script in the page without a word to it, so that the page hears no more.
 const LOST = ["EXTENSION_MISSING", "no answer"];
 
 const codeOfLost = (request) => Promise.race([request.then(codeOf), sleep(3_000, "no answer")]);
 
-export function extensionReloadAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("an extension that is loaded anew while it asks takes its question away, and grants nothing", async (t) => {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);
@@ -19,18 +18,16 @@ export function extensionReloadAttacks({ rig, attack }) {
     // Chromium leaves an empty window.
     await waitFor("the question to go", async () => (await rig.extension.consentPages()) === 0);
     assert.ok(LOST.includes(await codeOfLost(question.request)));
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
   });
 
   attack("an extension that is loaded anew takes the program and its window with it", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    await rig.allow(origin);
-    const page = await rig.page(t, { origin });
+    const { page } = await rig.freshPage(t, { allowed: true });
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
     await rig.reloadExtension();
     assert.ok(LOST.includes(await codeOfLost(request)));
-    await rig.programGone({ timeout: 8_000 });
+    await rig.program.gone({ timeout: 8_000 });
     assert.equal(await rig.user.seesAWindow(), false);
   });
 

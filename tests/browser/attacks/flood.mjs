@@ -2,13 +2,12 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { gesture, sleep, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { gesture, statusOf } from "../lib/rig.mjs";
 
 const FLOOD = 6_000;
 
-export function floodAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack(`while ${FLOOD} requests of a page come, another page has its status within a second`, async (t) => {
     const [flooding, quiet] = [await rig.freshOrigin(t), await rig.freshOrigin(t)];
     const other = await rig.page(t, { origin: quiet });

@@ -2,43 +2,32 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { ask, askWithoutGesture, gesture, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 import { assertRefused } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, framing, gesture, statusOf } from "../lib/rig.mjs";
 
-export function frameAttacks({ rig, attack }) {
-  async function framed(t) {
-    const [around, first, second] = [await rig.freshOrigin(t), await rig.freshOrigin(t, "127.0.0.1"), await rig.freshOrigin(t, "127.0.0.1")];
-    const path = `/around-${new URL(first).port}`;
-    rig.addPage(path, framing(first));
-    const page = await rig.page(t, { origin: around, path });
-    return { page, first, second, frame: await frameOf(page, first) };
-  }
-  async function frameOf(page, origin) {
-    const frame = await waitFor("the frame", () => page.frames().find((each) => each.url().startsWith(origin)));
-    await frame.waitForFunction("window.ask");
-    return frame;
-  }
+export default function ({ rig, attack }) {
   const show = (page, address) => page.evaluate((src) => (document.querySelector("iframe").src = src), address);
 
   attack("a frame that takes another origin takes its question away, and not the click with it", async (t) => {
-    const { page, first, second, frame } = await framed(t);
+    const { page, origin: first, frame } = await rig.framedPage(t);
+    const second = await rig.freshOrigin(t, "127.0.0.1");
     const request = ask(frame, "selectCertificate");
     request.catch(() => {});
     const id = await rig.user.question(first);
     await show(page, `${second}/`);
     await rig.user.gone(id);
-    await assertRefused(rig, second, askWithoutGesture(await frameOf(page, second), "selectCertificate"), "NOT_NOW");
-    assert.deepEqual(await rig.programs(), []);
+    await assertRefused(rig, second, askWithoutGesture(await rig.frameOf(page, second), "selectCertificate"), "NOT_NOW");
+    assert.deepEqual(await rig.program.running(), []);
   });
 
   attack("a frame of an allowed site that takes another origin is not allowed any more", async (t) => {
-    const { page, first, second, frame } = await framed(t);
+    const { page, origin: first, frame } = await rig.framedPage(t);
+    const second = await rig.freshOrigin(t, "127.0.0.1");
     await rig.allow(first);
     assert.equal((await statusOf(frame)).permission, "allowed");
     await gesture(frame);
     await show(page, `${second}/`);
-    const other = await frameOf(page, second);
+    const other = await rig.frameOf(page, second);
     assert.equal((await statusOf(other)).permission, "ask");
     await assertRefused(rig, second, askWithoutGesture(other, "selectCertificate"), "NOT_NOW");
   });
@@ -62,7 +51,7 @@ export function frameAttacks({ rig, attack }) {
     const page = await rig.page(t, { origin, path });
     const heard = await waitFor("the frame", () => page.evaluate(() => window.heard));
     assert.ok(heard.type === "silent" || heard.error?.code === "ORIGIN_DENIED", JSON.stringify(heard));
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
     assert.equal((await statusOf(page)).permission, "allowed");
   });
 }

@@ -1,9 +1,9 @@
 // A page's window that fills the screen hides everything, and is gone with the first half of a double click.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/browser-kit.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
 
-export function fullScreenAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a question under a window that fills the screen takes no answer when that window goes", async (t) => {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);

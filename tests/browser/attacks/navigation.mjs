@@ -2,25 +2,23 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { ask, askWithoutGesture, codeOf, ready, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, codeOf, statusOf } from "../lib/rig.mjs";
 
-export function navigationAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a question goes with its page, and the page that follows has neither its answer nor its click", async (t) => {
     const question = await openQuestion(rig, t);
     await rig.user.consentWindow(question.origin);
     await question.page.goto(`${question.origin}/?next`);
-    await question.page.waitForFunction("window.ask");
+    await ready(question.page);
     await rig.user.gone(question.id);
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
     assert.equal((await statusOf(question.page)).permission, "ask");
     await assertRefused(rig, question.origin, askWithoutGesture(question.page, "selectCertificate"), "NOT_NOW");
   });
 
   attack("a page that was denied, goes away and comes back from the browser's cache is still denied", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     const request = ask(page, "selectCertificate");
     await rig.user.consent(origin, "deny");
     assert.equal(codeOf(await request), "ORIGIN_DENIED");

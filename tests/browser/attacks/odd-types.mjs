@@ -2,23 +2,22 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { ask, askWithoutGesture, DIGEST, waitFor } from "../../lib/browser-kit.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { ask, askWithoutGesture, DIGEST } from "../lib/rig.mjs";
 
-export function oddTypeAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
+  /** A page of an allowed site, while another was given the PIN. */
+  async function siteBesideAnother(t) {
+    const { page } = await rig.freshPage(t, { allowed: true });
+    const signed = await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]));
+    assert.ok(signed.value, "the PIN has been typed for a site");
+    return (await rig.freshPage(t, { allowed: true })).page;
+  }
+
   attack("an operation, a value or a time of another type is refused, also with a PIN that another site was given", async (t) => {
-    const [chosen, never] = [await rig.freshOrigin(t), await rig.freshOrigin(t)];
-    await rig.allow(chosen);
-    await rig.allow(never);
-    const good = await rig.page(t, { origin: chosen });
-    const first = ask(good, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(first);
-    assert.ok((await first).value, "the PIN has been typed for a site");
-
-    const evil = await rig.page(t, { origin: never });
+    const evil = await siteBesideAnother(t);
     await openRawChannel(evil);
-    const pdf = { hash: DIGEST, certThumbPrint: rig.thumbprint, hashAlgorithm: "SHA-256" };
+    const pdf = { hash: DIGEST, certThumbPrint: rig.certificate.thumbprint, hashAlgorithm: "SHA-256" };
     const requests = [
       { operation: ["signPdfHash"], values: pdf },
       { operation: [["signPdfHash"]], values: pdf },
@@ -33,7 +32,7 @@ export function oddTypeAttacks({ rig, attack }) {
       { operation: "signAuthToken", values: { authToken: { length: 5 } } },
       { operation: "signAuthToken", values: { authToken: "token", hashAlgorithm: ["SHA-256"] } },
       { operation: "signPdfHash", values: { ...pdf, hash: [DIGEST] } },
-      { operation: "signPdfHash", values: { ...pdf, certThumbPrint: [rig.thumbprint] } },
+      { operation: "signPdfHash", values: { ...pdf, certThumbPrint: [rig.certificate.thumbprint] } },
       { operation: "signAuthToken", values: { authToken: "token" }, timeout: ["60000"] },
       { operation: "signAuthToken", values: { authToken: "token" }, timeout: "60000" },
     ];
@@ -50,7 +49,7 @@ export function oddTypeAttacks({ rig, attack }) {
       const outcome = await code(request, i + 1);
       outcomes.push(["INVALID_ARGUMENT", "UNKNOWN_ACTION", "UNSUPPORTED_HASH"].includes(outcome) ? "refused" : `${JSON.stringify(request)}: ${outcome}`);
       if (outcome === "a window") await evil.evaluate((id) => window.raw.port.postMessage({ type: "abort", id }), i + 1);
-      if (outcome === "a window") await rig.programGone();
+      if (outcome === "a window") await rig.program.gone();
     }
     assert.deepEqual(outcomes, requests.map(() => "refused"));
   });
@@ -60,11 +59,9 @@ export function oddTypeAttacks({ rig, attack }) {
     await rig.allow(chosen);
     await rig.allow(never);
     const good = await rig.page(t, { origin: chosen });
-    const first = ask(good, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(first);
-    await first;
+    await rig.user.chooseAndLogIn(ask(good, "signAuthToken", ["token"]));
     const evil = await rig.page(t, { origin: never });
-    const request = askWithoutGesture(evil, "signPdfHash", [DIGEST, rig.thumbprint]);
+    const request = askWithoutGesture(evil, "signPdfHash", [DIGEST, rig.certificate.thumbprint]);
     await rig.user.certificateWindow();
     await rig.user.cancel(request);
     assert.equal((await request).code, "USER_CANCELLED");

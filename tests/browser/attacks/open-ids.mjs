@@ -2,14 +2,12 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { gesture, waitFor } from "../../lib/browser-kit.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
-import { gesture } from "../lib/rig.mjs";
 
-export function openIdAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a request with the number of an open one is refused, and the open one ends with its page", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     await openRawChannel(page);
     await gesture(page);
     const send = (operation) => page.evaluate((name) => {

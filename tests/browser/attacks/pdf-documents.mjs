@@ -4,12 +4,11 @@ import assert from "node:assert/strict";
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run, sleep, waitFor } from "../../program/lib/process.mjs";
+import { bytesOf, gesture, run, sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { assertStruck, openCover, openRawChannel } from "../lib/attacker.mjs";
-import { askToSign, documentOf, pdfPage, textsIn } from "../lib/pdf.mjs";
-import { bytes, gesture } from "../lib/rig.mjs";
+import { askToSign, documentOf, pdfPage, textsIn } from "../uses/pdf.mjs";
 
-export function pdfDocumentAttacks({ name, rig, attack }) {
+export default function ({ name, rig, attack }) {
   /** A page of its own origin that speaks without the library, and answers pieces from `window.content` (Base64). */
   async function rawPage(t, content) {
     const origin = await rig.freshOrigin(t);
@@ -31,7 +30,7 @@ export function pdfDocumentAttacks({ name, rig, attack }) {
       window.end = () => answers.find(({ type }) => ["result", "error"].includes(type));
     }, content);
     await gesture(page);
-    const documents = JSON.stringify([{ name: "contract.pdf", size: bytes(content).length }]);
+    const documents = JSON.stringify([{ name: "contract.pdf", size: bytesOf(content).length }]);
     await page.evaluate((text) => {
       window.raw.port.postMessage({ type: "request", id: 1, operation: "signPdfs", values: { documents: text }, timeout: 300_000 });
     }, documents);
@@ -66,8 +65,8 @@ export function pdfDocumentAttacks({ name, rig, attack }) {
     await rig.user.chooseAndLogIn(request);
     const [{ value, ...failure }] = await request;
     assert.ok(value, JSON.stringify(failure));
-    assert.ok(bytes(value).subarray(0, bytes(content).length).equals(bytes(content)));
-    assert.ok(await isValid(bytes(value)));
+    assert.ok(bytesOf(value).subarray(0, bytesOf(content).length).equals(bytesOf(content)));
+    assert.ok(await isValid(bytesOf(value)));
   });
 
   attack("another document under the same name, sent while the first one is in sight, does not get its signature", async (t) => {
@@ -87,8 +86,8 @@ export function pdfDocumentAttacks({ name, rig, attack }) {
     await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(endOf(page));
     const { appended } = await waitFor("the outcome", () => page.evaluate(() => window.outcome()));
-    assert.ok(await isValid(Buffer.concat([bytes(shown), bytes(appended)])), "what was shown is signed");
-    assert.ok(!(await isValid(Buffer.concat([bytes(other), bytes(appended)]))), "and the other is not");
+    assert.ok(await isValid(Buffer.concat([bytesOf(shown), bytesOf(appended)])), "what was shown is signed");
+    assert.ok(!(await isValid(Buffer.concat([bytesOf(other), bytesOf(appended)]))), "and the other is not");
   });
 
   for (const [what, piece] of [
@@ -113,7 +112,7 @@ export function pdfDocumentAttacks({ name, rig, attack }) {
         window.begin = () => port.postMessage({
           type: "request", id: 1, operation: "signPdfs", values: { documents: JSON.stringify([{ size }]) }, timeout: 60_000,
         });
-      }, piece, bytes(content).length);
+      }, piece, bytesOf(content).length);
       await gesture(page);
       await page.evaluate(() => window.begin());
       assert.equal((await endOf(page)).type, "error");

@@ -1,10 +1,9 @@
 // A picture-in-picture document stands above all windows without taking the keyboard from the question.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { gesture, sleep } from "../../lib/browser-kit.mjs";
 import { assertStruck, assertUnanswered, openQuestion, placeOfOnce } from "../lib/attacker.mjs";
-import { gesture } from "../lib/rig.mjs";
 
-export function pictureInPictureAttacks({ name, rig, attack }) {
+export default function ({ name, rig, attack }) {
   if (name !== "chromium") return; // Firefox has no documents in such windows, only videos, which see no click
 
   attack("a picture-in-picture window over the question wins no click", async (t) => {

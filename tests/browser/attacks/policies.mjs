@@ -2,11 +2,10 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
+import { ask, canSetPolicies, sleep, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 import { codeOrQuestion } from "../lib/attacker.mjs";
-import { ask, canSetPolicies, statusOf } from "../lib/rig.mjs";
 
-export function policyAttacks({ name, rig, attack }) {
+export default function ({ name, rig, attack }) {
   if (!canSetPolicies(name)) return;
 
   async function restartWith(t, policy) {

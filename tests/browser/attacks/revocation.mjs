@@ -2,28 +2,26 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, DIGEST } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, codeOf, DIGEST, sleep } from "../../lib/browser-kit.mjs";
 
 const TABS = 3;
 const WAITING = 51;
 
-export function revocationAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack(`taking "always" back ends the ${WAITING} signatures that wait, and the program with the PIN`, async (t) => {
     const origin = await rig.freshOrigin(t);
     await rig.allow(origin);
     const pages = [];
     for (let i = 0; i < TABS; i++) pages.push(await rig.page(t, { origin }));
-    const first = ask(pages[0], "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(first);
-    assert.ok((await first).value);
+    const first = await rig.user.chooseAndLogIn(ask(pages[0], "signAuthToken", ["token"]));
+    assert.ok(first.value);
 
     // A window holds the program; the PDF documents behind it would need none.
     const holding = askWithoutGesture(pages[0], "selectCertificate");
     await rig.user.certificateWindow();
     const requests = pages.map((page) => page.evaluate(
       (count, digest, thumbprint) => Promise.all(Array.from({ length: count }, () => window.ask("signPdfHash", [digest, thumbprint]))),
-      WAITING / TABS, DIGEST, rig.thumbprint,
+      WAITING / TABS, DIGEST, rig.certificate.thumbprint,
     ));
     await sleep(1_000);
     await revoke(rig, origin);
@@ -38,7 +36,7 @@ export function revocationAttacks({ rig, attack }) {
     const counts = {};
     for (const code of outcomes.map((each) => each.replace(/^no error.*/, "signed"))) counts[code] = (counts[code] ?? 0) + 1;
     assert.deepEqual(counts, { ORIGIN_DENIED: WAITING + 1 });
-    await rig.programGone({ timeout: 8_000 });
+    await rig.program.gone({ timeout: 8_000 });
   });
 }
 

@@ -2,10 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { run, sleep } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, sleep } from "../../lib/browser-kit.mjs";
 
-export function signOfLifeAttacks({ name, rig, attack }) {
+export default function ({ name, rig, attack }) {
   attack("signs of life do not keep the PIN: the program ends after a quiet minute, where one is set", async (t) => {
     const origin = await rig.freshOrigin(t);
     await rig.allow(origin);
@@ -16,13 +15,11 @@ export function signOfLifeAttacks({ name, rig, attack }) {
     await setQuietTime(1);
     t.after(() => setQuietTime(null));
     const page = await rig.page(t, { origin });
-    const request = ask(page, "signAuthToken", ["token"]);
-    await rig.user.chooseAndLogIn(request);
-    await request;
-    const [program] = await rig.programs();
+    await rig.user.chooseAndLogIn(ask(page, "signAuthToken", ["token"]));
+    const [program] = await rig.program.running();
     const end = Date.now() + 75_000;
     // After the end a sign of life starts a program anew, which knows no PIN.
-    while ((await rig.programs()).includes(program)) {
+    while ((await rig.program.running()).includes(program)) {
       if (Date.now() > end) throw new Error("The program that knows the PIN still runs after 75 seconds of signs of life");
       await askWithoutGesture(page, "status", [{ checkHost: true }]);
       await sleep(3_000);
@@ -32,14 +29,11 @@ export function signOfLifeAttacks({ name, rig, attack }) {
   // Firefox does not tell of a locked screen.
   if (name === "chromium") {
     attack("a locked screen ends the program and its PIN", async (t) => {
-      const origin = await rig.freshOrigin(t);
-      await rig.allow(origin);
-      const page = await rig.page(t, { origin });
+      const { page } = await rig.freshPage(t, { allowed: true });
       assert.equal((await ask(page, "status", [], { checkHost: true })).value.host, "running");
-      const env = { ...process.env, ...rig.world.desktop.env };
-      await run("xset", ["s", "activate"], { env });
-      t.after(() => run("xset", ["s", "reset"], { env }));
-      await rig.programGone({ timeout: 10_000 });
+      await rig.world.desktop.run("xset", ["s", "activate"]);
+      t.after(() => rig.world.desktop.run("xset", ["s", "reset"]));
+      await rig.program.gone({ timeout: 10_000 });
     });
   }
 }

@@ -2,10 +2,9 @@
 
 import assert from "node:assert/strict";
 
-import { waitFor } from "../../program/lib/process.mjs";
-import { ask, askWithoutGesture, codeOf, statusOf } from "../lib/rig.mjs";
+import { ask, askWithoutGesture, codeOf, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 
-export function statusAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a page that is not allowed learns neither whether the program runs nor how many requests wait", async (t) => {
     const [allowed, curious] = [await rig.freshOrigin(t), await rig.freshOrigin(t)];
     await rig.allow(allowed);

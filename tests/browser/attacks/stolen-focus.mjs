@@ -1,9 +1,9 @@
 // The page holds the keyboard with a window of its own, and lets go of it in the middle of what the user types.
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/browser-kit.mjs";
 import { assertStruck, assertUnanswered, openCover, openQuestion } from "../lib/attacker.mjs";
 
-export function stolenFocusAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("keys that were typed into a page's window, which closes under them, answer nothing", async (t) => {
     const question = await openQuestion(rig, t);
     await question.page.evaluate(() => (window.strike = (cover) => cover.close()));

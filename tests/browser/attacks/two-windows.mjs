@@ -2,17 +2,16 @@
 
 import assert from "node:assert/strict";
 
+import { ask, askWithoutGesture, codeOf, gesture, ready } from "../../lib/browser-kit.mjs";
 import { assertRefused, openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf, gesture, askWithoutGesture } from "../lib/rig.mjs";
 
-export function twoWindowAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   attack("a denial in one window of a site counts in its other window", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t);
     const popup = new Promise((resolve) => page.once("popup", resolve));
     await page.evaluate(() => void open("/", "second", "left=0,top=0,width=400,height=300"));
     const second = await popup;
-    await second.waitForFunction("window.ask");
+    await ready(second);
     const request = ask(page, "selectCertificate");
     await rig.user.consent(origin, "deny");
     assert.equal(codeOf(await request), "ORIGIN_DENIED");
@@ -25,7 +24,7 @@ export function twoWindowAttacks({ rig, attack }) {
     const popup = new Promise((resolve) => question.page.once("popup", resolve));
     await question.page.evaluate(() => void open("/", "second", "left=0,top=0,width=230,height=300"));
     const second = await popup;
-    await second.waitForFunction("window.ask");
+    await ready(second);
     await gesture(second);
     const other = askWithoutGesture(second, "selectCertificate");
     await rig.user.consent(question.origin, "deny");

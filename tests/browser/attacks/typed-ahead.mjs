@@ -2,10 +2,10 @@
 
 import assert from "node:assert/strict";
 
-import { sleep } from "../../program/lib/process.mjs";
+import { sleep } from "../../lib/browser-kit.mjs";
 import { assertUnanswered, openQuestion } from "../lib/attacker.mjs";
 
-export function typedAheadAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   for (const key of ["space", "Return"]) {
     attack(`keys typed ahead, Tab and ${key} in turn, answer nothing`, async (t) => {
       const question = await openQuestion(rig, t);

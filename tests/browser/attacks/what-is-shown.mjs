@@ -3,9 +3,8 @@
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 
-import { waitFor } from "../../program/lib/process.mjs";
+import { ask, codeOf, DIGEST, gesture } from "../../lib/browser-kit.mjs";
 import { openQuestion } from "../lib/attacker.mjs";
-import { ask, codeOf, DIGEST, gesture } from "../lib/rig.mjs";
 
 const shown = (rig) => rig.extension.consent(() => ({
   words: document.querySelector("#question").innerText,
@@ -14,7 +13,7 @@ const shown = (rig) => rig.extension.consent(() => ({
   surroundings: document.querySelector("#framed").hidden ? null : document.querySelector("#surroundings").textContent,
 }));
 
-export function shownAttacks({ rig, attack }) {
+export default function ({ rig, attack }) {
   async function questionAbout(t, operation, args) {
     const question = await openQuestion(rig, t, { operation, args });
     await rig.user.consentWindow(question.origin);
@@ -39,14 +38,13 @@ export function shownAttacks({ rig, attack }) {
   attack("an income-tax return's PAN and digest are shown, with the truth about the certificate, and a document's digest", async (t) => {
     const { words } = await questionAbout(t, "signItReturn", ["aGFzaA==", "ABCDE1234F"]);
     for (const part of ["ABCDE1234F", "aGFzaA==", "has no effect here"]) assert.ok(words.includes(part), part);
-    const pdf = await questionAbout(t, "signPdfHash", [DIGEST, rig.thumbprint]);
-    for (const part of ["5a".repeat(32), rig.thumbprint]) assert.ok(pdf.words.includes(part), part);
+    const pdf = await questionAbout(t, "signPdfHash", [DIGEST, rig.certificate.thumbprint]);
+    for (const part of ["5a".repeat(32), rig.certificate.thumbprint]) assert.ok(pdf.words.includes(part), part);
   });
 
   attack("for a frame the page around it is named", async (t) => {
     const page = await rig.page(t, { path: "/framing" });
-    const frame = await waitFor("the frame", () => page.frames().find((each) => each.url().startsWith(rig.otherOrigin)));
-    await frame.waitForFunction("window.ask");
+    const frame = await rig.frameOf(page, rig.otherOrigin);
     await gesture(frame);
     const request = ask(frame, "selectCertificate");
     await rig.user.consentWindow(rig.otherOrigin);
@@ -59,9 +57,7 @@ export function shownAttacks({ rig, attack }) {
   });
 
   attack("what an allowed site has signed is shown before the certificates, and stands in the journal", async (t) => {
-    const origin = await rig.freshOrigin(t);
-    await rig.allow(origin);
-    const page = await rig.page(t, { origin });
+    const { origin, page } = await rig.freshPage(t, { allowed: true });
     const request = ask(page, "signAuthToken", ["what is signed"]);
     await rig.user.certificateWindow();
     assert.equal((await shown(rig)).text, "what is signed");
@@ -71,8 +67,8 @@ export function shownAttacks({ rig, attack }) {
     const entry = JSON.parse(lines.at(-1));
     const digest = createHash("sha256").update("what is signed").digest("hex");
     assert.deepEqual([entry.origin, entry.operation, entry.digest, entry.outcome], [origin, "signAuthToken", digest, "signed"]);
-    assert.equal((await rig.programs()).length, 1);
+    assert.equal((await rig.program.running()).length, 1);
     await rig.extension.evaluate(() => (globalThis.browser ?? globalThis.chrome).runtime.sendMessage({ type: "stopHost" }));
-    await rig.programGone();
+    await rig.program.gone();
   });
 }

@@ -2,13 +2,11 @@
 
 import assert from "node:assert/strict";
 
-import { sleep, waitFor } from "../../program/lib/process.mjs";
-import { ask, codeOf, statusOf } from "./rig.mjs";
+import { ask, codeOf, sleep, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 
 /** Has the user asked from a page of an origin of its own: { origin, page, request, id } with the window's id. */
 export async function openQuestion(rig, t, { operation = "selectCertificate", args = [] } = {}) {
-  const origin = await rig.freshOrigin(t);
-  const page = await rig.page(t, { origin });
+  const { origin, page } = await rig.freshPage(t);
   const request = ask(page, operation, args);
   request.catch(() => {}); // the page may be closed first
   return { origin, page, request, id: await rig.user.question(origin) };
@@ -55,7 +53,7 @@ export async function assertUnanswered(rig, { origin, page, request }) {
   await sleep(1_000); // what was granted is at work by then
   const progress = await page.evaluate(() => window.progress);
   const { permission } = await statusOf(page);
-  const started = (await rig.programs()).length > 0;
+  const started = (await rig.program.running()).length > 0;
   const open = (await rig.user.questions(origin)).length > 0;
   const unanswered = { progress: ["consent"], permission: "ask", started: false, open: true, answer: undefined };
   assert.deepEqual({ progress, permission, started, open, answer }, unanswered);

@@ -1,50 +1,30 @@
 // What has to hold in every browser, from a web page to a signature that OpenSSL and pdfsig accept.
 
 import assert from "node:assert/strict";
-import { writeFile } from "node:fs/promises";
-import { join } from "node:path";
 import { after, before, test } from "node:test";
 
-import { beforeunloadAttacks } from "../attacks/beforeunload.mjs";
-import { documentOpenAttacks } from "../attacks/document-open.mjs";
-import { doubleClickAttacks } from "../attacks/double-click.mjs";
-import { dragAndDropAttacks } from "../attacks/drag-and-drop.mjs";
-import { extensionReloadAttacks } from "../attacks/extension-reload.mjs";
-import { floodAttacks } from "../attacks/flood.mjs";
-import { frameAttacks } from "../attacks/frames.mjs";
-import { fullScreenAttacks } from "../attacks/full-screen.mjs";
-import { gestureAttacks } from "../attacks/gestures.mjs";
-import { navigationAttacks } from "../attacks/navigation.mjs";
-import { oddTypeAttacks } from "../attacks/odd-types.mjs";
-import { openIdAttacks } from "../attacks/open-ids.mjs";
-import { pdfDocumentAttacks } from "../attacks/pdf-documents.mjs";
-import { pictureInPictureAttacks } from "../attacks/picture-in-picture.mjs";
-import { policyAttacks } from "../attacks/policies.mjs";
-import { revocationAttacks } from "../attacks/revocation.mjs";
-import { signOfLifeAttacks } from "../attacks/signs-of-life.mjs";
-import { statusAttacks } from "../attacks/status.mjs";
-import { stolenFocusAttacks } from "../attacks/stolen-focus.mjs";
-import { twoWindowAttacks } from "../attacks/two-windows.mjs";
-import { typedAheadAttacks } from "../attacks/typed-ahead.mjs";
-import { shownAttacks } from "../attacks/what-is-shown.mjs";
+import { ask, bytesOf, Rig, statusOf } from "../../lib/browser-kit.mjs";
+import { product } from "../../lib/quillmark.mjs";
 import { COVER } from "./attacker.mjs";
-import { consentTests } from "./consent.mjs";
-import { failureTests } from "./failures.mjs";
-import { pdfTests } from "./pdf.mjs";
-import { registrationTests } from "./registration.mjs";
-import { ask, bytes, Rig, statusOf } from "./rig.mjs";
-import { signingTests } from "./signing.mjs";
+import { consentTests } from "../uses/consent.mjs";
+import { failureTests } from "../uses/failures.mjs";
+import { pdfTests } from "../uses/pdf.mjs";
+import { registrationTests } from "../uses/registration.mjs";
+import { signingTests } from "../uses/signing.mjs";
 
 const ATTACKS = [
-  doubleClickAttacks, fullScreenAttacks, pictureInPictureAttacks, stolenFocusAttacks, typedAheadAttacks, dragAndDropAttacks,
-  beforeunloadAttacks, gestureAttacks, twoWindowAttacks, navigationAttacks, frameAttacks, statusAttacks, oddTypeAttacks,
-  openIdAttacks, documentOpenAttacks, shownAttacks, floodAttacks, revocationAttacks, extensionReloadAttacks, signOfLifeAttacks,
-  pdfDocumentAttacks,
+  "double-click", "full-screen", "picture-in-picture", "stolen-focus", "typed-ahead", "drag-and-drop", "beforeunload",
+  "gestures", "two-windows", "navigation", "frames", "status", "odd-types", "open-ids", "document-open",
+  "what-is-shown", "flood", "revocation", "extension-reload", "signs-of-life",
+  "pdf-documents",
 ];
+const attacksOf = async (file) => (await import(`../attacks/${file}.mjs`)).default;
+const attacks = await Promise.all(ATTACKS.map(attacksOf));
+const policyAttacks = await attacksOf("policies");
 
 /** Defines all tests for "chromium" or "firefox". Call it once in a file. */
 export function browserTests(name) {
-  const rig = Rig.forThisFile(name);
+  const rig = Rig.forThisFile(name, product);
   const title = name[0].toUpperCase() + name.slice(1);
   let ran = 0;
   const browserTest = (sentence, body) => test(`${title}: ${sentence}`, async (t) => {
@@ -68,9 +48,7 @@ export function browserTests(name) {
 
   async function pdfIsValid({ value, ...failure }) {
     assert.ok(value, JSON.stringify(failure));
-    const file = join(rig.world.folder, "signed.pdf");
-    await writeFile(file, bytes(value));
-    await check(rig.world.judges.pdf(file));
+    await check(rig.world.judges.pdf(bytesOf(value)));
   }
 
   /** A page of the site that the user has allowed for good. */
@@ -82,18 +60,17 @@ export function browserTests(name) {
       const request = ask(page, "selectCertificate");
       await rig.user.consent(rig.origin, "always");
       await rig.user.cancel(request);
-      await request;
     }
     // With the page the program goes that the permission has started.
     await page.close();
-    await rig.programGone();
+    await rig.program.gone();
     return rig.page(t, options);
   }
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
   for (const tests of [consentTests, signingTests, failureTests, pdfTests]) tests(suite);
-  for (const attacks of ATTACKS) attacks({ name, rig, attack: browserTest });
+  for (const define of attacks) define({ name, rig, attack: browserTest });
   registrationTests(suite);
   policyAttacks({ name, rig, attack: browserTest });
 }

@@ -11,7 +11,7 @@ import { PDFDocument as CantooDocument } from "@cantoo/pdf-lib";
 import { PDFDocument, PDFName } from "pdf-lib";
 import PDFKit from "pdfkit";
 
-import { makePdf } from "../../program/lib/pdf.mjs";
+import { makePdf } from "../../lib/kit.mjs";
 import { run } from "./sign.mjs";
 
 const MADE = fileURLToPath(new URL("made/", import.meta.url));

@@ -9,12 +9,11 @@ import { commonName } from "../../../extension/src/pdf/cms.js";
 import { checkFinished, factsOf, opened } from "../../../extension/src/pdf/document.js";
 import { withSignatureField } from "../../../extension/src/pdf/field.js";
 import { joined } from "../../../extension/src/pdf/update.js";
-import { Authority } from "../../program/lib/certificates.mjs";
-import { run, runUnchecked } from "../../program/lib/process.mjs";
+import { Authority, run } from "../../lib/kit.mjs";
 
 globalThis.crypto ??= webcrypto;
 
-export { joined, run, runUnchecked };
+export { run };
 
 const TIME = new Date("2026-11-21T12:00:00Z");
 

@@ -3,7 +3,7 @@
 struct AlwaysAuthenticateKey : FakeToken {
     std::vector<Object> MakeObjects() override {
         std::vector<Object> objects = FakeToken::MakeObjects();
-        objects.back()[CKA_ALWAYS_AUTHENTICATE] = {CK_TRUE};
+        objects.back().attributes[CKA_ALWAYS_AUTHENTICATE] = {CK_TRUE};
         return objects;
     }
 };

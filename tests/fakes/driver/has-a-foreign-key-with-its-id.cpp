@@ -3,7 +3,7 @@
 struct HasAForeignKeyWithItsId : FakeToken {
     std::vector<Object> MakeObjects() override {
         std::vector<Object> objects = FakeToken::MakeObjects();
-        objects.back()[CKA_MODULUS] = Bytes(256, 0xa5);
+        objects.back().attributes[CKA_MODULUS] = Bytes(256, 0xa5);
         return objects;
     }
 };

@@ -4,7 +4,7 @@ struct HoldsCertificatesOfNoUse : FakeToken {
     std::vector<Object> MakeObjects() override {
         constexpr long kDay = 24L * 3600;
         Object broken = Certificate({0x06});
-        broken[CKA_VALUE] = Text("no certificate");
+        broken.attributes[CKA_VALUE] = Text("no certificate");
         return {Certificate({0x01}, {.name = "Expired", .notBefore = -2 * kDay, .notAfter = -kDay}),
                 Certificate({0x02}, {.name = "Not yet valid", .notBefore = kDay, .notAfter = 2 * kDay}),
                 Certificate({0x03}, {.name = "Not RSA", .isRsa = false}),

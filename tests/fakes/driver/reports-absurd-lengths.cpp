@@ -1,7 +1,7 @@
 #include "FakeToken.h"
 
 struct ReportsAbsurdLengths : FakeToken {
-    CK_RV GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+    CK_RV GetAttributeValue(Session& session, CK_OBJECT_HANDLE object,
                             std::span<CK_ATTRIBUTE> wanted) override {
         const CK_RV answer = FakeToken::GetAttributeValue(session, object, wanted);
         for (CK_ATTRIBUTE& attribute : wanted)

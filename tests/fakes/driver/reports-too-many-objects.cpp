@@ -1,8 +1,7 @@
 #include "FakeToken.h"
 
 struct ReportsTooManyObjects : FakeToken {
-    CK_RV FindObjects(CK_SESSION_HANDLE session, std::span<CK_OBJECT_HANDLE> found,
-                      CK_ULONG& count) override {
+    CK_RV FindObjects(Session& session, std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count) override {
         const CK_RV answer = FakeToken::FindObjects(session, found, count);
         count = found.size() + 1;
         return answer;

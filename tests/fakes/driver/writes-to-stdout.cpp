@@ -7,9 +7,9 @@
 struct WritesToStdout : FakeToken {
     CK_RV Initialize() override { return Write(); }
     CK_RV Finalize() override { return Write(); }
-    CK_RV OpenSession(CK_FLAGS flags, CK_SESSION_HANDLE& session) override {
+    CK_RV OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_SESSION_HANDLE& session) override {
         Write();
-        return FakeToken::OpenSession(flags, session);
+        return FakeToken::OpenSession(slot, flags, session);
     }
 
     /// In both ways, one of which stays in a buffer.

@@ -1,28 +1,49 @@
 #include "CallRecord.h"
 
+#include "support/Bytes.h"
+
+#include <cctype>
 #include <fstream>
 
-nlohmann::json HexOf(const void* bytes, CK_ULONG length) {
-    if (!bytes)
+namespace {
+
+/// Lower-case digits; null when the bytes are nowhere.
+nlohmann::json HexOf(std::span<const CK_BYTE> bytes) {
+    if (bytes.data() == nullptr)
         return nullptr;
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    for (CK_ULONG i = 0; i < length; ++i) {
-        const unsigned char byte = static_cast<const unsigned char*>(bytes)[i];
-        hex += {kDigits[byte >> 4], kDigits[byte & 15]};
-    }
+    std::string hex = ToHex({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    for (char& digit : hex)
+        digit = static_cast<char>(std::tolower(digit));
     return hex;
 }
 
-nlohmann::json TemplateJson(const CK_ATTRIBUTE* attributes, CK_ULONG count) {
-    auto list = nlohmann::json::array();
-    for (CK_ULONG i = 0; attributes && i < count; ++i) {
-        const CK_ATTRIBUTE& attribute = attributes[i];
-        list.push_back({{"type", attribute.type},
-                        {"length", attribute.ulValueLen},
-                        {"value", HexOf(attribute.pValue, attribute.ulValueLen)}});
+struct ToJson {
+    template <class Plain>
+    nlohmann::json operator()(const Plain& value) const {
+        return value;
     }
-    return list;
+    nlohmann::json operator()(std::span<const CK_BYTE> bytes) const { return HexOf(bytes); }
+    nlohmann::json operator()(std::span<const CK_ATTRIBUTE> attributes) const {
+        auto list = nlohmann::json::array();
+        if (attributes.data() == nullptr)
+            return list;
+        for (const CK_ATTRIBUTE& attribute : attributes)
+            list.push_back(
+                {{"type", attribute.type},
+                 {"length", attribute.ulValueLen},
+                 {"value", HexOf({static_cast<const CK_BYTE*>(attribute.pValue), attribute.ulValueLen})}});
+        return list;
+    }
+};
+
+} // namespace
+
+nlohmann::json ArgumentsOf(const Call& call, bool isPinShown) {
+    auto arguments = nlohmann::json::object();
+    for (const auto& [name, value] : call.in)
+        if (isPinShown || name != std::string_view("pin"))
+            arguments[name] = std::visit(ToJson{}, value);
+    return arguments;
 }
 
 void AppendCallRecord(const nlohmann::json& entry) {

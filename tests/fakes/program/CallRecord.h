@@ -1,15 +1,12 @@
 #pragma once
 
+#include "FakeToken.h"
+
 #include <nlohmann/json.hpp>
-#include <p11-kit/pkcs11.h>
 
-#include <string>
-
-/// The lower-case hex digits of `length` bytes at `bytes`; null when `bytes` is null.
-nlohmann::json HexOf(const void* bytes, CK_ULONG length);
-
-/// The attributes as given: type, length, and the value as hex (null when the value pointer is null).
-nlohmann::json TemplateJson(const CK_ATTRIBUTE* attributes, CK_ULONG count);
+/// What came in: bytes in hex, an attribute by its type, its length and its value (null when the pointer is).
+/// Without `isPinShown` no copy is made of a PIN.
+nlohmann::json ArgumentsOf(const Call& call, bool isPinShown);
 
 /// Appends `entry` as one line to "fake-pkcs11-calls.jsonl" in the working directory.
 void AppendCallRecord(const nlohmann::json& entry);

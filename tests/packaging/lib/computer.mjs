@@ -2,14 +2,12 @@
 // that stands in for the real one.
 
 import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
-import { dirname, join, resolve } from "node:path";
-import { fileURLToPath } from "node:url";
+import { dirname, join } from "node:path";
 
-import { bin } from "../../program/lib/build.mjs";
-import { Cleanup, runUnchecked } from "../../program/lib/process.mjs";
+import { manifestOf } from "../../lib/program/installed.mjs";
+import { product, registration, root } from "../../lib/quillmark.mjs";
+import { Cleanup, runUnchecked } from "../../lib/kit.mjs";
 
-export const root = resolve(dirname(fileURLToPath(import.meta.url)), "../../..");
-export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
 
 /** Answers every request by its echo, as the signing program does with one that has no action; tells where it runs. */
 const ECHOING = `#!/usr/bin/python3
@@ -37,8 +35,11 @@ export const GOOD_TOKENS = {
 };
 
 export class Computer {
-  /** Goes with the test `t`. `browsers` are commands that are there, in the folder that stands for /. */
-  static async make(t, { browsers = ["chromium", "firefox-esr"] } = {}) {
+  /**
+   * Goes with the test `t`. `browsers` are commands that are there, in the folder that stands for /; `program` is the script in
+   * the signing program's place, `tokens` what quillmark-tokens says, `more` what else is in the environment.
+   */
+  static async make(t, { browsers = ["chromium", "firefox-esr"], program = ECHOING, tokens = GOOD_TOKENS, more = {} } = {}) {
     const computer = new Computer();
     const cleanup = new Cleanup();
     t.after(() => cleanup.run());
@@ -49,7 +50,8 @@ export class Computer {
     await mkdir(computer.home);
     await mkdir(join(computer.root, "usr/bin"), { recursive: true });
     for (const name of browsers) await computer.addBrowser(name);
-    await computer.#makeProgram();
+    computer.more = more;
+    await computer.#makeProgram(program, tokens);
     return computer;
   }
 
@@ -58,12 +60,13 @@ export class Computer {
     await writeFile(join(this.root, folder, name), "#!/bin/sh\n", { mode: 0o755 });
   }
 
-  async #makeProgram() {
+  async #makeProgram(program, tokens) {
     await mkdir(this.program);
-    await this.setProgram(ECHOING);
-    await this.setTokens(GOOD_TOKENS);
+    await this.setProgram(program);
+    const script = `#!/bin/sh\ncat <<'END'\n${JSON.stringify(tokens)}\nEND\n`;
+    await writeFile(join(this.program, "quillmark-tokens"), script, { mode: 0o755 });
     await writeFile(join(this.program, "QMLogo.png"), "a picture");
-    await copyFile(join(bin, "QMTokenDriver.so"), join(this.program, "QMTokenDriver.so"));
+    await copyFile(product.driver, join(this.program, "QMTokenDriver.so"));
   }
 
   /** Puts a script in the signing program's place. */
@@ -71,15 +74,14 @@ export class Computer {
     return writeFile(join(this.program, "QMChromeExtHost"), script, { mode: 0o755 });
   }
 
-  /** Has quillmark-tokens say this. */
-  setTokens(listing) {
-    const script = `#!/bin/sh\ncat <<'END'\n${JSON.stringify(listing)}\nEND\n`;
-    return writeFile(join(this.program, "quillmark-tokens"), script, { mode: 0o755 });
+  /** The folder of an installation for one user, and the working folder of one for all. */
+  get userFolder() {
+    return join(this.home, ".local/share/quillmark");
   }
 
   /** The folder with everything as `./install` lays it out, without registering anything. */
   async layOut() {
-    const folder = join(this.home, ".local/share/quillmark");
+    const folder = this.userFolder;
     await mkdir(folder, { recursive: true, mode: 0o700 });
     await cp(this.program, folder, { recursive: true });
     for (const name of [
@@ -93,16 +95,20 @@ export class Computer {
   }
 
   /** Runs one of the tools as laid out; { code, out, err }. */
-  async tool(name, ...args) {
+  tool(name, ...args) {
     const options = name === "quillmark-host" ? [] : ["--root", this.root];
-    const result = await runUnchecked(join(this.installed, name), [...args, ...options], { env: this.env });
-    return { code: result.code, out: result.stdout.toString(), err: result.stderr };
+    return this.run(join(this.installed, name), ...args, ...options);
   }
 
   /** Runs the project's install script. */
-  async install(...args) {
-    const result = await runUnchecked(join(root, "install"), ["--from", this.program, ...args], { env: this.env });
-    return { code: result.code, out: result.stdout.toString(), err: result.stderr };
+  install(...args) {
+    return this.run(product.install, "--from", this.program, ...args);
+  }
+
+  /** Runs a command in this environment; { code, out, err }. */
+  async run(command, ...args) {
+    const { code, stdout, stderr } = await runUnchecked(command, args, { cwd: this.root, env: this.env });
+    return { code, out: stdout.toString(), err: stderr };
   }
 
   get env() {
@@ -112,8 +118,13 @@ export class Computer {
 
   /** The path of the manifest of this user. */
   userManifest(browser) {
-    const folder = browser === "firefox" ? ".mozilla/native-messaging-hosts" : `.config/${browser}/NativeMessagingHosts`;
-    return join(this.home, folder, `${registration.name}.json`);
+    return join(this.home, manifestOf(browser, registration.name));
+  }
+
+  /** Changes members of this user's manifest. */
+  async changeManifest(browser, changes) {
+    const file = this.userManifest(browser);
+    await this.write(file, { ...(await this.read(file)), ...changes });
   }
 
   systemManifest(folder) {

@@ -2,7 +2,7 @@
 
 import { open, readFile } from "node:fs/promises";
 
-const largestHeap = 2 ** 32;
+const LARGEST_HEAP = 2 ** 32;
 
 /**
  * The places in a process's writable memory that hold a text, in any of the encodings that programs, GTK and wx keep texts
@@ -19,7 +19,7 @@ export async function copiesInMemory(pid, text) {
   const memory = await open(`/proc/${pid}/mem`);
   try {
     for (const { start, end, name } of await writableRanges(pid)) {
-      if (end - start > largestHeap) continue; // the notes of a sanitizer
+      if (end - start > LARGEST_HEAP) continue; // the notes of a sanitizer
       const bytes = Buffer.alloc(end - start);
       const isReadable = await memory.read(bytes, 0, bytes.length, start).then(() => true, () => false);
       if (!isReadable) continue; // such as the kernel's own pages

@@ -10,10 +10,9 @@
 //
 // In the flow of a PDF all certificates are listed already, by an earlier choice.
 
-import { ck, errorLine } from "./fake-token.mjs";
-import { cancelText } from "./host.mjs";
+import { CANCEL_TEXT, CK, errorLine } from "../../lib/kit.mjs";
 
-export const flows = [
+export const FLOWS = [
   { name: "choose", handler: "GetSelCertFromToken", window: true },
   { name: "GST", handler: "GetGSTReturnSignature", window: true, signs: "data" },
   { name: "IT", handler: "GetITReturnSignature", window: true, signs: "hash" },
@@ -22,29 +21,29 @@ export const flows = [
 ];
 
 /** The codes that a call can fail with. */
-const codes = {
+const CODES = {
   CKR_HOST_MEMORY: 0x2,
   CKR_FUNCTION_FAILED: 0x6,
-  CKR_DEVICE_REMOVED: ck.CKR_DEVICE_REMOVED,
-  CKR_PIN_LOCKED: ck.CKR_PIN_LOCKED,
-  CKR_SESSION_HANDLE_INVALID: ck.CKR_SESSION_HANDLE_INVALID,
-  CKR_TOKEN_NOT_PRESENT: ck.CKR_TOKEN_NOT_PRESENT,
+  CKR_DEVICE_REMOVED: CK.CKR_DEVICE_REMOVED,
+  CKR_PIN_LOCKED: CK.CKR_PIN_LOCKED,
+  CKR_SESSION_HANDLE_INVALID: CK.CKR_SESSION_HANDLE_INVALID,
+  CKR_TOKEN_NOT_PRESENT: CK.CKR_TOKEN_NOT_PRESENT,
   "a code above 32 bits": 0x8_0000_0032,
   "a code above 32 bits that is 0 below": 0x1_0000_0000,
 };
 
-const unavailable = -1; // CK_UNAVAILABLE_INFORMATION
-const huge = 2 ** 40;
+const UNAVAILABLE = -1; // CK_UNAVAILABLE_INFORMATION
+const HUGE = 2 ** 40;
 
 // What the module itself answers to the nonsense that it gave.
 const CKR_KEY_HANDLE_INVALID = 0x60;
 const CKR_OBJECT_HANDLE_INVALID = 0x82;
 const CKR_BUFFER_TOO_SMALL = 0x150;
 
-const list = "BuildTokenCertList - ";
-const key = "GetTokenPvtKey - ";
+const LIST = "BuildTokenCertList - ";
+const KEY = "GetTokenPvtKey - ";
 
-const grown = "C_GetAttributeValue gives more than it said";
+const GROWN = "C_GetAttributeValue gives more than it said";
 
 /**
  * The calls of a flow in their order. `nth` counts the calls of an entry point within its part of the flow. `nonsense` are
@@ -53,48 +52,48 @@ const grown = "C_GetAttributeValue gives more than it said";
 const calls = [
   { part: "opening", call: "C_Initialize" },
   { part: "opening", call: "C_GetSlotList", nth: 1, nonsense: {
-    count: [[0, noSlot], ...[unavailable, huge].map((it) => [it, openingFails("C_GetSlotList gives more than 65536 slots")])],
+    count: [[0, noSlot], ...[UNAVAILABLE, HUGE].map((it) => [it, openingFails("C_GetSlotList gives more than 65536 slots")])],
   } },
   { part: "opening", call: "C_GetSlotList", nth: 2, nonsense: {
     count: [[0, openingFails("C_GetSlotList gives no slot any more")],
-      [unavailable, listsAllTheSame], [huge, listsAllTheSame]],
+      [UNAVAILABLE, listsAllTheSame], [HUGE, listsAllTheSame]],
   } },
-  { part: "opening", call: "C_OpenSession", nonsense: { session: [0, unavailable, huge].map((it) => [it, badSession]) } },
-  { part: "listing", call: "C_FindObjectsInit", label: `${list}C_FindObjectsInit` },
-  { part: "listing", call: "C_FindObjects", nth: 1, label: `${list}C_FindObjects`, nonsense: {
-    count: [0, 2, unavailable, huge].map((count) => [count, noCertificate]),
-    object: [0, unavailable, huge].map((it) =>
-      [it, listingFails(errorLine(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))]),
+  { part: "opening", call: "C_OpenSession", nonsense: { session: [0, UNAVAILABLE, HUGE].map((it) => [it, badSession]) } },
+  { part: "listing", call: "C_FindObjectsInit", label: `${LIST}C_FindObjectsInit` },
+  { part: "listing", call: "C_FindObjects", nth: 1, label: `${LIST}C_FindObjects`, nonsense: {
+    count: [0, 2, UNAVAILABLE, HUGE].map((count) => [count, noCertificate]),
+    object: [0, UNAVAILABLE, HUGE].map((it) =>
+      [it, listingFails(errorLine(`${LIST}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))]),
   } },
-  { part: "listing", call: "C_GetAttributeValue", nth: 1, label: `${list}C_GetAttributeValue for Sizing`,
+  { part: "listing", call: "C_GetAttributeValue", nth: 1, label: `${LIST}C_GetAttributeValue for Sizing`,
     // There is no buffer for a value of no bytes, and one byte for a zero behind an id of none.
-    nonsense: Object.fromEntries([["CKA_VALUE", grown], ["CKA_ID", errorLine(`${list}C_GetAttributeValue`, CKR_BUFFER_TOO_SMALL)]]
+    nonsense: Object.fromEntries([["CKA_VALUE", GROWN], ["CKA_ID", errorLine(`${LIST}C_GetAttributeValue`, CKR_BUFFER_TOO_SMALL)]]
       .map(([length, whenNone]) => [length, [
         [0, listingFails(whenNone)],
-        ...[unavailable, huge].map((it) => [it, listingFails("C_GetAttributeValue gives a length above 16777216 bytes")]),
+        ...[UNAVAILABLE, HUGE].map((it) => [it, listingFails("C_GetAttributeValue gives a length above 16777216 bytes")]),
       ]])) },
-  { part: "listing", call: "C_GetAttributeValue", nth: 2, label: `${list}C_GetAttributeValue`,
+  { part: "listing", call: "C_GetAttributeValue", nth: 2, label: `${LIST}C_GetAttributeValue`,
     nonsense: Object.fromEntries([["CKA_VALUE", listsNoCertificate], ["CKA_ID", listsAllTheSame]].map(([length, whenNone]) =>
       [length, [
         [0, whenNone],
-        ...[unavailable, huge].map((it) => [it, listingFails(grown)]),
+        ...[UNAVAILABLE, HUGE].map((it) => [it, listingFails(GROWN)]),
       ]])) },
-  { part: "listing", call: "C_FindObjects", nth: 2, label: `${list}C_FindObjects`, nonsense: {
-    count: [[1, listingFails(errorLine(`${list}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))],
-      ...[2, unavailable, huge].map((it) => [it, listsAllTheSame])],
+  { part: "listing", call: "C_FindObjects", nth: 2, label: `${LIST}C_FindObjects`, nonsense: {
+    count: [[1, listingFails(errorLine(`${LIST}C_GetAttributeValue for Sizing`, CKR_OBJECT_HANDLE_INVALID))],
+      ...[2, UNAVAILABLE, HUGE].map((it) => [it, listsAllTheSame])],
   } },
-  { part: "listing", call: "C_FindObjectsFinal", label: `${list}C_FindObjectsFinal` },
+  { part: "listing", call: "C_FindObjectsFinal", label: `${LIST}C_FindObjectsFinal` },
   { part: "login", call: "C_Login" },
-  { part: "key", call: "C_FindObjectsInit", label: `${key}C_FindObjectsInit` },
-  { part: "key", call: "C_FindObjects", nth: 1, label: `${key}C_FindObjects`, nonsense: {
-    count: [[0, noKey], ...[2, unavailable, huge].map((it) => [it, nothingComesOfIt])],
-    object: [0, unavailable, huge].map((it) => [it, signingFails(errorLine("C_SignInit", CKR_KEY_HANDLE_INVALID))]),
+  { part: "key", call: "C_FindObjectsInit", label: `${KEY}C_FindObjectsInit` },
+  { part: "key", call: "C_FindObjects", nth: 1, label: `${KEY}C_FindObjects`, nonsense: {
+    count: [[0, noKey], ...[2, UNAVAILABLE, HUGE].map((it) => [it, nothingComesOfIt])],
+    object: [0, UNAVAILABLE, HUGE].map((it) => [it, signingFails(errorLine("C_SignInit", CKR_KEY_HANDLE_INVALID))]),
   } },
-  { part: "key", call: "C_FindObjectsFinal", label: `${key}C_FindObjectsFinal` },
+  { part: "key", call: "C_FindObjectsFinal", label: `${KEY}C_FindObjectsFinal` },
   { part: "signing", call: "C_SignInit" },
   { part: "signing", call: "C_Sign", nonsense: {
     length: [[0, signsNothing],
-      ...[1025, unavailable, huge].map((it) => [it, signingFails("C_Sign gives a signature above 1024 bytes")])],
+      ...[1025, UNAVAILABLE, HUGE].map((it) => [it, signingFails("C_Sign gives a signature above 1024 bytes")])],
   } },
 ];
 
@@ -110,7 +109,7 @@ const calls = [
  */
 export function casesOf(flow) {
   return callsOf(flow).flatMap((at) => [
-    ...Object.entries(codes).map(([name, rv]) => ({
+    ...Object.entries(CODES).map(([name, rv]) => ({
       part: at.part,
       name: `${describe(at)} fails with ${name}`,
       faults: [{ call: at.call, nth: at.nth, rv }],
@@ -156,7 +155,7 @@ function describe({ part, call, nth }) {
 
 /** C_Finalize is called on the way out when there is no token: its result is of no interest. */
 function finalizeCases(flow) {
-  return Object.entries(codes).map(([name, rv]) => ({
+  return Object.entries(CODES).map(([name, rv]) => ({
     part: "opening",
     name: `opening: C_Finalize without a token fails with ${name}`,
     faults: [{ call: "C_GetSlotList", out: { count: 0 } }, { call: "C_Finalize", rv }],
@@ -166,20 +165,20 @@ function finalizeCases(flow) {
 
 // The outcomes.
 
-const opened = "Opening Select Certificate Dialog";
-const closed = "Select Certificate Dialog Closed";
+const OPENED = "Opening Select Certificate Dialog";
+const CLOSED = "Select Certificate Dialog Closed";
 
 /** After the user's choice. */
 function fails(flow, result, lines) {
   return {
     answer: flow.window ? "ok" : null, logsIn: Boolean(flow.signs), succeeds: true, result,
-    log: [...(flow.window ? [opened, closed] : []), ...lines],
+    log: [...(flow.window ? [OPENED, CLOSED] : []), ...lines],
   };
 }
 
 /** Before the user has a choice. */
 function failsEarly(result, lines) {
-  return { answer: null, logsIn: false, succeeds: false, result, log: [opened, ...lines] };
+  return { answer: null, logsIn: false, succeeds: false, result, log: [OPENED, ...lines] };
 }
 
 function openingFails(line) {
@@ -199,14 +198,14 @@ function listingFails(line) {
 
 /** The first call with the session that the module gave is refused by it, now and ever after. */
 function badSession(flow) {
-  const outcome = listingFails(errorLine(`${list}C_FindObjectsInit`, ck.CKR_SESSION_HANDLE_INVALID))(flow);
+  const outcome = listingFails(errorLine(`${LIST}C_FindObjectsInit`, CK.CKR_SESSION_HANDLE_INVALID))(flow);
   return { ...outcome, isLast: true, after: outcome };
 }
 
 function noCertificate() {
   return {
-    answer: "cancel", logsIn: false, succeeds: false, result: cancelText,
-    log: [opened, "Can't find X.509 Certificate in Token", closed],
+    answer: "cancel", logsIn: false, succeeds: false, result: CANCEL_TEXT,
+    log: [OPENED, "Can't find X.509 Certificate in Token", CLOSED],
   };
 }
 

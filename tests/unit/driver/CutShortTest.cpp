@@ -26,34 +26,32 @@ Data Text(const std::string& text) { return {text.begin(), text.end()}; }
 
 } // namespace
 
-TEST(CutShort, SignedAttributesOneByteShort_AreRefused) {
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x4b}, kContentType, 0x4b)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x4b}, kContentType, 0x4a)));
-}
-
-TEST(CutShort, SignedAttributesCutBehindTheContentType_AreRefused) {
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x4b}, kContentType, kContentType.size())));
-}
-
-TEST(CutShort, SignedAttributesWithMoreBehind_AreSigned) {
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x4b}, kContentType, 0x4c)));
-}
-
-TEST(CutShort, TheLastLengthInOneOctet_IsHeldAgainstTheData) {
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x7f}, kContentType, 127)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x7f}, kContentType, 126)));
-}
-
-TEST(CutShort, LengthsInTwoToFourOctets_AreHeldAgainstTheData) {
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x81, 0x80}, kContentType, 128)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x81, 0x80}, kContentType, 127)));
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x81, 0xff}, kContentType, 255)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x81, 0xff}, kContentType, 254)));
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x82, 0x01, 0x01}, kContentType, 257)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x82, 0x01, 0x01}, kContentType, 256)));
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x83, 0x01, 0x01, 0x01}, kContentType, 0x10101)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x83, 0x01, 0x01, 0x01}, kContentType, 0x10100)));
-    EXPECT_TRUE(IsCutSignedAttributes(Element({0x31, 0x84, 0xff, 0xff, 0xff, 0xff}, kContentType, 300)));
+TEST(CutShort, SignedAttributes_AreHeldAgainstTheirLength) {
+    const struct {
+        const char* rule;
+        Data header;
+        std::size_t length;
+        bool isCut;
+    } cases[] = {
+        {"whole", {0x31, 0x4b}, 0x4b, false},
+        {"one byte short", {0x31, 0x4b}, 0x4a, true},
+        {"cut behind the content type", {0x31, 0x4b}, kContentType.size(), true},
+        {"with more behind", {0x31, 0x4b}, 0x4c, false},
+        {"the last length in one octet", {0x31, 0x7f}, 127, false},
+        {"the last length in one octet, cut", {0x31, 0x7f}, 126, true},
+        {"the first length in two octets", {0x31, 0x81, 0x80}, 128, false},
+        {"the first length in two octets, cut", {0x31, 0x81, 0x80}, 127, true},
+        {"the last length in two octets", {0x31, 0x81, 0xff}, 255, false},
+        {"the last length in two octets, cut", {0x31, 0x81, 0xff}, 254, true},
+        {"a length in three octets", {0x31, 0x82, 0x01, 0x01}, 257, false},
+        {"a length in three octets, cut", {0x31, 0x82, 0x01, 0x01}, 256, true},
+        {"a length in four octets", {0x31, 0x83, 0x01, 0x01, 0x01}, 0x10101, false},
+        {"a length in four octets, cut", {0x31, 0x83, 0x01, 0x01, 0x01}, 0x10100, true},
+        {"a length in five octets, cut", {0x31, 0x84, 0xff, 0xff, 0xff, 0xff}, 300, true},
+        {"an indefinite length is no DER", {0x31, 0x80}, 20, false},
+    };
+    for (const auto& it : cases)
+        EXPECT_EQ(IsCutSignedAttributes(Element(it.header, kContentType, it.length)), it.isCut) << it.rule;
 }
 
 TEST(CutShort, ASetCutWithinItsLengthOctets_IsRefused) {
@@ -92,10 +90,6 @@ TEST(CutShort, Texts_AreNeverTakenForAStructure) {
         EXPECT_FALSE(IsCutSignedAttributes(Text(text))) << text;
         EXPECT_FALSE(IsCutDigestInfo(Text(text))) << text;
     }
-}
-
-TEST(CutShort, AnIndefiniteLength_IsNoDer) {
-    EXPECT_FALSE(IsCutSignedAttributes(Element({0x31, 0x80}, kContentType, 20)));
 }
 
 TEST(CutShort, EachMechanismLooksForWhatItSigns) {

@@ -1,13 +1,9 @@
 #include "DriverFixture.h"
 
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
-#include <openssl/x509.h>
-
 #include <dlfcn.h>
 
 #include <array>
-#include <cstdint>
+#include <stdexcept>
 
 namespace {
 
@@ -16,25 +12,6 @@ void Resolve(void* library, const char* name, Function& function) {
     function = reinterpret_cast<Function>(dlsym(library, name));
     if (function == nullptr)
         ADD_FAILURE() << name << " is missing";
-}
-
-struct FreeKey {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-template <class Handle>
-using Owned = std::unique_ptr<Handle, FreeKey>;
-
-Owned<EVP_PKEY> KeyOf(const std::string& certificateDer) {
-    const auto* at = reinterpret_cast<const unsigned char*>(certificateDer.data());
-    const Owned<X509> certificate(d2i_X509(nullptr, &at, static_cast<long>(certificateDer.size())));
-    return Owned<EVP_PKEY>(certificate ? X509_get_pubkey(certificate.get()) : nullptr);
-}
-
-const unsigned char* Octets(std::string_view text) {
-    return reinterpret_cast<const unsigned char*>(text.data());
 }
 
 } // namespace
@@ -140,19 +117,19 @@ CK_OBJECT_HANDLE DriverFixture::FindKey(const std::string& idText) {
                          CK_ATTRIBUTE{CKA_TOKEN, &onToken, 1},
                          CK_ATTRIBUTE{CKA_ID, id.data(), id.size() + 1}};
     EXPECT_EQ(driver_->FindObjectsInit(session, wanted.data(), wanted.size()), CKR_OK);
-    CK_OBJECT_HANDLE key = 0;
+    CK_OBJECT_HANDLE found = 0;
     CK_ULONG count = 0;
-    EXPECT_EQ(driver_->FindObjects(session, &key, 1, &count), CKR_OK);
+    EXPECT_EQ(driver_->FindObjects(session, &found, 1, &count), CKR_OK);
     if (count == 0)
         return 0;
     EXPECT_EQ(driver_->FindObjectsFinal(session), CKR_OK);
-    return key;
+    return found;
 }
 
-std::optional<std::string> DriverFixture::Sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key,
+std::optional<std::string> DriverFixture::Sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE with,
                                                std::string_view data) {
     CK_MECHANISM how{mechanism, nullptr, 0};
-    answer = driver_->SignInit(session, &how, key);
+    answer = driver_->SignInit(session, &how, with);
     if (answer != CKR_OK)
         return std::nullopt;
     std::string content(data);
@@ -166,37 +143,46 @@ std::optional<std::string> DriverFixture::Sign(CK_MECHANISM_TYPE mechanism, CK_O
     return signature;
 }
 
-CK_OBJECT_HANDLE DriverFixture::GetReadyToSign() {
+FakeTokenState& DriverFixture::StartFake(const std::string& name) {
+    FakeTokenState& token = AddFake(name);
+    Start();
+    return token;
+}
+
+FakeTokenState& DriverFixture::OpenFake(const std::string& name) {
+    FakeTokenState& token = StartFake(name);
+    OpenFirstToken();
+    return token;
+}
+
+FakeTokenState& DriverFixture::GetFakeReadyToSign(const std::string& name) {
+    FakeTokenState& token = AddFake(name);
+    GetReadyToSign();
+    return token;
+}
+
+void DriverFixture::GetReadyToSign() {
     Start();
     OpenFirstToken();
     certificates = ListCertificates();
     if (certificates.empty())
         throw std::runtime_error("no certificate on the token");
     Login();
-    const CK_OBJECT_HANDLE key = FindKey(certificates[0].idText);
+    key = FindKey(certificates[0].idText);
     EXPECT_NE(key, 0U);
-    return key;
 }
 
-bool Verifies(const std::string& certificateDer, const char* hash, std::string_view data,
-              const std::string& signature) {
-    const Owned<EVP_PKEY> key = KeyOf(certificateDer);
-    const Owned<EVP_MD_CTX> context(EVP_MD_CTX_new());
-    return EVP_DigestVerifyInit(context.get(), nullptr, EVP_get_digestbyname(hash), nullptr, key.get()) ==
-               1 &&
-           EVP_DigestVerify(context.get(), Octets(signature), signature.size(), Octets(data), data.size()) ==
-               1;
+std::optional<std::string> DriverFixture::Sign(std::string_view data, CK_MECHANISM_TYPE mechanism) {
+    return Sign(mechanism, key, data);
 }
 
-std::string RecoverSigned(const std::string& certificateDer, const std::string& signature) {
-    const Owned<EVP_PKEY> key = KeyOf(certificateDer);
-    const Owned<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key.get(), nullptr));
-    std::string data(signature.size(), '\0');
-    std::size_t length = data.size();
-    const bool isDone = EVP_PKEY_verify_recover_init(context.get()) == 1 &&
-                        EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) == 1 &&
-                        EVP_PKEY_verify_recover(context.get(), reinterpret_cast<unsigned char*>(data.data()),
-                                                &length, Octets(signature), signature.size()) == 1;
-    data.resize(isDone ? length : 0);
-    return data;
+CK_RV DriverFixture::AnswerToSign(std::string_view data, CK_MECHANISM_TYPE mechanism) {
+    Sign(data, mechanism);
+    return answer;
+}
+
+void DriverFixture::ExpectSigns(std::string_view data, CK_MECHANISM_TYPE mechanism, const char* hash) {
+    const std::optional<std::string> signature = Sign(data, mechanism);
+    ASSERT_TRUE(signature) << hash << " answers " << std::hex << answer;
+    EXPECT_TRUE(Verifies(certificates[0].der, hash, data, *signature)) << hash;
 }

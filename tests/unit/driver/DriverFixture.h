@@ -2,7 +2,9 @@
 
 #include "FakeTokenState.h"
 #include "P11KitHome.h"
+#include "support/Verify.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <p11-kit/pkcs11.h>
 
@@ -65,16 +67,31 @@ protected:
     CK_OBJECT_HANDLE FindKey(const std::string& idText);
 
     /// C_SignInit and C_Sign. The signature, or nothing: then `answer` says why.
-    std::optional<std::string> Sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, std::string_view data);
+    std::optional<std::string> Sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE with,
+                                    std::string_view data);
 
-    /// All of it for the first certificate: the key is ready.
-    CK_OBJECT_HANDLE GetReadyToSign();
+    /// All of it for the first certificate: `certificates` are listed and its `key` is ready.
+    void GetReadyToSign();
+
+    // The same with `key`; CKM_SHA256_RSA_PKCS unless the test is about another mechanism.
+    std::optional<std::string> Sign(std::string_view data, CK_MECHANISM_TYPE mechanism = CKM_SHA256_RSA_PKCS);
+    CK_RV AnswerToSign(std::string_view data = "text", CK_MECHANISM_TYPE mechanism = CKM_SHA256_RSA_PKCS);
+
+    /// It signs, and libcrypto verifies that with the first certificate.
+    void ExpectSigns(std::string_view data, CK_MECHANISM_TYPE mechanism = CKM_SHA256_RSA_PKCS,
+                     const char* hash = "SHA256");
+
+    // A fake is the only token.
+    FakeTokenState& StartFake(const std::string& name);
+    FakeTokenState& OpenFake(const std::string& name);
+    FakeTokenState& GetFakeReadyToSign(const std::string& name);
 
     EntryPoints& Driver() { return *driver_; }
 
     P11KitHome home;
     CK_SESSION_HANDLE session = 0;
     std::vector<ListedCertificate> certificates;
+    CK_OBJECT_HANDLE key = 0;
     CK_RV answer = CKR_OK;
 
     ~DriverFixture() override;
@@ -84,11 +101,3 @@ private:
     Library library_;
     std::optional<EntryPoints> driver_;
 };
-
-/// Whether `signature` is PKCS#1 v1.5 with this hash ("SHA256") over `data`, by libcrypto and the
-/// certificate's key.
-bool Verifies(const std::string& certificateDer, const char* hash, std::string_view data,
-              const std::string& signature);
-
-/// The bytes that CKM_RSA_PKCS was given when `signature` was made; empty when it is no such signature.
-std::string RecoverSigned(const std::string& certificateDer, const std::string& signature);

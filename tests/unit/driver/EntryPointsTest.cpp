@@ -4,26 +4,16 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <thread>
 
 namespace {
 
 using Names = std::set<std::string>;
 
-std::string TextOf(const char* path) {
-    std::ifstream file(path);
-    EXPECT_TRUE(file) << path;
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 /// Every function that the host takes from the module by name: Resolve<...>(handle, "C_...").
 Names ResolvedByTheHost() {
-    const std::string source = TextOf(QM_HOST_TOKEN_MANAGER);
+    const std::string source = ReadFile(QM_HOST_TOKEN_MANAGER);
     const std::string before = ">(handle, \"";
     Names names;
     for (std::size_t at = source.find(before); at != std::string::npos; at = source.find(before, at)) {
@@ -43,7 +33,7 @@ Names ExportedByTheDriver() {
     return names;
 }
 
-class EntryPointsTest : public DriverFixture {};
+using EntryPointsTest = DriverFixture;
 
 } // namespace
 
@@ -60,8 +50,7 @@ TEST(Loading, SwitchesCoreDumpsOff) {
 }
 
 TEST_F(EntryPointsTest, BeforeInitialize_EverythingSaysSo) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     ASSERT_EQ(Driver().Finalize(nullptr), CKR_OK);
     CK_ULONG count = 0;
     CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
@@ -80,15 +69,12 @@ TEST_F(EntryPointsTest, BeforeInitialize_EverythingSaysSo) {
 }
 
 TEST_F(EntryPointsTest, InitializeTwice_IsRefused) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     EXPECT_EQ(Driver().Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
 }
 
 TEST_F(EntryPointsTest, FinalizeThenInitialize_BeginsAnew) {
-    AddFake("works");
-    Start();
-    OpenFirstToken();
+    OpenFake("works");
     ASSERT_EQ(Driver().Finalize(nullptr), CKR_OK);
     ASSERT_EQ(Driver().Initialize(nullptr), CKR_OK);
     EXPECT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_SESSION_HANDLE_INVALID);
@@ -97,8 +83,7 @@ TEST_F(EntryPointsTest, FinalizeThenInitialize_BeginsAnew) {
 }
 
 TEST_F(EntryPointsTest, InitializeArguments_AreHeldAgainstTheStandard) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     ASSERT_EQ(Driver().Finalize(nullptr), CKR_OK);
     CK_C_INITIALIZE_ARGS arguments{};
     arguments.pReserved = &arguments;
@@ -120,8 +105,7 @@ TEST_F(EntryPointsTest, InitializeArguments_AreHeldAgainstTheStandard) {
 }
 
 TEST_F(EntryPointsTest, NullWhereAnAnswerGoes_IsRefused) {
-    AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    GetFakeReadyToSign("works");
     CK_ULONG length = 0;
     CK_MECHANISM mechanism{CKM_SHA256_RSA_PKCS, nullptr, 0};
     EXPECT_EQ(Driver().GetSlotList(CK_TRUE, nullptr, nullptr), CKR_ARGUMENTS_BAD);
@@ -136,8 +120,7 @@ TEST_F(EntryPointsTest, NullWhereAnAnswerGoes_IsRefused) {
 }
 
 TEST_F(EntryPointsTest, ASecondThreadInside_IsRefusedAndTouchesNothing) {
-    const FakeTokenState& token = AddFake("slow-to-list");
-    Start();
+    const FakeTokenState& token = StartFake("slow-to-list");
     const unsigned before = token.listings;
     CK_RV first = CKR_GENERAL_ERROR;
     std::thread slow([&] {

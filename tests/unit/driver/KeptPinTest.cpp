@@ -1,5 +1,7 @@
 #include "KeptPin.h"
 
+#include "support/Memory.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/prctl.h>
@@ -7,8 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 using tokendriver::KeptPin;
@@ -19,23 +19,6 @@ const std::string kPin = "13-secret-57";
 
 std::span<const CK_UTF8CHAR> Pin() {
     return {reinterpret_cast<const CK_UTF8CHAR*>(kPin.data()), kPin.size()};
-}
-
-/// What the kernel says about the mapping that `address` lies in.
-std::string MappingOf(const void* address) {
-    std::ifstream maps("/proc/self/smaps");
-    std::ostringstream begin;
-    begin << std::hex << reinterpret_cast<std::uintptr_t>(address);
-    std::string line;
-    std::string mapping;
-    while (std::getline(maps, line)) {
-        const bool isHeader = line.find('-') < line.find(' ');
-        if (isHeader && !mapping.empty())
-            break;
-        if (!mapping.empty() || line.starts_with(begin.str() + "-"))
-            mapping += line + '\n';
-    }
-    return mapping;
 }
 
 } // namespace
@@ -54,11 +37,9 @@ TEST(KeptPin, KeepsTheLastOneUntilItIsForgotten) {
 TEST(KeptPin, IsLockedAndLeftOutOfDumpsAndForks) {
     KeptPin pin;
     pin.Keep(Pin());
-    const std::string mapping = MappingOf(pin.Text().data());
-    ASSERT_NE(mapping.find("VmFlags:"), std::string::npos) << mapping;
-    const std::string flags = mapping.substr(mapping.find("VmFlags:"));
-    for (const char* flag : {" lo", " dd", " dc"}) // locked, not dumped, not copied on fork (proc(5))
-        EXPECT_NE(flags.find(flag), std::string::npos) << flag << " in " << flags;
+    const std::string flags = MemoryFlagsOf(pin.Text().data());
+    for (const char* flag : {" lo ", " dd ", " dc "}) // locked, not dumped, not copied on fork
+        EXPECT_NE(flags.find(flag), std::string::npos) << flag << "in" << flags;
 }
 
 TEST(KeptPin, IsNotKeptInMemoryThatCannotBeLocked) {

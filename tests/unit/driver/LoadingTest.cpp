@@ -41,47 +41,34 @@ TEST_F(LoadingTest, NoModules_IsNoErrorAndNoSlots) {
     EXPECT_TRUE(Slots().empty());
 }
 
-TEST_F(LoadingTest, AModuleThatFailsToInitialise_IsSkipped) {
+struct UselessModule {
+    const char* name;
+    const char* file;
+    const char* more = "";
+};
+
+void PrintTo(const UselessModule& it, std::ostream* out) { *out << it.name; }
+
+class BesideAGoodModule : public LoadingTest, public testing::WithParamInterface<UselessModule> {};
+
+TEST_P(BesideAGoodModule, IsNotUsed) {
     AddGoodModule();
-    AddBadModule("fails-at-load");
+    home.AddModule("useless", GetParam().file, GetParam().more);
     ExpectTheGoodModuleOnly();
 }
 
-TEST_F(LoadingTest, AModuleThatIsNotThere_IsSkipped) {
-    AddGoodModule();
-    AddBadModule("no-such-module");
-    ExpectTheGoodModuleOnly();
-}
-
-TEST_F(LoadingTest, AModuleThatIsNoPkcs11Module_IsSkipped) {
-    AddGoodModule();
-    home.AddModule("no-pkcs11", "libc.so.6");
-    ExpectTheGoodModuleOnly();
-}
-
-TEST_F(LoadingTest, TheDriverItselfAsAModule_IsSkipped) {
-    AddGoodModule();
-    home.AddModule("driver", QM_DRIVER);
-    ExpectTheGoodModuleOnly();
-}
-
-TEST_F(LoadingTest, AModuleDisabledForTheDriver_IsNotUsed) {
-    AddGoodModule();
-    AddFake("is-hardware", "disable-in: QMTokenDriver\n");
-    ExpectTheGoodModuleOnly();
-}
-
-TEST_F(LoadingTest, AModuleEnabledForOthersOnly_IsNotUsed) {
-    AddGoodModule();
-    AddFake("is-hardware", "enable-in: some-other-program\n");
-    ExpectTheGoodModuleOnly();
-}
-
-TEST_F(LoadingTest, AModuleThatCrashes_IsSkipped) {
-    AddGoodModule();
-    AddBadModule("crashes-at-load");
-    ExpectTheGoodModuleOnly();
-}
+INSTANTIATE_TEST_SUITE_P(
+    , BesideAGoodModule,
+    testing::Values(UselessModule{"OneThatFailsToInitialise", QM_DRIVER_FAKES "/fails-at-load.so"},
+                    UselessModule{"OneThatIsNotThere", QM_DRIVER_FAKES "/no-such-module.so"},
+                    UselessModule{"OneThatIsNoPkcs11Module", "libc.so.6"},
+                    UselessModule{"TheDriverItself", QM_DRIVER},
+                    UselessModule{"OneDisabledForTheDriver", QM_DRIVER_FAKES "/is-hardware.so",
+                                  "disable-in: QMTokenDriver\n"},
+                    UselessModule{"OneEnabledForOthersOnly", QM_DRIVER_FAKES "/is-hardware.so",
+                                  "enable-in: some-other-program\n"},
+                    UselessModule{"OneThatCrashes", QM_DRIVER_FAKES "/crashes-at-load.so"}),
+    [](const auto& it) { return it.param.name; });
 
 TEST_F(LoadingTest, WithATemporaryFolderThatCannotBeWritten_AModuleThatCrashesIsSkippedAllTheSame) {
     const ScopedVariable temporary("TMPDIR", "/proc");
@@ -92,8 +79,7 @@ TEST_F(LoadingTest, WithATemporaryFolderThatCannotBeWritten_AModuleThatCrashesIs
 }
 
 TEST_F(LoadingTest, WithNoFolderToWriteTo_AModuleThatCrashesIsNoError) {
-    const ScopedVariable temporary("TMPDIR", "/proc");
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    const NoFolderToWriteTo nowhere;
     AddGoodModule();
     AddBadModule("crashes-at-load");
     Start();
@@ -101,8 +87,7 @@ TEST_F(LoadingTest, WithNoFolderToWriteTo_AModuleThatCrashesIsNoError) {
 }
 
 TEST_F(LoadingTest, WithNoFolderToWriteTo_GoodModulesAreUsed) {
-    const ScopedVariable temporary("TMPDIR", "/proc");
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    const NoFolderToWriteTo nowhere;
     AddGoodModule();
     ExpectTheGoodModuleOnly();
 }

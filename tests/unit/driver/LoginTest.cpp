@@ -13,77 +13,60 @@ protected:
 } // namespace
 
 TEST_F(LoginTest, TheTokensAnswers_GoThrough) {
-    AddFake("works");
-    Start();
-    OpenFirstToken();
+    OpenFake("works");
     EXPECT_EQ(TryLogin("4321"), CKR_PIN_INCORRECT);
     EXPECT_EQ(TryLogin("1234"), CKR_OK);
     EXPECT_EQ(TryLogin("1234"), CKR_USER_ALREADY_LOGGED_IN);
 }
 
 TEST_F(LoginTest, ALockedPin_IsToldAndTriedOnce) {
-    const FakeTokenState& token = AddFake("pin-locked");
-    Start();
-    OpenFirstToken();
+    const FakeTokenState& token = OpenFake("pin-locked");
     EXPECT_EQ(TryLogin("1234"), CKR_PIN_LOCKED);
     EXPECT_EQ(token.logins, 1U);
 }
 
 TEST_F(LoginTest, AKeyThatAlwaysAuthenticates_GetsThePinForEverySignature) {
-    const FakeTokenState& token = AddFake("always-authenticate-key");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    const FakeTokenState& token = GetFakeReadyToSign("always-authenticate-key");
     for (const char* text : {"one", "two", "three"}) {
-        const std::optional<std::string> signature = Sign(CKM_SHA256_RSA_PKCS, key, text);
-        ASSERT_TRUE(signature) << std::hex << answer;
-        EXPECT_TRUE(Verifies(certificates[0].der, "SHA256", text, *signature));
+        ExpectSigns(text);
     }
     EXPECT_EQ(token.logins, 1U);
     EXPECT_EQ(token.keyLogins, 3U);
 }
 
 TEST_F(LoginTest, AKeyThatAlwaysAuthenticates_WorksWithSoftHsm) {
-    SoftToken(home).Store({0x01}, true);
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    SoftToken(home).Store("\x01", true);
+    GetReadyToSign();
     for (const char* text : {"one", "two"}) {
-        const std::optional<std::string> signature = Sign(CKM_SHA256_RSA_PKCS, key, text);
-        ASSERT_TRUE(signature) << std::hex << answer;
-        EXPECT_TRUE(Verifies(certificates[0].der, "SHA256", text, *signature));
+        ExpectSigns(text);
     }
 }
 
 TEST_F(LoginTest, APinThatAKeyRefuses_IsNotTriedAgain) {
-    FakeTokenState& token = AddFake("always-authenticate-key");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("always-authenticate-key");
     token.pin = "changed elsewhere";
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_PIN_INCORRECT);
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(AnswerToSign(), CKR_PIN_INCORRECT);
+    EXPECT_EQ(AnswerToSign(), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(token.keyLogins, 1U);
 }
 
 TEST_F(LoginTest, TheLastTry_IsNotSpentOnAKey) {
-    FakeTokenState& token = AddFake("always-authenticate-key");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("always-authenticate-key");
     token.moreTokenFlags = CKF_USER_PIN_FINAL_TRY;
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(AnswerToSign(), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(token.keyLogins, 0U);
     token.moreTokenFlags = 0;
-    EXPECT_TRUE(Sign(CKM_SHA256_RSA_PKCS, key, "text")) << std::hex << answer;
+    EXPECT_TRUE(Sign("text")) << std::hex << answer;
 }
 
 TEST_F(LoginTest, WhereTheTokenDoesNotTellHowManyTriesAreLeft_NoneIsSpentOnAKey) {
-    const FakeTokenState& token = AddFake("always-authenticate-key-and-no-token-info-after-login");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+    const FakeTokenState& token = GetFakeReadyToSign("always-authenticate-key-and-no-token-info-after-login");
+    EXPECT_EQ(AnswerToSign(), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(token.keyLogins, 0U);
 }
 
 TEST_F(LoginTest, APinPad_IsUsedInsteadOfTheTypedPin) {
-    const FakeTokenState& token = AddFake("has-a-pin-pad");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    const FakeTokenState& token = GetFakeReadyToSign("has-a-pin-pad");
     EXPECT_EQ(token.logins, 1U);
-    EXPECT_TRUE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
+    EXPECT_TRUE(Sign("text"));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/ScratchFolder.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -10,19 +12,16 @@
 class P11KitHome {
 public:
     P11KitHome();
-    ~P11KitHome();
-    P11KitHome(const P11KitHome&) = delete;
-    P11KitHome& operator=(const P11KitHome&) = delete;
 
     /// Adds <name>.module for the shared object; `more` are further lines, as "disable-in: QMTokenDriver\n".
     void AddModule(const std::string& name, const std::string& sharedObject,
                    const std::string& more = {}) const;
 
     /// The folder, empty but for the configuration; removed at the end.
-    const std::filesystem::path& Folder() const { return folder_; }
+    const std::filesystem::path& Folder() const { return folder_.Path(); }
 
 private:
-    std::filesystem::path folder_;
+    ScratchFolder folder_;
 };
 
 /// An environment variable of this process that has another value as long as this lives.
@@ -36,4 +35,10 @@ public:
 private:
     const char* name_;
     std::optional<std::string> before_;
+};
+
+/// As long as this lives, none of the folders for temporary files can be written.
+struct NoFolderToWriteTo {
+    ScopedVariable temporary{"TMPDIR", "/proc"};
+    ScopedVariable runtime{"XDG_RUNTIME_DIR", "/proc"};
 };

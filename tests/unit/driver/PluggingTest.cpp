@@ -4,14 +4,7 @@
 
 namespace {
 
-class PluggingTest : public DriverFixture {
-protected:
-    void ExpectSigns(CK_OBJECT_HANDLE key) {
-        const std::optional<std::string> signature = Sign(CKM_SHA256_RSA_PKCS, key, "after all");
-        ASSERT_TRUE(signature) << std::hex << answer;
-        EXPECT_TRUE(Verifies(certificates[0].der, "SHA256", "after all", *signature));
-    }
-};
+using PluggingTest = DriverFixture;
 
 void Replug(FakeTokenState& token) {
     token.Pull();
@@ -23,54 +16,47 @@ CK_ATTRIBUTE* NoAttributes() { return nullptr; }
 } // namespace
 
 TEST_F(PluggingTest, PulledAndPutBack_SignsWithTheOldHandles) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     for (unsigned times = 2; times < 5; ++times) {
         Replug(token);
-        ExpectSigns(key);
+        ExpectSigns("after all");
         EXPECT_EQ(token.logins, times);
     }
 }
 
 TEST_F(PluggingTest, WhicheverWayTheModuleSaysThatItIsGone_SignsWithTheOldHandles) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     for (const CK_RV way : {CKR_SESSION_HANDLE_INVALID, CKR_SESSION_CLOSED, CKR_DEVICE_REMOVED,
                             CKR_TOKEN_NOT_PRESENT, CKR_TOKEN_NOT_RECOGNIZED}) {
         token.goneAnswer = way;
         Replug(token);
-        ExpectSigns(key);
+        ExpectSigns("after all");
     }
 }
 
 TEST_F(PluggingTest, PulledBetweenSignInitAndSign_Signs) {
-    AddFake("pulled-between-sign-init-and-sign");
-    ExpectSigns(GetReadyToSign());
+    GetFakeReadyToSign("pulled-between-sign-init-and-sign");
+    ExpectSigns("after all");
 }
 
 TEST_F(PluggingTest, PulledAndAnotherTokenPutIn_IsToldAndNeverUsed) {
-    const FakeTokenState& token = AddFake("pulled-and-another-token-put-in");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_DEVICE_REMOVED);
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_DEVICE_REMOVED);
+    const FakeTokenState& token = GetFakeReadyToSign("pulled-and-another-token-put-in");
+    EXPECT_EQ(AnswerToSign(), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(AnswerToSign(), CKR_DEVICE_REMOVED);
     EXPECT_EQ(token.logins, 1U) << "the other token was given the PIN";
 }
 
 TEST_F(PluggingTest, NotPutBack_IsToldAndTriedAgainByTheNextCall) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     token.Pull();
     for (int i = 0; i < 3; ++i) {
-        EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-        EXPECT_EQ(answer, CKR_DEVICE_REMOVED);
+        EXPECT_EQ(AnswerToSign(), CKR_DEVICE_REMOVED);
         CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
         EXPECT_EQ(Driver().GetAttributeValue(session, certificates[0].handle, &value, 1), CKR_DEVICE_REMOVED);
         EXPECT_EQ(Driver().FindObjectsInit(session, NoAttributes(), 0), CKR_DEVICE_REMOVED);
     }
     token.PutBack();
-    ExpectSigns(key);
+    ExpectSigns("after all");
     EXPECT_EQ(token.logins, 2U);
 }
 
@@ -78,20 +64,18 @@ TEST_F(PluggingTest, PutIntoAnotherReader_SignsWithTheOldHandles) {
     FakeTokenState& here = AddFake("works", "priority: 2\n");
     FakeTokenState& there = AddFake("is-hardware", "priority: 1\n");
     there.Pull();
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    GetReadyToSign();
     here.Pull();
     there.PutBack(); // same label, serial number and model; a key pair of its own, as it is a fake
     const std::vector<ListedCertificate> seenThere = ListCertificates();
     ASSERT_EQ(seenThere.size(), 1U);
-    const std::optional<std::string> signature = Sign(CKM_SHA256_RSA_PKCS, key, "text");
+    const std::optional<std::string> signature = Sign("text");
     ASSERT_TRUE(signature) << std::hex << answer;
     EXPECT_TRUE(Verifies(seenThere[0].der, "SHA256", "text", *signature));
 }
 
 TEST_F(PluggingTest, PulledDuringASearch_GoesOnBehindWhatWasFound) {
-    FakeTokenState& token = AddFake("holds-1000-objects");
-    Start();
-    OpenFirstToken();
+    FakeTokenState& token = OpenFake("holds-1000-objects");
     ASSERT_EQ(Driver().FindObjectsInit(session, NoAttributes(), 0), CKR_OK);
     std::array<CK_OBJECT_HANDLE, 100> objects{};
     CK_ULONG count = 0;
@@ -107,9 +91,7 @@ TEST_F(PluggingTest, PulledDuringASearch_GoesOnBehindWhatWasFound) {
 }
 
 TEST_F(PluggingTest, ASearchThatCannotBeResumed_IsNotLeftOpenInTheModule) {
-    FakeTokenState& token = AddFake("fails-once-to-find-after-a-pull");
-    Start();
-    OpenFirstToken();
+    FakeTokenState& token = OpenFake("fails-once-to-find-after-a-pull");
     ASSERT_EQ(Driver().FindObjectsInit(session, NoAttributes(), 0), CKR_OK);
     CK_OBJECT_HANDLE object = 0;
     CK_ULONG count = 0;
@@ -123,9 +105,7 @@ TEST_F(PluggingTest, ASearchThatCannotBeResumed_IsNotLeftOpenInTheModule) {
 }
 
 TEST_F(PluggingTest, PulledDuringASearchAndGone_EndsCleanly) {
-    FakeTokenState& token = AddFake("works");
-    Start();
-    OpenFirstToken();
+    FakeTokenState& token = OpenFake("works");
     ASSERT_EQ(Driver().FindObjectsInit(session, NoAttributes(), 0), CKR_OK);
     token.Pull();
     CK_OBJECT_HANDLE object = 0;
@@ -137,8 +117,7 @@ TEST_F(PluggingTest, PulledDuringASearchAndGone_EndsCleanly) {
 }
 
 TEST_F(PluggingTest, OldCertificateHandles_StillReadTheCertificate) {
-    FakeTokenState& token = AddFake("ids-with-zero-bytes");
-    GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("ids-with-zero-bytes");
     Replug(token);
     for (const ListedCertificate& certificate : certificates) {
         std::string der(certificate.der.size(), '\0');
@@ -149,32 +128,26 @@ TEST_F(PluggingTest, OldCertificateHandles_StillReadTheCertificate) {
 }
 
 TEST_F(PluggingTest, APinThatIsRefused_IsNeverTriedASecondTime) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     token.pin = "changed elsewhere";
     for (int i = 0; i < 3; ++i) {
         Replug(token);
-        EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-        EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+        EXPECT_EQ(AnswerToSign(), CKR_USER_NOT_LOGGED_IN);
     }
     EXPECT_EQ(token.logins, 2U);
     EXPECT_EQ(ListCertificates().size(), 1U) << "what needs no login still works";
 }
 
 TEST_F(PluggingTest, TheLastTry_IsNotSpent) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     token.moreTokenFlags = CKF_USER_PIN_FINAL_TRY;
     Replug(token);
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(AnswerToSign(), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(token.logins, 1U);
 }
 
 TEST_F(PluggingTest, BeforeAnyLogin_NoneIsTried) {
-    FakeTokenState& token = AddFake("works");
-    Start();
-    OpenFirstToken();
+    FakeTokenState& token = OpenFake("works");
     ListCertificates();
     Replug(token);
     EXPECT_EQ(ListCertificates().size(), 1U);
@@ -184,31 +157,27 @@ TEST_F(PluggingTest, BeforeAnyLogin_NoneIsTried) {
 }
 
 TEST_F(PluggingTest, PulledBeforeLogin_LogsInWithThePinGiven) {
-    FakeTokenState& token = AddFake("works");
-    Start();
-    OpenFirstToken();
+    FakeTokenState& token = OpenFake("works");
     certificates = ListCertificates();
     Replug(token);
     Login();
     EXPECT_EQ(token.logins, 1U);
-    ExpectSigns(FindKey(certificates[0].idText));
+    key = FindKey(certificates[0].idText);
+    ExpectSigns("after all");
 }
 
 TEST_F(PluggingTest, TwoSessions_BothComeBackWithOneLoginEach) {
-    FakeTokenState& token = AddFake("works");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("works");
     const CK_SESSION_HANDLE first = session;
     OpenFirstToken();
     Replug(token);
-    ExpectSigns(key);
+    ExpectSigns("after all");
     session = first;
-    ExpectSigns(key);
+    ExpectSigns("after all");
 }
 
 TEST_F(PluggingTest, TwoObjectsOfTheSameClassAndId_AreNotGuessedAt) {
-    FakeTokenState& token = AddFake("two-keys-with-one-id");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
+    FakeTokenState& token = GetFakeReadyToSign("two-keys-with-one-id");
     Replug(token);
-    EXPECT_FALSE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
-    EXPECT_EQ(answer, CKR_KEY_HANDLE_INVALID);
+    EXPECT_EQ(AnswerToSign(), CKR_KEY_HANDLE_INVALID);
 }

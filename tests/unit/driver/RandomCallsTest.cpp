@@ -1,8 +1,9 @@
 #include "SoftToken.h"
+#include "support/Bytes.h"
+#include "support/TokenObjects.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <map>
 #include <random>
 #include <set>
@@ -12,7 +13,7 @@
 
 namespace {
 
-using Bytes = std::vector<CK_BYTE>;
+using Bytes = std::string;
 
 constexpr int kQuestions = 10'000;
 
@@ -21,27 +22,14 @@ constexpr std::array<CK_ATTRIBUTE_TYPE, 12> kTypes = {CKA_CLASS, CKA_TOKEN,    C
                                                       CKA_ID,    CKA_SUBJECT,  CKA_ALWAYS_AUTHENTICATE,
                                                       CKA_SIGN,  CKA_KEY_TYPE, CKA_MODULUS_BITS};
 
-Bytes Number(CK_ULONG value) {
-    Bytes bytes(sizeof value);
-    std::memcpy(bytes.data(), &value, sizeof value);
-    return bytes;
-}
-
-/// A template by its values; a value that is nullopt is a null pointer.
+/// A template by its values.
 using Values = std::vector<std::pair<CK_ATTRIBUTE_TYPE, Bytes>>;
-
-std::vector<CK_ATTRIBUTE> TemplateOf(Values& values) {
-    std::vector<CK_ATTRIBUTE> wanted;
-    for (auto& [type, value] : values)
-        wanted.push_back({type, value.data(), value.size()});
-    return wanted;
-}
 
 class RandomCallsTest : public DriverFixture {
 protected:
     void SetUp() override {
         soft.emplace(home);
-        for (const Bytes& id : {Bytes{0x00}, Bytes{0x41, 0x00, 0x01}, Bytes(20, 0xab)})
+        for (const Bytes& id : {Bytes{'\0'}, Bytes{'\x41', '\0', '\x01'}, Bytes(20, '\xab')})
             soft->Store(id);
         Start();
         OpenFirstToken();
@@ -91,8 +79,8 @@ protected:
     }
 
     Bytes RandomBytes(std::size_t most) {
-        Bytes bytes(Random(most + 1));
-        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<CK_BYTE>(Random(256)); });
+        Bytes bytes(Random(most + 1), '\0');
+        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<char>(Random(256)); });
         return bytes;
     }
 
@@ -100,19 +88,19 @@ protected:
     Bytes StandardValue(CK_ATTRIBUTE_TYPE type) {
         switch (type) {
         case CKA_CLASS:
-            return Number(std::array{CKO_CERTIFICATE, CKO_PRIVATE_KEY, CKO_DATA}[Random(3)]);
+            return NumberValue(std::array{CKO_CERTIFICATE, CKO_PRIVATE_KEY, CKO_DATA}[Random(3)]);
         case CKA_CERTIFICATE_TYPE:
         case CKA_KEY_TYPE:
-            return Number(Random(2));
+            return NumberValue(Random(2));
         case CKA_MODULUS_BITS:
-            return Number(2048);
+            return NumberValue(2048);
         case CKA_TOKEN:
         case CKA_PRIVATE:
         case CKA_SIGN:
         case CKA_ALWAYS_AUTHENTICATE:
-            return {static_cast<CK_BYTE>(Random(2))};
+            return {static_cast<char>(Random(2))};
         case CKA_ID:
-            return std::array{Bytes{0x00}, Bytes{0x41, 0x00, 0x01}, Bytes(20, 0xab), Bytes{},
+            return std::array{Bytes{'\0'}, Bytes{'\x41', '\0', '\x01'}, Bytes(20, '\xab'), Bytes{},
                               RandomBytes(8)}[Random(5)];
         default:
             return RandomBytes(40);
@@ -126,16 +114,6 @@ protected:
     std::mt19937 random{20240229};
 };
 
-Bytes HexOf(const Bytes& raw) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    Bytes text;
-    for (const CK_BYTE byte : raw) {
-        text.push_back(static_cast<CK_BYTE>(kDigits[byte >> 4]));
-        text.push_back(static_cast<CK_BYTE>(kDigits[byte & 15]));
-    }
-    return text;
-}
-
 } // namespace
 
 TEST_F(RandomCallsTest, StandardSearches_FindWhatTheModuleFinds) {
@@ -147,7 +125,7 @@ TEST_F(RandomCallsTest, StandardSearches_FindWhatTheModuleFinds) {
             const CK_ATTRIBUTE_TYPE type = kTypes[Random(kTypes.size())];
             const Bytes value = StandardValue(type);
             inside.emplace_back(type, value);
-            outside.emplace_back(type, type == CKA_ID ? HexOf(value) : value);
+            outside.emplace_back(type, type == CKA_ID ? ToHex(value) : value);
         }
         std::vector<CK_OBJECT_HANDLE> ours = FindByDriver(outside);
         const std::vector<CK_OBJECT_HANDLE> theirs = FindDirectly(inside);
@@ -192,7 +170,7 @@ TEST_F(RandomCallsTest, StandardAttributeRequests_AreAnsweredAsByTheModule) {
                 continue;
             theirRoom[n].resize(length);
             ourRoom[n].resize(ours[n].ulValueLen);
-            ASSERT_EQ(ourRoom[n], isId ? HexOf(theirRoom[n]) : theirRoom[n]);
+            ASSERT_EQ(ourRoom[n], isId ? ToHex(theirRoom[n]) : theirRoom[n]);
         }
     }
 }

@@ -19,12 +19,6 @@ protected:
         EXPECT_EQ(Driver().FindObjectsFinal(session), CKR_OK);
         return found;
     }
-
-    void StartWith(const std::string& fake) {
-        AddFake(fake);
-        Start();
-        OpenFirstToken();
-    }
 };
 
 CK_ULONG certificateClass = CKO_CERTIFICATE;
@@ -32,7 +26,7 @@ CK_ULONG certificateClass = CKO_CERTIFICATE;
 } // namespace
 
 TEST_F(SearchTest, TheHostsTemplates_FindCertificateAndKey) {
-    StartWith("works");
+    OpenFake("works");
     certificates = ListCertificates();
     ASSERT_EQ(certificates.size(), 1U);
     EXPECT_EQ(certificates[0].idText, "ABCD01");
@@ -41,7 +35,7 @@ TEST_F(SearchTest, TheHostsTemplates_FindCertificateAndKey) {
 }
 
 TEST_F(SearchTest, AnIdThatIsNoHex_MatchesNothingAndIsNoError) {
-    StartWith("works");
+    OpenFake("works");
     Login();
     for (const char* id : {"ABCD0", "no hex", "47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU="})
         EXPECT_EQ(FindKey(id), 0U) << id;
@@ -49,7 +43,7 @@ TEST_F(SearchTest, AnIdThatIsNoHex_MatchesNothingAndIsNoError) {
 }
 
 TEST_F(SearchTest, AnIdIsFoundWithAndWithoutTerminatingZero) {
-    StartWith("works");
+    OpenFake("works");
     std::string id("ABCD01\0", 7);
     EXPECT_EQ(Find({{CKA_ID, id.data(), 7}}).size(), 1U);
     EXPECT_EQ(Find({{CKA_ID, id.data(), 6}}).size(), 1U);
@@ -57,7 +51,7 @@ TEST_F(SearchTest, AnIdIsFoundWithAndWithoutTerminatingZero) {
 }
 
 TEST_F(SearchTest, AnUnfinishedSearch_IsClosedWhenANewOneBegins) {
-    StartWith("works");
+    OpenFake("works");
     ASSERT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_OK);
     EXPECT_EQ(Find({{CKA_CLASS, &certificateClass, 8}}).size(), 1U);
     Login();
@@ -67,7 +61,7 @@ TEST_F(SearchTest, AnUnfinishedSearch_IsClosedWhenANewOneBegins) {
 }
 
 TEST_F(SearchTest, WithoutASearch_ThereIsNothingToFetchOrFinish) {
-    StartWith("works");
+    OpenFake("works");
     CK_OBJECT_HANDLE object = 0;
     CK_ULONG count = 0;
     EXPECT_EQ(Driver().FindObjects(session, &object, 1, &count), CKR_OPERATION_NOT_INITIALIZED);
@@ -75,13 +69,13 @@ TEST_F(SearchTest, WithoutASearch_ThereIsNothingToFetchOrFinish) {
 }
 
 TEST_F(SearchTest, AnUnknownSession_IsRefused) {
-    StartWith("works");
+    OpenFake("works");
     EXPECT_EQ(Driver().FindObjectsInit(session + 1, nullptr, 0), CKR_SESSION_HANDLE_INVALID);
     EXPECT_EQ(Driver().FindObjectsInit(0, nullptr, 0), CKR_SESSION_HANDLE_INVALID);
 }
 
 TEST_F(SearchTest, IdsWithZeroBytes_AreToldApart) {
-    StartWith("ids-with-zero-bytes");
+    OpenFake("ids-with-zero-bytes");
     certificates = ListCertificates();
     std::set<std::string> ids;
     for (const ListedCertificate& certificate : certificates)
@@ -96,7 +90,7 @@ TEST_F(SearchTest, IdsWithZeroBytes_AreToldApart) {
 }
 
 TEST_F(SearchTest, AThousandObjects_AreAllFoundOnce) {
-    StartWith("holds-1000-objects");
+    OpenFake("holds-1000-objects");
     EXPECT_EQ(ListCertificates().size(), 500U);
     Login();
     EXPECT_NE(FindKey("7F01F3"), 0U); // the 500th
@@ -109,13 +103,13 @@ TEST_F(SearchTest, AThousandObjects_AreAllFoundOnce) {
 }
 
 TEST_F(SearchTest, TheSameObject_HasTheSameHandle) {
-    StartWith("holds-1000-objects");
+    OpenFake("holds-1000-objects");
     const std::vector<CK_OBJECT_HANDLE> once = Find({{CKA_CLASS, &certificateClass, 8}});
     EXPECT_EQ(Find({{CKA_CLASS, &certificateClass, 4}}, 1), once);
 }
 
 TEST_F(SearchTest, AnIdsBuffer_IsSizedAndFilledByTheStandardsRules) {
-    StartWith("works");
+    OpenFake("works");
     const CK_OBJECT_HANDLE certificate = ListCertificates().at(0).handle;
     CK_ATTRIBUTE id{CKA_ID, nullptr, 0};
     EXPECT_EQ(Driver().GetAttributeValue(session, certificate, &id, 1), CKR_OK);
@@ -137,7 +131,7 @@ TEST_F(SearchTest, AnIdsBuffer_IsSizedAndFilledByTheStandardsRules) {
 }
 
 TEST_F(SearchTest, OneAttributeThatIsMissing_LeavesTheOthersAnswered) {
-    StartWith("works");
+    OpenFake("works");
     const CK_OBJECT_HANDLE certificate = ListCertificates().at(0).handle;
     std::string text = "......";
     std::array wanted = {CK_ATTRIBUTE{CKA_MODULUS, nullptr, 0},
@@ -149,14 +143,14 @@ TEST_F(SearchTest, OneAttributeThatIsMissing_LeavesTheOthersAnswered) {
 }
 
 TEST_F(SearchTest, UnknownObjects_AreRefused) {
-    StartWith("works");
+    OpenFake("works");
     CK_ATTRIBUTE id{CKA_ID, nullptr, 0};
     for (const CK_OBJECT_HANDLE object : {CK_OBJECT_HANDLE{0}, CK_OBJECT_HANDLE{1}, CK_OBJECT_HANDLE{1000}})
         EXPECT_EQ(Driver().GetAttributeValue(session, object, &id, 1), CKR_OBJECT_HANDLE_INVALID);
 }
 
 TEST_F(SearchTest, AbsurdLengthsOfAModule_DoNotReachTheHost) {
-    StartWith("reports-absurd-lengths");
+    OpenFake("reports-absurd-lengths");
     const CK_OBJECT_HANDLE certificate = Find({{CKA_CLASS, &certificateClass, 8}}).at(0);
     std::string text = "......";
     for (CK_ATTRIBUTE attribute :
@@ -168,7 +162,7 @@ TEST_F(SearchTest, AbsurdLengthsOfAModule_DoNotReachTheHost) {
 }
 
 TEST_F(SearchTest, MoreObjectsThanAskedFor_AreAnErrorAndNoneReachesTheHost) {
-    StartWith("reports-too-many-objects");
+    OpenFake("reports-too-many-objects");
     ASSERT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_OK);
     std::array<CK_OBJECT_HANDLE, 4> found{};
     CK_ULONG count = 77;

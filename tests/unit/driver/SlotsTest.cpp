@@ -16,23 +16,20 @@ protected:
 
 TEST_F(SlotsTest, TokensThatAreNotInitialisedOrCannotSign_AreNotShown) {
     AddFake("not-initialised");
-    AddFake("cannot-sign-with-rsa");
-    Start();
+    StartFake("cannot-sign-with-rsa");
     EXPECT_TRUE(Slots().empty());
 }
 
 TEST_F(SlotsTest, ATokenWithAUsersCertificate_ComesFirst) {
     AddFake("is-hardware-with-a-ca-certificate-only");
-    AddFake("works");
-    Start();
+    StartFake("works");
     EXPECT_EQ(Slots().size(), 2U);
     EXPECT_EQ(FirstId(), "ABCD01");
 }
 
 TEST_F(SlotsTest, HardwareComesBeforeSoftware) {
     AddFake("works", "priority: 9\n"); // first in p11-kit's order
-    const FakeTokenState& card = AddFake("is-hardware");
-    Start();
+    const FakeTokenState& card = StartFake("is-hardware");
     EXPECT_EQ(Slots().size(), 2U);
     OpenFirstToken();
     Login();
@@ -61,8 +58,7 @@ TEST_F(SlotsTest, ATokenPluggedInLater_IsSeen) {
 }
 
 TEST_F(SlotsTest, ASlotKeepsItsIdentifier) {
-    FakeTokenState& token = AddFake("works");
-    Start();
+    FakeTokenState& token = StartFake("works");
     const std::vector<CK_SLOT_ID> before = Slots();
     token.Pull();
     Slots();
@@ -71,8 +67,7 @@ TEST_F(SlotsTest, ASlotKeepsItsIdentifier) {
 }
 
 TEST_F(SlotsTest, AllOf40Slots_AreShown) {
-    AddFake("reports-40-slots");
-    Start();
+    StartFake("reports-40-slots");
     const std::vector<CK_SLOT_ID> slots = Slots();
     EXPECT_EQ(slots.size(), 40U);
     for (const CK_SLOT_ID slot : slots)
@@ -80,8 +75,7 @@ TEST_F(SlotsTest, AllOf40Slots_AreShown) {
 }
 
 TEST_F(SlotsTest, TokensOfTheSameNameAndNumber_AreToldApartByTheirSlots) {
-    const FakeTokenState& token = AddFake("reports-40-slots");
-    Start();
+    const FakeTokenState& token = StartFake("reports-40-slots");
     const std::vector<CK_SLOT_ID> slots = Slots();
     for (const std::size_t i : {0U, 7U, 39U}) {
         EXPECT_EQ(Driver().OpenSession(slots.at(i), CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
@@ -90,8 +84,7 @@ TEST_F(SlotsTest, TokensOfTheSameNameAndNumber_AreToldApartByTheirSlots) {
 }
 
 TEST_F(SlotsTest, AListThatIsTooShort_IsToldItsLength) {
-    AddFake("reports-40-slots");
-    Start();
+    StartFake("reports-40-slots");
     Slots();
     std::vector<CK_SLOT_ID> slots(39);
     CK_ULONG count = slots.size();
@@ -100,8 +93,7 @@ TEST_F(SlotsTest, AListThatIsTooShort_IsToldItsLength) {
 }
 
 TEST_F(SlotsTest, AListAskedForWithoutItsLengthFirst_IsFull) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     CK_SLOT_ID slot = 0;
     CK_ULONG count = 1;
     EXPECT_EQ(Driver().GetSlotList(CK_TRUE, &slot, &count), CKR_OK);
@@ -123,16 +115,14 @@ TEST_F(SlotsTest, ATokenPluggedInLater_IsSeenByOneWhoAsksForTheListAlone) {
 }
 
 TEST_F(SlotsTest, ASlowToken_IsListedOnceForLengthAndList) {
-    const FakeTokenState& token = AddFake("slow-to-list");
-    Start();
+    const FakeTokenState& token = StartFake("slow-to-list");
     const unsigned before = token.listings;
     EXPECT_EQ(Slots().size(), 1U);
     EXPECT_EQ(token.listings, before + 2); // the module's own length and list
 }
 
 TEST_F(SlotsTest, UnknownSlots_AreRefused) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     Slots();
     for (const CK_SLOT_ID slot : {CK_SLOT_ID{0}, CK_SLOT_ID{2}, CK_SLOT_ID{7}, ~CK_SLOT_ID{0}})
         EXPECT_EQ(Driver().OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session),
@@ -140,8 +130,7 @@ TEST_F(SlotsTest, UnknownSlots_AreRefused) {
 }
 
 TEST_F(SlotsTest, ASessionOnATokenThatIsGone_IsRefused) {
-    FakeTokenState& token = AddFake("works");
-    Start();
+    FakeTokenState& token = StartFake("works");
     const std::vector<CK_SLOT_ID> slots = Slots();
     token.Pull();
     EXPECT_EQ(Driver().OpenSession(slots[0], CKF_SERIAL_SESSION, nullptr, nullptr, &session),
@@ -149,14 +138,12 @@ TEST_F(SlotsTest, ASessionOnATokenThatIsGone_IsRefused) {
 }
 
 TEST_F(SlotsTest, ParallelSessions_AreRefused) {
-    AddFake("works");
-    Start();
+    StartFake("works");
     EXPECT_EQ(Driver().OpenSession(Slots().at(0), CKF_RW_SESSION, nullptr, nullptr, &session),
               CKR_SESSION_PARALLEL_NOT_SUPPORTED);
 }
 
 TEST_F(SlotsTest, AWriteProtectedToken_IsOpenedReadOnly) {
-    AddFake("read-only-token");
-    const CK_OBJECT_HANDLE key = GetReadyToSign();
-    EXPECT_TRUE(Sign(CKM_SHA256_RSA_PKCS, key, "text"));
+    GetFakeReadyToSign("read-only-token");
+    EXPECT_TRUE(Sign("text"));
 }

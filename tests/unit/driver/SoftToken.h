@@ -2,10 +2,7 @@
 
 #include "DriverFixture.h"
 
-#include <memory>
-#include <span>
 #include <string>
-#include <vector>
 
 /// SoftHSM 2 with one initialised token ("Soft Token", PIN 1234) in the home's folder, and its module in
 /// p11-kit's configuration. To be made before the driver starts.
@@ -14,7 +11,7 @@ public:
     explicit SoftToken(const P11KitHome& home);
 
     /// Stores an RSA 2048 key and a self-signed certificate for it under this id.
-    void Store(const std::vector<CK_BYTE>& id, bool alwaysAuthenticate = false);
+    void Store(const std::string& id, bool alwaysAuthenticate = false);
 
     /// SoftHSM itself, without p11-kit. Initialised only while the driver runs.
     CK_FUNCTION_LIST& Module() const { return *module_; }

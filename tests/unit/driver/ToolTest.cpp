@@ -18,6 +18,8 @@
 namespace {
 
 using Json = nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
 
 struct Outcome {
     int status;
@@ -100,14 +102,14 @@ protected:
 TEST_F(ToolTest, AnUnknownOption_IsAClearErrorWithStatus2) {
     const Outcome run = Tool("--jsno");
     EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.output.find("unknown option '--jsno'"), std::string::npos) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("unknown option '--jsno'"));
 }
 
 TEST_F(ToolTest, Help_NamesEveryOption) {
     const Outcome run = Tool("--help");
     EXPECT_EQ(run.status, 0);
     for (const char* option : {"--json", "--login", "--help"})
-        EXPECT_NE(run.output.find(option), std::string::npos) << option;
+        EXPECT_THAT(run.output, HasSubstr(option)) << option;
 }
 
 TEST_F(ToolTest, WithoutModules_NoneCanSign) {
@@ -117,7 +119,7 @@ TEST_F(ToolTest, WithoutModules_NoneCanSign) {
     for (const Json& module :
          report.at("modules")) // the machine's own, which this user's configuration leaves out
         EXPECT_FALSE(module.at("used")) << module;
-    EXPECT_NE(Tool("").output.find("0 certificates can sign"), std::string::npos);
+    EXPECT_THAT(Tool("").output, HasSubstr("0 certificates can sign"));
 }
 
 TEST_F(ToolTest, AGoodCertificate_CanSignAsFarAsIsSeenWithoutLogin) {
@@ -135,54 +137,64 @@ TEST_F(ToolTest, AGoodCertificate_CanSignAsFarAsIsSeenWithoutLogin) {
     EXPECT_TRUE(certificate.at("offered"));
     EXPECT_TRUE(certificate.at("needsLogin"));
     const Outcome text = Tool("");
-    EXPECT_NE(text.output.find("shows after login (--login)"), std::string::npos) << text.output;
-    EXPECT_NE(text.output.find("1 certificate can sign"), std::string::npos) << text.output;
+    EXPECT_THAT(text.output, HasSubstr("shows after login (--login)"));
+    EXPECT_THAT(text.output, HasSubstr("1 certificate can sign"));
 }
 
 TEST_F(ToolTest, Login_AsksOnTheTerminalAndShowsThePrivateKey) {
     AddFile("works");
     const Outcome run = Tool("--login", "1234\n");
     EXPECT_EQ(run.status, 0);
-    EXPECT_NE(run.output.find("PIN of \"Fake Token\""), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("login: logged in"), std::string::npos) << run.output;
-    EXPECT_EQ(run.output.find("shows after login"), std::string::npos) << run.output;
-    EXPECT_EQ(run.output.find("1234"), std::string::npos) << "the PIN is to be seen";
-}
-
-TEST_F(ToolTest, AWrongPin_IsToldInWords) {
-    AddFile("works");
-    const Outcome run = Tool("--login", "4321\n");
-    EXPECT_NE(run.output.find("The password or PIN is incorrect (CKR_PIN_INCORRECT)"), std::string::npos)
-        << run.output;
+    EXPECT_THAT(run.output, HasSubstr("PIN of \"Fake Token\""));
+    EXPECT_THAT(run.output, HasSubstr("login: logged in"));
+    EXPECT_THAT(run.output, Not(HasSubstr("shows after login")));
+    EXPECT_THAT(run.output, Not(HasSubstr("1234"))) << "the PIN is to be seen";
 }
 
 TEST_F(ToolTest, NothingTyped_IsNoLogin) {
     AddFile("pin-locked");
     const Outcome run = Tool("--login", "\n");
-    EXPECT_EQ(run.output.find("login: "), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("its PIN is locked"), std::string::npos) << run.output;
+    EXPECT_THAT(run.output, Not(HasSubstr("login: ")));
+    EXPECT_THAT(run.output, HasSubstr("its PIN is locked"));
 }
+
+struct LoginCase {
+    const char* name;
+    const char* fake;
+    std::optional<std::string> typed; ///< none: there is no terminal
+    int status;
+    const char* told;
+};
+
+void PrintTo(const LoginCase& it, std::ostream* out) { *out << it.name; }
+
+class ToolLogin : public ToolTest, public testing::WithParamInterface<LoginCase> {};
+
+TEST_P(ToolLogin, IsTold) {
+    AddFile(GetParam().fake);
+    const Outcome run = Tool("--login", GetParam().typed);
+    EXPECT_EQ(run.status, GetParam().status);
+    EXPECT_THAT(run.output, HasSubstr(GetParam().told));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ToolLogin,
+    testing::Values(LoginCase{"WithAWrongPin_InWords", "works", "4321\n", 0,
+                              "The password or PIN is incorrect (CKR_PIN_INCORRECT)"},
+                    LoginCase{"AtTheEndOfInput_AsAnError", "works", "\x04", 2, "no PIN was read"},
+                    LoginCase{"WithoutATerminal_AsAnError", "works", std::nullopt, 2, "no terminal"},
+                    LoginCase{"WithoutAPrivateKey", "lacks-private-keys", "1234\n", 1,
+                              "because: no private key with its id"},
+                    LoginCase{"WithTheKeyOfAnotherCertificate", "has-a-foreign-key-with-its-id", "1234\n", 1,
+                              "belongs to another certificate"}),
+    [](const auto& it) { return it.param.name; });
 
 TEST_F(ToolTest, CtrlCAtTheQuestion_EndsItAndLeavesTheTerminalAsItWas) {
     AddFile("works");
     const std::string tool = std::string("'") + QM_TOKENS_TOOL + "' --login";
     const Outcome run = RunCommand("trap : INT; " + tool + "; echo status $?; stty -a", "\x03");
-    EXPECT_NE(run.output.find("status 130"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find(" echo "), std::string::npos) << run.output;
-}
-
-TEST_F(ToolTest, TheEndOfInputAtTheQuestion_IsAClearError) {
-    AddFile("works");
-    const Outcome run = Tool("--login", "\x04");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.output.find("no PIN was read"), std::string::npos) << run.output;
-}
-
-TEST_F(ToolTest, LoginWithoutATerminal_IsAClearError) {
-    AddFile("works");
-    const Outcome run = Tool("--login");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.output.find("no terminal"), std::string::npos) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("status 130"));
+    EXPECT_THAT(run.output, HasSubstr(" echo "));
 }
 
 TEST_F(ToolTest, ACaCertificate_IsAChainCertificate) {
@@ -211,20 +223,6 @@ TEST_F(ToolTest, CertificatesOfNoUse_AreToldWhy) {
     };
     EXPECT_EQ(reasons, expected);
     EXPECT_EQ(status, 1);
-}
-
-TEST_F(ToolTest, WithoutPrivateKey_IsToldAfterLogin) {
-    AddFile("lacks-private-keys");
-    const Outcome run = Tool("--login", "1234\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("because: no private key with its id"), std::string::npos) << run.output;
-}
-
-TEST_F(ToolTest, APrivateKeyOfAnotherCertificate_IsToldAfterLogin) {
-    AddFile("has-a-foreign-key-with-its-id");
-    const Outcome run = Tool("--login", "1234\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("belongs to another certificate"), std::string::npos) << run.output;
 }
 
 TEST_F(ToolTest, TokensThatAreNotOffered_AreToldWhy) {
@@ -264,14 +262,12 @@ TEST_F(ToolTest, ModulesThatAreNotUsed_AreToldWhy) {
     EXPECT_EQ(reasons.at("works"), "");
     EXPECT_EQ(reasons.at("fails-at-load"), "An error occurred on the device (CKR_DEVICE_ERROR)");
     EXPECT_EQ(reasons.at("crashes-at-load"), "crashes when it is loaded");
-    EXPECT_NE(reasons.at("is-not-there").find("is-not-there.so"), std::string::npos)
-        << reasons.at("is-not-there");
+    EXPECT_THAT(reasons.at("is-not-there"), HasSubstr("is-not-there.so"));
     EXPECT_EQ(reasons.at("disabled"), "not enabled for QMTokenDriver, or not read for this user");
 }
 
 TEST_F(ToolTest, WithNoFolderToWriteTo_EveryModuleIsToldThatItMayBeTheOneThatCrashes) {
-    const ScopedVariable temporary("TMPDIR", "/proc");
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", "/proc");
+    const NoFolderToWriteTo nowhere;
     AddFile("works");
     EXPECT_EQ(Report().at("canSign"), 1) << "nothing crashes yet";
     AddFile("crashes-at-load");
@@ -283,11 +279,11 @@ TEST_F(ToolTest, WithNoFolderToWriteTo_EveryModuleIsToldThatItMayBeTheOneThatCra
 }
 
 TEST_F(ToolTest, SoftHsm_IsUnderstood) {
-    SoftToken(home).Store({0x01});
+    SoftToken(home).Store("\x01");
     const Outcome run = Tool("--login", "1234\n");
-    EXPECT_NE(run.output.find("token \"Soft Token\", SoftHSM v2"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("login: logged in"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("not offered: token not initialised"), std::string::npos) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("token \"Soft Token\", SoftHSM v2"));
+    EXPECT_THAT(run.output, HasSubstr("login: logged in"));
+    EXPECT_THAT(run.output, HasSubstr("not offered: token not initialised"));
 }
 
 TEST_F(ToolTest, WhatAModuleWritesToStdout_IsNotInTheReport) {

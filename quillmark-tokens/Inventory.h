@@ -1,0 +1,60 @@
+#pragma once
+
+#include "CertificateFacts.h"
+#include "QMTokenDriver/Backends.h"
+#include "QMTokenDriver/KeptPin.h"
+#include "QMTokenDriver/ModuleProbe.h"
+#include "QMTokenDriver/TokenScan.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What quillmark-tokens tells: everything that p11-kit knows, what of it the host is offered, and why the
+/// rest is not.
+
+namespace tokendriver::tool {
+
+struct CertificateEntry {
+    std::string id;                        ///< the CKA_ID as the driver shows it
+    std::optional<CertificateFacts> facts; ///< nothing: it could not be read
+    std::vector<std::string> objections;   ///< why it is not offered; empty: it can sign, as far as was seen
+    bool needsLogin = false;               ///< whether its private key is there only shows after login
+};
+
+struct TokenEntry {
+    SeenToken seen;
+    bool isFirst = false;  ///< the one that the host uses
+    std::string objection; ///< why the token is not offered; empty: it is
+    std::string login;     ///< what the login answered, in words; empty without one
+    std::vector<CertificateEntry> certificates;
+};
+
+struct SlotEntry {
+    std::string description;
+    std::optional<TokenEntry> token; ///< nothing: the slot is empty
+};
+
+struct ModuleEntry {
+    std::string name;
+    std::string path;      ///< empty when the module was not loaded
+    std::string objection; ///< why it is not used; empty: it is
+    std::vector<SlotEntry> slots;
+};
+
+using Inventory = std::vector<ModuleEntry>;
+
+/// Logs in where the user wants it: puts the PIN of this token into `pin`, or answers false for none. A token
+/// with a PIN pad is asked about too; its PIN stays empty.
+using AskForPin = std::function<bool(const SeenToken& token, KeptPin& pin)>;
+
+/// Goes through all modules. `probed` is what ProbeEachAlone found. Logs in only with an `askForPin`, which
+/// may be empty.
+Inventory TakeInventory(const Backends& backends, const std::vector<ProbeResult>& probed,
+                        const AskForPin& askForPin);
+
+/// How many certificates can sign, as far as was seen.
+std::size_t CountUsable(const Inventory& inventory);
+
+} // namespace tokendriver::tool

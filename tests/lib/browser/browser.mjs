@@ -1,0 +1,48 @@
+// A real browser with the extension, in a home of its own.
+
+import { join } from "node:path";
+
+import puppeteer from "puppeteer-core";
+
+// Firefox gives each installation of an extension an address of its own; the tests have to know it.
+const FIREFOX_ADDRESS = "5bb1ddc5-9efb-4a4f-9b09-7d44f1e3a001";
+
+const BROWSERS = {
+  chromium: ({ home }) => ({
+    browser: "chrome",
+    executablePath: "/usr/bin/chromium",
+    userDataDir: join(home, ".config/chromium"),
+    pipe: true,
+    enableExtensions: true,
+    // Chromium refuses to run as root inside its sandbox.
+    args: ["--no-first-run", ...(process.getuid() === 0 ? ["--no-sandbox"] : [])],
+    // Its notice would cover a part of every window; and a page that one comes back to is what users have.
+    ignoreDefaultArgs: ["--enable-automation", "--disable-back-forward-cache"],
+  }),
+  firefox: ({ firefoxId }) => ({
+    browser: "firefox",
+    executablePath: "/usr/bin/firefox-esr",
+    // So that the tests can look into the extension's own pages.
+    args: ["--remote-allow-system-access"],
+    extraPrefsFirefox: {
+      "extensions.webextensions.uuids": JSON.stringify({ [firefoxId]: FIREFOX_ADDRESS }),
+    },
+  }),
+};
+
+/**
+ * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`, which Firefox knows as
+ * `firefoxId`. From `home` come registrations and settings. Gives puppeteer's browser, with `extensionUrl` for the extension's
+ * own pages.
+ */
+export async function startBrowser(name, { home, extension, firefoxId, env }) {
+  const browser = await puppeteer.launch({
+    ...BROWSERS[name]({ home, firefoxId }),
+    headless: false,
+    defaultViewport: null,
+    env: { ...process.env, ...env, HOME: home, XDG_CONFIG_HOME: join(home, ".config"), XDG_CACHE_HOME: join(home, ".cache") },
+  });
+  const id = await browser.installExtension(extension);
+  browser.extensionUrl = name === "firefox" ? `moz-extension://${FIREFOX_ADDRESS}` : `chrome-extension://${id}`;
+  return browser;
+}

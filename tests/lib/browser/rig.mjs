@@ -1,0 +1,180 @@
+// Everything between a web page and a token: a browser with the extension, the installed signing program, a soft token,
+// sites, and a user.
+
+import { mkdir } from "node:fs/promises";
+import { join } from "node:path";
+import { after, before } from "node:test";
+
+import { Cleanup } from "../cleanup.mjs";
+import { waitFor } from "../process.mjs";
+import { InstalledProgram } from "../program/installed.mjs";
+import { SoftToken } from "../token/soft-token.mjs";
+import { BINARY_ID, World } from "../world.mjs";
+import { startBrowser } from "./browser.mjs";
+import { ExtensionPages } from "./extension-pages.mjs";
+import { framing, PAGE, ready } from "./page.mjs";
+import { canSetPolicies, setPolicy } from "./policies.mjs";
+import { serve } from "./site.mjs";
+import { BrowserUser } from "./user.mjs";
+
+export class Rig {
+  #product;
+  #cleanup = new Cleanup();
+  #begun = new WeakSet();
+  #pages = { "/": PAGE };
+
+  /**
+   * Call it once in a file, outside of the tests, with "chromium" or "firefox". `product`: as of World and InstalledProgram,
+   * and { extension, screenshots }: extension.make(folder) makes the folders `chromium`, `firefox` and `example` in it,
+   * extension.ids are { chromium, firefox }; screenshots is the folder for pictures.
+   */
+  static forThisFile(name, product) {
+    const rig = new Rig();
+    rig.name = name;
+    rig.#product = product;
+    // In this order: the display is there before the browser, and goes after it.
+    after(() => rig.#cleanup.run());
+    rig.world = World.forThisFile(product);
+    before(() => rig.#create());
+    return rig;
+  }
+
+  async #create() {
+    // Node may begin all hooks of a file at once.
+    await waitFor("the display and the authority", () => this.world.judges);
+    this.home = await this.#cleanup.folder(`home-${this.name}`);
+    this.certificate = await this.world.certificate();
+    this.token = await SoftToken.create(this.home);
+    await this.token.addPair(this.certificate, BINARY_ID);
+    this.program = new InstalledProgram(this.#product, { home: this.home, env: this.token.env });
+    await this.program.install();
+
+    this.extensions = await this.#cleanup.folder("extension");
+    await this.#product.extension.make(this.extensions);
+    // One server, two origins; and an address at which the extension is not present.
+    const port = await this.#serve();
+    this.origin = `http://localhost:${port}`;
+    this.otherOrigin = `http://127.0.0.1:${port}`;
+    this.addPage("/framing", framing(this.otherOrigin));
+    this.outsideOrigin = `http://127.0.0.2:${await this.#serve("127.0.0.2")}`;
+
+    this.deniedOrigin = `http://127.0.0.1:${await this.#serve()}`;
+    if (canSetPolicies(this.name)) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
+    await mkdir(this.#product.screenshots, { recursive: true });
+    this.user = new BrowserUser(this.world.desktop, this.name);
+    this.#cleanup.add(() => this.browser.close());
+    await this.startBrowser();
+  }
+
+  async #serve(address, cleanup = this.#cleanup) {
+    const site = await serve(join(this.extensions, "example"), { pages: this.#pages, address });
+    cleanup.add(site.close);
+    return site.port;
+  }
+
+  /** Puts a page on all sites: the usual page with more of HTML, or only the HTML when it is a document of its own. */
+  addPage(path, html) {
+    this.#pages[path] = html.startsWith("<!doctype") ? html : `${PAGE}${html}`;
+  }
+
+  /** An origin that no test has used, with the same pages, until the test `t` ends. */
+  async freshOrigin(t, host = "localhost") {
+    return `http://${host}:${await this.#serve("127.0.0.1", this.world.cleanupOf(t))}`;
+  }
+
+  /** Sets what an administrator sets, until all ends. The browser reads it when it starts. */
+  setPolicy(data) {
+    return setPolicy(this.name, { ids: this.#product.extension.ids, home: this.home, data, cleanup: this.#cleanup });
+  }
+
+  async startBrowser() {
+    this.browser = await startBrowser(this.name, {
+      home: this.home,
+      extension: join(this.extensions, this.name),
+      firefoxId: this.#product.extension.ids.firefox,
+      env: { ...this.world.desktop.env, ...this.token.env },
+    });
+    this.user.extension = new ExtensionPages(this.name, this.browser);
+  }
+
+  /** The extension's own pages. */
+  get extension() {
+    return this.user.extension;
+  }
+
+  /** Ends the browser and starts it anew, with the profile that it has in Chromium, and a new one in Firefox. */
+  async restartBrowser() {
+    await this.browser.close();
+    await this.startBrowser();
+    this.user.questionsSeen.clear();
+  }
+
+  /** Has the browser load the extension anew, which forgets its questions and refusals. */
+  async reloadExtension() {
+    await this.browser.installExtension(join(this.extensions, this.name));
+    this.user.questionsSeen.clear();
+  }
+
+  /**
+   * The extension asks ten questions a minute at most, and tests are faster than people: with the extension loaded anew
+   * the minute begins anew.
+   */
+  async restForQuestions() {
+    if (this.user.questionsSeen.size > 4) await this.reloadExtension();
+  }
+
+  /** Allows an origin for good, as the user's own answer does, without the windows. */
+  async allow(origin) {
+    await this.extension.evaluate(async (added) => {
+      const { local } = (globalThis.browser ?? globalThis.chrome).storage;
+      const { allowedOrigins = [] } = await local.get("allowedOrigins");
+      await local.set({ allowedOrigins: [...allowedOrigins, added].sort() });
+    }, origin);
+  }
+
+  /** Opens a page. With the test `t` all pages are closed, and with them what they have started. */
+  async page(t, { origin = this.origin, path = "/" } = {}) {
+    const page = await this.browser.newPage();
+    this.#endWith(t);
+    await page.goto(`${origin}${path}`);
+    return path === "/index.html" ? page : ready(page);
+  }
+
+  /** Opens a page of an origin that no test has used, and that the user has allowed for good if wanted: { origin, page }. */
+  async freshPage(t, { allowed = false } = {}) {
+    const origin = await this.freshOrigin(t);
+    if (allowed) await this.allow(origin);
+    return { origin, page: await this.page(t, { origin }) };
+  }
+
+  /** Opens a page with a frame of another fresh origin: { page, frame, origin } with the frame's origin. */
+  async framedPage(t) {
+    const [around, origin] = [await this.freshOrigin(t), await this.freshOrigin(t, "127.0.0.1")];
+    const path = `/around-${new URL(origin).port}`;
+    this.addPage(path, framing(origin));
+    const page = await this.page(t, { origin: around, path });
+    return { page, origin, frame: await this.frameOf(page, origin) };
+  }
+
+  /** The page's frame whose address begins in this way, once it is ready. */
+  async frameOf(page, address) {
+    return ready(await waitFor("the frame", () => page.frames().find((each) => each.url().startsWith(address))));
+  }
+
+  // With the last of a test's pages the signing program ends, so that the next test begins without it. A window that a page
+  // has opened would be where the browser opens the next one.
+  #endWith(t) {
+    if (this.#begun.has(t)) return;
+    this.#begun.add(t);
+    t.after(async () => {
+      const [, ...pages] = await this.browser.pages();
+      for (const page of pages) await page.close().catch(() => {});
+      await this.program.gone();
+    });
+  }
+
+  /** A picture of the whole screen, kept in the folder for pictures. */
+  screenshot(what) {
+    return this.world.desktop.screenshot(join(this.#product.screenshots, `${this.name}-${what}.png`));
+  }
+}
