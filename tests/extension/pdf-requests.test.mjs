@@ -1,17 +1,10 @@
 // Requests to sign documents, from the page library to the window that shows them, which here is the test.
 
 import assert from "node:assert/strict";
-import { afterEach, test } from "node:test";
+import { test } from "node:test";
 
 import { MAX_DOCUMENTS, MAX_PDF_BYTES } from "../../extension/src/limits.js";
-import { FakeBrowser, portPair, RECORD, settle, until } from "./fakes.mjs";
-
-const SITE = "https://site.example";
-const ALLOWED = { user: { allowedOrigins: [SITE] } };
-const DIGEST = Buffer.alloc(32, 7).toString("base64");
-
-let browser;
-afterEach(() => browser.close());
+import { ALLOWED, browser, DIGEST, portPair, RECORD, settle, SITE, start, until } from "./fakes.mjs";
 
 const actions = () => browser.program.requests.map(({ action }) => action);
 
@@ -41,7 +34,7 @@ async function documentsWindow() {
 }
 
 async function asked(documents = [{ document: new Uint8Array([1, 2, 3]) }], options = {}, setting = ALLOWED) {
-  browser = new FakeBrowser(setting);
+  start(setting);
   const page = await browser.page(SITE, options.page);
   const request = page.signPdfs(documents, options);
   request.catch(() => {});
@@ -116,7 +109,7 @@ test("A site that was never allowed is asked in the same window; a refusal is OR
 });
 
 test("A page without a click, and one out of sight, open no window", async () => {
-  browser = new FakeBrowser({});
+  start({});
   const page = await browser.page(SITE, { clicked: false });
   await assert.rejects(page.signPdf(new Uint8Array([1])), { code: "NOT_NOW" });
   page.click();
@@ -218,7 +211,7 @@ test("Signatures on documents stand in the journal, each with its digest, and ar
 });
 
 test("What is no request to sign documents is refused before a window opens", async () => {
-  browser = new FakeBrowser(ALLOWED);
+  start(ALLOWED);
   const page = await browser.page();
   const one = new Uint8Array([1]);
   const big = { size: MAX_PDF_BYTES + 1 };
