@@ -71,12 +71,17 @@ test("The declarations name what the page library exports, and pages that use th
 
     for (const name of ["quillmark.js", "quillmark.d.ts"]) writeFileSync(join(folder, name), read(`extension/${name}`));
     writeFileSync(join(folder, "page.ts"), `
-      import { selectCertificate, signPdfHash, suitableDigest, QuillmarkError, type Certificate } from "./quillmark.js";
+      import { selectCertificate, signPdf, signPdfs, signPdfHash, suitableDigest, QuillmarkError, type Certificate } from "./quillmark.js";
       const certificate: Certificate = await selectCertificate({ signal: AbortSignal.timeout(1), onProgress: (p) => p.state });
       const digest = await suitableDigest((attempt: number) => new Uint8Array([attempt]));
       const made: Uint8Array = digest.bytes;
       const pkcs7: string = await signPdfHash(digest.hash, certificate.CertThumbPrint, { hashAlgorithm: digest.hashAlgorithm });
       try { await signPdfHash(made, "") } catch (error) { if (error instanceof QuillmarkError && error.code === "TIMEOUT") throw error }
+      const signed: Uint8Array = await signPdf(made, { reason: "", visible: { x: 1, y: 1, width: 100, height: 40 }, chain: [made] });
+      const [outcome] = await signPdfs([{ document: new Blob([]) }], { timestamp: async (digest: Uint8Array) => digest, onResult: () => {} });
+      if (outcome?.status === "rejected") throw outcome.reason;
+      // @ts-expect-error a place has a size
+      await signPdf(signed, { visible: { x: 1, y: 1 } });
       // @ts-expect-error there is no such algorithm
       await signPdfHash(pkcs7, "", { hashAlgorithm: "SHA-1" });
       export {};

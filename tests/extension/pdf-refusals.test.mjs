@@ -59,12 +59,15 @@ test("Something before the head or behind the end is refused, and blanks at the 
 
 test("A certification that forbids changes is refused, wherever it is named; one that allows signatures is not", async () => {
   for (const [permission, isRefused] of [[1, true], [2, false], [3, false]]) {
-    for (const place of ["field", "catalog"]) {
+    for (const place of ["field", "lock", "catalog"]) {
       const bytes = await made(({ context, catalog }) => {
         const reference = { Type: "SigRef", TransformMethod: "DocMDP", TransformParams: { Type: "TransformParams", P: permission } };
         const signature = context.register(context.obj({ Type: "Sig", Reference: [reference] }));
         if (place === "catalog") catalog.set(PDFName.of("Perms"), context.obj({ DocMDP: signature }));
-        else catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(context.obj({ FT: "Sig", V: signature }))] }));
+        else if (place === "lock") {
+          const field = context.obj({ FT: "Sig", V: context.obj({ Type: "Sig" }), Lock: { Type: "SigFieldLock", Action: "All", P: permission } });
+          catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(field)] }));
+        } else catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(context.obj({ FT: "Sig", V: signature }))] }));
       });
       if (isRefused) await refused(bytes, /forbids every change/);
       else assert.equal((await facts(bytes)).pages, 1);

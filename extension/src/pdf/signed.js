@@ -18,24 +18,28 @@ const NO_CHANGES = 1;
  */
 export async function signaturesOf(file) {
   const signatures = [];
-  for (const dictionary of signatureDictionaries(file)) signatures.push(await read(file, dictionary));
+  for (const { value } of signedFields(file)) signatures.push(await read(file, value));
   return signatures.sort((one, other) => one.end - other.end);
 }
 
 /** Throws DOCUMENT_REFUSED when a signature of the document forbids any change (12.8.2.2). */
 export function checkPermitted(file) {
   const certification = file.member(file.member(file.catalog, "Perms", PDFDict), "DocMDP", PDFDict);
-  const all = [...signatureDictionaries(file), ...(certification ? [certification] : [])];
-  for (const dictionary of all) {
-    for (const reference of file.member(dictionary, "Reference", PDFArray)?.asArray() ?? []) {
-      const parameters = file.member(file.get(reference), "TransformParams", PDFDict);
-      const permission = parameters && file.member(parameters, "P", PDFNumber)?.asNumber();
-      if (permission === NO_CHANGES) throw refusal("its author has certified it and forbids every change, also a further signature.");
-    }
-  }
+  const fields = signedFields(file);
+  const references = [...fields.map(({ value }) => value), certification].flatMap(
+    (dictionary) => (dictionary && file.member(dictionary, "Reference", PDFArray)?.asArray()) ?? [],
+  );
+  // A field's lock says the same for what comes behind its signature (ISO 32000-2, table 236).
+  const rules = [
+    ...references.map((reference) => file.member(file.get(reference), "TransformParams", PDFDict)),
+    ...fields.map(({ field }) => file.member(field, "Lock", PDFDict)),
+  ];
+  const forbids = (rule) => rule !== undefined && file.member(rule, "P", PDFNumber)?.asNumber() === NO_CHANGES;
+  if (rules.some(forbids)) throw refusal("its author has certified it and forbids every change, also a further signature.");
 }
 
-function signatureDictionaries(file) {
+/** The fields that are signed, and their signatures: [{field, value}]. */
+function signedFields(file) {
   const found = [];
   const visit = (given, inherited, depth) => {
     const field = file.get(given);
@@ -43,7 +47,7 @@ function signatureDictionaries(file) {
     if (depth > MAX_DEPTH || found.length > MAX_SIGNATURES) throw refusal("it has more form fields than a document has.");
     const type = file.member(field, "FT", PDFName) ?? inherited;
     const value = type === name("Sig") && file.member(field, "V", PDFDict);
-    if (value) found.push(value);
+    if (value) found.push({ field, value });
     for (const kid of file.member(field, "Kids", PDFArray)?.asArray() ?? []) visit(kid, type, depth + 1);
   };
   const form = file.member(file.catalog, "AcroForm", PDFDict);

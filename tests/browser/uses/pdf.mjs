@@ -2,13 +2,15 @@
 
 import assert from "node:assert/strict";
 import { createHash, randomBytes } from "node:crypto";
-import { writeFile } from "node:fs/promises";
+import { readFile, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
 import { PDFDocument, PDFName } from "pdf-lib";
 
 import { bytesOf, gesture, run, sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { product } from "../../lib/quillmark.mjs";
+import { signaturesIn } from "../../extension/pdf/sign.mjs";
+import { TimeStampAuthority } from "../../extension/pdf/time-stamps.mjs";
 
 /** A page that has documents signed: `signDocuments([Base64], options)` gives what became of each, `last` the newest promise. */
 export const PDF_PAGE = `<script type="module">
@@ -108,6 +110,35 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     await rig.user.answerDocuments(origin, "sign");
     await rig.user.choose(again);
     await judge((await again)[0].value, 2);
+  });
+
+  browserTest("a time stamp that the page gets, and a chain, are in the signature; nothing of the document stays in the extension", async (t) => {
+    const { page, origin } = await freshPage(t);
+    const { folder, authority } = rig.world;
+    const file = async (file, content) => (await writeFile(join(folder, file), content), join(folder, file));
+    const stamps = await TimeStampAuthority.create({ folder, authority, file });
+    await page.exposeFunction("answerTo", async (request) => Buffer.from(await stamps.answer(bytesOf(request))).toString("base64"));
+    await page.evaluate(() => {
+      window.timestamp = async (digest, request) =>
+        Uint8Array.from(atob(await window.answerTo(btoa(String.fromCharCode(...request)))), (each) => each.charCodeAt(0));
+    });
+    const content = await documentOf(1, "A text that must not stay");
+    const chain = [(await readFile(join(folder, "ca.der"))).toString("base64")];
+    const request = askToSign(page, [{ content }], { chain });
+    await rig.user.answerDocuments(origin, "sign");
+    await rig.user.chooseAndLogIn(request);
+    const [{ value, ...failure }] = await request;
+    assert.ok(value, JSON.stringify(failure));
+    await judge(value);
+    const [{ signature }] = signaturesIn(bytesOf(value));
+    await stamps.judge(signature);
+
+    const kept = await rig.extension.evaluate(async () => {
+      const { local, session } = (globalThis.browser ?? globalThis.chrome).storage;
+      return { stored: JSON.stringify([await local.get(), await session.get()]), databases: await indexedDB.databases(), caches: await caches.keys() };
+    });
+    assert.deepEqual([kept.databases, kept.caches], [[], []]);
+    for (let at = 0; at + 40 < content.length; at += 200) assert.ok(!kept.stored.includes(content.slice(at, at + 40)));
   });
 
   browserTest("several documents: one question, one certificate, one PIN; one that cannot be signed leaves the others whole", async (t) => {
