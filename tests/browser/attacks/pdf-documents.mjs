@@ -116,7 +116,7 @@ export default function ({ name, rig, attack }) {
       await gesture(page);
       await page.evaluate(() => window.begin());
       assert.equal((await endOf(page)).type, "error");
-      assert.deepEqual(await rig.programs(), []);
+      assert.deepEqual(await rig.program.running(), []);
     });
   }
 
@@ -133,7 +133,7 @@ export default function ({ name, rig, attack }) {
   async function assertUnanswered({ answer, origin }) {
     await sleep(1_000);
     assert.equal(answer(), undefined);
-    assert.deepEqual(await rig.programs(), []);
+    assert.deepEqual(await rig.program.running(), []);
     assert.deepEqual(await textsIn(rig, "origin"), [origin]);
     assert.equal(await rig.extension.documents(() => document.querySelector("#answers").hidden), false);
   }
