@@ -4,11 +4,6 @@ import { QuillmarkError, signPdfs, status } from "./quillmark.js";
 
 const element = (id) => document.getElementById(id);
 let withdrawal;
-const { extension, permission } = await status();
-element("status").textContent =
-  extension === null ? "The Quillmark extension is not here. Install it, then reload this page."
-  : permission === "denied" ? "The extension is here, but this site is not allowed to ask for signatures."
-  : `The extension is ready (version ${extension}).`;
 
 element("documents").addEventListener("submit", async (event) => {
   event.preventDefault();
@@ -57,3 +52,9 @@ function setBusy(isBusy) {
   element("working").hidden = !isBusy;
   element("sign").disabled = isBusy;
 }
+
+const { extension, permission } = await status();
+element("status").textContent =
+  extension === null ? "The Quillmark extension is not here. Install it, then reload this page."
+  : permission === "denied" ? "The extension is here, but this site is not allowed to ask for signatures."
+  : `The extension is ready (version ${extension}).`;
