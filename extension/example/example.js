@@ -48,10 +48,7 @@ function linkTo(signed, name) {
 const wordsFor = (error) =>
   error instanceof QuillmarkError ? `${error.message} (${[error.code, error.ckr, error.detail].filter(Boolean).join(", ")})` : String(error);
 
-function setBusy(isBusy) {
-  element("working").hidden = !isBusy;
-  element("sign").disabled = isBusy;
-}
+const setBusy = (isBusy) => ([element("working").hidden, element("sign").disabled] = [!isBusy, isBusy]);
 
 const { extension, permission } = await status();
 element("status").textContent =
