@@ -15,6 +15,36 @@ const MARGIN = "600px";
 const MARGIN_OF_PAGE = 10;
 const ZOOMS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2, 3, 4];
 
+/** Reads the document of these bytes, which are taken away. Throws DOCUMENT_REFUSED for one that cannot be drawn. */
+async function load(bytes) {
+  const loading = getDocument({
+    data: bytes,
+    cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
+    standardFontDataUrl: `${LIBRARIES}pdfjs/standard_fonts/`,
+    iccUrl: `${LIBRARIES}pdfjs/iccs/`,
+    wasmUrl: `${LIBRARIES}pdfjs/wasm/`,
+    useWasm: false,
+    isEvalSupported: false,
+    enableXfa: false,
+    useSystemFonts: false,
+  });
+  try {
+    const document = await loading.promise;
+    return { document, first: (await document.getPage(1)).getViewport({ scale: 1 }) };
+  } catch (error) {
+    await loading.destroy();
+    throw refusal(`it cannot be drawn (${error.message}).`);
+  }
+}
+
+/** Throws DOCUMENT_REFUSED for a document that cannot be drawn, or has other pages than these for pdf.js. */
+export async function checkDrawable(bytes, pages) {
+  const { document } = await load(bytes);
+  const { numPages } = document;
+  await document.loadingTask.destroy();
+  if (numPages !== pages) throw refusal("readers find different pages in it. Export it once more.");
+}
+
 export class PagesView {
   #container;
   #onPage;
@@ -35,26 +65,9 @@ export class PagesView {
   async show(bytes, { keepsPlace = false } = {}) {
     const place = keepsPlace ? this.#container.scrollTop : 0;
     this.#container.setAttribute("aria-busy", "true");
-    const loading = getDocument({
-      data: bytes,
-      cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
-      standardFontDataUrl: `${LIBRARIES}pdfjs/standard_fonts/`,
-      iccUrl: `${LIBRARIES}pdfjs/iccs/`,
-      wasmUrl: `${LIBRARIES}pdfjs/wasm/`,
-      useWasm: false,
-      isEvalSupported: false,
-      enableXfa: false,
-      useSystemFonts: false,
-    });
-    let document;
-    try {
-      document = await loading.promise;
-    } catch (error) {
-      throw refusal(`it cannot be drawn (${error.message}).`);
-    }
+    const { document, first } = await load(bytes);
     await this.close();
     this.#document = document;
-    const first = (await document.getPage(1)).getViewport({ scale: 1 });
     this.#pages = Array.from({ length: document.numPages }, (_, i) => this.#makePage(i, first));
     this.#container.replaceChildren(...this.#pages.map(({ element }) => element));
     this.#observer = new IntersectionObserver((entries) => this.#look(entries), { root: this.#container, rootMargin: MARGIN });

@@ -7,11 +7,12 @@ import { QuillmarkError } from "../quillmark.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
 import { factsOf, opened } from "../src/pdf/document.js";
+import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
 import { showAbout, summaryOf } from "./about.js";
 import { fromBase64 } from "./base64.js";
 import { Background } from "./calls.js";
-import { PagesView } from "./pages-view.js";
+import { checkDrawable, PagesView } from "./pages-view.js";
 import { letPlace } from "./placing.js";
 import { signAll, withField } from "./signing.js";
 
@@ -80,7 +81,8 @@ async function read(i, document) {
   try {
     document.file = opened(bytes);
     document.facts = await factsOf(document.file);
-    await withField(document, { signer: NAME_TO_COME });
+    const { file } = await withField(document, { signer: NAME_TO_COME });
+    await checkDrawable(file, document.facts.pages);
   } catch (error) {
     await refuse(i, error);
   }
@@ -96,13 +98,17 @@ function pieceOf(length, text) {
   throw new QuillmarkError("ABORTED", { detail: "The page did not give its document." });
 }
 
-async function refuse(i, error) {
+async function refuse(i, cause) {
+  const error = cause instanceof QuillmarkError ? cause : refusal("it is damaged. Save it anew in the program that it comes from.");
   Object.assign(documents[i], { error, file: undefined });
   await background.call("tell", { document: i, error: plain(error) });
 }
 
 // Shown is the file as it will be, with the field for the signature: what is drawn and what is signed cannot differ in more than
 // the name and the time.
+let opening = Promise.resolve();
+const openInTurn = (...args) => (opening = opening.then(() => open(...args)).catch(fail));
+
 async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
   const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
@@ -126,7 +132,7 @@ function showList() {
     button.type = "button";
     button.disabled = Boolean(document.error);
     draw(button, document.name);
-    button.addEventListener("click", () => void open(i).catch(fail));
+    button.addEventListener("click", () => void openInTurn(i));
     item.append(button, words);
     return item;
   });
@@ -144,7 +150,7 @@ showZoom(1);
 letPlace(element("pages"), view, (place) => {
   if (documents[shown].visible !== true) return;
   documents[shown].place = place;
-  void open(shown, { keepsPlace: true }).catch(fail);
+  void openInTurn(shown, { keepsPlace: true });
 });
 
 // ---- the answer, under the rules that hold for every question

@@ -159,10 +159,30 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     for (const { value } of [a, b]) await judge(value);
   });
 
+  browserTest("Stop ends the signing, and the program with its windows; nothing is signed", async (t) => {
+    const { page, origin } = await freshPage(t);
+    const request = askToSign(page, [{ content: await documentOf(1) }]);
+    const id = await rig.user.answerDocuments(origin, "sign");
+    await rig.user.certificateWindow();
+    await rig.user.bringToFront(id);
+    await rig.user.answerDocuments(origin, "stop");
+    assert.equal((await request)[0].code, "USER_CANCELLED");
+    await rig.user.gone(id);
+    await waitFor("the program to end", async () => (await rig.program.running()).length === 0);
+  });
+
   browserTest("a document that cannot be signed is told in words, and its window closes by itself", async (t) => {
     const { page } = await freshPage(t);
     const [{ code, message }] = await askToSign(page, [{ content: btoa("<html>") }]);
     assert.deepEqual({ code, message }, { code: "DOCUMENT_REFUSED", message: "This document cannot be signed: it is no PDF document." });
+    const other = await freshPage(t);
+    // What it says of its pages is not what it has: pdf.js goes by the one, and we by the other.
+    const document = await PDFDocument.create();
+    document.addPage();
+    const bytes = Buffer.from(await document.save({ useObjectStreams: false }));
+    const lying = Buffer.from(bytes.toString("latin1").replace("/Count 1", "/Count 2"), "latin1");
+    const [{ message: words }] = await askToSign(other.page, [{ content: lying.toString("base64") }]);
+    assert.match(words, /readers find different pages in it|cannot be drawn/);
     assert.equal(await rig.extension.documents(() => 1), undefined);
   });
 
