@@ -118,3 +118,37 @@ test("Nested arrays without end, and pages that are their own parents, are refus
     catalog.set(PDFName.of("Pages"), ref);
   }), /damaged/);
 });
+
+test("Whatever a few changed bytes make of a document, it is read or refused, in words and in time", async () => {
+  const random = numbersFrom(1);
+  const plain = await made((document) => void document.getForm().createTextField("place").addToPage(document.getPage(0)));
+  const documents = [plain, await made(() => {}, { useObjectStreams: true }), await signer.sign(plain)];
+  const outcomes = { read: 0, refused: 0 };
+  for (let round = 0; round < 1500; round++) {
+    const bytes = documents[round % documents.length].slice();
+    for (let i = 0; i <= random(4); i++) {
+      const at = random(2) ? random(bytes.length) : bytes.length - 1 - random(Math.min(1500, bytes.length));
+      bytes[at] = random(2) ? random(256) : "0123456789<>[]()/ R".charCodeAt(random(19));
+    }
+    const start = performance.now();
+    try {
+      await facts(bytes);
+      await prepared(bytes, { signer: "", time: new Date(), room: 100 });
+      outcomes.read++;
+    } catch (error) {
+      assert.equal(error.code, "DOCUMENT_REFUSED", `round ${round}: ${error.stack}`);
+      outcomes.refused++;
+    }
+    assert.ok(performance.now() - start < 5_000, `round ${round} is slow`);
+  }
+  assert.ok(outcomes.read > 100 && outcomes.refused > 100, JSON.stringify(outcomes));
+});
+
+// The same numbers in each run: random(n) is one of 0 to n - 1.
+function numbersFrom(seed) {
+  let state = seed;
+  return (n) => {
+    state = (Math.imul(state, 1103515245) + 12345) >>> 0;
+    return (state >>> 8) % n;
+  };
+}
