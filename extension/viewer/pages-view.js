@@ -78,7 +78,6 @@ export class PagesView {
     await this.#draw(start);
     this.#container.setAttribute("aria-busy", "false");
     this.#tellPage();
-    return document.numPages;
   }
 
   async close() {

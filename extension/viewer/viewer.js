@@ -6,6 +6,7 @@ import { draw } from "../consent/characters.js";
 import { QuillmarkError } from "../quillmark.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
+import { commonName } from "../src/pdf/cms.js";
 import { factsOf, opened } from "../src/pdf/document.js";
 import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
@@ -38,6 +39,7 @@ let arming;
 
 async function begin(given) {
   question = given;
+  checkChain(question.chain);
   showSite();
   documents = question.documents.map((each) => ({ ...each, place: placeIn(each.visible) }));
   element("documents").hidden = false;
@@ -51,6 +53,14 @@ async function begin(given) {
   await open(first);
   element("loading").hidden = true;
   arm();
+}
+
+function checkChain(chain) {
+  try {
+    for (const certificate of chain) commonName(fromBase64(certificate));
+  } catch (cause) {
+    throw new QuillmarkError("INVALID_ARGUMENT", { detail: "chain holds something that is no certificate.", cause });
+  }
 }
 
 function showSite() {

@@ -108,10 +108,5 @@ export function extended(signature, { chain, token }) {
   return derOf(info);
 }
 
-/** Throws when the bytes are no certificate. */
-export function checkCertificate(der) {
-  return new Certificate({ schema: parsed(der) });
-}
-
 const equal = (one, other) => one.length === other.length && one.every((byte, i) => byte === other[i]);
 

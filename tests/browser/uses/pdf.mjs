@@ -183,6 +183,9 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const lying = Buffer.from(bytes.toString("latin1").replace("/Count 1", "/Count 2"), "latin1");
     const [{ message: words }] = await askToSign(other.page, [{ content: lying.toString("base64") }]);
     assert.match(words, /readers find different pages in it|cannot be drawn/);
+    const third = await freshPage(t);
+    const [{ code: ofChain }] = await askToSign(third.page, [{ content: await documentOf(1) }], { chain: [btoa("no certificate")] });
+    assert.equal(ofChain, "INVALID_ARGUMENT");
     assert.equal(await rig.extension.documents(() => 1), undefined);
   });
 
