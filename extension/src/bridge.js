@@ -21,7 +21,7 @@
   let keepAlive;
   let lastId = 0;
   let lastGesture = -Infinity;
-  // The document's open requests, by an id of our own: {page, id, bytes}. Each channel of the page numbers its own.
+  // The document's open requests, by an id of our own: {page, id, bytes, asked}, with the numbers that the extension has asked. Each channel of the page numbers its own.
   const open = new Map();
 
   // First of all listeners, for this script runs before any of the page's. document.open() takes all of them away; to listen
@@ -79,7 +79,7 @@
 
   function send(page, id, request, bytes) {
     const ownId = ++lastId;
-    open.set(ownId, { page, id, bytes });
+    open.set(ownId, { page, id, bytes, asked: new Set() });
     const gestureAge = lastGesture === -Infinity ? null : performance.now() - lastGesture;
     try {
       if (!extension) connect();
@@ -89,9 +89,11 @@
     }
   }
 
+  // Once for each question: what nobody has asked for would only fill the extension.
   function reply(ownId, { number, text }) {
+    if (!open.get(ownId).asked.delete(number)) return;
     const isText = typeof text === "string" && text.length <= MAX_REPLY_CHARACTERS;
-    if (Number.isInteger(number)) extension?.postMessage({ type: "reply", id: ownId, number, text: isText ? text : null });
+    extension?.postMessage({ type: "reply", id: ownId, number, text: isText ? text : null });
   }
 
   function connect() {
@@ -104,6 +106,7 @@
   function answer(ownId, message) {
     const request = open.get(ownId);
     if (!request) return;
+    if (message.type === "query") request.asked.add(message.number);
     if (["result", "error"].includes(message.type)) open.delete(ownId);
     request.page.postMessage({ ...message, id: request.id });
   }

@@ -4,7 +4,7 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import { MAX_DOCUMENTS, MAX_PDF_BYTES } from "../../extension/src/limits.js";
-import { ALLOWED, browser, DIGEST, portPair, RECORD, settle, SITE, start, until } from "./fakes.mjs";
+import { ALLOWED, browser, DIGEST, portPair, rawChannel, RECORD, settle, SITE, start, until } from "./fakes.mjs";
 
 const actions = () => browser.program.requests.map(({ action }) => action);
 
@@ -230,4 +230,30 @@ test("What is no request to sign documents is refused before a window opens", as
     await assert.rejects(page.signPdfs(documents, options), { code }, JSON.stringify([documents.length, code]));
   }
   assert.equal(browser.windows.open.size, 0);
+});
+
+test("What a page answers unasked, twice or too long does not reach the extension", async () => {
+  start(ALLOWED);
+  const arrived = [];
+  const connect = browser.service.connect.bind(browser.service);
+  browser.service.connect = (port) => {
+    port.onMessage.addListener(({ type, number, text }) => type === "reply" && arrived.push([number, text?.length ?? null]));
+    connect(port);
+  };
+  const channel = rawChannel(await browser.page(SITE));
+  await until(() => channel.heard.length > 0);
+  const reply = (number, text) => channel.send({ type: "reply", id: 1, number, text });
+  channel.send({ type: "request", id: 1, operation: "signPdfs", values: { documents: '[{"size": 3}]' }, timeout: 60_000 });
+  const window = await documentsWindow();
+  reply(1, "unasked");
+  await settle();
+  const [first, second] = [window.call("piece", { document: 0, at: 0, length: 3 }), window.call("piece", { document: 0, at: 0, length: 3 })];
+  await until(() => channel.heard.filter(({ type }) => type === "query").length === 2);
+  reply(1, "AAAA");
+  reply(1, "BBBB");
+  reply(2, "x".repeat(5 * 1024 * 1024));
+  assert.equal(await first, "AAAA");
+  assert.equal((await second).error.code, "ABORTED");
+  assert.deepEqual(arrived, [[1, 4], [2, null]]);
+  channel.close();
 });
