@@ -46,7 +46,7 @@ const program = {
   "PinDialog.cpp": [pinDialog, shared, ck, wx],
   "TokenManager.cpp": [token, pinDialog, decoder, shared, ck, posix],
   "Frames.h": [],
-  "Frames.cpp": [frames],
+  "Frames.cpp": [frames, posix],
   "InMessage.h": [ck],
   "SignedDataXml.h": [ck],
   "SignedDataXml.cpp": [structures, shared, ck],
@@ -57,7 +57,7 @@ const program = {
   "QMNativeMessagingHost.cpp": [messaging, cards, frames, inMessage, selection, structures, token, tools, shared, ck, wx],
   "MainSelectCertificate.h": [wx],
   "MainSelectCertificate.cpp": [window_, messaging, cards, token, shared, ck, wx],
-  "main.cpp": [window_],
+  "main.cpp": [window_, frames],
 };
 
 // Headers of ck that say so of themselves.
