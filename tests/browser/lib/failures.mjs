@@ -5,6 +5,7 @@ import { rename } from "node:fs/promises";
 import { join } from "node:path";
 
 import { ck } from "../../program/lib/fake-token.mjs";
+import { thumbprint } from "../../program/lib/judges.mjs";
 import { sleep, waitFor } from "../../program/lib/process.mjs";
 import { ask, askWithoutGesture, bytes, codeOf, DIGEST } from "./rig.mjs";
 
@@ -45,6 +46,30 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     const again = ask(await allowedPage(t), "selectCertificate");
     await rig.user.choose(again);
     assert.equal((await again).value.CertThumbPrint, rig.thumbprint);
+  });
+
+  browserTest("a token that was exchanged is seen after \"Read the tokens again\", which disturbs no request under way", async (t) => {
+    const page = await allowedPage(t);
+    const choose = async (act) => {
+      const request = ask(page, "selectCertificate");
+      await act(request);
+      return (await request).value?.CertThumbPrint;
+    };
+    assert.equal(await choose((request) => rig.user.choose(request)), rig.thumbprint);
+    const [program] = await rig.programs();
+    const certificate = await rig.world.certificate("exchanged");
+    await rig.useFakeToken(t, { certificates: [{ certificate, id: "01" }] });
+    const busy = await choose(async (request) => {
+      await rig.user.certificateWindow();
+      assert.match(await rig.extension.clickInPopup("reread"), /^A request is under way\./);
+      await rig.user.choose(request);
+    });
+    assert.equal(busy, rig.thumbprint);
+    assert.deepEqual(await rig.programs(), [program]);
+
+    assert.match(await rig.extension.clickInPopup("reread"), /^The signing program was ended\. The next request starts it anew/);
+    await rig.programGone();
+    assert.equal(await choose((request) => rig.user.choose(request)), await thumbprint(certificate.pem));
   });
 
   browserTest("an income-tax return whose hash is no key's name is KEY_NOT_FOUND", async (t) => {
