@@ -8,6 +8,7 @@ import { test } from "node:test";
 import { thumbprint } from "./lib/judges.mjs";
 import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
 import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { noReader, smartCard } from "./smart-card/reader.mjs";
 import { nss } from "./tokens/nss.mjs";
 import { asUser } from "./tokens/private-modules.mjs";
 import { softhsm } from "./tokens/softhsm.mjs";
@@ -15,10 +16,15 @@ import { tpm2 } from "./tokens/tpm2.mjs";
 
 const world = World.forThisFile();
 
-const modules = { "SoftHSM 2": softhsm, "NSS softokn": nss, "TPM 2": tpm2 };
+const modules = [
+  ["SoftHSM 2", softhsm],
+  ["NSS softokn", nss],
+  ["TPM 2", tpm2],
+  ["OpenSC with a smart card", smartCard, noReader],
+];
 
-for (const [name, create] of Object.entries(modules)) {
-  test(`${name}: listed, chosen, a GST return, a PDF and an authentication token signed`, async (t) => {
+for (const [name, create, skip = false] of modules) {
+  test(`${name}: listed, chosen, a GST return, a PDF and an authentication token signed`, { skip }, async (t) => {
     const cleanup = world.cleanupOf(t);
     const token = await create(await cleanup.folder("token"), world, cleanup);
     const host = await world.host(t, { token, wrapper: asUser });

@@ -1,0 +1,113 @@
+// What people do with a smart card while the program runs. Reader, card service and OpenSC are those of every desktop; the
+// card is software.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { thumbprint } from "./lib/judges.mjs";
+import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
+import { makeCard, noReader, smartCard } from "./smart-card/reader.mjs";
+import { asUser } from "./tokens/private-modules.mjs";
+
+const world = World.forThisFile();
+const skip = noReader;
+const sign = { action: "GSTReturnSign", hash: "a return", hashAlgorithm: "SHA256" };
+
+test("A card that was pulled and put back signs without another PIN", { skip }, async (t) => {
+  const { host, reader, card } = await afterOneSignature(t);
+  await reader.pull();
+  await failsToSign(host);
+  await reader.insert(card);
+  await signsWithoutPin(host, card);
+});
+
+test("A card that is pulled while it signs: a failure, and once it is back a signature without another PIN", { skip }, async (t) => {
+  const { host, reader, card } = await afterOneSignature(t);
+  reader.pullAtSignature();
+  await failsToSign(host);
+  await reader.pull();
+  await reader.insert(card);
+  await signsWithoutPin(host, card);
+});
+
+for (const [which, holder] of [["Another card", "Ravi Iyer"], ["The same person's new card", "Asha Rao"]]) {
+  test(`${which} gets no PIN that was not typed for it`, { skip }, async (t) => {
+    const { host, reader, token } = await afterOneSignature(t);
+    const other = await makeCard(await world.cleanupOf(t).folder("other"), world, { holder, pin: "654321" });
+    await reader.pull();
+    await reader.insert(other);
+    await failsToSign(host);
+    assert.equal(reader.pins, 0);
+    await host.finish();
+    await signsInANewProgram(t, token, other);
+    assert.equal(reader.pins, 1);
+  });
+}
+
+test("The card service stopped and started: a failure, then a signature without another PIN", { skip }, async (t) => {
+  const { host, reader, card } = await afterOneSignature(t);
+  await reader.stopService();
+  await failsToSign(host);
+  await reader.startService();
+  await reader.insert(card);
+  await signsWithoutPin(host, card);
+});
+
+test("The reader gone: a failure, and once it is back a signature without another PIN", { skip }, async (t) => {
+  const { host, reader, card } = await afterOneSignature(t);
+  await reader.stopService();
+  await reader.startService({ withReader: false });
+  await failsToSign(host);
+  await reader.stopService();
+  await reader.startService();
+  await reader.insert(card);
+  await signsWithoutPin(host, card);
+});
+
+test("A wrong PIN costs one try", { skip }, async (t) => {
+  const { host, token } = await hostWithCard(t);
+  const wrong = await chooseAndLogIn(host, sign, "999999");
+  assert.equal(wrong.status_cd, 0, wrong.result);
+  assert.equal(token.reader.pins, 1);
+  await isSigned(await chooseAndLogIn(host, sign, token.pin), token.card);
+  assert.equal(token.reader.pins, 2);
+});
+
+async function hostWithCard(t) {
+  const cleanup = world.cleanupOf(t);
+  const token = await smartCard(await cleanup.folder("card"), world, cleanup);
+  return { host: await hostWith(t, token), token };
+}
+
+function hostWith(t, token) {
+  return world.host(t, { token, wrapper: asUser });
+}
+
+async function afterOneSignature(t) {
+  const { host, token } = await hostWithCard(t);
+  await isSigned(await chooseAndLogIn(host, sign, token.pin), token.card);
+  return { host, token, reader: token.reader, card: token.card };
+}
+
+async function signsWithoutPin(host, card) {
+  await isSigned(await chooseFirst(host, sign), card);
+}
+
+async function signsInANewProgram(t, token, card) {
+  const host = await hostWith(t, token);
+  await isSigned(await chooseAndLogIn(host, sign, card.pin), card);
+}
+
+async function failsToSign(host) {
+  const reply = await chooseFirst(host, sign);
+  console.error(reply);
+  assert.equal(reply.status_cd, 0);
+}
+
+/** The reply holds a signature of this card. */
+async function isSigned({ status_cd: status, result }, card) {
+  assert.equal(status, 1, result);
+  const signature = Buffer.from(result, "base64");
+  assert.equal((await world.judges.cms(signature)).toString(), sign.hash);
+  assert.ok(signature.includes(card.certificate.bytes));
+}
