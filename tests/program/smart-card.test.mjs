@@ -44,24 +44,27 @@ for (const [which, holder] of [["Another card", "Ravi Iyer"], ["The same person'
   });
 }
 
-test("The card service stopped and started: a failure, then a signature without another PIN", { skip }, async (t) => {
-  const { host, reader, card } = await afterOneSignature(t);
+// OpenSC does not get over the end of the service: until the process ends, each login is CKR_GENERAL_ERROR (seen: 0.23).
+test("The card service stopped and started: no signature without it, and the next program signs", { skip }, async (t) => {
+  const { host, reader, token, card } = await afterOneSignature(t);
   await reader.stopService();
   await failsToSign(host);
+  await host.finish();
   await reader.startService();
   await reader.insert(card);
-  await signsWithoutPin(host, card);
+  await signsInANewProgram(t, token, card);
 });
 
-test("The reader gone: a failure, and once it is back a signature without another PIN", { skip }, async (t) => {
-  const { host, reader, card } = await afterOneSignature(t);
+test("The reader gone: no signature without it, and the next program signs when it is back", { skip }, async (t) => {
+  const { host, reader, token, card } = await afterOneSignature(t);
   await reader.stopService();
   await reader.startService({ withReader: false });
   await failsToSign(host);
+  await host.finish();
   await reader.stopService();
   await reader.startService();
   await reader.insert(card);
-  await signsWithoutPin(host, card);
+  await signsInANewProgram(t, token, card);
 });
 
 test("A wrong PIN costs one try", { skip }, async (t) => {
@@ -100,7 +103,6 @@ async function signsInANewProgram(t, token, card) {
 
 async function failsToSign(host) {
   const reply = await chooseFirst(host, sign);
-  console.error(reply);
   assert.equal(reply.status_cd, 0);
 }
 

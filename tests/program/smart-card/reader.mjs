@@ -7,11 +7,12 @@ import { createServer } from "node:net";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
 
-import { run, waitFor } from "../lib/process.mjs";
+import { run, runUnchecked, waitFor } from "../lib/process.mjs";
 import { PrivateToken } from "../tokens/private-modules.mjs";
 
 const script = (name) => fileURLToPath(new URL(name, import.meta.url));
 const isRoot = process.getuid() === 0;
+const pcscd = "/usr/sbin/pcscd";
 const python = "/usr/bin/python3"; // Debian's, which finds Debian's libraries
 /** What pcscd says when it has seen it, which takes it half a second: it asks the reader from time to time. */
 const [inserted, removed] = ["Card inserted into", "Card Removed From"];
@@ -66,7 +67,7 @@ export class CardReader {
     // As root it would take the place of the machine's own pcscd in its folder.
     const withoutRights = isRoot ? ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"] : [];
     this.#service = this.#start([python, script("pcscd.py"), this.env.PCSCLITE_CSOCK_NAME, ...withoutRights,
-      "/usr/sbin/pcscd", "--foreground", "--info", "--config", join(this.#folder, "readers")]);
+      pcscd, "--foreground", "--info", "--config", join(this.#folder, "readers"), ...await withoutPolkit()]);
     await this.#service.says("daemon ready", 1);
   }
 
@@ -142,6 +143,12 @@ export async function makeCard(folder, world, { holder, pin }) {
     await run("pk12util", ["-i", pkcs12, "-d", `sql:${database}`, "-k", pinFile, "-w", pinFile]);
   }
   return { certificate: certificates[0], pin, database, nicknames: Object.keys(usages) };
+}
+
+/** Newer ones ask polkit, which tests need not have, whether a program may use cards, unless they are told not to. */
+async function withoutPolkit() {
+  const { stdout } = await runUnchecked(pcscd, ["--help"]);
+  return stdout.includes("--disable-polkit") ? ["--disable-polkit"] : [];
 }
 
 const readerLines = (port) => `FRIENDLYNAME "Quillmark"
