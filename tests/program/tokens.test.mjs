@@ -10,6 +10,7 @@ import { makePdfWithoutZeroInDigest, signPdf } from "./lib/pdf.mjs";
 import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
 import { noReader, smartCard } from "./smart-card/reader.mjs";
 import { nss } from "./tokens/nss.mjs";
+import { noOpencryptoki, opencryptoki } from "./tokens/opencryptoki.mjs";
 import { asUser } from "./tokens/private-modules.mjs";
 import { softhsm } from "./tokens/softhsm.mjs";
 import { tpm2 } from "./tokens/tpm2.mjs";
@@ -21,13 +22,14 @@ const modules = [
   ["NSS softokn", nss],
   ["TPM 2", tpm2],
   ["OpenSC with a smart card", smartCard, noReader],
+  ["openCryptoki", opencryptoki, noOpencryptoki],
 ];
 
 for (const [name, create, skip = false] of modules) {
   test(`${name}: listed, chosen, a GST return, a PDF and an authentication token signed`, { skip }, async (t) => {
     const cleanup = world.cleanupOf(t);
     const token = await create(await cleanup.folder("token"), world, cleanup);
-    const host = await world.host(t, { token, wrapper: asUser });
+    const host = await world.host(t, { token, wrapper: token.wrapper ?? asUser });
 
     const chosen = await chooseFirst(host, { action: "GetSelCertFromToken" });
     assert.equal(chosen.status_cd, 1, chosen.result);

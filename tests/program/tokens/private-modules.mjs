@@ -13,8 +13,13 @@ const nobody = 65534;
  * The command to put in front of a program that is to use such a token: nothing, unless the tests run as root, whose own
  * configuration p11-kit does not read. Then another user, who may still reach every file.
  */
-export const asUser = !isRoot ? [] : ["setpriv", `--reuid=${nobody}`, `--regid=${nobody}`, "--clear-groups",
-  "--inh-caps=+dac_override", "--ambient-caps=+dac_override"];
+export const asUser = asUserInGroup(nobody);
+
+/** The same for a token that only members of a group may use. */
+export function asUserInGroup(group) {
+  return !isRoot ? [] : ["setpriv", `--reuid=${nobody}`, `--regid=${group}`, "--clear-groups",
+    "--inh-caps=+dac_override", "--ambient-caps=+dac_override"];
+}
 
 /** A token that p11-kit shows alone to a program that runs with its `env`, behind `asUser`. */
 export class PrivateToken {

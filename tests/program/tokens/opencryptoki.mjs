@@ -1,0 +1,63 @@
+// openCryptoki's soft token: Debian's opencryptoki and opensc. There is one in a machine, and only root can set it up.
+
+import { spawn } from "node:child_process";
+import { once } from "node:events";
+import { access, readdir, rm } from "node:fs/promises";
+import { join } from "node:path";
+
+import { run, waitFor } from "../lib/process.mjs";
+import { asUserInGroup, PrivateToken } from "./private-modules.mjs";
+
+const store = "/var/lib/opencryptoki/swtok";
+const sharedMemory = /^var\.lib\.opencryptoki\./; // what all its programs know of its tokens
+const slot = "3"; // of the soft token, in Debian's opencryptoki.conf
+const soPin = "87654321"; // of a token that nobody has set up
+const group = "pkcs11";
+const label = "Quillmark";
+const pin = "12345678";
+const id = "00a1ff10";
+
+/** Why there can be no such token here; false when there can. */
+export const noOpencryptoki = await whyNot();
+
+/** A token with one key that it made itself, and a certificate for that. `cleanup` takes it away again. */
+export async function opencryptoki(folder, world, cleanup) {
+  cleanup.add(clear);
+  const service = spawn("pkcsslotd", ["-f"], { stdio: "ignore" });
+  const gone = once(service, "close");
+  cleanup.add(() => {
+    service.kill();
+    return gone;
+  });
+  // Its users have to be in this group, and their names in /etc/group too.
+  await run("gpasswd", ["--add", "nobody", group]);
+  cleanup.add(() => run("gpasswd", ["--delete", "nobody", group]));
+
+  const { stdout } = await run("pkg-config", ["--variable=p11_module_path", "p11-kit-1"]);
+  const module = join(stdout.toString().trim(), "libopencryptoki.so");
+  const tool = (...args) => run("pkcs11-tool", ["--module", module, ...args]);
+  await waitFor("openCryptoki", () => tool("--list-slots").catch(() => false));
+  await tool("--init-token", "--slot", slot, "--label", label, "--so-pin", soPin);
+  const onToken = ["--token-label", label, "--login"];
+  await tool(...onToken, "--login-type", "so", "--so-pin", soPin, "--init-pin", "--new-pin", pin);
+  await tool(...onToken, "--pin", pin, "--keypairgen", "--key-type", "rsa:2048", "--id", id);
+  const publicKey = join(folder, "public.der");
+  await tool("--token-label", label, "--read-object", "--type", "pubkey", "--id", id, "-o", publicKey);
+  const certificate = await world.authority.certify("opencryptoki", publicKey);
+  await tool(...onToken, "--pin", pin, "--write-object", certificate.der, "--type", "cert", "--id", id);
+  const token = await PrivateToken.of(folder, ["module: libopencryptoki.so"], { pin, certificate });
+  return Object.assign(token, { wrapper: asUserInGroup(group) });
+}
+
+async function whyNot() {
+  if (process.getuid() !== 0) return "only root can set up openCryptoki's token";
+  const hasUser = await access(join(store, "MK_USER")).then(() => true, () => false);
+  return hasUser && "openCryptoki's token is somebody's";
+}
+
+async function clear() {
+  const files = (await readdir(store, { withFileTypes: true })).filter((entry) => entry.isFile()).map(({ name }) => name);
+  const objects = (await readdir(join(store, "TOK_OBJ"))).map((name) => join("TOK_OBJ", name));
+  for (const name of [...files, ...objects]) await rm(join(store, name));
+  for (const name of await readdir("/dev/shm")) if (sharedMemory.test(name)) await rm(join("/dev/shm", name));
+}
