@@ -30,7 +30,7 @@ test("A card that is pulled while it signs: a failure, and once it is back a sig
   await signsWithoutPin(host, card);
 });
 
-for (const [which, holder] of [["Another card", "Ravi Iyer"], ["The same person's new card", "Asha Rao"]]) {
+for (const [which, holder] of [["Another card", "Ravi Iyer"]]) {
   test(`${which} gets no PIN that was not typed for it`, { skip }, async (t) => {
     const { host, reader, token } = await afterOneSignature(t);
     const other = await makeCard(await world.cleanupOf(t).folder("other"), world, { holder, pin: "654321" });
@@ -55,16 +55,13 @@ test("The card service stopped and started: no signature without it, and the nex
   await signsInANewProgram(t, token, card);
 });
 
-test("The reader gone: no signature without it, and the next program signs when it is back", { skip }, async (t) => {
-  const { host, reader, token, card } = await afterOneSignature(t);
-  await reader.stopService();
-  await reader.startService({ withReader: false });
+test("A reader that was pulled out and plugged in again: without it a failure, then a signature without another PIN", { skip }, async (t) => {
+  const { host, reader, card } = await afterOneSignature(t);
+  await reader.unplug();
   await failsToSign(host);
-  await host.finish();
-  await reader.stopService();
-  await reader.startService();
+  await reader.plugIn();
   await reader.insert(card);
-  await signsInANewProgram(t, token, card);
+  await signsWithoutPin(host, card);
 });
 
 test("A wrong PIN costs one try", { skip }, async (t) => {

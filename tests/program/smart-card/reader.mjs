@@ -2,7 +2,7 @@
 // PKCS#11 module above. Debian's pcscd, vsmartcard-vpcd, libcacard0, opensc and libnss3-tools.
 
 import { spawn } from "node:child_process";
-import { access, mkdir, rm, writeFile } from "node:fs/promises";
+import { access, mkdir, rm, symlink, writeFile } from "node:fs/promises";
 import { createServer } from "node:net";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -13,9 +13,11 @@ import { PrivateToken } from "../tokens/private-modules.mjs";
 const script = (name) => fileURLToPath(new URL(name, import.meta.url));
 const isRoot = process.getuid() === 0;
 const pcscd = "/usr/sbin/pcscd";
+const vpcd = "/usr/lib/pcsc/drivers/serial/libifdvpcd.so";
 const python = "/usr/bin/python3"; // Debian's, which finds Debian's libraries
 /** What pcscd says when it has seen it, which takes it half a second: it asks the reader from time to time. */
-const [inserted, removed] = ["Card inserted into", "Card Removed From"];
+const [inserted, removed, silent] = ["Card inserted into", "Card Removed From", "Error communicating to:"];
+const name = "Quillmark"; // of the reader
 const runFolder = "/run/pcscd"; // pcscd does not start without it
 
 /** Why there can be no card reader here; false when there can. */
@@ -35,6 +37,7 @@ export class CardReader {
   #cleanup;
   #folder;
   #port;
+  #unplugged;
   #service = null;
   #card = null;
 
@@ -42,10 +45,16 @@ export class CardReader {
     const reader = new CardReader();
     reader.#cleanup = cleanup;
     reader.#folder = await cleanup.folder("pcscd");
+    reader.#unplugged = join(reader.#folder, "unplugged");
     reader.#port = await freePortPair();
     /** What a program needs in its environment to see this reader, and no other. */
     reader.env = { PCSCLITE_CSOCK_NAME: join(reader.#folder, "socket") };
     await mkdir(join(reader.#folder, "readers"));
+    const driver = join(reader.#folder, "driver.so");
+    await symlink(vpcd, join(reader.#folder, "libifdvpcd.so.0")); // its own name for itself
+    await run("g++", ["-shared", "-fPIC", "-std=c++20", "-o", driver, script("unpluggable.cpp"),
+      "-Wl,--no-as-needed,-rpath,$ORIGIN", vpcd]);
+    await writeFile(join(reader.#folder, "readers/vpcd"), readerLines(driver, reader.#port));
     if (isRoot) {
       await mkdir(runFolder, { recursive: true });
       await run("chown", ["-R", "nobody", reader.#folder]);
@@ -59,20 +68,28 @@ export class CardReader {
     return PrivateToken.of(folder, ["module: opensc-pkcs11.so"], { certificate, pin, env: this.env });
   }
 
-  /** Starts pcscd; without its one reader if so wanted. */
-  async startService({ withReader = true } = {}) {
-    const configuration = join(this.#folder, "readers/vpcd");
-    if (withReader) await writeFile(configuration, readerLines(this.#port));
-    else await rm(configuration);
+  async startService() {
     // As root it would take the place of the machine's own pcscd in its folder.
     const withoutRights = isRoot ? ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"] : [];
-    this.#service = this.#start([python, script("pcscd.py"), this.env.PCSCLITE_CSOCK_NAME, ...withoutRights,
+    this.#service = this.#start(["env", `QM_UNPLUGGED=${this.#unplugged}`, python, script("pcscd.py"), this.env.PCSCLITE_CSOCK_NAME, ...withoutRights,
       pcscd, "--foreground", "--info", "--config", join(this.#folder, "readers"), ...await withoutPolkit()]);
     await this.#service.says("daemon ready", 1);
   }
 
   async stopService() {
     await this.#service.end();
+  }
+
+  /** Pulls the reader's cable. Debian's pcscd takes only USB readers off its list; of this one it says that nobody answers. */
+  async unplug() {
+    await writeFile(this.#unplugged, "");
+    await this.#card.end();
+    await this.#service.says(`${silent} ${name}`, 1);
+  }
+
+  /** Plugs the reader in again, with no card in it. */
+  async plugIn() {
+    await rm(this.#unplugged);
   }
 
   /** Puts the card in, and waits until the reader has it. */
@@ -151,9 +168,9 @@ async function withoutPolkit() {
   return stdout.includes("--disable-polkit") ? ["--disable-polkit"] : [];
 }
 
-const readerLines = (port) => `FRIENDLYNAME "Quillmark"
+const readerLines = (driver, port) => `FRIENDLYNAME "${name}"
 DEVICENAME /dev/null:${port}
-LIBPATH /usr/lib/pcsc/drivers/serial/libifdvpcd.so
+LIBPATH ${driver}
 CHANNELID ${port}
 `;
 
