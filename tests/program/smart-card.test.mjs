@@ -4,7 +4,6 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { thumbprint } from "./lib/judges.mjs";
 import { chooseAndLogIn, chooseFirst, World } from "./lib/world.mjs";
 import { makeCard, noReader, smartCard } from "./smart-card/reader.mjs";
 import { asUser } from "./tokens/private-modules.mjs";
@@ -21,7 +20,7 @@ test("A card that was pulled and put back signs without another PIN", { skip }, 
   await signsWithoutPin(host, card);
 });
 
-test("A card that is pulled while it signs: a failure, and once it is back a signature without another PIN", { skip }, async (t) => {
+test("A card pulled while it signs, and put back: a failure, then a signature without another PIN", { skip }, async (t) => {
   const { host, reader, card } = await afterOneSignature(t);
   reader.pullAtSignature();
   await failsToSign(host);
@@ -30,21 +29,11 @@ test("A card that is pulled while it signs: a failure, and once it is back a sig
   await signsWithoutPin(host, card);
 });
 
-for (const [which, holder] of [["Another card", "Ravi Iyer"]]) {
-  test(`${which} gets no PIN that was not typed for it`, { skip }, async (t) => {
-    const { host, reader, token } = await afterOneSignature(t);
-    const other = await makeCard(await world.cleanupOf(t).folder("other"), world, { holder, pin: "654321" });
-    await reader.pull();
-    await reader.insert(other);
-    await failsToSign(host);
-    assert.equal(reader.pins, 0);
-    await host.finish();
-    await signsInANewProgram(t, token, other);
-    assert.equal(reader.pins, 1);
-  });
-}
+test("Another card gets no PIN that was not typed for it", { skip }, async (t) => {
+  await noPinReaches(t, "Ravi Iyer");
+});
 
-// OpenSC does not get over the end of the service: until the process ends, each login is CKR_GENERAL_ERROR (seen: 0.23).
+// OpenSC does not get over the end of the service: until the process ends, each login is CKR_GENERAL_ERROR (0.23, 0.26).
 test("The card service stopped and started: no signature without it, and the next program signs", { skip }, async (t) => {
   const { host, reader, token, card } = await afterOneSignature(t);
   await reader.stopService();
@@ -55,7 +44,7 @@ test("The card service stopped and started: no signature without it, and the nex
   await signsInANewProgram(t, token, card);
 });
 
-test("A reader that was pulled out and plugged in again: without it a failure, then a signature without another PIN", { skip }, async (t) => {
+test("A reader pulled out and plugged in: a failure, then a signature without another PIN", { skip }, async (t) => {
   const { host, reader, card } = await afterOneSignature(t);
   await reader.unplug();
   await failsToSign(host);
@@ -68,9 +57,9 @@ test("A wrong PIN costs one try", { skip }, async (t) => {
   const { host, token } = await hostWithCard(t);
   const wrong = await chooseAndLogIn(host, sign, "999999");
   assert.equal(wrong.status_cd, 0, wrong.result);
-  assert.equal(token.reader.pins, 1);
+  assert.equal(await token.reader.pins(), 1);
   await isSigned(await chooseAndLogIn(host, sign, token.pin), token.card);
-  assert.equal(token.reader.pins, 2);
+  assert.equal(await token.reader.pins(), 2);
 });
 
 async function hostWithCard(t) {
@@ -101,6 +90,19 @@ async function signsInANewProgram(t, token, card) {
 async function failsToSign(host) {
   const reply = await chooseFirst(host, sign);
   assert.equal(reply.status_cd, 0);
+}
+
+/** A card of that holder is put in after another one has signed. */
+async function noPinReaches(t, holder) {
+  const { host, reader, token } = await afterOneSignature(t);
+  const other = await makeCard(await world.cleanupOf(t).folder("other"), world, { holder, pin: "654321" });
+  await reader.pull();
+  await reader.insert(other);
+  await failsToSign(host);
+  assert.equal(await reader.pins(), 0);
+  await host.finish();
+  await signsInANewProgram(t, token, other);
+  assert.equal(await reader.pins(), 1);
 }
 
 /** The reply holds a signature of this card. */

@@ -5,6 +5,7 @@ import { spawn } from "node:child_process";
 import { access, mkdir, rm, symlink, writeFile } from "node:fs/promises";
 import { createServer } from "node:net";
 import { join } from "node:path";
+import { setImmediate } from "node:timers/promises";
 import { fileURLToPath } from "node:url";
 
 import { run, runUnchecked, waitFor } from "../lib/process.mjs";
@@ -71,8 +72,9 @@ export class CardReader {
   async startService() {
     // As root it would take the place of the machine's own pcscd in its folder.
     const withoutRights = isRoot ? ["setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"] : [];
-    this.#service = this.#start(["env", `QM_UNPLUGGED=${this.#unplugged}`, python, script("pcscd.py"), this.env.PCSCLITE_CSOCK_NAME, ...withoutRights,
-      pcscd, "--foreground", "--info", "--config", join(this.#folder, "readers"), ...await withoutPolkit()]);
+    const service = [pcscd, "--foreground", "--info", "--config", join(this.#folder, "readers"), ...await withoutPolkit()];
+    this.#service = this.#start(["env", `QM_UNPLUGGED=${this.#unplugged}`, python, script("pcscd.py"),
+      this.env.PCSCLITE_CSOCK_NAME, ...withoutRights, ...service]);
     await this.#service.says("daemon ready", 1);
   }
 
@@ -111,7 +113,8 @@ export class CardReader {
   }
 
   /** How many PINs have reached the card since it was put in. */
-  get pins() {
+  async pins() {
+    await setImmediate(); // what the card has said is read
     return this.#card.count("PIN\n");
   }
 
