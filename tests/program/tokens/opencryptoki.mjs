@@ -9,7 +9,7 @@ import { run, waitFor } from "../lib/process.mjs";
 import { asUserInGroup, PrivateToken } from "./private-modules.mjs";
 
 const store = "/var/lib/opencryptoki/swtok";
-const sharedMemory = /^var\.lib\.opencryptoki\./; // what all its programs know of its tokens
+const sharedMemory = /^var\.lib\.opencryptoki/; // what all its programs know of its tokens
 const slot = "3"; // of the soft token, in Debian's opencryptoki.conf
 const soPin = "87654321"; // of a token that nobody has set up
 const group = "pkcs11";
