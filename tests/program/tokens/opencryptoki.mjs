@@ -5,7 +5,7 @@ import { once } from "node:events";
 import { access, readdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run, waitFor } from "../lib/process.mjs";
+import { run, runUnchecked, waitFor } from "../lib/process.mjs";
 import { asUserInGroup, PrivateToken } from "./private-modules.mjs";
 
 const store = "/var/lib/opencryptoki/swtok";
@@ -23,7 +23,10 @@ export const noOpencryptoki = await whyNot();
 /** A token with one key that it made itself, and a certificate for that. `cleanup` takes it away again. */
 export async function opencryptoki(folder, world, cleanup) {
   cleanup.add(clear);
-  const service = spawn("pkcsslotd", ["-f"], { stdio: "ignore" });
+  // Newer ones have a user of their own; as root they would go to the background to become that.
+  const hasUser = (await runUnchecked("id", ["pkcsslotd"])).code === 0;
+  const asItsUser = hasUser ? ["--reuid=pkcsslotd", `--regid=${group}`, "--clear-groups"] : [];
+  const service = spawn("setpriv", [...asItsUser, "pkcsslotd", "-f"], { stdio: "ignore" });
   const gone = once(service, "close");
   cleanup.add(() => {
     service.kill();
