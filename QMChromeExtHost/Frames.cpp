@@ -1,5 +1,8 @@
 #include "Frames.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -19,6 +22,16 @@ union U32_U8 {
     std::int64_t u32;
     std::uint8_t u8[4];
 };
+
+/// Standard output, once it is kept; nobody else in the process knows this stream or its descriptor.
+std::FILE* kept = nullptr;
+
+/// The next file or socket would be taken for one that is closed.
+void OpenStandardDescriptors() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
+        if (fcntl(descriptor, F_GETFD) < 0)
+            open("/dev/null", O_RDWR); // becomes the lowest that is free: this one
+}
 
 } // namespace
 
@@ -43,12 +56,21 @@ FrameText ReadFrameText(int length) {
     return text;
 }
 
+void KeepStdoutForFrames() {
+    OpenStandardDescriptors();
+    const int descriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    kept = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
+    if (kept == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        std::exit(EXIT_FAILURE);
+}
+
 void WriteFrame(const std::string& text) {
     const auto respLen = static_cast<std::uint32_t>(std::strlen(text.c_str()));
     unsigned char bytes[4];
     for (unsigned i = 0; i < sizeof bytes; ++i)
         bytes[i] = static_cast<unsigned char>(respLen >> (8 * i));
-    std::fwrite(bytes, 1, sizeof bytes, stdout);
-    std::fwrite(text.data(), 1, respLen, stdout);
-    std::fflush(stdout);
+    std::FILE* const out = kept != nullptr ? kept : stdout;
+    std::fwrite(bytes, 1, sizeof bytes, out);
+    std::fwrite(text.data(), 1, respLen, out);
+    std::fflush(out);
 }

@@ -21,6 +21,11 @@ bool ReadFrameLength(int& length);
 /// there is no memory for it, or when it is beyond the limit.
 FrameText ReadFrameText(int length);
 
+/// Keeps standard output for frames alone: what modules, threads and handlers write to descriptor 1 goes to
+/// standard error from now on. To be called once, before anything is loaded or opened; ends the host where
+/// that cannot be had.
+void KeepStdoutForFrames();
+
 /// Writes a frame to standard output, lowest byte of the length first, and flushes it. Whether it arrives is
 /// seen at the next read.
 void WriteFrame(const std::string& text);

@@ -4,7 +4,6 @@
 #include "Driver.h"
 #include "KeptPin.h"
 #include "Pkcs11Error.h"
-#include "StdoutIsStderr.h"
 
 #include <algorithm>
 #include <array>
@@ -14,7 +13,6 @@
 
 using tokendriver::Driver;
 using tokendriver::Pkcs11Error;
-using tokendriver::StdoutIsStderr;
 
 namespace {
 
@@ -87,7 +85,6 @@ extern "C" {
 
 CK_RV C_Initialize(void* arguments) {
     return Enter([&]() -> CK_RV {
-        const StdoutIsStderr quiet;
         if (running != nullptr)
             return CKR_CRYPTOKI_ALREADY_INITIALIZED;
         tokendriver::Check(CheckInitArguments(static_cast<CK_C_INITIALIZE_ARGS*>(arguments)));
@@ -98,7 +95,6 @@ CK_RV C_Initialize(void* arguments) {
 
 CK_RV C_Finalize(void* reserved) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
-        const StdoutIsStderr quiet;
         if (reserved != nullptr)
             return CKR_ARGUMENTS_BAD;
         const std::unique_ptr<Driver> ending(&driver);
@@ -110,7 +106,6 @@ CK_RV C_Finalize(void* reserved) {
 // Only slots with a token are ever shown, so it makes no difference whether `tokenPresent` is asked for.
 CK_RV C_GetSlotList(CK_BBOOL /*tokenPresent*/, CK_SLOT_ID* slots, CK_ULONG* count) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
-        const StdoutIsStderr quiet;
         return count == nullptr ? CKR_ARGUMENTS_BAD : driver.GetSlotList(slots, *count);
     });
 }
@@ -118,7 +113,6 @@ CK_RV C_GetSlotList(CK_BBOOL /*tokenPresent*/, CK_SLOT_ID* slots, CK_ULONG* coun
 CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, void* /*application*/, CK_NOTIFY /*notify*/,
                     CK_SESSION_HANDLE* session) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
-        const StdoutIsStderr quiet;
         if (session == nullptr)
             return CKR_ARGUMENTS_BAD;
         if ((flags & CKF_SERIAL_SESSION) == 0)
@@ -130,7 +124,6 @@ CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, void* /*application*/, CK_N
 
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR* pin, CK_ULONG length) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
-        const StdoutIsStderr quiet;
         if (pin == nullptr && length > 0)
             return CKR_ARGUMENTS_BAD;
         return driver.SessionOf(session).Login(user, {pin, length});

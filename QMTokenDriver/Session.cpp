@@ -3,7 +3,6 @@
 #include "CutShort.h"
 #include "DigestInfo.h"
 #include "Pkcs11Error.h"
-#include "StdoutIsStderr.h"
 
 #include <algorithm>
 #include <array>
@@ -72,7 +71,6 @@ CK_RV Session::Carry(Call call) {
 }
 
 CK_RV Session::Reconnect() {
-    const StdoutIsStderr quiet;
     const std::optional<SeenToken> seen = findToken_(token_.Seen());
     if (!seen)
         return goneWith_;

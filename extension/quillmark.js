@@ -21,7 +21,7 @@ export const ERRORS = Object.freeze({
   HOST_MISSING: "Quillmark's signing program is not installed, or this browser does not know it. Install it, or run quillmark-doctor to see what is missing.",
   HOST_EXITED: "The signing program ended before it had answered. Try again. If this repeats, run quillmark-doctor.",
   HOST_FORBIDDEN: "This browser is not allowed to start the signing program. A policy of this computer or the signing program's registration forbids it; quillmark-doctor shows which.",
-  USER_CANCELLED: "You cancelled, and nothing was signed.",
+  USER_CANCELLED: "You cancelled, and nothing was signed. If the list was empty, run quillmark-tokens: it tells why.",
   TOKEN_MISSING: "No crypto token was found. Plug in your token or insert your card, then try again.",
   LOGIN_FAILED: "The token did not accept the login: the PIN was wrong, left empty, or is locked. Check the PIN before you try again; most tokens lock after a few wrong ones.",
   KEY_NOT_FOUND: "The token holds no private key for this request.",

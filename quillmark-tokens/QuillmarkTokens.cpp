@@ -3,11 +3,15 @@
 #include "Inventory.h"
 #include "InventoryReport.h"
 #include "PinPrompt.h"
-#include "QMTokenDriver/StdoutIsStderr.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -16,13 +20,15 @@ using namespace tokendriver;
 using namespace tokendriver::tool;
 
 constexpr const char* kHelp =
-    R"(Usage: quillmark-tokens [--json] [--login]
+    R"(Usage: quillmark-tokens [--json] [--login] [--verbose]
 
 Lists the PKCS#11 modules that p11-kit knows, their slots and tokens, and each certificate on them: whether Quillmark
 can sign with it and, if not, why.
 
   --json    write JSON, for machines
   --login   ask for the PIN of each token on the terminal: most tokens show their private keys after login only
+  --verbose let the modules' own words through, on standard error; what they wrote while the signing program ran is
+            told by quillmark-doctor
   --help    write this text
 
 Exit status: 0 when at least one certificate can sign, as far as was seen; 1 when none can; 2 on a wrong use, or when
@@ -35,6 +41,7 @@ constexpr int kNotFoundOut = 2;
 struct Options {
     bool isJson = false;
     bool isLogin = false;
+    bool isVerbose = false;
     bool isHelp = false;
     std::string_view unknown;
 };
@@ -47,6 +54,8 @@ Options ReadOptions(int argc, char** argv) {
             options.isJson = true;
         else if (argument == "--login")
             options.isLogin = true;
+        else if (argument == "--verbose")
+            options.isVerbose = true;
         else if (argument == "--help" || argument == "-h")
             options.isHelp = true;
         else
@@ -55,10 +64,37 @@ Options ReadOptions(int argc, char** argv) {
     return options;
 }
 
-bool AskForPinOf(const SeenToken& token, KeptPin& pin) {
+/// Standard output and standard error for the tool alone. What modules write there, from their start to their
+/// exit handlers, is seen on standard error with --verbose, and nowhere without.
+class OwnStreams {
+    struct Close {
+        void operator()(std::FILE* stream) const { std::fclose(stream); }
+    };
+    using Stream = std::unique_ptr<std::FILE, Close>;
+
+    static Stream Keep(int descriptor) {
+        Stream kept(fdopen(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "w"));
+        if (kept)
+            return kept;
+        std::perror("quillmark-tokens");
+        std::exit(kNotFoundOut);
+    }
+
+public:
+    explicit OwnStreams(bool isVerbose) : out(Keep(STDOUT_FILENO)), err(Keep(STDERR_FILENO)) {
+        dup2(isVerbose ? STDERR_FILENO : open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+        dup2(STDOUT_FILENO, STDERR_FILENO);
+    }
+
+    const Stream out;
+    const Stream err;
+};
+
+bool AskForPinOf(const OwnStreams& own, const SeenToken& token, KeptPin& pin) {
     const std::string name = "\"" + Printable(token.identity.label) + "\"";
     if ((token.tokenInfo.flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
-        std::cerr << "Please type the PIN of " << name << " on its reader." << std::endl;
+        std::fprintf(own.err.get(), "Please type the PIN of %s on its reader.\n", name.c_str());
+        std::fflush(own.err.get());
         return true;
     }
     const bool isLastTry = (token.tokenInfo.flags & CKF_USER_PIN_FINAL_TRY) != 0;
@@ -71,21 +107,20 @@ struct Told {
     bool canSign;
 };
 
-/// What is on stdout is the report alone, whatever modules write from their start to their end.
-Told LookAround(const Options& options) {
-    const StdoutIsStderr quiet;
+Told LookAround(const Options& options, const OwnStreams& own) {
     std::vector<ProbeResult> probed = ProbeEachAlone();
     std::vector<ProbeResult> harmful = probed;
     std::erase_if(harmful, [](const ProbeResult& result) { return !DoesHarm(result); });
     const Backends backends(harmful);
-    const Inventory inventory = TakeInventory(backends, probed, options.isLogin ? AskForPinOf : AskForPin());
+    const auto ask = [&own](const SeenToken& token, KeptPin& pin) { return AskForPinOf(own, token, pin); };
+    const Inventory inventory = TakeInventory(backends, probed, options.isLogin ? AskForPin(ask) : nullptr);
     return {options.isJson ? JsonReport(inventory) : TextReport(inventory), CountUsable(inventory) > 0};
 }
 
-int Tell(const Options& options) {
+int Tell(const Options& options, const OwnStreams& own) {
     SwitchOffCoreDumps();
-    const Told told = LookAround(options);
-    std::cout << told.report << std::flush;
+    const Told told = LookAround(options, own);
+    std::fputs(told.report.c_str(), own.out.get());
     return told.canSign ? EXIT_SUCCESS : kNoneCanSign;
 }
 
@@ -102,10 +137,11 @@ int main(int argc, char** argv) {
         std::cout << kHelp;
         return EXIT_SUCCESS;
     }
+    const OwnStreams own(options.isVerbose);
     try {
-        return Tell(options);
+        return Tell(options, own);
     } catch (const std::exception& error) {
-        std::cerr << "quillmark-tokens: " << error.what() << '\n';
+        std::fprintf(own.err.get(), "quillmark-tokens: %s\n", error.what());
         return kNotFoundOut;
     }
 }

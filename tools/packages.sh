@@ -17,8 +17,12 @@ packages_run=(
   softhsm2 opensc p11-kit openssl ca-certificates poppler-utils libnss3-tools
   xvfb openbox xdotool x11-utils imagemagick fonts-dejavu-core
 )
-# More tokens to test the driver with: the soft token of NSS, and a TPM in software.
-packages_test=(valgrind locales faketime strace sway grim wtype libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm)
+# More tokens to test the driver with: the soft token of NSS, a TPM in software, a smart card in software with its reader, and
+# the soft token of openCryptoki.
+packages_test=(
+  valgrind locales faketime strace sway grim wtype
+  libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
+)
 packages_bench=(libengine-pkcs11-openssl)
 packages_tree=(git clang-format clang-tidy shellcheck pyflakes3)
 packages_packaging=(dpkg-dev debhelper fakeroot lintian git)

@@ -4,10 +4,18 @@ import { describe, element, row, rowButton, tellBackground } from "../src/pages.
 
 const api = globalThis.browser ?? globalThis.chrome;
 
-element("forget").addEventListener("click", () => endProgram("The signing program was ended. It has forgotten your PIN."));
-element("reread").addEventListener("click", () =>
-  endProgram("The signing program was ended. The next request starts it anew, and it reads the tokens that are there then."),
-);
+element("forget").addEventListener("click", async () => {
+  await tellBackground("stopHost");
+  await announce("The signing program was ended. It has forgotten your PIN.");
+});
+element("reread").addEventListener("click", async () => {
+  const isDone = await tellBackground("readTokensAgain");
+  await announce(
+    isDone
+      ? "The signing program was ended. The next request starts it anew, and it reads the tokens that are there then."
+      : "A request is under way. Answer or cancel it first, then try again.",
+  );
+});
 element("settings").addEventListener("click", async () => {
   await api.runtime.openOptionsPage();
   window.close();
@@ -16,8 +24,7 @@ element("settings").addEventListener("click", async () => {
 await showState();
 await showSignatures();
 
-async function endProgram(words) {
-  await tellBackground("stopHost");
+async function announce(words) {
   element("announcement").textContent = words;
   element("announcement").hidden = false;
   await showState();

@@ -9,14 +9,15 @@ const LAYER = /^Error {1,2}in \w+\(\): /;
  * The program's failure texts, without the layers' prefixes; the first rule that matches counts.
  *
  * `restart` marks the failures after which the program's run is of no more use: it keeps its session and its list of
- * certificates to its end, and with some tokens an unsuccessful search stays open and spoils the next one.
+ * certificates to its end, and with some tokens an unsuccessful search stays open and spoils the next one. After a login that
+ * failed it may hold a PIN that the driver has forgotten, and would not ask the user again.
  */
 const RULES = [
   { text: /^echo: /, code: "UNKNOWN_ACTION" },
   { text: /^Not Implimented\.$/, code: "NOT_IMPLEMENTED" },
   { text: /^User Canceled without Selecting Certificate\.$/, code: "USER_CANCELLED" },
   { text: /^No slot with token attached\.$/, code: "TOKEN_MISSING" },
-  { text: /^Token User PIN required for Token Login, but given empty\.$/, code: "LOGIN_FAILED" },
+  { text: /^Token User PIN required for Token Login, but given empty\.$/, code: "LOGIN_FAILED", restart: true },
   { text: /^Unsupported hash algorithm$/, code: "UNSUPPORTED_HASH" },
   { text: /^Private Key NOT Found$/, code: "KEY_NOT_FOUND", restart: true },
   // The chosen certificate has no CKA_ID, so no private key can be found by it.
@@ -47,7 +48,7 @@ export function classifyFailure(text, { loggedIn }) {
 
   if (reason === "") {
     const detail = "The signing program gave no reason; its log file has it.";
-    return loggedIn ? { code: "TOKEN_ERROR", detail, restart: true } : { code: "LOGIN_FAILED", detail, restart: false };
+    return { code: loggedIn ? "TOKEN_ERROR" : "LOGIN_FAILED", detail, restart: true };
   }
   const ckr = CKR_LINE.exec(reason);
   if (ckr) return { ...classifyCkr(ckr[1], Number.parseInt(ckr[2], 16)), detail: text, restart: true };

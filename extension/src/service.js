@@ -58,6 +58,11 @@ export class Service {
     return { waiting: of(({ open }) => open.size > 0), allowed: of(({ isAllowed }) => isAllowed) };
   }
 
+  /** Whether a request is under way at the signing program. */
+  get isAtWork() {
+    return this.#hostQueue.length > 0;
+  }
+
   /** Takes back what the user has allowed to the origin, for good or until its page closes, and what came of it. */
   async revoke(origin) {
     for (const document of this.#documents) if (document.origin === origin) document.isAllowed = false;

@@ -40,6 +40,10 @@ test("Every failure text of the documentation has the code that stands there, wi
   }
 });
 
+test("Whoever cancelled an empty list is told where its reasons are", () => {
+  assert.match(ERRORS.USER_CANCELLED, /If the list was empty, .*quillmark-tokens/);
+});
+
 test("Every rule of the code stands in the documentation", () => {
   const rules = [...read("extension/src/failures.js").matchAll(/\{ text: \/\^(.+?)\/, code: "(\w+)"/g)];
   assert.ok(rules.length >= 12);
@@ -74,14 +78,15 @@ test("A token's error has the PKCS#11 name of its code, and the number where the
   assert.equal(ckr("80000001"), "0x80000001");
 });
 
-test("After what spoils the program's run it is started anew, after what the user did it is not", () => {
-  for (const text of ["[CKR_ERROR in C_Sign] ErrCode = 0x00000030.", "Private Key NOT Found", "std::bad_alloc"]) {
+test("After what spoils the program's run, and a failed login, it is started anew; after what else the user did it is not", () => {
+  const login = ["", "[CKR_ERROR in C_Login] ErrCode = 0x000000A0.", "Token User PIN required for Token Login, but given empty."];
+  for (const text of ["[CKR_ERROR in C_Sign] ErrCode = 0x00000030.", "Private Key NOT Found", "std::bad_alloc", ...login]) {
     assert.equal(classify(text).restart, true, text);
+    assert.equal(classify(text, true).restart, true, text);
   }
-  for (const text of ["User Canceled without Selecting Certificate.", "No slot with token attached.", "Unsupported hash algorithm", ""]) {
+  for (const text of ["User Canceled without Selecting Certificate.", "No slot with token attached.", "Unsupported hash algorithm"]) {
     assert.equal(classify(text).restart, false, text);
   }
-  assert.equal(classify("", true).restart, true);
 });
 
 test("A page's own text in an echo is not taken for a failure of the token", () => {

@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
+import { Panel } from "../../extension/src/panel.js";
 import {
   ALLOWED, browser, DIGEST, FakeProgram, RECORD, settle, start, stopClock, until, visit, willing, withdrawable,
 } from "./fakes.mjs";
@@ -209,4 +210,42 @@ test("The PIN's times are settings, the administrator's before the user's; what 
   assert.deepEqual(await life({ quietMinutes: 5, longestMinutes: 30 }, {}), [5, 30]);
   assert.deepEqual(await life({ quietMinutes: 5, longestMinutes: 30 }, { quietMinutes: 2 }), [2, 30]);
   assert.deepEqual(await life({ quietMinutes: 0, longestMinutes: "30" }, { quietMinutes: 900 }), [1, 240]);
+});
+
+test("To read the tokens again ends the program, and the next request starts it anew", async () => {
+  const page = await visit(ALLOWED);
+  const panel = new Panel(browser);
+  await page.signAuthToken("first");
+  assert.equal(await panel.answer({ type: "readTokensAgain" }), true);
+  await settle();
+  assert.equal(browser.program.running, false);
+  await page.signAuthToken("second");
+  assert.equal(browser.program.starts, 2);
+  browser.host.close();
+  assert.equal(await panel.answer({ type: "readTokensAgain" }), true, "a program that does not run has nothing to read");
+});
+
+test("To read the tokens again disturbs no request under way, nor the steps of one", async () => {
+  const answers = [];
+  const program = new FakeProgram((request) => new Promise((resolve) => answers.push(() => resolve(willing(request)))));
+  const page = await visit({ ...ALLOWED, program });
+  const panel = new Panel(browser);
+  const signature = page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
+  for (const step of [1, 2]) {
+    await until(() => answers.length === step);
+    assert.equal(await panel.answer({ type: "readTokensAgain" }), false);
+    answers.at(-1)();
+  }
+  await signature;
+  assert.equal(program.starts, 1);
+});
+
+test("After a login that failed the program is started anew, so that the user is asked for the PIN again", async () => {
+  const program = new FakeProgram((request) => (program.starts === 1 ? { ok: false, text: "" } : willing(request)));
+  const page = await visit({ ...ALLOWED, program });
+  await assert.rejects(page.signAuthToken("first"), { code: "LOGIN_FAILED" });
+  await settle();
+  assert.equal(program.running, false);
+  await page.signAuthToken("second");
+  assert.equal(program.starts, 2);
 });

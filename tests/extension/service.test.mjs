@@ -86,10 +86,10 @@ test("A failure without a reason is the login before the token has signed, and t
   const page = await visit({ ...ALLOWED, program: new FakeProgram(() => answers.shift()) });
   await assert.rejects(page.signAuthToken("wrong PIN"), { code: "LOGIN_FAILED" });
   await page.signAuthToken("right PIN");
-  assert.equal(browser.program.starts, 1);
+  assert.equal(browser.program.starts, 2);
   await assert.rejects(page.signAuthToken("token pulled"), { code: "TOKEN_ERROR" });
   await page.signAuthToken("started anew");
-  assert.equal(browser.program.starts, 2);
+  assert.equal(browser.program.starts, 3);
 });
 
 // ---- a program that is missing or dies

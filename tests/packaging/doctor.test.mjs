@@ -270,6 +270,19 @@ test("The log is a remedy where the program has written one", async (t) => {
   }
 });
 
+test("What modules wrote to stderr is told by its last lines and by where it is, and keeps nobody from signing", async (t) => {
+  const computer = await healthy(t, { browsers: ["chromium"] });
+  const noise = async () => (await examine(computer)).findings.filter(({ check }) => check === "modules");
+  assert.deepEqual(await noise(), []);
+  const lines = Array.from({ length: 9_000 }, (_, i) => `line ${i}`);
+  await computer.write(join(computer.installed, "modules.log"), [...lines, "", "a \x1b[31mred \xff", "x".repeat(1_000), ""].join("\n"));
+  const [{ level, text }] = await noise();
+  assert.equal(level, "ok");
+  assert.ok(text.includes(join(computer.installed, "modules.log")));
+  assert.match(text, /: "line 8999", "a \x1b\[31mred .", "x{200}"$/);
+  assert.match((await computer.tool("quillmark-doctor")).out, /"a <U\+001B>\[31mred/);
+});
+
 for (const [what, program, words] of [
   ["ends at once", "#!/bin/sh\nexit 3\n", /ends without an answer, with status 3/],
   ["answers something else", "#!/bin/sh\nprintf '\\002\\000\\000\\000{}'\n", /answers something else/],

@@ -45,6 +45,7 @@ test("uninstall takes all of it away, with the program's own log and settings", 
   const computer = await computerWith(t, "chromium");
   await computer.install();
   await writeFile(join(computer.userFolder, "QMSignerExtHostLog.txt"), "a line\n");
+  await writeFile(join(computer.userFolder, "modules.log"), "a line\n");
   await writeFile(join(computer.userFolder, "QMHostSettings.json"), "{}");
   const { code, out } = await computer.install("--uninstall");
   assert.equal(code, 0);

@@ -54,7 +54,7 @@ test("The launcher needs no argument", async (t) => {
 test("Installed for all users, the launcher gives each user a folder with logo and driver in reach", async (t) => {
   const { computer, start, folder } = await forAllUsers(t);
   assert.equal((await start()).code, 0);
-  assert.deepEqual((await started(folder, computer)).files, ["QMLogo.png", "QMTokenDriver.so", "started"]);
+  assert.deepEqual((await started(folder, computer)).files, ["QMLogo.png", "QMTokenDriver.so", "modules.log", "started"]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);
   assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
 });
@@ -99,6 +99,49 @@ test("Asked for the folder only, the launcher says it, makes nothing, and starts
   const { code, out, err } = await start("--check-folder");
   assert.deepEqual([code, out], [REFUSED, `${folder}\n`]);
   assert.match(err, /can be changed by others/);
+});
+
+// ---- what modules write to stderr
+
+/** A computer whose program does this in the place of the real one. */
+async function running(t, script) {
+  const { computer, folder } = await forOneUser(t);
+  await computer.setProgram(`#!/bin/sh\n${script}\n`);
+  await computer.install();
+  return { log: join(folder, "modules.log"), start: launching(join(folder, "quillmark-host"), computer) };
+}
+
+test("What is written to stderr while the program runs is kept for this user alone, and is not in the browser's own log", async (t) => {
+  const { log, start } = await running(t, "echo module: hello >&2");
+  for (const times of [1, 2]) {
+    assert.deepEqual(await start(), { code: 0, out: "", err: "" });
+    assert.equal(await readFile(log, "utf8"), "module: hello\n".repeat(times));
+  }
+  assert.equal(statSync(log).mode & 0o777, 0o600);
+});
+
+test("More than 256 KiB of it is cut when the program starts, and what came last stays", async (t) => {
+  const { log, start } = await running(t, "echo module: last >&2");
+  await writeFile(log, "0123456789abcde\n".repeat(16_384));
+  await start();
+  assert.equal(statSync(log).size, 262_144 + "module: last\n".length);
+  await start();
+  const kept = await readFile(log, "utf8");
+  assert.match(kept, /\n0123456789abcde\nmodule: last\nmodule: last\n$/);
+  assert.ok(kept.length < 131_072, `${kept.length} bytes`);
+});
+
+test("Where it cannot be kept, it goes nowhere, and the program is started all the same", async (t) => {
+  const { log, start } = await running(t, "echo module: hello >&2; echo started");
+  await mkdir(log);
+  assert.deepEqual(await start(), { code: 0, out: "started\n", err: "" });
+});
+
+test("Whoever starts the program on a terminal sees what is written to stderr", async (t) => {
+  const { log, start } = await running(t, "echo module: hello >&2");
+  const { out } = await start.as("script", "--quiet", "--log-out", "/dev/null", "--command");
+  assert.equal(out, "module: hello\r\n");
+  assert.equal(existsSync(log), false);
 });
 
 // ---- working folders that are not the user's alone

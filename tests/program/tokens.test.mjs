@@ -8,7 +8,9 @@ import {
 } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 import { nss } from "../lib/token/nss.mjs";
+import { noOpencryptoki, opencryptoki } from "../lib/token/opencryptoki.mjs";
 import { asUser } from "../lib/token/private-token.mjs";
+import { noReader, smartCard } from "../lib/token/smart-card/reader.mjs";
 import { tpm2 } from "../lib/token/tpm2.mjs";
 
 const world = World.forThisFile(product);
@@ -20,13 +22,19 @@ async function softhsm(folder) {
   return Object.assign(token, { certificate });
 }
 
-const modules = { "SoftHSM 2": softhsm, "NSS softokn": nss, "TPM 2": tpm2 };
+const modules = [
+  ["SoftHSM 2", softhsm],
+  ["NSS softokn", nss],
+  ["TPM 2", tpm2],
+  ["OpenSC with a smart card", smartCard, noReader],
+  ["openCryptoki", opencryptoki, noOpencryptoki],
+];
 
-for (const [name, create] of Object.entries(modules)) {
-  test(`${name}: listed, chosen, a GST return, a PDF and an authentication token signed`, async (t) => {
+for (const [name, create, skip = false] of modules) {
+  test(`${name}: listed, chosen, a GST return, a PDF and an authentication token signed`, { skip }, async (t) => {
     const cleanup = world.cleanupOf(t);
     const token = await create(await cleanup.folder("token"), world, cleanup);
-    const host = await world.host(t, { token, wrapper: asUser });
+    const host = await world.host(t, { token, wrapper: token.wrapper ?? asUser });
 
     const chosen = await chooseFirst(host, CHOOSE);
     assert.equal(chosen.status_cd, 1, chosen.result);

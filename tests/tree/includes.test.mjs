@@ -35,7 +35,7 @@ const host = {
   "TokenManager.h": ["QMHostShared", ck, pkcs11],
   "TokenManager.cpp": ["Pkcs11Call", "PinDialog", "QMX509Decoder", "QMHostShared", ck, posix],
   "Frames.h": [],
-  "Frames.cpp": [],
+  "Frames.cpp": [posix],
   "InMessage.h": [ck],
   "SignedDataXml.h": [ck],
   "SignedDataXml.cpp": ["QMHostShared", ck],
@@ -47,13 +47,12 @@ const host = {
     ["CardList", "Frames", "InMessage", "SelectionWindow", "SignedDataXml", "TokenManager", "QMTools", "QMHostShared", ck, wx],
   "MainSelectCertificate.h": [wx],
   "MainSelectCertificate.cpp": ["QMNativeMessagingHost", "CardList", "TokenManager", "QMHostShared", ck, wx],
-  "main.cpp": ["MainSelectCertificate"],
+  "main.cpp": ["MainSelectCertificate", "Frames"],
 };
 
 const driver = {
   "Pkcs11Error.h": [pkcs11],
   "OpenSslPtr.h": [openssl],
-  "StdoutIsStderr.h": [posix],
   "Ckr.h": [pkcs11],
   "Ckr.cpp": [p11kit],
   "KeptPin.h": [pkcs11],
@@ -77,10 +76,10 @@ const driver = {
   "CutShort.h": [pkcs11],
   "CutShort.cpp": ["DigestInfo"],
   "Session.h": ["Attributes", "Token", pkcs11],
-  "Session.cpp": ["CutShort", "DigestInfo", "Pkcs11Error", "StdoutIsStderr"],
+  "Session.cpp": ["CutShort", "DigestInfo", "Pkcs11Error"],
   "Driver.h": ["Backends", "Session", "Token", "TokenScan", pkcs11],
   "Driver.cpp": ["Pkcs11Error"],
-  "EntryPoints.cpp": ["Driver", "KeptPin", "Pkcs11Error", "StdoutIsStderr"],
+  "EntryPoints.cpp": ["Driver", "KeptPin", "Pkcs11Error"],
 };
 
 const parts = (...names) => names.map((name) => `QMTokenDriver/${name}`);
@@ -93,7 +92,7 @@ const tool = {
   "InventoryReport.cpp": [json],
   "PinPrompt.h": parts("KeptPin"),
   "PinPrompt.cpp": [openssl, posix],
-  "QuillmarkTokens.cpp": ["Inventory", "InventoryReport", "PinPrompt", ...parts("StdoutIsStderr")],
+  "QuillmarkTokens.cpp": ["Inventory", "InventoryReport", "PinPrompt", posix],
 };
 
 // Headers of ck that say so of themselves.

@@ -57,7 +57,7 @@ function forUsers(file) {
 
 /** A source file; that of quillmark-tokens without the texts that it writes for users. */
 function withoutUsersTexts(file) {
-  return file.startsWith("quillmark-tokens/") ? read(file).replace(/"[^"\n]*"/g, '""') : read(file);
+  return file.startsWith("quillmark-tokens/") ? read(file).replace(/R"\([^]*?\)"|"[^"\n]*"/g, '""') : read(file);
 }
 
 /** Each match in these [file, text], as "file:line: match". */

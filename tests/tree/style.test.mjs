@@ -22,12 +22,14 @@ const TIDY_TIME = 300_000;
 const shell = /^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/;
 
 /** A pipe to head, to grep -q, -m or -l, to sed with its command q, or to awk with exit. */
-const pipeToEarlyEnd = new RegExp(/(?<!\|)\|&?\s*(?:\w+=\S*\s+|command\s+)*/.source + "(?:" + [
+const pipe = /(?<!\|)\|&?\s*(?:\w+=\S*\s+|command\s+)*/;
+const earlyEnds = [
   /head\b.*/,
   /[ef]?grep\b[^|\n]*\s(?:-[a-zA-Z]*[qmlL]|--quiet|--silent|--max-count|--files).*/,
   /sed\b[^|\n]*(?:[\s'"{};!$/\d])q\d*\s*(?:['"};\s)]|$)/,
   /awk\b.*\bexit\b/,
-].map(({ source }) => source).join("|") + ")", "gm");
+];
+const pipeToEarlyEnd = new RegExp(`${pipe.source}(?:${earlyEnds.map(({ source }) => source).join("|")})`, "gm");
 
 test("the C++ is formatted as .clang-format says", async () => {
   await clean("clang-format", ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);

@@ -40,6 +40,24 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.equal(again.value.CertThumbPrint, rig.certificate.thumbprint);
   });
 
+  browserTest("a token that was exchanged is seen after \"Read the tokens again\", which disturbs no request under way", async (t) => {
+    const page = await allowedPage(t);
+    const choose = async () => (await rig.user.choose(ask(page, "selectCertificate"))).value?.CertThumbPrint;
+    assert.equal(await choose(), rig.certificate.thumbprint);
+    const running = await rig.program.running();
+    const certificate = await rig.world.certificate("exchanged");
+    await rig.program.useToken(t, await rig.world.fakeToken({ certificates: [{ certificate, id: "01" }] }));
+    const request = ask(page, "selectCertificate");
+    await rig.user.certificateWindow();
+    assert.match(await rig.extension.clickInPopup("reread"), /^A request is under way\./);
+    assert.equal((await rig.user.choose(request)).value.CertThumbPrint, rig.certificate.thumbprint);
+    assert.deepEqual(await rig.program.running(), running);
+
+    assert.match(await rig.extension.clickInPopup("reread"), /^The signing program was ended\. The next request starts it anew/);
+    await rig.program.gone();
+    assert.equal(await choose(), certificate.thumbprint);
+  });
+
   browserTest("an income-tax return whose hash is no key's name is KEY_NOT_FOUND", async (t) => {
     const page = await allowedPage(t);
     const outcome = await rig.user.chooseAndLogIn(ask(page, "signItReturn", [DIGEST, "ABCDE1234F"]));

@@ -5,6 +5,7 @@ import { waitFor } from "../process.mjs";
 const CONSENT = "/consent/consent.html";
 const DOCUMENTS = "/viewer/viewer.html";
 const OPTIONS = "/options/options.html";
+const POPUP = "/popup/popup.html";
 
 export class ExtensionPages {
   #pages;
@@ -42,6 +43,17 @@ export class ExtensionPages {
     const isThere = this.#options && (await this.#pages.evaluate(this.#options, "true").catch(() => false));
     if (!isThere) this.#options = await this.#open();
     return this.#pages.evaluate(this.#options, called(body, args));
+  }
+
+  /** Clicks a button of the toolbar's popup, opened in a tab behind the others, when it can be clicked; gives what is said then. */
+  async clickInPopup(button) {
+    const popup = await this.#pages.open(POPUP);
+    const evaluate = (body) => this.#pages.evaluate(popup, called(body, [button])).catch(() => undefined);
+    await waitFor("the popup's button", () => evaluate((id) => document.getElementById(id)?.disabled === false));
+    await evaluate((id) => document.getElementById(id).click());
+    const words = await waitFor("the popup's answer", () => evaluate(() => document.getElementById("announcement").textContent));
+    await this.#pages.close(popup);
+    return words;
   }
 
   /** Has the browser stop the extension's background, as it does after some time without work. */
@@ -92,6 +104,10 @@ class ChromiumPages {
     return page.evaluate(expression);
   }
 
+  close(page) {
+    return page.close();
+  }
+
   async stopBackground() {
     const [target] = this.#targets("/src/background.js");
     const worker = await target.worker();
@@ -137,6 +153,10 @@ class FirefoxPages {
     });
     if (exceptionDetails) throw new Error(exceptionDetails.text);
     return JSON.parse(result.value);
+  }
+
+  close(context) {
+    return this.#send("browsingContext.close", { context });
   }
 
   async stopBackground() {

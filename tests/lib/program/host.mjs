@@ -55,6 +55,11 @@ export class Host {
     return this.#child.pid;
   }
 
+  /** The bytes of the output that no whole reply has come from. */
+  get outputRest() {
+    return this.#frames.rest;
+  }
+
   /** Sends a request as one frame. */
   send(request) {
     this.sendBytes(frame(request));

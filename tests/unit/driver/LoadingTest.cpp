@@ -110,20 +110,6 @@ TEST_F(LoadingTest, ModulesThatHang_AreSkippedWithinTheTimeLimit) {
     EXPECT_EQ(Slots().size(), 1U);
 }
 
-TEST_F(LoadingTest, WhatAModuleWrites_DoesNotReachTheHostsOutput) {
-    FakeTokenState& token = AddFake("writes-to-stdout");
-    testing::internal::CaptureStdout();
-    std::printf("the host's own");
-    Start();
-    OpenFirstToken();
-    token.Pull();
-    token.PutBack();
-    EXPECT_EQ(ListCertificates().size(), 1U);
-    EXPECT_EQ(Driver().Finalize(nullptr), CKR_OK);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "the host's own");
-}
-
 TEST_F(LoadingTest, LeavesNoChildBehind) {
     AddGoodModule();
     AddBadModule("crashes-at-load");

@@ -108,7 +108,7 @@ TEST_F(ToolTest, AnUnknownOption_IsAClearErrorWithStatus2) {
 TEST_F(ToolTest, Help_NamesEveryOption) {
     const Outcome run = Tool("--help");
     EXPECT_EQ(run.status, 0);
-    for (const char* option : {"--json", "--login", "--help"})
+    for (const char* option : {"--json", "--login", "--verbose", "--help"})
         EXPECT_THAT(run.output, HasSubstr(option)) << option;
 }
 
@@ -286,12 +286,19 @@ TEST_F(ToolTest, SoftHsm_IsUnderstood) {
     EXPECT_THAT(run.output, HasSubstr("not offered: token not initialised"));
 }
 
-TEST_F(ToolTest, WhatAModuleWritesToStdout_IsNotInTheReport) {
-    AddFile("writes-to-stdout");
-    const Json report = Report("--json 2>/dev/null");
-    ASSERT_TRUE(report.is_object()) << "no JSON";
-    EXPECT_EQ(report.at("canSign"), 1);
-    EXPECT_EQ(status, 0);
+TEST_F(ToolTest, WhatModulesWrite_IsNotInTheReport_NorOnStandardErrorUnlessItIsAskedFor) {
+    for (const char* fake : {"writes-to-stdout", "writes-to-stdout-at-exit", "writes-to-stderr"})
+        AddFile(fake);
+    for (const char* arguments : {"--json", "--json --verbose 2>/dev/null"}) {
+        const Json report = Report(arguments);
+        ASSERT_TRUE(report.is_object()) << "no JSON";
+        EXPECT_NE(report.at("canSign"), 0);
+        EXPECT_EQ(status, 0);
+    }
+    const std::string heard = Tool("--verbose 2>&1 >/dev/null").output;
+    for (const char* words : {"module: hello", "module: goodbye", "module: complains"})
+        EXPECT_THAT(heard, HasSubstr(words));
+    EXPECT_THAT(heard, Not(HasSubstr("can sign")));
 }
 
 TEST_F(ToolTest, ControlCharactersOfATokensLabel_DoNotReachTheTerminal) {
