@@ -176,13 +176,13 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const [{ code, message }] = await askToSign(page, [{ content: btoa("<html>") }]);
     assert.deepEqual({ code, message }, { code: "DOCUMENT_REFUSED", message: "This document cannot be signed: it is no PDF document." });
     const other = await freshPage(t);
-    // What it says of its pages is not what it has: pdf.js goes by the one, and we by the other.
+    // It has a page more than it says: pdf.js would not draw that, and other readers may.
     const document = await PDFDocument.create();
-    document.addPage();
-    const bytes = Buffer.from(await document.save({ useObjectStreams: false }));
-    const lying = Buffer.from(bytes.toString("latin1").replace("/Count 1", "/Count 2"), "latin1");
+    for (let i = 0; i < 2; i++) document.addPage();
+    const saved = Buffer.from(await document.save({ useObjectStreams: false }));
+    const lying = Buffer.from(saved.toString("latin1").replace("/Count 2", "/Count 1"), "latin1");
     const [{ message: words }] = await askToSign(other.page, [{ content: lying.toString("base64") }]);
-    assert.match(words, /readers find different pages in it|cannot be drawn/);
+    assert.match(words, /readers find different pages in it/);
     const third = await freshPage(t);
     const [{ code: ofChain }] = await askToSign(third.page, [{ content: await documentOf(1) }], { chain: [btoa("no certificate")] });
     assert.equal(ofChain, "INVALID_ARGUMENT");
