@@ -8,7 +8,7 @@ import { Signer } from "@signpdf/utils";
 import { PDFDocument, StandardFonts } from "pdf-lib";
 
 /** A document of one page with the given lines and an empty signature field, dated `time`. */
-async function makePdf(lines, time = new Date()) {
+export async function makePdf(lines, time = new Date()) {
   const document = await PDFDocument.create();
   document.setTitle(lines[0]);
   document.setCreationDate(time);
