@@ -29,7 +29,7 @@ packages_packaging=(dpkg-dev debhelper fakeroot lintian git)
 # Makers of PDF documents, and those who judge signed ones.
 packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
-  qpdf texlive-latex-base weasyprint wkhtmltopdf
+  qpdf texlive-latex-base weasyprint
 )
 packages_browser=(chromium firefox-esr qpdf x11-xserver-utils)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
