@@ -11,7 +11,7 @@ const SOURCE = "extension/libraries";
 // the content policy lets run.
 const PDFJS = join(ROOT, "node_modules/pdfjs-dist");
 const PDFJS_DATA = ["cmaps", "standard_fonts", "iccs"];
-const PDFJS_DECODER = "openjpeg_nowasm_fallback.js";
+const PDFJS_DECODER = ["openjpeg_nowasm_fallback.js", "LICENSE_OPENJPEG", "LICENSE_PDFJS_OPENJPEG"];
 
 // The PDF library has no module that does anything but define; without this word all of it would come along.
 const onlyWhatIsUsed = {
@@ -43,15 +43,15 @@ export async function bundleLibraries(target) {
     logLevel: "error",
   });
   for (const name of PDFJS_DATA) await cp(join(PDFJS, name), join(target, "pdfjs", name), { recursive: true });
-  await cp(join(PDFJS, "wasm", PDFJS_DECODER), join(target, "pdfjs/wasm", PDFJS_DECODER));
-  for (const name of ["LICENSE_OPENJPEG", "LICENSE_PDFJS_OPENJPEG"]) await cp(join(PDFJS, "wasm", name), join(target, "pdfjs/wasm", name));
+  for (const name of PDFJS_DECODER) await cp(join(PDFJS, "wasm", name), join(target, "pdfjs/wasm", name));
   await writeLicences(target, metafile);
 }
 
 async function writeLicences(target, { outputs }) {
   const folder = join(target, "licences");
   await mkdir(folder, { recursive: true });
-  const used = Object.values(outputs).flatMap(({ inputs }) => Object.keys(inputs).filter((file) => inputs[file].bytesInOutput > 0));
+  const isUsed = ([, { bytesInOutput }]) => bytesInOutput > 0;
+  const used = Object.values(outputs).flatMap(({ inputs }) => Object.entries(inputs).filter(isUsed).map(([file]) => file));
   for (const name of packagesOf(used)) {
     const place = join(ROOT, "node_modules", name);
     const [licence] = (await readdir(place)).filter((file) => /^licen[cs]e/i.test(file));

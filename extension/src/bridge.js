@@ -21,7 +21,8 @@
   let keepAlive;
   let lastId = 0;
   let lastGesture = -Infinity;
-  // The document's open requests, by an id of our own: {page, id, bytes, asked}, with the numbers that the extension has asked. Each channel of the page numbers its own.
+  // The document's open requests, by an id of our own: {page, id, bytes, asked}; `asked` are the numbers of the extension's
+  // questions that wait. Each channel of the page numbers its own.
   const open = new Map();
 
   // First of all listeners, for this script runs before any of the page's. document.open() takes all of them away; to listen

@@ -17,7 +17,10 @@ export class Consent {
   #documentsUrl;
   #open = new Map();
 
-  /** `windows` is the browser's windows interface, `pageUrl` the address of the consent page, `documentsUrl` that for documents. */
+  /**
+   * `windows` is the browser's windows interface, `pageUrl` the address of the consent page, `documentsUrl` that of the page for
+   * documents.
+   */
   constructor({ windows, pageUrl, documentsUrl }) {
     this.#windows = windows;
     this.#pageUrl = pageUrl;
@@ -57,9 +60,9 @@ export class Consent {
   }
 
   /**
-   * Opens the window that shows documents: {answered, finished, close()}. `answered` resolves to "sign", "deny", "closed", or
-   * "none" when none of them can be signed; `finished` when the window has done its work, and rejects when it is closed before. `calls` has a function for each thing
-   * that the window asks for.
+   * Opens the window that shows documents: {answered, finished, close()}. `answered` resolves to "sign", "deny", "closed", or "none"
+   * when none of them can be signed; `finished` resolves when the window has done its work, and rejects when it is closed before.
+   * `calls` has a function for each thing that the window asks for.
    */
   openDocuments(question, signal, calls) {
     return this.#show({ ...question, kind: "documents" }, signal, (last) => middleOf(last, DOCUMENTS_SIZE), calls);
@@ -86,7 +89,8 @@ export class Consent {
     for (const each of [entry.answered, entry.finished]) each.catch(() => {});
     const id = crypto.randomUUID();
     this.#open.set(id, entry);
-    const opening = this.#openWindow(`${calls ? this.#documentsUrl : this.#pageUrl}#${id}`, placeOf).then((windowId) => (entry.windowId = windowId));
+    const url = calls ? this.#documentsUrl : this.#pageUrl;
+    const opening = this.#openWindow(`${url}#${id}`, placeOf).then((windowId) => (entry.windowId = windowId));
     entry.close = async () => {
       signal.removeEventListener("abort", entry.abort);
       this.#open.delete(id);

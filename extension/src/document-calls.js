@@ -8,8 +8,8 @@ const CHOICE = { ...operationOf("selectCertificate"), certificate: undefined };
 const SIGNATURE = operationOf("signPdfHash");
 
 /**
- * The calls for a request, by their names. `program`: {choose(operation), sign({operation, values, run, subject}), run()}. Signatures
- * are made when the user has answered, and with the certificate that was chosen in this very run of the program.
+ * The calls for a request, by their names. `program`: {choose(operation), sign({operation, values, run, subject}), run()}.
+ * Signatures are made when the user has answered, and with the certificate that was chosen in this very run of the program.
  */
 export function callsOf(request, program) {
   const { queries } = request;

@@ -55,10 +55,11 @@ function checkDocument(given) {
 }
 
 function checkWords(name, text, longest) {
-  if (typeof text !== "string" || text.length > longest) throw invalid(`${name} has to be a text of at most ${longest} characters.`);
+  if (typeof text === "string" && text.length <= longest) return;
+  throw invalid(`${name} has to be a text of at most ${longest} characters.`);
 }
 
-// false, true (the user chooses the place), or a place: {page (from 1), x, y, width, height} in points from the lower left corner.
+// false, true (the user chooses the place), or {page (from 1), x, y, width, height}, in points from the lower left corner.
 function checkVisible(visible) {
   if (typeof visible === "boolean") return visible;
   const { page = 1, x, y, width, height } = visible ?? {};

@@ -49,7 +49,7 @@ export const PIN_LIFE = {
   longestMinutes: { standard: 240, least: 1, most: 720 },
 };
 
-/** The largest document, and the most of all documents of a request: they are held several times while they are shown and signed. */
+/** The largest document, and all of a request together: they are held several times while they are shown and signed. */
 export const MAX_PDF_BYTES = 64 * 1024 * 1024;
 export const MAX_ALL_PDF_BYTES = 256 * 1024 * 1024;
 

@@ -27,7 +27,8 @@ export function showAbout({ name, reason, location, facts }) {
 function wordsOn({ isWhole, coversAll, signer, kind }) {
   const item = document.createElement("li");
   const who = document.createElement("span");
-  draw(who, kind === "ETSI.RFC3161" ? `A time stamp${signer && ` of ${signer}`}: ` : `Signed by ${signer || "somebody without a name"}: `);
+  const what = kind === "ETSI.RFC3161" ? "A time stamp of" : "Signed by";
+  draw(who, `${what} ${signer || "somebody without a name"}: `);
   const state = document.createElement("span");
   state.textContent =
     isWhole === null ? "a kind of signature that is not checked here."

@@ -29,7 +29,8 @@ export async function signAll(background, documents, { chain, timestamp }, onPro
   const certificate = fromBase64(record.Cert);
   const others = chain.map(fromBase64);
   // The certificate stands in a signature once, and its issuer's name once more.
-  const room = SIGNATURE_ROOM + 2 * certificate.length + others.reduce((sum, { length }) => sum + length, 0) + (timestamp ? TIME_STAMP_ROOM : 0);
+  const certificates = [certificate, certificate, ...others].reduce((sum, { length }) => sum + length, 0);
+  const room = SIGNATURE_ROOM + certificates + (timestamp ? TIME_STAMP_ROOM : 0);
   const signer = commonName(certificate) || record.SelCertSubject;
 
   const signOne = async (document) => {

@@ -109,7 +109,8 @@ function pieceOf(length, text) {
 }
 
 async function refuse(i, cause) {
-  const error = cause instanceof QuillmarkError ? cause : refusal("it is damaged. Save it anew in the program that it comes from.");
+  const damaged = refusal("it is damaged. Save it anew in the program that it comes from.");
+  const error = cause instanceof QuillmarkError ? cause : damaged;
   Object.assign(documents[i], { error, file: undefined });
   await background.call("tell", { document: i, error: plain(error) });
 }

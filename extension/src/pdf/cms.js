@@ -35,8 +35,8 @@ function signedDataOf(bytes) {
 const derOf = (structure) => new Uint8Array(structure.toSchema().toBER());
 
 /**
- * What a signature says: {isWhole, signer, certificate}. `isWhole`: its digest is that of the bytes, and its certificate's key has
- * made it; `signer`: the common name in the certificate, `certificate` its DER. Nothing is said of who has issued it.
+ * What a signature says: {isWhole, signer, certificate}. `isWhole`: its digest is that of the bytes, and its certificate's key
+ * has made it; `signer`: the common name in the certificate, `certificate` its DER. Nothing is said of who has issued it.
  */
 export async function readSignature(bytes, covered) {
   const data = signedDataOf(bytes);
@@ -77,7 +77,7 @@ function infoIn(data) {
   return new TSTInfo({ schema: parsed(new Uint8Array(data.encapContentInfo.eContent.getValue())) });
 }
 
-/** What a time stamp of a signature is asked with: {stamped, digest, request}, the bytes, their SHA-256, and RFC 3161's request. */
+/** What a signature's time stamp is asked with: {stamped, digest, request}: bytes, their SHA-256, a request as in RFC 3161. */
 export async function timeStampRequest(signature) {
   const stamped = signedDataOf(signature).signerInfos[0].signature.valueBlock.valueHexView;
   const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", stamped));

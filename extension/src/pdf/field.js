@@ -18,6 +18,9 @@ const LOCKED = 128;
 /** How often a new time is tried for a digest without a zero byte; each time one in eight has one. */
 const MAX_ATTEMPTS = 20;
 
+// What turns a picture against the clockwise turn of its page (8.3.3).
+const UPRIGHT = { 0: [1, 0, 0, 1, 0, 0], 90: [0, 1, -1, 0, 0, 0], 180: [-1, 0, 0, -1, 0, 0], 270: [0, -1, 1, 0, 0, 0] };
+
 const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
 
 /**
@@ -173,8 +176,7 @@ function appearanceStream(file, update, page, { rectangle, picture }, time) {
         Type: name("XObject"),
         Subtype: name("Form"),
         BBox: array(file, [0, 0, w, h]),
-        // A reader turns the page clockwise, and the picture has to stand upright then.
-        Matrix: turn === 0 ? undefined : array(file, { 90: [0, 1, -1, 0, 0, 0], 180: [-1, 0, 0, -1, 0, 0], 270: [0, -1, 1, 0, 0, 0] }[turn]),
+        Matrix: array(file, UPRIGHT[turn]),
         Resources: dictionary(file, { XObject: dictionary(file, { Picture: image }) }),
       }),
       new TextEncoder().encode(`q ${w} 0 0 ${h} 0 0 cm /Picture Do Q`),

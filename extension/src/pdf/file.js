@@ -3,7 +3,9 @@
  * a reader that searches the file for objects instead may find others.
  */
 
-import { PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef } from "../../libraries/pdf-lib.js";
+import {
+  PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef,
+} from "../../libraries/pdf-lib.js";
 import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES } from "../limits.js";
 import { orRefuse, refusal } from "./refusal.js";
 import { inflated } from "./streams.js";
@@ -220,7 +222,8 @@ export class PdfFile {
 function checkHead(bytes) {
   const head = latin1(bytes.subarray(0, SEARCHED));
   if (/^%PDF-[12]\.\d/.test(head)) return;
-  throw refusal(head.includes("%PDF-") ? "something stands before its beginning. Export it once more." : "it is no PDF document.");
+  if (head.includes("%PDF-")) throw refusal("something stands before its beginning. Export it once more.");
+  throw refusal("it is no PDF document.");
 }
 
 function startxrefOf(bytes) {

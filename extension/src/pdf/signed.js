@@ -6,6 +6,13 @@ import { name } from "./file.js";
 import { refusal } from "./refusal.js";
 import { joined } from "./update.js";
 
+/** How the kinds of signatures are read, by their SubFilter. */
+const READERS = new Map([
+  ["adbe.pkcs7.detached", readSignature],
+  ["ETSI.CAdES.detached", readSignature],
+  ["ETSI.RFC3161", readTimeStamp],
+]);
+
 const MAX_SIGNATURES = 200;
 const MAX_DEPTH = 20;
 
@@ -65,7 +72,7 @@ async function read(file, dictionary) {
   if (!covered) return about;
   about.end = range[2] + range[3];
   about.coversAll = isBlank(file.bytes.subarray(about.end));
-  const readIt = { "adbe.pkcs7.detached": readSignature, "ETSI.CAdES.detached": readSignature, "ETSI.RFC3161": readTimeStamp }[kind];
+  const readIt = READERS.get(kind);
   if (!readIt) return { ...about, isWhole: null };
   try {
     const { isWhole, signer, certificate } = await readIt(contents.asBytes(), covered);
