@@ -2,7 +2,7 @@
 // cut ones always; and the DigestInfo that it makes itself is one.
 
 #include "CutShort.h"
-#include "DigestInfo.h"
+#include "Mechanisms.h"
 #include "Require.h"
 
 #include <openssl/x509.h>
@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                  IsCutDigestInfo);
 
     for (const CK_MECHANISM_TYPE mechanism : kHashAndSign) {
-        const std::vector<CK_BYTE> info = DigestInfoOf(mechanism, input);
+        const std::vector<CK_BYTE> info = SignedBlock(mechanism, input);
         const unsigned char* next = info.data();
         const std::unique_ptr<X509_SIG, FreeSignature> parsed(
             d2i_X509_SIG(nullptr, &next, static_cast<long>(info.size())));

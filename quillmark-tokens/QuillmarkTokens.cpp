@@ -4,9 +4,11 @@
 #include "InventoryReport.h"
 #include "PinPrompt.h"
 #include "QMTokenDriver/StdoutIsStderr.h"
+#include "QMTokenDriver/TokenLog.h"
 
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <string_view>
 
@@ -16,25 +18,32 @@ using namespace tokendriver;
 using namespace tokendriver::tool;
 
 constexpr const char* kHelp =
-    R"(Usage: quillmark-tokens [--json] [--login]
+    R"(Usage: quillmark-tokens [--json] [--all] [--login]
+       quillmark-tokens --log
 
 Lists the PKCS#11 modules that p11-kit knows, their slots and tokens, and each certificate on them: whether Quillmark
 can sign with it and, if not, why.
 
   --json    write JSON, for machines
+  --all     in it, also the certificates of tokens that cannot sign, as the system's certificate authorities
   --login   ask for the PIN of each token on the terminal: most tokens show their private keys after login only
+  --log     write what the token driver has noted: why a list was empty or what was left out of it, signatures
+            that did not verify, PINs that were forgotten and why
   --help    write this text
 
 Exit status: 0 when at least one certificate can sign, as far as was seen; 1 when none can; 2 on a wrong use, or when
-it could not be found out.
+it could not be found out; 3 when a login failed, as with a wrong PIN.
 )";
 
 constexpr int kNoneCanSign = 1;
 constexpr int kNotFoundOut = 2;
+constexpr int kLoginFailed = 3;
 
 struct Options {
     bool isJson = false;
+    bool isAll = false;
     bool isLogin = false;
+    bool isLog = false;
     bool isHelp = false;
     std::string_view unknown;
 };
@@ -45,8 +54,12 @@ Options ReadOptions(int argc, char** argv) {
         const std::string_view argument = argv[i];
         if (argument == "--json")
             options.isJson = true;
+        else if (argument == "--all")
+            options.isAll = true;
         else if (argument == "--login")
             options.isLogin = true;
+        else if (argument == "--log")
+            options.isLog = true;
         else if (argument == "--help" || argument == "-h")
             options.isHelp = true;
         else
@@ -68,7 +81,7 @@ bool AskForPinOf(const SeenToken& token, KeptPin& pin) {
 
 struct Told {
     std::string report;
-    bool canSign;
+    int status;
 };
 
 /// What is on stdout is the report alone, whatever modules write from their start to their end.
@@ -79,14 +92,25 @@ Told LookAround(const Options& options) {
     std::erase_if(harmful, [](const ProbeResult& result) { return !DoesHarm(result); });
     const Backends backends(harmful);
     const Inventory inventory = TakeInventory(backends, probed, options.isLogin ? AskForPinOf : AskForPin());
-    return {options.isJson ? JsonReport(inventory) : TextReport(inventory), CountUsable(inventory) > 0};
+    int status = CountUsable(inventory) > 0 ? EXIT_SUCCESS : kNoneCanSign;
+    if (HasFailedLogin(inventory))
+        status = kLoginFailed;
+    return {options.isJson ? JsonReport(inventory, options.isAll) : TextReport(inventory), status};
 }
 
 int Tell(const Options& options) {
     SwitchOffCoreDumps();
     const Told told = LookAround(options);
     std::cout << told.report << std::flush;
-    return told.canSign ? EXIT_SUCCESS : kNoneCanSign;
+    return told.status;
+}
+
+/// The older half first.
+int TellLog() {
+    for (const auto& path : {OldTokenLogPath(), TokenLogPath()})
+        if (std::ifstream log(path); log && log.peek() != std::ifstream::traits_type::eof())
+            std::cout << log.rdbuf();
+    return EXIT_SUCCESS;
 }
 
 } // namespace
@@ -103,7 +127,7 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     try {
-        return Tell(options);
+        return options.isLog ? TellLog() : Tell(options);
     } catch (const std::exception& error) {
         std::cerr << "quillmark-tokens: " << error.what() << '\n';
         return kNotFoundOut;

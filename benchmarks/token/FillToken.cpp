@@ -1,6 +1,6 @@
-// Fills an initialised token: an RSA 2048 key with its certificate, and further certificates for that key,
-// all valid and all meant to sign. The first certificate is written to a PEM file as well. The CKA_ID of the
-// n-th is n, counted from 1, in 20 bytes.
+// Fills an initialised token: certificates for one RSA 2048 key, all valid and all meant to sign, and that
+// key once for each. The first certificate is written to a PEM file as well. The CKA_ID of the n-th is n,
+// counted from 1, in 20 bytes.
 //
 //   bench-fill-token <module> <pin> <number of certificates> <PEM file>
 
@@ -122,11 +122,11 @@ int main(int argc, char** argv) try {
     ReferenceToken token(argv[1]);
     token.Login(CKU_USER, argv[2]);
     const std::unique_ptr<EVP_PKEY, Free> key(EVP_RSA_gen(2048));
-    AddKey(token, key.get(), Id(1));
     const int count = std::atoi(argv[3]);
     for (int number = 1; number <= count; ++number) {
         const std::unique_ptr<X509, Free> certificate = MakeCertificate(key.get(), number);
         AddCertificate(token, certificate.get(), Id(number));
+        AddKey(token, key.get(), Id(number));
         if (number == 1) {
             const std::unique_ptr<std::FILE, Free> file(std::fopen(argv[4], "w"));
             if (!file || PEM_write_X509(file.get(), certificate.get()) == 0)

@@ -90,6 +90,9 @@ CK_RV FakeToken::Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string
     if (state == nullptr)
         return goneAnswer;
     ++(user == CKU_CONTEXT_SPECIFIC ? keyLogins : logins);
+    pinsTried.emplace_back(typed);
+    if (loginAnswer != CKR_OK)
+        return loginAnswer;
     if (typed != pin)
         return CKR_PIN_INCORRECT;
     std::optional<SigningState>& signing = state->signing;

@@ -15,6 +15,7 @@ P11KitHome::P11KitHome() {
     std::ofstream(folder_ / ".config/pkcs11/pkcs11.conf") << "user-config: only\n";
     setenv("HOME", folder_.c_str(), 1);
     unsetenv("XDG_CONFIG_HOME");
+    unsetenv("XDG_STATE_HOME");
 }
 
 P11KitHome::~P11KitHome() { fs::remove_all(folder_); }
