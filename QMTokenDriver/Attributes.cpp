@@ -106,6 +106,8 @@ void SearchTemplate::Add(const CK_ATTRIBUTE& given) {
         matchesNothing_ = matchesNothing_ || !raw;
         entry.value = raw.value_or(Bytes{});
         id_ = raw;
+        idText_ = raw ? HexText(raw->data(), raw->size())
+                      : std::string(bytes, std::find(bytes, bytes + given.ulValueLen, CK_BYTE{0}));
     } else if (IsNumber(given.type) && given.ulValueLen == sizeof(std::uint32_t)) {
         const CK_ULONG wide = ReadNumber<std::uint32_t>(entry.value);
         entry.value.resize(sizeof wide);
@@ -124,14 +126,47 @@ std::vector<CK_ATTRIBUTE> SearchTemplate::Attributes() {
     return attributes;
 }
 
-namespace {
+SearchTemplate SearchTemplate::WithId(const Bytes& id) const {
+    SearchTemplate same = *this;
+    if (id_ == id)
+        return same;
+    for (Entry& entry : same.entries_)
+        if (entry.type == CKA_ID)
+            entry.value = id;
+    same.id_ = id;
+    same.matchesNothing_ = false;
+    return same;
+}
 
-/// An answer that holds lengths: success, and the failures that concern single attributes (PKCS#11
-/// section 5.7).
+bool SearchTemplate::IsForAllCertificates() const {
+    const auto isOne = [](const Entry& entry) {
+        if (entry.type == CKA_TOKEN)
+            return entry.value == Bytes{CK_TRUE};
+        const bool isNumber = entry.value.size() == sizeof(CK_ULONG);
+        return isNumber &&
+               ((entry.type == CKA_CLASS && ReadNumber<CK_ULONG>(entry.value) == CKO_CERTIFICATE) ||
+                (entry.type == CKA_CERTIFICATE_TYPE && ReadNumber<CK_ULONG>(entry.value) == CKC_X_509));
+    };
+    return objectClass_.has_value() && std::all_of(entries_.begin(), entries_.end(), isOne);
+}
+
 bool HoldsLengths(CK_RV answer) {
     return answer == CKR_OK || answer == CKR_ATTRIBUTE_SENSITIVE || answer == CKR_ATTRIBUTE_TYPE_INVALID ||
            answer == CKR_BUFFER_TOO_SMALL;
 }
+
+CK_RV AnswerAttribute(CK_ATTRIBUTE& wanted, std::span<const CK_BYTE> value) {
+    if (wanted.pValue != nullptr && wanted.ulValueLen < value.size()) {
+        wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
+        return CKR_BUFFER_TOO_SMALL;
+    }
+    if (wanted.pValue != nullptr)
+        std::copy(value.begin(), value.end(), static_cast<CK_BYTE*>(wanted.pValue));
+    wanted.ulValueLen = value.size();
+    return CKR_OK;
+}
+
+namespace {
 
 /// Whether `length`, reported for a buffer of `capacity` bytes (no buffer: only the length was asked for),
 /// can be.
@@ -153,7 +188,7 @@ struct IdBuffer {
 } // namespace
 
 CK_RV ReadAttributes(CK_FUNCTION_LIST& module, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
-                     CK_ATTRIBUTE* wanted, CK_ULONG count, std::optional<Bytes>& learntId) {
+                     CK_ATTRIBUTE* wanted, CK_ULONG count, KnownId& id) {
     if (count > kMaxTemplateAttributes || (wanted == nullptr && count > 0))
         return CKR_ARGUMENTS_BAD;
     std::vector<CK_ATTRIBUTE> inside(wanted, wanted + count);
@@ -167,7 +202,7 @@ CK_RV ReadAttributes(CK_FUNCTION_LIST& module, CK_SESSION_HANDLE session, CK_OBJ
         }
     }
 
-    const CK_RV answer = module.C_GetAttributeValue(session, object, inside.data(), count);
+    CK_RV answer = module.C_GetAttributeValue(session, object, inside.data(), count);
     if (!HoldsLengths(answer))
         return answer;
 
@@ -181,13 +216,14 @@ CK_RV ReadAttributes(CK_FUNCTION_LIST& module, CK_SESSION_HANDLE session, CK_OBJ
             broken = true;
             length = CK_UNAVAILABLE_INFORMATION;
         } else if (isId && length != CK_UNAVAILABLE_INFORMATION) {
+            std::string text(2 * length, '0'); // as long as it is, when that alone was asked for
             if (wanted[i].pValue != nullptr) {
-                const std::string text = HexText(ids[i].raw.data(), length);
-                std::copy(text.begin(), text.end(), static_cast<CK_BYTE*>(wanted[i].pValue));
-                learntId =
-                    Bytes(ids[i].raw.begin(), ids[i].raw.begin() + static_cast<std::ptrdiff_t>(length));
+                id.raw.emplace(ids[i].raw.begin(), ids[i].raw.begin() + static_cast<std::ptrdiff_t>(length));
+                text = HexText(id.raw->data(), length);
             }
-            length *= 2;
+            if (AnswerAttribute(wanted[i], BytesOf(id.text ? *id.text : text)) != CKR_OK)
+                answer = CKR_BUFFER_TOO_SMALL;
+            continue;
         }
         wanted[i].ulValueLen = length;
     }

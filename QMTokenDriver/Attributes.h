@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,10 @@ constexpr CK_ULONG kMaxAttributeBytes = 1UL << 20;
 
 /// The longest raw CKA_ID that is shown; ids are hashes or short numbers.
 constexpr CK_ULONG kMaxIdBytes = 4096;
+
+inline std::span<const CK_BYTE> BytesOf(const std::string& text) {
+    return {reinterpret_cast<const CK_BYTE*>(text.data()), text.size()};
+}
 
 /// "0A1B" for the bytes 0a 1b; empty for none.
 std::string HexText(const CK_BYTE* bytes, std::size_t length);
@@ -51,6 +56,15 @@ public:
     const std::optional<CK_OBJECT_CLASS>& ObjectClass() const { return objectClass_; }
     const std::optional<Bytes>& Id() const { return id_; }
 
+    /// The id as the host gave it, in upper case where it is hex; nothing when the template has none.
+    const std::optional<std::string>& IdText() const { return idText_; }
+
+    /// The same search for the raw `id` in the place of what the host gave.
+    SearchTemplate WithId(const Bytes& id) const;
+
+    /// Asks for the X.509 certificates on the token and for nothing else.
+    bool IsForAllCertificates() const;
+
 private:
     struct Entry {
         CK_ATTRIBUTE_TYPE type;
@@ -61,15 +75,29 @@ private:
     std::vector<Entry> entries_;
     std::optional<CK_OBJECT_CLASS> objectClass_;
     std::optional<Bytes> id_;
+    std::optional<std::string> idText_;
     bool matchesNothing_ = false;
 };
 
+/// An answer that holds lengths: success, and the failures that concern single attributes (PKCS#11
+/// section 5.7).
+bool HoldsLengths(CK_RV answer);
+
+/// Answers one attribute of a C_GetAttributeValue with this value by the standard's rules for sizing and
+/// short buffers (PKCS#11 section 5.7): CKR_OK or CKR_BUFFER_TOO_SMALL.
+CK_RV AnswerAttribute(CK_ATTRIBUTE& wanted, std::span<const CK_BYTE> value);
+
+/// What is known of an object's id.
+struct KnownId {
+    std::optional<Bytes> raw;
+    std::optional<std::string> text; ///< as the host is shown it, where that is not the raw one's hex
+};
+
 /// C_GetAttributeValue on a module's object with the host's template: each CKA_ID is answered as hex text,
-/// two characters per byte and without terminator, by the standard's rules for sizing and short buffers
-/// (PKCS#11 section 5.7, C_GetAttributeValue). `learntId` receives the raw id when the module gave it, else
-/// is left alone. A module that reports a length over its buffer or over the limits: CKR_DEVICE_ERROR, and
-/// that length unavailable.
+/// two characters per byte and without terminator, or as the text that it is known by, which is as long or
+/// longer. `id.raw` is learnt when the module gives it. A module that reports a length over its buffer or
+/// over the limits: CKR_DEVICE_ERROR, and that length unavailable.
 CK_RV ReadAttributes(CK_FUNCTION_LIST& module, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
-                     CK_ATTRIBUTE* wanted, CK_ULONG count, std::optional<Bytes>& learntId);
+                     CK_ATTRIBUTE* wanted, CK_ULONG count, KnownId& id);
 
 } // namespace tokendriver

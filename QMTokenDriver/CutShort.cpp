@@ -1,6 +1,6 @@
 #include "CutShort.h"
 
-#include "DigestInfo.h"
+#include "Mechanisms.h"
 
 #include <algorithm>
 #include <array>

@@ -1,24 +1,33 @@
 // The entry points that the host resolves: arguments checked, one thread at a time, failures turned into CKR
 // codes.
 
+#include "Backends.h"
 #include "Driver.h"
 #include "KeptPin.h"
+#include "Pinentry.h"
 #include "Pkcs11Error.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <exception>
+#include <memory>
 #include <new>
+#include <utility>
 
 using tokendriver::Driver;
 using tokendriver::Pkcs11Error;
 
 namespace {
 
+struct Running {
+    tokendriver::Backends backends;
+    Driver driver{backends.Modules(), tokendriver::AskByPinentry};
+};
+
 /// Set between C_Initialize and C_Finalize. A plain pointer, so that nothing happens at the end of a process
 /// that does not finalise: the modules' own destructors may have run by then.
-Driver* running = nullptr;
+Running* running = nullptr;
 
 std::atomic_flag inside = ATOMIC_FLAG_INIT;
 
@@ -61,7 +70,8 @@ CK_RV Enter(Call call) noexcept {
 /// As Enter, for the calls that need an initialised driver; `call` is given it.
 template <class Call>
 CK_RV EnterRunning(Call call) noexcept {
-    return Enter([&call] { return running == nullptr ? CKR_CRYPTOKI_NOT_INITIALIZED : call(*running); });
+    return Enter(
+        [&call] { return running == nullptr ? CKR_CRYPTOKI_NOT_INITIALIZED : call(running->driver); });
 }
 
 /// PKCS#11 section 5.4: reserved must be null, and of the four mutex functions all or none. Locking cannot be
@@ -88,22 +98,22 @@ CK_RV C_Initialize(void* arguments) {
         if (running != nullptr)
             return CKR_CRYPTOKI_ALREADY_INITIALIZED;
         tokendriver::Check(CheckInitArguments(static_cast<CK_C_INITIALIZE_ARGS*>(arguments)));
-        running = std::make_unique<Driver>().release();
+        running = std::make_unique<Running>().release();
         return CKR_OK;
     });
 }
 
 CK_RV C_Finalize(void* reserved) {
-    return EnterRunning([&](Driver& driver) -> CK_RV {
+    return EnterRunning([&](Driver&) -> CK_RV {
         if (reserved != nullptr)
             return CKR_ARGUMENTS_BAD;
-        const std::unique_ptr<Driver> ending(&driver);
-        running = nullptr;
+        const std::unique_ptr<Running> ending(std::exchange(running, nullptr));
         return CKR_OK;
     });
 }
 
-// Only slots with a token are ever shown, so it makes no difference whether `tokenPresent` is asked for.
+// The slot is only ever shown with a token in it, so it makes no difference whether `tokenPresent` is asked
+// for.
 CK_RV C_GetSlotList(CK_BBOOL /*tokenPresent*/, CK_SLOT_ID* slots, CK_ULONG* count) {
     return EnterRunning([&](Driver& driver) -> CK_RV {
         return count == nullptr ? CKR_ARGUMENTS_BAD : driver.GetSlotList(slots, *count);
@@ -117,7 +127,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, void* /*application*/, CK_N
             return CKR_ARGUMENTS_BAD;
         if ((flags & CKF_SERIAL_SESSION) == 0)
             return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
-        *session = driver.OpenSession(slot, flags);
+        *session = driver.OpenSession(slot);
         return CKR_OK;
     });
 }

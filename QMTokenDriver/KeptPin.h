@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <span>
+#include <utility>
 
 namespace tokendriver {
 
@@ -19,6 +20,10 @@ public:
     /// Keeps a copy of `pin`, in place of any kept before. When the page cannot be locked (RLIMIT_MEMLOCK) or
     /// the PIN is longer than a page, nothing is kept.
     void Keep(std::span<const CK_UTF8CHAR> pin);
+
+    /// Takes the PIN out of `other`, if there is one.
+    KeptPin(KeptPin&& other) noexcept
+        : page_(std::exchange(other.page_, nullptr)), length_(std::exchange(other.length_, 0)) {}
 
     /// Wipes it.
     void Forget();

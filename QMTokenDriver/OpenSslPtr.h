@@ -2,6 +2,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
+#include <openssl/evp.h>
 #include <openssl/x509.h>
 
 #include <cstdint>
@@ -14,6 +15,7 @@ namespace tokendriver {
 struct OpenSslFree {
     void operator()(BIO* stream) const { BIO_free(stream); }
     void operator()(BIGNUM* number) const { BN_free(number); }
+    void operator()(EVP_PKEY_CTX* operation) const { EVP_PKEY_CTX_free(operation); }
     void operator()(X509* certificate) const { X509_free(certificate); }
 };
 

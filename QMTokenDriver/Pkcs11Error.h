@@ -24,4 +24,21 @@ inline void Check(CK_RV code) {
         throw Pkcs11Error(code);
 }
 
+/// The module's ways to say that the token, or the session on it, is no more.
+inline bool IsGone(CK_RV answer) {
+    return answer == CKR_SESSION_HANDLE_INVALID || answer == CKR_SESSION_CLOSED ||
+           answer == CKR_DEVICE_REMOVED || answer == CKR_TOKEN_NOT_PRESENT ||
+           answer == CKR_TOKEN_NOT_RECOGNIZED;
+}
+
+/// What `call` answers, or throws as a Pkcs11Error.
+template <class Call>
+CK_RV AnswerOf(Call& call) {
+    try {
+        return call();
+    } catch (const Pkcs11Error& error) {
+        return error.Code();
+    }
+}
+
 } // namespace tokendriver

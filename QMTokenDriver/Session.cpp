@@ -1,257 +1,238 @@
 #include "Session.h"
 
 #include "CutShort.h"
-#include "DigestInfo.h"
+#include "Mechanisms.h"
 #include "Pkcs11Error.h"
+#include "TokenLog.h"
+
+#include <openssl/crypto.h>
 
 #include <algorithm>
-#include <array>
-#include <utility>
+#include <iterator>
 
 namespace tokendriver {
 
 namespace {
 
-/// Objects fetched from the module in one call; fewer than asked for is an answer like any other.
-constexpr std::size_t kObjectsPerCall = 256;
-
-/// Parameters of mechanisms are a few numbers.
-constexpr CK_ULONG kMaxParameterBytes = 4096;
-
-/// The module's ways to say that the token, or the session on it, is no more.
-bool IsGone(CK_RV answer) {
-    return answer == CKR_SESSION_HANDLE_INVALID || answer == CKR_SESSION_CLOSED ||
-           answer == CKR_DEVICE_REMOVED || answer == CKR_TOKEN_NOT_PRESENT ||
-           answer == CKR_TOKEN_NOT_RECOGNIZED;
+bool IsIn(const std::vector<CK_OBJECT_HANDLE>& objects, CK_OBJECT_HANDLE object) {
+    return std::find(objects.begin(), objects.end(), object) != objects.end();
 }
 
-template <class Call>
-CK_RV AnswerOf(Call& call) {
-    try {
-        return call();
-    } catch (const Pkcs11Error& error) {
-        return error.Code();
-    }
+/// The module's handle of a listed certificate in the token's present visit; 0 when it is not there any more.
+CK_OBJECT_HANDLE ObjectOf(const ListedCertificate& listed) {
+    const std::vector<FoundCertificate>& there = listed.token->Certificates();
+    const auto found = std::find_if(there.begin(), there.end(), [&listed](const FoundCertificate& one) {
+        return one.certificate->Id() == listed.certificate->Id() &&
+               one.certificate->Der() == listed.certificate->Der();
+    });
+    return found == there.end() ? 0 : found->object;
 }
 
 } // namespace
 
-Session::Session(Token& token, CK_FLAGS flags, FindToken findToken)
-    : token_(token), flags_(flags), findToken_(std::move(findToken)) {
-    Check(Open());
-}
-
-Session::~Session() {
-    if (goneWith_ == CKR_OK)
-        Module().C_CloseSession(inModule_);
-}
-
-CK_RV Session::Open() {
-    const CK_SLOT_ID slot = token_.Seen().slot;
-    CK_RV answer = Module().C_OpenSession(slot, flags_, nullptr, nullptr, &inModule_);
-    if (answer == CKR_TOKEN_WRITE_PROTECTED)
-        answer = Module().C_OpenSession(slot, flags_ & ~CKF_RW_SESSION, nullptr, nullptr, &inModule_);
-    if (answer == CKR_OK)
-        ++number_;
-    return answer;
-}
-
-template <class Call>
-CK_RV Session::Carry(Call call) {
-    if (goneWith_ == CKR_OK) {
-        const CK_RV answer = AnswerOf(call);
-        if (!IsGone(answer))
-            return answer;
-        Module().C_CloseSession(
-            inModule_); // p11-kit keeps count of sessions, also of those that the module has lost
-        goneWith_ = answer;
-    }
-    const CK_RV back = Reconnect();
-    return back == CKR_OK ? AnswerOf(call) : back;
-}
-
-CK_RV Session::Reconnect() {
-    const std::optional<SeenToken> seen = findToken_(token_.Seen());
-    if (!seen)
-        return goneWith_;
-    token_.FoundIn(*seen);
-    CK_RV answer = Open();
-    if (answer != CKR_OK)
-        return answer;
-    answer = token_.LoginAgain(inModule_);
-    if (answer == CKR_OK)
-        goneWith_ = CKR_OK;
-    else
-        Module().C_CloseSession(inModule_);
-    return answer;
-}
-
-// PKCS#11 2.40 has no call that ends a signature left under way, but a session that is closed takes it along.
-// The new one is opened first, where the token has room for it: closing the last one logs the user out.
-CK_RV Session::Renew() {
-    const CK_SESSION_HANDLE old = inModule_;
-    search_.reset();
-    CK_RV answer = Open();
-    Module().C_CloseSession(old);
-    if (answer == CKR_OK)
-        return answer;
-    answer = Open();
-    return answer == CKR_OK ? token_.LoginAgain(inModule_) : answer;
-}
-
 CK_RV Session::Login(CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin) {
-    return Carry([&] { return token_.Login(inModule_, user, pin); });
+    if (!catalogue_.IsRead())
+        catalogue_.Read();
+    return logins_.Login(catalogue_.Tokens(), user, pin);
 }
 
-CK_RV Session::GetAttributeValue(CK_OBJECT_HANDLE object, CK_ATTRIBUTE* wanted, CK_ULONG count) {
-    GivenObject* given = token_.Object(object);
-    if (given == nullptr)
+CK_RV Session::GetAttributeValue(CK_OBJECT_HANDLE handle, CK_ATTRIBUTE* wanted, CK_ULONG count) {
+    GivenObject* object = objects_.Object(handle);
+    if (object == nullptr)
         return CKR_OBJECT_HANDLE_INVALID;
-    return Carry([&] {
-        const CK_OBJECT_HANDLE inModule = token_.InModule(*given, inModule_);
-        return ReadAttributes(Module(), inModule_, inModule, wanted, count, given->id);
+    if (count > kMaxTemplateAttributes || (wanted == nullptr && count > 0))
+        return CKR_ARGUMENTS_BAD;
+    if (IsJustFound(*object, {wanted, count}))
+        return AnswerFromReading(*object, {wanted, count});
+    return object->token->CallWithReconnect([&] {
+        const ModuleSession& session = object->token->Session();
+        const CK_OBJECT_HANDLE inModule = objects_.HandleFor(*object);
+        return ReadAttributes(session.Module(), session.Handle(), inModule, wanted, count, object->id);
     });
 }
 
-CK_RV Session::FindObjectsInit(SearchTemplate wanted) {
-    if (search_)
-        FindObjectsFinal();
-    search_ = Search{std::move(wanted)};
-    const CK_RV answer = Carry([this] { return ContinueSearch(); });
-    if (answer != CKR_OK)
-        search_.reset();
+/// Whether this is the certificate that the search under way has handed out last, and what is asked of it was
+/// read for the list: then no module need be asked again.
+bool Session::IsJustFound(const GivenObject& object, std::span<const CK_ATTRIBUTE> wanted) const {
+    return search_ && search_->given > 0 && search_->found[search_->given - 1] == object.handle &&
+           object.objectClass == CKO_CERTIFICATE && object.certificate && object.id.text &&
+           std::all_of(wanted.begin(), wanted.end(),
+                       [](const CK_ATTRIBUTE& one) { return one.type == CKA_VALUE || one.type == CKA_ID; });
+}
+
+CK_RV Session::AnswerFromReading(const GivenObject& object, std::span<CK_ATTRIBUTE> wanted) {
+    CK_RV answer = CKR_OK;
+    for (CK_ATTRIBUTE& one : wanted) {
+        const bool isId = one.type == CKA_ID;
+        if (AnswerAttribute(one, isId ? BytesOf(*object.id.text) : object.certificate->Der()) != CKR_OK)
+            answer = CKR_BUFFER_TOO_SMALL;
+    }
     return answer;
 }
 
-/// Begins the search in the module's present session, if it is not under way there, behind what the host has
-/// of it.
-CK_RV Session::ContinueSearch() {
-    if (search_->begunIn == number_ || search_->wanted.MatchesNothing())
-        return CKR_OK;
-    std::vector<CK_ATTRIBUTE> attributes = search_->wanted.Attributes();
-    CK_RV answer = Module().C_FindObjectsInit(inModule_, attributes.data(), attributes.size());
-    if (answer != CKR_OK)
-        return answer;
-    search_->begunIn = number_;
-    CK_ULONG count = 1;
-    for (std::size_t skipped = 0; answer == CKR_OK && count == 1 && skipped < search_->given; ++skipped) {
-        CK_OBJECT_HANDLE object = 0;
-        answer = Module().C_FindObjects(inModule_, &object, 1, &count);
+CK_RV Session::FindObjectsInit(const SearchTemplate& wanted) {
+    search_.reset();
+    if (wanted.IsForAllCertificates() || !catalogue_.IsRead())
+        catalogue_.Read();
+    const ListedCertificate* named = wanted.IdText() ? catalogue_.Find(*wanted.IdText()) : nullptr;
+    if (wanted.ObjectClass() == CKO_CERTIFICATE)
+        search_ = Search{FindCertificates(wanted, named)};
+    else if (wanted.ObjectClass() == CKO_PRIVATE_KEY && wanted.IdText())
+        search_ = Search{FindKeys(wanted, named)};
+    else
+        search_ = Search{FindAll(named == nullptr ? wanted : wanted.WithId(named->certificate->Id()))};
+    return CKR_OK;
+}
+
+/// In the order of the list, and no others.
+std::vector<CK_OBJECT_HANDLE> Session::FindCertificates(const SearchTemplate& wanted,
+                                                        const ListedCertificate* named) {
+    std::vector<CK_OBJECT_HANDLE> matching;
+    if (!wanted.IsForAllCertificates())
+        matching = FindAll(named == nullptr ? wanted : wanted.WithId(named->certificate->Id()));
+    std::vector<CK_OBJECT_HANDLE> found;
+    for (const ListedCertificate& listed : catalogue_.Certificates()) {
+        const CK_OBJECT_HANDLE inModule = wanted.IsForAllCertificates() ? listed.object : ObjectOf(listed);
+        if (inModule == 0 || (named != nullptr && named != &listed))
+            continue;
+        const CK_OBJECT_HANDLE object = GiveOut(listed, inModule, CKO_CERTIFICATE);
+        if (wanted.IsForAllCertificates() || IsIn(matching, object))
+            found.push_back(object);
     }
-    if (answer != CKR_OK) { // not where the host is, so to be begun anew
-        Module().C_FindObjectsFinal(inModule_);
-        search_->begunIn = 0;
+    return found;
+}
+
+/// A key without a certificate is none: what it signs could not be verified.
+std::vector<CK_OBJECT_HANDLE> Session::FindKeys(const SearchTemplate& wanted,
+                                                const ListedCertificate* named) {
+    if (named == nullptr) {
+        logins_.ForgetUnbound();
+        return {};
     }
-    return answer;
+    const ListedCertificate listed = *named;
+    Token& token = *listed.token;
+    SearchTemplate inside = wanted.WithId(listed.certificate->Id());
+    std::vector<CK_OBJECT_HANDLE> keys;
+    Check(logins_.CallLoggedIn(token, catalogue_.Tokens().size() > 1, [&]() -> CK_RV {
+        std::vector<CK_ATTRIBUTE> attributes = inside.Attributes();
+        const ModuleSession& session = token.Session();
+        keys = KeysFor(listed.certificate.get(), session.Find(attributes), session);
+        return keys.empty() && token.HasLostLogin() ? CKR_USER_NOT_LOGGED_IN : CKR_OK;
+    }));
+    for (CK_OBJECT_HANDLE& key : keys)
+        key = GiveOut(listed, key, CKO_PRIVATE_KEY);
+    return keys;
+}
+
+CK_OBJECT_HANDLE Session::GiveOut(const ListedCertificate& listed, CK_OBJECT_HANDLE inModule,
+                                  CK_OBJECT_CLASS objectClass) {
+    const CK_OBJECT_HANDLE handle =
+        objects_.GiveOut(*listed.token, inModule, objectClass, listed.certificate->Id());
+    GivenObject& object = *objects_.Object(handle);
+    object.certificate = listed.certificate;
+    object.id.text = listed.idText;
+    return handle;
+}
+
+/// What the modules find, token after token. Of several tokens, one that fails is passed over, unless all do.
+std::vector<CK_OBJECT_HANDLE> Session::FindAll(SearchTemplate wanted) {
+    std::vector<CK_OBJECT_HANDLE> all;
+    if (wanted.MatchesNothing())
+        return all;
+    CK_RV failure = CKR_DEVICE_REMOVED;
+    bool hasAnswer = false;
+    for (Token* token : catalogue_.Tokens()) {
+        std::vector<CK_OBJECT_HANDLE> found;
+        const CK_RV answer = token->CallWithReconnect([&] {
+            std::vector<CK_ATTRIBUTE> attributes = wanted.Attributes();
+            found = token->Session().Find(attributes);
+            return CKR_OK;
+        });
+        hasAnswer = hasAnswer || answer == CKR_OK;
+        if (answer != CKR_OK)
+            failure = answer;
+        for (const CK_OBJECT_HANDLE object : found)
+            all.push_back(objects_.GiveOut(*token, object, wanted.ObjectClass(), wanted.Id()));
+    }
+    if (!hasAnswer)
+        throw Pkcs11Error(failure);
+    return all;
 }
 
 CK_RV Session::FindObjects(std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count) {
     if (!search_)
         return CKR_OPERATION_NOT_INITIALIZED;
-    count = 0;
-    if (search_->wanted.MatchesNothing())
-        return CKR_OK;
-    found = found.first(std::min(found.size(), kObjectsPerCall));
-    return Carry([&] {
-        Check(ContinueSearch());
-        Check(Module().C_FindObjects(inModule_, found.data(), found.size(), &count));
-        if (count > found.size()) {
-            count = 0;
-            throw Pkcs11Error(CKR_DEVICE_ERROR);
-        }
-        for (CK_OBJECT_HANDLE& object : found.first(count))
-            object = token_.GiveOut(object, search_->wanted);
-        search_->given += count;
-        return CKR_OK;
-    });
+    count = std::min(found.size(), search_->found.size() - search_->given);
+    const auto next = search_->found.begin() + static_cast<std::ptrdiff_t>(search_->given);
+    std::copy_n(next, count, found.begin());
+    search_->given += count;
+    return CKR_OK;
 }
 
 CK_RV Session::FindObjectsFinal() {
     if (!search_)
         return CKR_OPERATION_NOT_INITIALIZED;
-    const bool isInModule = goneWith_ == CKR_OK && search_->begunIn == number_;
     search_.reset();
-    const CK_RV answer = isInModule ? Module().C_FindObjectsFinal(inModule_) : CKR_OK;
-    return IsGone(answer) ? CKR_OK : answer;
+    return CKR_OK;
 }
 
 CK_RV Session::SignInit(const CK_MECHANISM& mechanism, CK_OBJECT_HANDLE key) {
     if (signing_)
         return CKR_OPERATION_ACTIVE;
-    if (mechanism.ulParameterLen > kMaxParameterBytes ||
-        (mechanism.pParameter == nullptr && mechanism.ulParameterLen > 0))
+    if (!IsKnown(mechanism.mechanism))
+        return CKR_MECHANISM_INVALID;
+    if (mechanism.pParameter != nullptr || mechanism.ulParameterLen > 0) // none of them has any
         return CKR_MECHANISM_PARAM_INVALID;
-    if (token_.Object(key) == nullptr)
+    GivenObject* object = objects_.Object(key);
+    if (object == nullptr || !object->certificate)
         return CKR_KEY_HANDLE_INVALID;
-    const auto* parameter = static_cast<const CK_BYTE*>(mechanism.pParameter);
     const bool hashedHere =
-        IsHashAndSign(mechanism.mechanism) && !token_.Seen().mechanisms.Has(mechanism.mechanism);
-    signing_ =
-        Signing{mechanism.mechanism, Bytes(parameter, parameter + mechanism.ulParameterLen), key, hashedHere};
-    const CK_RV answer = Carry([this] { return BeginSigning(); });
+        IsHashAndSign(mechanism.mechanism) && !object->token->Seen().mechanisms.Has(mechanism.mechanism);
+    signing_ = Signing{mechanism.mechanism, object, hashedHere};
+    const CK_RV answer = object->token->CallWithReconnect([this] { return BeginSigning(); });
     if (answer != CKR_OK)
         signing_.reset();
     return answer == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : answer;
 }
 
-/// Begins the signature in the module's present session.
+/// Begins the signature in the token's present session.
 CK_RV Session::BeginSigning() {
-    const CK_OBJECT_HANDLE key = token_.InModule(*token_.Object(signing_->key), inModule_);
-    CK_RV answer = ModuleSignInit(key);
+    Token& token = *signing_->key->token;
+    CK_RV answer = ModuleSignInit();
     if (answer == CKR_OPERATION_ACTIVE) { // one that was refused here, or that failed half-way
-        Check(Renew());
-        answer = ModuleSignInit(key);
+        token.RenewSession();
+        answer = ModuleSignInit();
     }
     if (answer == CKR_MECHANISM_INVALID && IsHashAndSign(signing_->mechanism) && !signing_->hashedHere) {
         signing_->hashedHere = true; // the token lists a mechanism that it does not do
-        answer = ModuleSignInit(key);
+        answer = ModuleSignInit();
     }
     if (answer != CKR_OK)
         return answer;
-    signing_->begunIn = number_;
-    return AuthenticateFor(key);
+    signing_->begunIn = token.SessionNumber();
+    return AuthenticateForKey();
 }
 
-CK_RV Session::ModuleSignInit(CK_OBJECT_HANDLE key) {
-    CK_MECHANISM mechanism{signing_->mechanism, nullptr, 0};
-    if (signing_->hashedHere)
-        mechanism.mechanism = CKM_RSA_PKCS;
-    else if (!signing_->parameter.empty())
-        mechanism = {signing_->mechanism, signing_->parameter.data(), signing_->parameter.size()};
-    return Module().C_SignInit(inModule_, &mechanism, key);
+CK_RV Session::ModuleSignInit() {
+    CK_MECHANISM mechanism{signing_->hashedHere ? CKM_RSA_PKCS : signing_->mechanism, nullptr, 0};
+    const ModuleSession& session = signing_->key->token->Session();
+    return session.Module().C_SignInit(session.Handle(), &mechanism, objects_.HandleFor(*signing_->key));
 }
 
-CK_RV Session::AuthenticateFor(CK_OBJECT_HANDLE key) {
-    std::optional<bool>& wanted = token_.Object(signing_->key)->alwaysAuthenticate;
-    if (!wanted) {
-        CK_BBOOL value = CK_FALSE;
-        CK_ATTRIBUTE attribute{CKA_ALWAYS_AUTHENTICATE, &value, sizeof value};
-        const CK_RV answer = Module().C_GetAttributeValue(inModule_, key, &attribute, 1);
-        if (IsGone(answer))
-            return answer;
-        wanted = answer == CKR_OK && attribute.ulValueLen == sizeof value && value != CK_FALSE;
+CK_RV Session::AuthenticateForKey() {
+    GivenObject& key = *signing_->key;
+    if (!key.alwaysAuthenticate) {
+        const ModuleSession& session = key.token->Session();
+        const std::optional<Bytes> value =
+            session.Values(objects_.HandleFor(key), {CKA_ALWAYS_AUTHENTICATE})[0];
+        key.alwaysAuthenticate = value && value->size() == sizeof(CK_BBOOL) && value->front() != CK_FALSE;
     }
-    return *wanted ? token_.LoginForKey(inModule_) : CKR_OK;
+    return *key.alwaysAuthenticate ? key.token->LoginForKey() : CKR_OK;
 }
 
-/// Has the module sign by `call`, after the signature was begun anew where the token was away. By PKCS#11
-/// section 5.2 the question for the length, and its answer CKR_BUFFER_TOO_SMALL, leave the signature under
-/// way; all else ends it.
-template <class Call>
-CK_RV Session::FinishSigning(CK_BYTE* signature, CK_ULONG& length, Call call) {
-    const CK_ULONG capacity = length;
-    const CK_RV answer = Carry([&] {
-        if (signing_->begunIn != number_)
-            Check(BeginSigning());
-        length = capacity;
-        Check(call());
-        return signature != nullptr && length > capacity ? CKR_DEVICE_ERROR : CKR_OK;
-    });
-    if (answer != CKR_BUFFER_TOO_SMALL && (answer != CKR_OK || signature != nullptr))
-        signing_.reset();
-    return answer;
-}
-
+/// Has the module sign, after the signature was begun anew where the token was away. By PKCS#11 section 5.2
+/// the question for the length, and its answer CKR_BUFFER_TOO_SMALL, leave the signature under way; all else
+/// ends it.
 CK_RV Session::Sign(std::span<CK_BYTE> data, CK_BYTE* signature, CK_ULONG& length) {
     if (!signing_)
         return CKR_OPERATION_NOT_INITIALIZED;
@@ -259,22 +240,41 @@ CK_RV Session::Sign(std::span<CK_BYTE> data, CK_BYTE* signature, CK_ULONG& lengt
         signing_.reset();
         return CKR_DATA_INVALID;
     }
-    return FinishSigning(signature, length, [&] {
-        Bytes digestInfo;
+    const CK_ULONG capacity = length;
+    Token& token = *signing_->key->token;
+    CK_RV answer = token.CallWithReconnect([&]() -> CK_RV {
+        if (signing_->begunIn != token.SessionNumber())
+            Check(BeginSigning());
+        Bytes block;
         if (signing_->hashedHere)
-            digestInfo = DigestInfoOf(signing_->mechanism, data);
-        const std::span<CK_BYTE> signedBytes = signing_->hashedHere ? digestInfo : data;
-        return Module().C_Sign(inModule_, signedBytes.data(), signedBytes.size(), signature, &length);
+            block = SignedBlock(signing_->mechanism, data);
+        const std::span<CK_BYTE> signedBytes = signing_->hashedHere ? block : data;
+        const ModuleSession& session = token.Session();
+        length = capacity;
+        Check(session.Module().C_Sign(session.Handle(), signedBytes.data(), signedBytes.size(), signature,
+                                      &length));
+        return signature != nullptr && length > capacity ? CKR_DEVICE_ERROR : CKR_OK;
     });
+    if (answer == CKR_OK && signature != nullptr)
+        answer = Verify(data, {signature, capacity}, length);
+    if (answer != CKR_BUFFER_TOO_SMALL && (answer != CKR_OK || signature != nullptr))
+        signing_.reset();
+    return answer;
 }
 
-CK_RV Session::SignFinal(CK_BYTE* signature, CK_ULONG& length) {
-    if (!signing_)
-        return CKR_OPERATION_NOT_INITIALIZED;
-    if (signing_->hashedHere) // there is no C_SignUpdate here, so it is the signature of nothing
-        return Sign({}, signature, length);
-    return FinishSigning(signature, length,
-                         [&] { return Module().C_SignFinal(inModule_, signature, &length); });
+/// A signature that the certificate's key does not verify never leaves the driver.
+CK_RV Session::Verify(std::span<const CK_BYTE> data, std::span<CK_BYTE> buffer, CK_ULONG length) const {
+    const GivenObject& key = *signing_->key;
+    if (key.certificate->Verifies(SignedBlock(signing_->mechanism, data), buffer.first(length)))
+        return CKR_OK;
+    OPENSSL_cleanse(buffer.data(), buffer.size());
+    WriteTokenLog("a signature of the module " + key.token->Seen().backend->name + " with the token " +
+                  key.token->Name() + " does not verify with its certificate, id " +
+                  key.id.text.value_or("") + ", and was thrown away");
+    return CKR_DEVICE_ERROR;
 }
+
+// There is no C_SignUpdate here, so it is the signature of nothing.
+CK_RV Session::SignFinal(CK_BYTE* signature, CK_ULONG& length) { return Sign({}, signature, length); }
 
 } // namespace tokendriver

@@ -1,42 +1,36 @@
 #pragma once
 
 #include "Attributes.h"
-#include "Token.h"
+#include "Catalogue.h"
+#include "GivenObjects.h"
+#include "Logins.h"
 
 #include <p11-kit/pkcs11.h>
 
-#include <functional>
-#include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace tokendriver {
 
-/// A session that the host was given, on one token. It outlives the module's own session: when the module
-/// answers that session, device or token is gone, the token is looked for, and when it is back the call is
-/// carried on in a new session of the module. While it is not back, every call answers what the module
-/// answered when it went.
+/// A session that the host was given, on all tokens at once. It outlives the module's own sessions: when a
+/// module answers that session, device or token is gone, the token is looked for, and when it is back the
+/// call is carried on. While it is not back, every call on its objects answers what the module answered when
+/// it went.
 ///
 /// The calls are PKCS#11's of the same name, with its answers; they throw Pkcs11Error where they do not
 /// return CK_RV.
 class Session {
 public:
-    /// Finds a token that was lost, where it now is, and answers it as it is seen there; nothing when it is
-    /// nowhere.
-    using FindToken = std::function<std::optional<SeenToken>(const SeenToken& lost)>;
-
-    /// Opens the module's session. Read/write refused by a write-protected token: a read-only one. `flags`
-    /// are C_OpenSession's. Throws Pkcs11Error. `token` must outlive the session.
-    Session(Token& token, CK_FLAGS flags, FindToken findToken);
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    /// All of these are the driver's, and outlive the session.
+    Session(Catalogue& catalogue, GivenObjects& objects, Logins& logins)
+        : catalogue_(catalogue), objects_(objects), logins_(logins) {}
 
     CK_RV Login(CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin);
     CK_RV GetAttributeValue(CK_OBJECT_HANDLE object, CK_ATTRIBUTE* wanted, CK_ULONG count);
 
-    /// Begins a search; one left unfinished is closed before.
-    CK_RV FindObjectsInit(SearchTemplate wanted);
+    /// Searches; what is found is handed out by FindObjects. A search left unfinished is closed before.
+    CK_RV FindObjectsInit(const SearchTemplate& wanted);
     CK_RV FindObjects(std::span<CK_OBJECT_HANDLE> found, CK_ULONG& count);
     CK_RV FindObjectsFinal();
 
@@ -45,46 +39,38 @@ public:
     CK_RV SignFinal(CK_BYTE* signature, CK_ULONG& length);
 
 private:
-    /// A search under way, begun in the module's session number `begunIn`. `given` objects of it are with the
-    /// host.
+    /// What a search found, of which `given` objects are with the host.
     struct Search {
-        SearchTemplate wanted;
-        unsigned begunIn = 0; ///< 0: in none
+        std::vector<CK_OBJECT_HANDLE> found;
         std::size_t given = 0;
     };
 
-    /// A signature under way, begun in the module's session number `begunIn`.
+    /// A signature under way, begun in the token's session number `begunIn`.
     struct Signing {
         CK_MECHANISM_TYPE mechanism; ///< as the host asked
-        Bytes parameter;
-        CK_OBJECT_HANDLE key; ///< the driver's
-        bool hashedHere;      ///< the module signs a DigestInfo made here, with CKM_RSA_PKCS
+        GivenObject* key;
+        bool hashedHere; ///< the module signs a block made here, with CKM_RSA_PKCS
         unsigned begunIn = 0;
     };
 
-    /// Runs `call`, which talks to the module; when the token turns out to be gone and is back, once more.
-    template <class Call>
-    CK_RV Carry(Call call);
+    std::vector<CK_OBJECT_HANDLE> FindCertificates(const SearchTemplate& wanted,
+                                                   const ListedCertificate* named);
+    std::vector<CK_OBJECT_HANDLE> FindKeys(const SearchTemplate& wanted, const ListedCertificate* named);
+    std::vector<CK_OBJECT_HANDLE> FindAll(SearchTemplate wanted);
+    CK_OBJECT_HANDLE GiveOut(const ListedCertificate& listed, CK_OBJECT_HANDLE inModule,
+                             CK_OBJECT_CLASS objectClass);
 
-    CK_RV Open();
-    CK_RV Reconnect();
-    CK_RV Renew();
+    bool IsJustFound(const GivenObject& object, std::span<const CK_ATTRIBUTE> wanted) const;
+    static CK_RV AnswerFromReading(const GivenObject& object, std::span<CK_ATTRIBUTE> wanted);
 
-    CK_RV ContinueSearch();
     CK_RV BeginSigning();
-    CK_RV ModuleSignInit(CK_OBJECT_HANDLE key);
-    CK_RV AuthenticateFor(CK_OBJECT_HANDLE key);
-    template <class Call>
-    CK_RV FinishSigning(CK_BYTE* signature, CK_ULONG& length, Call call);
+    CK_RV ModuleSignInit();
+    CK_RV AuthenticateForKey();
+    CK_RV Verify(std::span<const CK_BYTE> data, std::span<CK_BYTE> buffer, CK_ULONG length) const;
 
-    CK_FUNCTION_LIST& Module() const { return token_.Module(); }
-
-    Token& token_;
-    CK_FLAGS flags_;
-    FindToken findToken_;
-    CK_SESSION_HANDLE inModule_ = 0;
-    unsigned number_ = 0;     ///< counts the module's sessions that this one has had
-    CK_RV goneWith_ = CKR_OK; ///< the module's answer when the token went; CKR_OK while the session is open
+    Catalogue& catalogue_;
+    GivenObjects& objects_;
+    Logins& logins_;
     std::optional<Search> search_;
     std::optional<Signing> signing_;
 };

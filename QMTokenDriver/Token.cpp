@@ -1,124 +1,169 @@
 #include "Token.h"
 
-#include "Pkcs11Error.h"
+#include "Ckr.h"
+#include "TokenLog.h"
 
-#include <array>
+#include <algorithm>
+#include <utility>
 
 namespace tokendriver {
 
 namespace {
 
-template <class Known>
-bool Agrees(const std::optional<Known>& known, const std::optional<Known>& told) {
-    return !known || !told || *known == *told;
+constexpr CK_FLAGS kSessionFlags = CKF_SERIAL_SESSION | CKF_RW_SESSION;
+
+std::unique_ptr<ModuleSession> OpenOn(const SeenToken& seen) {
+    auto session = std::make_unique<ModuleSession>(*seen.backend->functions, seen.slot, kSessionFlags);
+    Check(session->Opened());
+    return session;
 }
 
-template <class Known>
-void Learn(std::optional<Known>& known, const std::optional<Known>& told) {
-    if (told)
-        known = told;
-}
-
-/// An answer to C_Login that tells that the PIN must not be tried again.
-bool RefusesPin(CK_RV answer) {
-    return answer == CKR_PIN_INCORRECT || answer == CKR_PIN_LOCKED || answer == CKR_PIN_EXPIRED ||
-           answer == CKR_PIN_INVALID || answer == CKR_PIN_LEN_RANGE;
+bool HoldsUsers(const std::vector<FoundCertificate>& certificates) {
+    return std::any_of(certificates.begin(), certificates.end(),
+                       [](const FoundCertificate& one) { return one.certificate->IsUsers(); });
 }
 
 } // namespace
 
-void Token::FoundIn(const SeenToken& seen) {
-    seen_ = seen;
+PluggedToken::PluggedToken(const SeenToken& seenToken)
+    : seen(seenToken), session(OpenOn(seen)), certificates(ReadCertificates(*session)) {}
+
+Token::Token(PluggedToken plugged, FindToken findToken)
+    : seen_(plugged.seen), session_(std::move(plugged.session)),
+      certificates_(std::move(plugged.certificates)), findToken_(std::move(findToken)) {}
+
+std::string Token::Name() const {
+    return "\"" + seen_.identity.label + "\" (serial number " + seen_.identity.serialNumber + ")";
+}
+
+bool Token::IsAt(const SeenToken& place) const {
+    return seen_.backend == place.backend && seen_.slot == place.slot;
+}
+
+bool Token::Knows(const std::vector<FoundCertificate>& certificates) const {
+    return std::any_of(certificates.begin(), certificates.end(), [this](const FoundCertificate& there) {
+        return there.certificate->IsUsers() &&
+               std::any_of(certificates_.begin(), certificates_.end(),
+                           [&there](const FoundCertificate& here) {
+                               return here.certificate->Der() == there.certificate->Der();
+                           });
+    });
+}
+
+void Token::GoneWith(CK_RV answer) {
+    session_.reset();
+    goneWith_ = answer;
+}
+
+void Token::FoundIn(PluggedToken plugged) {
+    seen_ = plugged.seen;
+    certificates_ = std::move(plugged.certificates);
+    session_ = std::move(plugged.session);
+    keys_.clear();
+    ++sessionNumber_;
     ++visit_;
-    givenOut_.clear();
+    LoginAgain();
 }
 
-CK_OBJECT_HANDLE Token::GiveOut(CK_OBJECT_HANDLE inModule, const SearchTemplate& foundBy) {
-    CK_OBJECT_HANDLE& handle = givenOut_[inModule];
-    GivenObject* known = Object(handle);
-    if (known == nullptr || !Agrees(known->objectClass, foundBy.ObjectClass()) ||
-        !Agrees(known->id, foundBy.Id())) {
-        if (objects_.size() >= kMaxObjectsGivenOut)
-            throw Pkcs11Error(CKR_DEVICE_MEMORY);
-        objects_.push_back({inModule, visit_, {}, {}, {}});
-        handle = objects_.size();
-        known = &objects_.back();
+void Token::ReadAgain() {
+    std::vector<FoundCertificate> now = ReadCertificates(Session(), certificates_);
+    if (HoldsUsers(certificates_) && !Knows(now)) // exchanged, and the module has kept the session
+        throw Pkcs11Error(CKR_DEVICE_REMOVED);
+    certificates_ = std::move(now);
+}
+
+ModuleSession& Token::Session() {
+    if (!session_)
+        throw Pkcs11Error(goneWith_);
+    return *session_;
+}
+
+// PKCS#11 2.40 has no call that ends a signature left under way, but a session that is closed takes it along.
+// The new one is opened first, where the token has room for it: closing the last one logs the user out.
+void Token::RenewSession() {
+    auto next = std::make_unique<ModuleSession>(*seen_.backend->functions, seen_.slot, kSessionFlags);
+    if (next->Opened() == CKR_OK) {
+        session_ = std::move(next);
+        ++sessionNumber_;
+        return;
     }
-    Learn(known->objectClass, foundBy.ObjectClass());
-    Learn(known->id, foundBy.Id());
-    return handle;
+    GoneWith(next->Opened());
+    Check(Reconnect());
 }
 
-GivenObject* Token::Object(CK_OBJECT_HANDLE givenOut) {
-    return givenOut == 0 || givenOut > objects_.size() ? nullptr : &objects_[givenOut - 1];
-}
-
-CK_OBJECT_HANDLE Token::InModule(GivenObject& object, CK_SESSION_HANDLE session) {
-    if (object.visit == visit_)
-        return object.inModule;
-    if (!object.objectClass || !object.id)
-        throw Pkcs11Error(CKR_OBJECT_HANDLE_INVALID);
-    std::array attributes = {CK_ATTRIBUTE{CKA_CLASS, &*object.objectClass, sizeof *object.objectClass},
-                             CK_ATTRIBUTE{CKA_ID, object.id->data(), object.id->size()}};
-    std::array<CK_OBJECT_HANDLE, 2> found{};
-    CK_ULONG count = 0;
-    Check(Module().C_FindObjectsInit(session, attributes.data(), attributes.size()));
-    const CK_RV answer = Module().C_FindObjects(session, found.data(), found.size(), &count);
-    Module().C_FindObjectsFinal(session);
-    Check(answer);
-    if (count != 1)
-        throw Pkcs11Error(count == 0 && loggedInVisit_ != 0 && loggedInVisit_ != visit_
-                              ? CKR_USER_NOT_LOGGED_IN
-                              : CKR_OBJECT_HANDLE_INVALID);
-    object.inModule = found[0];
-    object.visit = visit_;
-    givenOut_.emplace(object.inModule, static_cast<CK_OBJECT_HANDLE>(&object - objects_.data()) + 1);
-    return object.inModule;
-}
-
-CK_RV Token::Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin) {
-    // PKCS#11 section 5.6: where the token has a protected authentication path, the PIN pointer is null.
-    if (HasPinPad())
-        pin = {};
-    const CK_RV answer = Module().C_Login(session, user, pin.data(), pin.size());
-    if (answer == CKR_OK && user == CKU_USER) {
-        loggedInVisit_ = visit_;
-        pin_.Keep(pin);
-    }
-    return answer;
-}
-
-CK_RV Token::LoginAgain(CK_SESSION_HANDLE session) {
-    if (loggedInVisit_ == 0 || !MayLoginUnasked())
-        return CKR_OK;
-    const CK_RV answer = LoginWithKeptPin(session, CKU_USER);
-    if (RefusesPin(answer))
-        return CKR_OK;
-    if (answer != CKR_OK && answer != CKR_USER_ALREADY_LOGGED_IN)
-        return answer;
-    loggedInVisit_ = visit_;
+CK_RV Token::Reconnect() {
+    std::optional<PluggedToken> found = findToken_(*this);
+    if (!found)
+        return goneWith_;
+    FoundIn(std::move(*found));
     return CKR_OK;
 }
 
-CK_RV Token::LoginForKey(CK_SESSION_HANDLE session) {
-    return MayLoginUnasked() ? LoginWithKeptPin(session, CKU_CONTEXT_SPECIFIC) : CKR_USER_NOT_LOGGED_IN;
+bool Token::IsLoggedIn() const {
+    return (seen_.tokenInfo.flags & CKF_LOGIN_REQUIRED) == 0 || loggedInVisit_ == visit_;
+}
+
+bool Token::LookAgain() {
+    if (Session().Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo) != CKR_OK)
+        return false;
+    if (!(IdentityOf(seen_.tokenInfo) == seen_.identity)) // exchanged, and the module has kept the session
+        throw Pkcs11Error(CKR_DEVICE_REMOVED);
+    return true;
+}
+
+CK_RV Token::Login(CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin) {
+    LookAgain();
+    // PKCS#11 section 5.6: where the token has a protected authentication path, the PIN pointer is null.
+    if (HasPinPad())
+        pin = {};
+    const CK_RV answer = Session().Login(user, pin);
+    if (user != CKU_USER || IsGone(answer))
+        return answer;
+    if (answer == CKR_OK)
+        pin_.Keep(pin);
+    else if (answer != CKR_USER_ALREADY_LOGGED_IN)
+        ForgetPin("the login answers " + DescribeAnswer(answer));
+    if (answer == CKR_OK || answer == CKR_USER_ALREADY_LOGGED_IN)
+        loggedInVisit_ = visit_;
+    return answer;
+}
+
+// A refusal leaves the session public, and the token refuses its keys.
+CK_RV Token::LoginAgain() {
+    if (loggedInVisit_ == 0 || !MayLoginUnasked())
+        return CKR_OK;
+    const CK_RV answer = LoginWithKeptPin(CKU_USER);
+    if (answer == CKR_OK || answer == CKR_USER_ALREADY_LOGGED_IN)
+        loggedInVisit_ = visit_;
+    return answer;
+}
+
+CK_RV Token::LoginForKey() {
+    return MayLoginUnasked() ? LoginWithKeptPin(CKU_CONTEXT_SPECIFIC) : CKR_USER_NOT_LOGGED_IN;
 }
 
 // The last try is the user's: it is never spent on a PIN that the user did not type just now, nor when it is
 // not known whether it is the last.
 bool Token::MayLoginUnasked() {
-    if (Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo) != CKR_OK)
+    if (!LookAgain())
         return false;
     const bool lastTry = (seen_.tokenInfo.flags & (CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED)) != 0;
     return !lastTry && (HasPinPad() || pin_.IsKept());
 }
 
-CK_RV Token::LoginWithKeptPin(CK_SESSION_HANDLE session, CK_USER_TYPE user) {
-    const std::span<CK_UTF8CHAR> pin = pin_.Text();
-    const CK_RV answer = Module().C_Login(session, user, pin.data(), pin.size());
-    if (RefusesPin(answer))
-        pin_.Forget();
+// A PIN that was answered with anything but success is never tried again: makers' modules have other codes
+// than the standard's for a wrong one. That the token is gone is no answer to the PIN.
+CK_RV Token::LoginWithKeptPin(CK_USER_TYPE user) {
+    const CK_RV answer = Session().Login(user, pin_.Text());
+    if (answer != CKR_OK && answer != CKR_USER_ALREADY_LOGGED_IN && !IsGone(answer))
+        ForgetPin("the login answers " + DescribeAnswer(answer));
     return answer;
+}
+
+void Token::ForgetPin(const std::string& reason) {
+    if (pin_.IsKept())
+        WriteTokenLog("the PIN of the token " + Name() + " is forgotten: " + reason);
+    pin_.Forget();
 }
 
 } // namespace tokendriver

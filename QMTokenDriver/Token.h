@@ -1,80 +1,130 @@
 #pragma once
 
-#include "Attributes.h"
 #include "KeptPin.h"
+#include "Offered.h"
+#include "Pkcs11Error.h"
 #include "TokenScan.h"
 
 #include <p11-kit/pkcs11.h>
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
-#include <unordered_map>
+#include <string>
 #include <vector>
 
 namespace tokendriver {
 
-/// Objects given out per token; tokens hold a few dozen, soft tokens some thousands.
-constexpr std::size_t kMaxObjectsGivenOut = 100'000;
+/// A token where it is plugged in now, the driver's session on it, and the certificates read in that session:
+/// so it is certain whose they are.
+struct PluggedToken {
+    /// Opens the session and reads. Throws Pkcs11Error.
+    explicit PluggedToken(const SeenToken& seenToken);
 
-/// An object that the host was given a handle of. What is known of it finds it again after the token was
-/// away.
-struct GivenObject {
-    CK_OBJECT_HANDLE inModule = 0;
-    unsigned visit = 0; ///< the token's visit (see Token) in which `inModule` is valid
-    std::optional<CK_OBJECT_CLASS> objectClass;
-    std::optional<Bytes> id;
-    std::optional<bool> alwaysAuthenticate; ///< CKA_ALWAYS_AUTHENTICATE, once it was asked for
+    SeenToken seen;
+    std::unique_ptr<ModuleSession> session;
+    std::vector<FoundCertificate> certificates;
 };
 
-/// One token, for as long as the driver runs, wherever it is plugged in: the objects given out, whether the
-/// user is logged in, and the PIN for logging in again. A "visit" is the time from one finding of the token
-/// to the next: the module's object handles hold for one visit, the driver's own for ever.
+/// One token, for as long as the driver runs, wherever it is plugged in: the driver's session on it, whether
+/// the user is logged in, and the PIN for logging in again. A "visit" is the time from one finding of the
+/// token to the next: the module's object handles hold for one visit.
+///
+/// It is the same token only when a user's certificate that was on it is there again, byte for byte: label,
+/// serial number and model are alike on tokens of makers who do not number them.
 class Token {
 public:
-    explicit Token(const SeenToken& seen) : seen_(seen) {}
+    /// Finds a token that was lost, where it now is.
+    using FindToken = std::function<std::optional<PluggedToken>(Token& lost)>;
+
+    Token(PluggedToken plugged, FindToken findToken);
 
     const SeenToken& Seen() const { return seen_; }
-    CK_FUNCTION_LIST& Module() const { return *seen_.backend->functions; }
+    unsigned Visit() const { return visit_; }
+    const std::vector<FoundCertificate>& Certificates() const { return certificates_; }
     bool HasPinPad() const { return (seen_.tokenInfo.flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0; }
 
-    /// The token was found (again), perhaps in another slot: a new visit begins.
-    void FoundIn(const SeenToken& seen);
+    /// "Asha's card" (serial number 0001)
+    std::string Name() const;
 
-    /// The driver's handle (never 0) of an object of this visit. The same object has the same handle, unless
-    /// what is known of it says that the module has given its handle to another. Throws Pkcs11Error
-    /// CKR_DEVICE_MEMORY over the limit.
-    CK_OBJECT_HANDLE GiveOut(CK_OBJECT_HANDLE inModule, const SearchTemplate& foundBy);
+    /// Whether the driver has a session on it: it was there when last heard of.
+    bool IsHere() const { return session_ != nullptr; }
+    bool IsAt(const SeenToken& place) const;
 
-    /// The object behind a handle given out; null for others. Valid until the next GiveOut.
-    GivenObject* Object(CK_OBJECT_HANDLE givenOut);
+    /// Whether one of these certificates is a user's that was on this token.
+    bool Knows(const std::vector<FoundCertificate>& certificates) const;
 
-    /// The module's handle, valid in this visit; after a new visit the object is looked for in `session` by
-    /// class and id. Throws Pkcs11Error CKR_OBJECT_HANDLE_INVALID unless exactly one is found,
-    /// CKR_USER_NOT_LOGGED_IN when it may be hidden because the login was not renewed in this visit.
-    CK_OBJECT_HANDLE InModule(GivenObject& object, CK_SESSION_HANDLE session);
+    /// The token is away, as calls answer from now on until it is found again.
+    void GoneWith(CK_RV answer);
 
-    /// C_Login on one of the module's sessions as the host asks for it. The PIN of a user's success is kept.
-    CK_RV Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin);
+    /// The token was found again: a new visit begins, and the user is logged in again.
+    void FoundIn(PluggedToken plugged);
 
-    /// Logs in again, if the user was, after the token was away. A PIN that was refused once is not tried
-    /// again, and none when the token says that one try is left: then the session stays public (CKR_OK), and
-    /// the token refuses its keys.
-    CK_RV LoginAgain(CK_SESSION_HANDLE session);
+    /// Reads its certificates again. Throws Pkcs11Error, also when the token is gone.
+    void ReadAgain();
+
+    /// The private keys that show in this visit. Throws Pkcs11Error.
+    const std::vector<PrivateKey>& ReadKeys() { return keys_ = ReadPrivateKeys(Session(), keys_); }
+
+    /// The driver's session. Throws Pkcs11Error when the token is away.
+    ModuleSession& Session();
+
+    /// Counts the driver's sessions on this token: an operation begun in one is not under way in the next.
+    unsigned SessionNumber() const { return sessionNumber_; }
+
+    /// A new session in the place of the present one, with what is under way in it. Throws Pkcs11Error.
+    void RenewSession();
+
+    /// Runs `call`, which talks to the module in Session() and answers or throws; when the token turns out to
+    /// be gone and is back, once more.
+    template <class Call>
+    CK_RV CallWithReconnect(Call call) {
+        if (IsHere()) {
+            const CK_RV answer = AnswerOf(call);
+            if (!IsGone(answer))
+                return answer;
+            GoneWith(answer);
+        }
+        const CK_RV back = Reconnect();
+        return back == CKR_OK ? AnswerOf(call) : back;
+    }
+
+    /// Whether the user is logged in, or need not be, in this visit.
+    bool IsLoggedIn() const;
+
+    /// Whether the user was logged in, and is no more since the token was away.
+    bool HasLostLogin() const { return loggedInVisit_ != 0 && loggedInVisit_ != visit_; }
+
+    /// Asks the module for the token's information again; false when it does not tell. Throws Pkcs11Error
+    /// when another token answers, or this one is away.
+    bool LookAgain();
+
+    /// C_Login with a PIN that the user typed for this token just now; a PIN pad is asked instead. The PIN of
+    /// a user's success is kept. Throws Pkcs11Error when the token is away.
+    CK_RV Login(CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin);
 
     /// The login that a key with CKA_ALWAYS_AUTHENTICATE wants between C_SignInit and C_Sign (PKCS#11
     /// section 5.6, C_Login). CKR_USER_NOT_LOGGED_IN when no PIN is known.
-    CK_RV LoginForKey(CK_SESSION_HANDLE session);
+    CK_RV LoginForKey();
+
+    void ForgetPin(const std::string& reason);
 
 private:
+    CK_RV Reconnect();
+    CK_RV LoginAgain();
     bool MayLoginUnasked();
-    CK_RV LoginWithKeptPin(CK_SESSION_HANDLE session, CK_USER_TYPE user);
+    CK_RV LoginWithKeptPin(CK_USER_TYPE user);
 
     SeenToken seen_;
+    std::unique_ptr<ModuleSession> session_;
+    std::vector<FoundCertificate> certificates_;
+    std::vector<PrivateKey> keys_; ///< read in this visit
+    FindToken findToken_;
     unsigned visit_ = 1;
-    std::vector<GivenObject> objects_; ///< the handle is the index + 1
-    std::unordered_map<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE>
-        givenOut_;               ///< of this visit, by the module's handle
-    unsigned loggedInVisit_ = 0; ///< the visit of the last successful login of the user; 0: never
+    unsigned sessionNumber_ = 1;
+    CK_RV goneWith_ = CKR_DEVICE_REMOVED; ///< the module's answer when the token went
+    unsigned loggedInVisit_ = 0;          ///< the visit of the last successful login of the user; 0: never
     KeptPin pin_;
 };
 

@@ -1,12 +1,9 @@
 #include "TokenScan.h"
 
-#include "OpenSslPtr.h"
-#include "TokenReader.h"
-
-#include <openssl/x509v3.h>
+#include "Ckr.h"
+#include "Mechanisms.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 
 namespace tokendriver {
@@ -19,9 +16,6 @@ constexpr CK_ULONG kMaxSlotsPerModule = 1024;
 /// A slot plugged in between the two calls of a listing makes it too long for its buffer; more than a few
 /// such in a row are a broken module.
 constexpr int kListingAttempts = 3;
-
-constexpr std::array kMechanisms = {CKM_RSA_PKCS, CKM_SHA256_RSA_PKCS, CKM_SHA384_RSA_PKCS,
-                                    CKM_SHA512_RSA_PKCS};
 
 /// The standard names about 400 mechanisms; a token lists each once.
 constexpr CK_ULONG kMaxMechanisms = 4096;
@@ -41,7 +35,7 @@ std::vector<CK_MECHANISM_TYPE> ListedMechanisms(const Backend& backend, CK_SLOT_
 SigningMechanisms MechanismsOf(const Backend& backend, CK_SLOT_ID slot) {
     SigningMechanisms mechanisms{ListedMechanisms(backend, slot)};
     std::erase_if(mechanisms.offered, [&](CK_MECHANISM_TYPE mechanism) {
-        if (std::find(kMechanisms.begin(), kMechanisms.end(), mechanism) == kMechanisms.end())
+        if (!IsKnown(mechanism))
             return true;
         CK_MECHANISM_INFO info{};
         return backend.functions->C_GetMechanismInfo(slot, mechanism, &info) != CKR_OK ||
@@ -55,18 +49,7 @@ TokenVerdict Judge(const SeenToken& token) {
         return TokenVerdict::NotReadable;
     if ((token.tokenInfo.flags & CKF_TOKEN_INITIALIZED) == 0)
         return TokenVerdict::NotInitialised;
-    return token.mechanisms.offered.empty() ? TokenVerdict::CannotSignWithRsa : TokenVerdict::Shown;
-}
-
-/// Whether an X.509 certificate that is no certificate authority's can be read on the token without login.
-bool HoldsUserCertificate(const SeenToken& token) {
-    TokenReader reader(*token.backend->functions, token.slot);
-    const std::vector<CK_OBJECT_HANDLE> certificates = reader.Certificates();
-    return std::any_of(certificates.begin(), certificates.end(), [&reader](CK_OBJECT_HANDLE object) {
-        const std::optional<Bytes> der = reader.Value(object, CKA_VALUE);
-        const OpenSslPtr<X509> certificate = der ? ParseCertificate(*der) : nullptr;
-        return certificate && X509_check_ca(certificate.get()) == 0;
-    });
+    return token.mechanisms.offered.empty() ? TokenVerdict::CannotSignWithRsa : TokenVerdict::CanSign;
 }
 
 } // namespace
@@ -81,20 +64,37 @@ std::string PaddedText(const CK_UTF8CHAR* field, std::size_t length) {
     return text;
 }
 
+TokenIdentity IdentityOf(const CK_TOKEN_INFO& info) {
+    return {PaddedText(info.label, std::size(info.label)),
+            PaddedText(info.serialNumber, std::size(info.serialNumber)),
+            PaddedText(info.model, std::size(info.model))};
+}
+
 SeenToken LookAtToken(const Backend& backend, CK_SLOT_ID slot) {
     SeenToken token{&backend, slot, {}, {}, {}, {}, TokenVerdict::NotReadable, CKR_OK};
     token.failure = backend.functions->C_GetSlotInfo(slot, &token.slotInfo);
     if (token.failure == CKR_OK)
         token.failure = backend.functions->C_GetTokenInfo(slot, &token.tokenInfo);
     if (token.failure == CKR_OK) {
-        const CK_TOKEN_INFO& info = token.tokenInfo;
-        token.identity = {PaddedText(info.label, std::size(info.label)),
-                          PaddedText(info.serialNumber, std::size(info.serialNumber)),
-                          PaddedText(info.model, std::size(info.model))};
+        token.identity = IdentityOf(token.tokenInfo);
         token.mechanisms = MechanismsOf(backend, slot);
     }
     token.verdict = Judge(token);
     return token;
+}
+
+std::string ObjectionTo(const SeenToken& token) {
+    switch (token.verdict) {
+    case TokenVerdict::CanSign:
+        return {};
+    case TokenVerdict::NotInitialised:
+        return "token not initialised";
+    case TokenVerdict::CannotSignWithRsa:
+        return "it cannot sign with RSA";
+    case TokenVerdict::NotReadable:
+        break;
+    }
+    return DescribeAnswer(token.failure);
 }
 
 std::vector<CK_SLOT_ID> SlotsOf(const Backend& backend, bool tokenPresent, CK_RV* failure) {
@@ -119,23 +119,18 @@ std::vector<CK_SLOT_ID> SlotsOf(const Backend& backend, bool tokenPresent, CK_RV
     return slots;
 }
 
-std::vector<SeenToken> ScanTokens(const Backends& backends) {
+std::vector<SeenToken> ScanTokens(const std::vector<Backend>& modules) {
     std::vector<SeenToken> tokens;
-    for (const Backend& backend : backends.Modules())
-        for (const CK_SLOT_ID slot : SlotsOf(backend, true))
-            tokens.push_back(LookAtToken(backend, slot));
+    for (const Backend& module : modules)
+        for (const CK_SLOT_ID slot : SlotsOf(module, true))
+            tokens.push_back(LookAtToken(module, slot));
     return tokens;
 }
 
-std::vector<SeenToken> ShownTokens(std::vector<SeenToken> all) {
-    std::erase_if(all, [](const SeenToken& token) { return token.verdict != TokenVerdict::Shown; });
-    if (all.size() < 2) // reading certificates takes a card seconds: only where there is an order to find
-        return all;
-
-    // Stable, the weaker rule first: so the order given decides last.
+std::vector<SeenToken> TokensThatCanSign(std::vector<SeenToken> all) {
+    std::erase_if(all, [](const SeenToken& token) { return token.verdict != TokenVerdict::CanSign; });
     std::stable_partition(all.begin(), all.end(),
                           [](const SeenToken& token) { return (token.slotInfo.flags & CKF_HW_SLOT) != 0; });
-    std::stable_partition(all.begin(), all.end(), HoldsUserCertificate);
     return all;
 }
 

@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
-/// What is plugged in: the tokens in the slots of all modules, which of them the host is shown, and in what
-/// order.
+/// What is plugged in: the tokens in the slots of all modules, and which of them can sign.
 
 namespace tokendriver {
 
-/// What makes a token the same one when it comes back: PKCS#11's label, serial number and model, padding
-/// removed.
+/// PKCS#11's label, serial number and model, padding removed. Two tokens may agree in all of them.
 struct TokenIdentity {
     std::string label;
     std::string serialNumber;
@@ -29,8 +27,8 @@ struct SigningMechanisms {
     bool Has(CK_MECHANISM_TYPE mechanism) const;
 };
 
-/// Why a token is shown to the host or not.
-enum class TokenVerdict { Shown, NotInitialised, CannotSignWithRsa, NotReadable };
+/// Whether a token can be used, and why not.
+enum class TokenVerdict { CanSign, NotInitialised, CannotSignWithRsa, NotReadable };
 
 /// A token in a slot of a module, as it was when it was looked at.
 struct SeenToken {
@@ -48,18 +46,22 @@ struct SeenToken {
 /// put there.
 std::string PaddedText(const CK_UTF8CHAR* field, std::size_t length);
 
+TokenIdentity IdentityOf(const CK_TOKEN_INFO& info);
+
 /// Looks at one token. Asks its module for all; a failure becomes the verdict.
 SeenToken LookAtToken(const Backend& backend, CK_SLOT_ID slot);
+
+/// Why no certificate of this token is offered, in words; empty when some may be.
+std::string ObjectionTo(const SeenToken& token);
 
 /// The module's slots, with a token in them (`tokenPresent`) or all. A module that fails has none; `failure`,
 /// when not null, receives its answer.
 std::vector<CK_SLOT_ID> SlotsOf(const Backend& backend, bool tokenPresent, CK_RV* failure = nullptr);
 
 /// All tokens in the modules' order, whatever their verdict.
-std::vector<SeenToken> ScanTokens(const Backends& backends);
+std::vector<SeenToken> ScanTokens(const std::vector<Backend>& modules);
 
-/// The tokens that the host is shown, the one that it will use first: those that hold an X.509 certificate
-/// that is no CA's, then hardware before software, then the order given.
-std::vector<SeenToken> ShownTokens(std::vector<SeenToken> all);
+/// Those that can sign, hardware before software, else in the order given.
+std::vector<SeenToken> TokensThatCanSign(std::vector<SeenToken> all);
 
 } // namespace tokendriver

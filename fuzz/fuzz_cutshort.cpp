@@ -2,7 +2,7 @@
 // cut ones always; and the DigestInfo that it makes itself is one.
 
 #include "CutShort.h"
-#include "DigestInfo.h"
+#include "Mechanisms.h"
 #include "Require.h"
 
 #include "support/Bytes.h"
@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckCutting(0x30, FromHex("300b 0609608648016503040201"), rest, IsCutDigestInfo);
 
     for (const CK_MECHANISM_TYPE mechanism : kHashAndSign) {
-        const std::vector<CK_BYTE> info = DigestInfoOf(mechanism, input);
+        const std::vector<CK_BYTE> info = SignedBlock(mechanism, input);
         Require(Decoded(d2i_X509_SIG, {reinterpret_cast<const char*>(info.data()), info.size()}) != nullptr,
                 "a DigestInfo is one");
         Require(!IsCutShort(CKM_RSA_PKCS, info), "the driver's own DigestInfo is not refused");

@@ -113,7 +113,7 @@ void CheckRead(FuzzedChoices& input) {
     CK_FUNCTION_LIST module{};
     module.C_GetAttributeValue = ModuleGetAttributeValue;
     moduleAnswers = &input;
-    std::optional<Bytes> learntId;
+    KnownId learntId;
     const CK_RV answer =
         ReadAttributes(module, 1, 1, wanted.attributes.data(), wanted.attributes.size(), learntId);
     if (answer == CKR_DEVICE_REMOVED)

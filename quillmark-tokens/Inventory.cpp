@@ -1,30 +1,17 @@
 #include "Inventory.h"
 
+#include "QMTokenDriver/Catalogue.h"
 #include "QMTokenDriver/Ckr.h"
-#include "QMTokenDriver/TokenReader.h"
+#include "QMTokenDriver/ModuleSession.h"
+#include "QMTokenDriver/Pkcs11Error.h"
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 #include <iterator>
 
 namespace tokendriver::tool {
 
 namespace {
-
-std::string TokenObjection(const SeenToken& seen) {
-    switch (seen.verdict) {
-    case TokenVerdict::Shown:
-        return {};
-    case TokenVerdict::NotInitialised:
-        return "token not initialised";
-    case TokenVerdict::CannotSignWithRsa:
-        return "it cannot sign with RSA";
-    case TokenVerdict::NotReadable:
-        break;
-    }
-    return DescribeAnswer(seen.failure);
-}
 
 /// Why none of a token's certificates can sign: no one can log in; empty when one can.
 std::string PinObjection(CK_FLAGS flags) {
@@ -34,94 +21,90 @@ std::string PinObjection(CK_FLAGS flags) {
     return isUnset ? "its PIN is not set" : "";
 }
 
-template <class Number>
-std::optional<Number> ReadNumber(TokenReader& reader, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
-    const std::optional<Bytes> value = reader.Value(object, type);
-    if (!value || value->size() != sizeof(Number))
-        return std::nullopt;
-    Number number{};
-    std::memcpy(&number, value->data(), sizeof number);
-    return number;
-}
+/// The keys that show, and whether those are all that there are.
+struct KeysSeen {
+    std::vector<PrivateKey> keys;
+    bool areAll;
+};
 
-Bytes WithoutLeadingZeros(Bytes number) {
-    number.erase(number.begin(),
-                 std::find_if(number.begin(), number.end(), [](CK_BYTE byte) { return byte != 0; }));
-    return number;
-}
-
-/// Why this private key does not sign for the certificate whose id it has; empty when it does.
-std::string KeyObjection(TokenReader& reader, CK_OBJECT_HANDLE key, const CertificateFacts& facts) {
-    if (ReadNumber<CK_KEY_TYPE>(reader, key, CKA_KEY_TYPE).value_or(CKK_RSA) != CKK_RSA)
-        return "not RSA: the private key with its id";
-    if (ReadNumber<CK_BBOOL>(reader, key, CKA_SIGN).value_or(CK_TRUE) == CK_FALSE)
-        return "the private key with its id may not sign";
-    const std::optional<Bytes> modulus = reader.Value(key, CKA_MODULUS); // some tokens do not tell it
-    if (modulus && !modulus->empty() && WithoutLeadingZeros(*modulus) != facts.modulus)
-        return "the private key with its id belongs to another certificate";
-    return {};
-}
-
-/// The driver hands the host the first key with the id: so it is the first that counts.
-void JudgeKey(TokenReader& reader, const Bytes& id, bool isLoggedIn, CertificateEntry& entry) {
-    const std::vector<CK_OBJECT_HANDLE> keys = reader.PrivateKeys(id);
-    if (keys.empty() && isLoggedIn)
-        entry.objections.emplace_back("no private key with its id");
-    else if (keys.empty())
+void JudgeKey(const KeysSeen& seen, const Certificate& certificate, CertificateEntry& entry) {
+    if (!entry.offer.IsOffered())
+        return;
+    const bool isSeen =
+        std::any_of(seen.keys.begin(), seen.keys.end(),
+                    [&certificate](const PrivateKey& key) { return key.id == certificate.Id(); });
+    if (isSeen || seen.areAll)
+        entry.offer.LeaveOut(KeyObjection(seen.keys, certificate));
+    else
         entry.needsLogin = true;
-    else if (const std::string objection = KeyObjection(reader, keys.front(), *entry.facts);
-             !objection.empty())
-        entry.objections.push_back(objection);
 }
 
-CertificateEntry Look(TokenReader& reader, CK_OBJECT_HANDLE object, bool isLoggedIn) {
+CertificateEntry LookAtCertificate(const Certificate& certificate, const KeysSeen& keys) {
     CertificateEntry entry;
-    const Bytes id = reader.Value(object, CKA_ID).value_or(Bytes{});
-    entry.id = HexText(id.data(), id.size());
-    if (const std::optional<Bytes> der = reader.Value(object, CKA_VALUE))
-        entry.facts = ReadCertificate(*der, std::time(nullptr));
-    if (!entry.facts) {
-        entry.objections.emplace_back("it cannot be read");
-        return entry;
-    }
-    entry.objections = entry.facts->objections;
-    if (entry.objections.empty())
-        JudgeKey(reader, id, isLoggedIn, entry);
+    entry.id = HexText(certificate.Id().data(), certificate.Id().size());
+    entry.facts = ReadCertificate(certificate.Der());
+    entry.offer = certificate.Offered(std::time(nullptr));
+    JudgeKey(keys, certificate, entry);
     return entry;
 }
 
-bool Login(TokenReader& reader, TokenEntry& token, const AskForPin& askForPin) {
+bool Login(const ModuleSession& session, TokenEntry& token, const AskForPin& askForPin) {
     if ((token.seen.tokenInfo.flags & CKF_LOGIN_REQUIRED) == 0)
         return true; // nothing is hidden
     KeptPin pin;
     if (!askForPin || !token.objection.empty() || !askForPin(token.seen, pin))
         return false;
-    const CK_RV answer = reader.Login(pin.Text().data(), pin.Text().size());
-    token.login = answer == CKR_OK ? "logged in" : DescribeAnswer(answer);
+    const CK_RV answer = session.Login(CKU_USER, pin.Text());
+    token.login = answer == CKR_OK ? LoginOutcome::Done : LoginOutcome::Failed;
+    token.loginAnswer = answer == CKR_OK ? "logged in" : DescribeAnswer(answer);
     return answer == CKR_OK;
 }
 
-TokenEntry Look(SeenToken seen, const AskForPin& askForPin) {
-    TokenEntry token{std::move(seen), false, {}, {}, {}};
-    token.objection = TokenObjection(token.seen);
+/// The certificate in the driver's list, where it is in it.
+const ListedCertificate* InList(const Catalogue& catalogue, const SeenToken& seen,
+                                const Certificate& certificate) {
+    for (const ListedCertificate& listed : catalogue.Certificates())
+        if (listed.token->IsAt(seen) && listed.certificate->Id() == certificate.Id() &&
+            listed.certificate->Der() == certificate.Der())
+            return &listed;
+    return nullptr;
+}
+
+void LookAtCertificates(TokenEntry& token, const Catalogue& catalogue, const AskForPin& askForPin) {
+    const ModuleSession session(*token.seen.backend->functions, token.seen.slot, CKF_SERIAL_SESSION);
+    Check(session.Opened());
+    const bool isLoggedIn = Login(session, token, askForPin);
+    KeysSeen keys{{}, isLoggedIn};
+    if (token.seen.verdict == TokenVerdict::CanSign)
+        keys.keys = ReadPrivateKeys(session);
+    const std::string pinObjection = PinObjection(token.seen.tokenInfo.flags);
+    for (const FoundCertificate& found : ReadCertificates(session)) {
+        CertificateEntry& entry =
+            token.certificates.emplace_back(LookAtCertificate(*found.certificate, keys));
+        if (!pinObjection.empty())
+            entry.offer.reasons.push_back(pinObjection);
+        const ListedCertificate* listed = InList(catalogue, token.seen, *found.certificate);
+        if (listed == nullptr)
+            continue;
+        entry.id = listed->idText;
+        entry.isFirst = entry.offer.IsOffered() && listed == &catalogue.Certificates().front();
+    }
+}
+
+TokenEntry LookAtPluggedToken(SeenToken seen, const Catalogue& catalogue, const AskForPin& askForPin) {
+    TokenEntry token{std::move(seen), {}, LoginOutcome::NotTried, {}, {}};
+    token.objection = ObjectionTo(token.seen);
     if (token.seen.verdict == TokenVerdict::NotReadable || token.seen.verdict == TokenVerdict::NotInitialised)
         return token;
-    TokenReader reader(*token.seen.backend->functions, token.seen.slot);
-    if (reader.Opened() != CKR_OK) {
-        token.objection = DescribeAnswer(reader.Opened());
-        return token;
-    }
-    const bool isLoggedIn = Login(reader, token, askForPin);
-    const std::string pinObjection = PinObjection(token.seen.tokenInfo.flags);
-    for (const CK_OBJECT_HANDLE object : reader.Certificates()) {
-        CertificateEntry& entry = token.certificates.emplace_back(Look(reader, object, isLoggedIn));
-        if (!pinObjection.empty())
-            entry.objections.push_back(pinObjection);
+    try {
+        LookAtCertificates(token, catalogue, askForPin);
+    } catch (const Pkcs11Error& error) {
+        token.objection = DescribeAnswer(error.Code());
     }
     return token;
 }
 
-ModuleEntry Look(const Backend& backend, const AskForPin& askForPin) {
+ModuleEntry LookAtModule(const Backend& backend, const Catalogue& catalogue, const AskForPin& askForPin) {
     ModuleEntry module{backend.name, backend.path, {}, {}};
     CK_RV failure = CKR_OK;
     const std::vector<CK_SLOT_ID> slots = SlotsOf(backend, false, &failure);
@@ -132,26 +115,10 @@ ModuleEntry Look(const Backend& backend, const AskForPin& askForPin) {
         const CK_SLOT_INFO& info = seen.slotInfo;
         SlotEntry entry{PaddedText(info.slotDescription, std::size(info.slotDescription)), {}};
         if ((info.flags & CKF_TOKEN_PRESENT) != 0)
-            entry.token = Look(std::move(seen), askForPin);
+            entry.token = LookAtPluggedToken(std::move(seen), catalogue, askForPin);
         module.slots.push_back(std::move(entry));
     }
     return module;
-}
-
-/// Marks the token that the host uses, and objects to the others: it never looks at them.
-void MarkFirst(const Backends& backends, Inventory& inventory) {
-    const std::vector<SeenToken> shown = ShownTokens(ScanTokens(backends));
-    for (ModuleEntry& module : inventory)
-        for (SlotEntry& slot : module.slots) {
-            if (!slot.token || slot.token->seen.verdict != TokenVerdict::Shown || shown.empty())
-                continue;
-            const SeenToken& first = shown.front();
-            slot.token->isFirst =
-                slot.token->seen.backend == first.backend && slot.token->seen.slot == first.slot;
-            if (!slot.token->isFirst && slot.token->objection.empty())
-                slot.token->objection =
-                    "the signing program uses the first token only: " + first.identity.label;
-        }
 }
 
 /// Why a module of the configuration is not among those loaded.
@@ -167,9 +134,13 @@ std::string ProbeObjection(const ProbeResult& probed) {
 Inventory TakeInventory(const Backends& backends, const std::vector<ProbeResult>& probed,
                         const AskForPin& askForPin) {
     Inventory inventory;
+    Catalogue catalogue(backends.Modules());
+    try {
+        catalogue.Read();
+    } catch (const Pkcs11Error&) { // no token can be read: each tells below why
+    }
     for (const Backend& backend : backends.Modules())
-        inventory.push_back(Look(backend, askForPin));
-    MarkFirst(backends, inventory);
+        inventory.push_back(LookAtModule(backend, catalogue, askForPin));
     for (const SkippedModule& skipped : backends.Skipped())
         inventory.push_back({skipped.name, skipped.path, skipped.reason, {}});
     for (const ProbeResult& result : probed) {
@@ -182,14 +153,32 @@ Inventory TakeInventory(const Backends& backends, const std::vector<ProbeResult>
     return inventory;
 }
 
-std::size_t CountUsable(const Inventory& inventory) {
-    std::size_t usable = 0;
+namespace {
+
+std::vector<const TokenEntry*> TokensOf(const Inventory& inventory) {
+    std::vector<const TokenEntry*> tokens;
     for (const ModuleEntry& module : inventory)
         for (const SlotEntry& slot : module.slots)
-            if (slot.token && slot.token->objection.empty())
-                usable += static_cast<std::size_t>(
-                    std::count_if(slot.token->certificates.begin(), slot.token->certificates.end(),
-                                  [](const CertificateEntry& entry) { return entry.objections.empty(); }));
+            if (slot.token)
+                tokens.push_back(&*slot.token);
+    return tokens;
+}
+
+} // namespace
+
+bool HasFailedLogin(const Inventory& inventory) {
+    const std::vector<const TokenEntry*> tokens = TokensOf(inventory);
+    return std::any_of(tokens.begin(), tokens.end(),
+                       [](const TokenEntry* token) { return token->login == LoginOutcome::Failed; });
+}
+
+std::size_t CountUsable(const Inventory& inventory) {
+    std::size_t usable = 0;
+    for (const TokenEntry* token : TokensOf(inventory))
+        if (token->objection.empty())
+            usable += static_cast<std::size_t>(
+                std::count_if(token->certificates.begin(), token->certificates.end(),
+                              [](const CertificateEntry& entry) { return entry.CanSign(); }));
     return usable;
 }
 

@@ -4,6 +4,7 @@
 #include "QMTokenDriver/Backends.h"
 #include "QMTokenDriver/KeptPin.h"
 #include "QMTokenDriver/ModuleProbe.h"
+#include "QMTokenDriver/Offered.h"
 #include "QMTokenDriver/TokenScan.h"
 
 #include <functional>
@@ -17,17 +18,24 @@
 namespace tokendriver::tool {
 
 struct CertificateEntry {
-    std::string id;                        ///< the CKA_ID as the driver shows it
+    std::string id;                        ///< as the driver shows it
     std::optional<CertificateFacts> facts; ///< nothing: it could not be read
-    std::vector<std::string> objections;   ///< why it is not offered; empty: it can sign, as far as was seen
+    Offer offer;                           ///< by the driver's rule
     bool needsLogin = false;               ///< whether its private key is there only shows after login
+    bool isFirst = false;                  ///< the first in the window
+
+    /// As far as was seen.
+    bool CanSign() const { return offer.IsOffered() && offer.reasons.empty(); }
 };
+
+/// How the login went that the user asked for.
+enum class LoginOutcome { NotTried, Done, Failed };
 
 struct TokenEntry {
     SeenToken seen;
-    bool isFirst = false;  ///< the one that the host uses
-    std::string objection; ///< why the token is not offered; empty: it is
-    std::string login;     ///< what the login answered, in words; empty without one
+    std::string objection; ///< why none of its certificates is offered; empty: some may be
+    LoginOutcome login = LoginOutcome::NotTried;
+    std::string loginAnswer; ///< in words; empty without a login
     std::vector<CertificateEntry> certificates;
 };
 
@@ -53,6 +61,9 @@ using AskForPin = std::function<bool(const SeenToken& token, KeptPin& pin)>;
 /// may be empty.
 Inventory TakeInventory(const Backends& backends, const std::vector<ProbeResult>& probed,
                         const AskForPin& askForPin);
+
+/// Whether a login failed that was tried.
+bool HasFailedLogin(const Inventory& inventory);
 
 /// How many certificates can sign, as far as was seen.
 std::size_t CountUsable(const Inventory& inventory);

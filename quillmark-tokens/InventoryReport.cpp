@@ -1,8 +1,9 @@
 #include "InventoryReport.h"
 
+#include "QMTokenDriver/TokenLog.h"
+
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <iterator>
 #include <sstream>
 
@@ -19,19 +20,33 @@ std::string Field(const CK_UTF8CHAR (&field)[Size]) {
 
 bool IsHardware(const TokenEntry& token) { return (token.seen.slotInfo.flags & CKF_HW_SLOT) != 0; }
 
-std::string Joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts)
-        text += (text.empty() ? "" : "; ") + part;
-    return text;
+/// What the token says of the tries that are left for its PIN; empty when it says nothing.
+std::string PinText(const TokenEntry& token) {
+    const CK_FLAGS flags = token.seen.tokenInfo.flags;
+    if ((flags & CKF_USER_PIN_LOCKED) != 0)
+        return "locked";
+    if ((flags & CKF_USER_PIN_FINAL_TRY) != 0)
+        return "one try is left";
+    return (flags & CKF_USER_PIN_COUNT_LOW) != 0 ? "fewer tries are left than at first" : "";
 }
 
-void Write(std::ostream& out, const CertificateEntry& entry, bool isTokenOffered) {
-    const bool isOffered = isTokenOffered && entry.objections.empty();
-    out << "      " << (isOffered ? "can sign:    " : "not offered: ")
+bool IsOffered(const TokenEntry& token, const CertificateEntry& entry) {
+    return token.objection.empty() && entry.offer.IsOffered();
+}
+
+bool CanSign(const TokenEntry& token, const CertificateEntry& entry) {
+    return token.objection.empty() && entry.CanSign();
+}
+
+void Write(std::ostream& out, const TokenEntry& token, const CertificateEntry& entry) {
+    const char* standing = CanSign(token, entry) ? "can sign:    " : "offered:     ";
+    out << "      " << (IsOffered(token, entry) ? standing : "not offered: ")
         << (entry.facts ? Printable(entry.facts->subject) : "a certificate") << '\n';
-    if (!entry.objections.empty())
-        out << "        because: " << Printable(Joined(entry.objections)) << '\n';
+    if (entry.isFirst)
+        out << "        the first in the window\n";
+    if (!entry.offer.reasons.empty())
+        out << "        " << (IsOffered(token, entry) ? "but: " : "because: ")
+            << Printable(entry.offer.ReasonsText()) << '\n';
     else if (entry.needsLogin)
         out << "        as far as can be seen: whether its private key is there shows after login "
                "(--login)\n";
@@ -49,23 +64,19 @@ void Write(std::ostream& out, const TokenEntry& token) {
     out << "    token \"" << Printable(Field(info.label)) << "\", " << Printable(Field(info.model))
         << ", serial number " << Printable(Field(info.serialNumber))
         << (IsHardware(token) ? ", hardware" : "") << '\n';
-    if (token.isFirst)
-        out << "      the signing program uses this token\n";
     if (!token.objection.empty())
         out << "      not offered: " << Printable(token.objection) << '\n';
-    if (!token.login.empty())
-        out << "      login: " << token.login << '\n';
-    if ((info.flags & CKF_USER_PIN_LOCKED) != 0)
-        out << "      its PIN is locked\n";
-    else if ((info.flags & CKF_USER_PIN_FINAL_TRY) != 0)
-        out << "      one try is left for its PIN\n";
+    if (!token.loginAnswer.empty())
+        out << "      login: " << token.loginAnswer << '\n';
+    if (const std::string pin = PinText(token); !pin.empty())
+        out << "      its PIN: " << pin << '\n';
     if (token.seen.verdict ==
         TokenVerdict::CannotSignWithRsa) { // p11-kit's own holds all certificate authorities
         out << "      certificates: " << token.certificates.size() << '\n';
         return;
     }
     for (const CertificateEntry& entry : token.certificates)
-        Write(out, entry, token.objection.empty());
+        Write(out, token, entry);
     if (token.certificates.empty() && token.objection.empty())
         out << "      no certificate to be seen\n";
 }
@@ -85,11 +96,10 @@ void Write(std::ostream& out, const ModuleEntry& module) {
     }
 }
 
-Json JsonOf(const CertificateEntry& entry, bool isTokenOffered) {
-    Json json = {{"id", entry.id},
-                 {"offered", isTokenOffered && entry.objections.empty()},
-                 {"needsLogin", entry.needsLogin},
-                 {"reasons", entry.objections}};
+Json JsonOf(const TokenEntry& token, const CertificateEntry& entry) {
+    Json json = {
+        {"id", entry.id},         {"offered", IsOffered(token, entry)}, {"canSign", CanSign(token, entry)},
+        {"first", entry.isFirst}, {"needsLogin", entry.needsLogin},     {"reasons", entry.offer.reasons}};
     if (entry.facts)
         json.update(Json{{"subject", entry.facts->subject},
                          {"issuer", entry.facts->issuer},
@@ -105,41 +115,36 @@ void AddUnlessEmpty(Json& json, const char* member, const std::string& text) {
         json[member] = text;
 }
 
-Json JsonOf(const TokenEntry& token) {
+Json JsonOf(const TokenEntry& token, bool all) {
     const CK_TOKEN_INFO& info = token.seen.tokenInfo;
     Json json = {{"label", Field(info.label)},    {"manufacturer", Field(info.manufacturerID)},
                  {"model", Field(info.model)},    {"serialNumber", Field(info.serialNumber)},
-                 {"hardware", IsHardware(token)}, {"offered", token.objection.empty()},
-                 {"first", token.isFirst}};
+                 {"hardware", IsHardware(token)}, {"offered", token.objection.empty()}};
     AddUnlessEmpty(json, "reason", token.objection);
-    AddUnlessEmpty(json, "login", token.login);
+    AddUnlessEmpty(json, "login", token.loginAnswer);
+    AddUnlessEmpty(json, "pin", PinText(token));
+    json["certificateCount"] = token.certificates.size();
     json["certificates"] = Json::array();
-    for (const CertificateEntry& entry : token.certificates)
-        json["certificates"].push_back(JsonOf(entry, token.objection.empty()));
+    if (all || token.seen.verdict == TokenVerdict::CanSign)
+        for (const CertificateEntry& entry : token.certificates)
+            json["certificates"].push_back(JsonOf(token, entry));
     return json;
 }
 
-Json JsonOf(const ModuleEntry& module) {
+Json JsonOf(const ModuleEntry& module, bool all) {
     Json json = {{"name", module.name}, {"path", module.path}, {"used", module.objection.empty()}};
     AddUnlessEmpty(json, "reason", module.objection);
     json["slots"] = Json::array();
     for (const SlotEntry& slot : module.slots) {
         Json entry = {{"description", slot.description}};
         if (slot.token)
-            entry["token"] = JsonOf(*slot.token);
+            entry["token"] = JsonOf(*slot.token, all);
         json["slots"].push_back(std::move(entry));
     }
     return json;
 }
 
 } // namespace
-
-std::string Printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](unsigned char character) { return character < 0x20 || character == 0x7f; }, '?');
-    return text;
-}
 
 std::string TextReport(const Inventory& inventory) {
     std::ostringstream out;
@@ -153,10 +158,10 @@ std::string TextReport(const Inventory& inventory) {
     return out.str();
 }
 
-std::string JsonReport(const Inventory& inventory) {
+std::string JsonReport(const Inventory& inventory, bool all) {
     Json report = {{"canSign", CountUsable(inventory)}, {"modules", Json::array()}};
     for (const ModuleEntry& module : inventory)
-        report["modules"].push_back(JsonOf(module));
+        report["modules"].push_back(JsonOf(module, all));
     // Labels need not be UTF-8; what is not becomes U+FFFD.
     return report.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }

@@ -3,6 +3,7 @@
 #include "Inventory.h"
 #include "InventoryReport.h"
 #include "PinPrompt.h"
+#include "QMTokenDriver/TokenLog.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string_view>
@@ -20,28 +22,35 @@ using namespace tokendriver;
 using namespace tokendriver::tool;
 
 constexpr const char* kHelp =
-    R"(Usage: quillmark-tokens [--json] [--login] [--verbose]
+    R"(Usage: quillmark-tokens [--json] [--all] [--login] [--verbose]
+       quillmark-tokens --log
 
 Lists the PKCS#11 modules that p11-kit knows, their slots and tokens, and each certificate on them: whether Quillmark
 can sign with it and, if not, why.
 
   --json    write JSON, for machines
+  --all     in it, also the certificates of tokens that cannot sign, as the system's certificate authorities
   --login   ask for the PIN of each token on the terminal: most tokens show their private keys after login only
   --verbose let the modules' own words through, on standard error; what they wrote while the signing program ran is
             told by quillmark-doctor
+  --log     write what the token driver has noted: why a list was empty or what was left out of it, signatures
+            that did not verify, PINs that were forgotten and why
   --help    write this text
 
 Exit status: 0 when at least one certificate can sign, as far as was seen; 1 when none can; 2 on a wrong use, or when
-it could not be found out.
+it could not be found out; 3 when a login failed, as with a wrong PIN.
 )";
 
 constexpr int kNoneCanSign = 1;
 constexpr int kNotFoundOut = 2;
+constexpr int kLoginFailed = 3;
 
 struct Options {
     bool isJson = false;
+    bool isAll = false;
     bool isLogin = false;
     bool isVerbose = false;
+    bool isLog = false;
     bool isHelp = false;
     std::string_view unknown;
 };
@@ -52,10 +61,14 @@ Options ReadOptions(int argc, char** argv) {
         const std::string_view argument = argv[i];
         if (argument == "--json")
             options.isJson = true;
+        else if (argument == "--all")
+            options.isAll = true;
         else if (argument == "--login")
             options.isLogin = true;
         else if (argument == "--verbose")
             options.isVerbose = true;
+        else if (argument == "--log")
+            options.isLog = true;
         else if (argument == "--help" || argument == "-h")
             options.isHelp = true;
         else
@@ -104,7 +117,7 @@ bool AskForPinOf(const OwnStreams& own, const SeenToken& token, KeptPin& pin) {
 
 struct Told {
     std::string report;
-    bool canSign;
+    int status;
 };
 
 Told LookAround(const Options& options, const OwnStreams& own) {
@@ -114,14 +127,25 @@ Told LookAround(const Options& options, const OwnStreams& own) {
     const Backends backends(harmful);
     const auto ask = [&own](const SeenToken& token, KeptPin& pin) { return AskForPinOf(own, token, pin); };
     const Inventory inventory = TakeInventory(backends, probed, options.isLogin ? AskForPin(ask) : nullptr);
-    return {options.isJson ? JsonReport(inventory) : TextReport(inventory), CountUsable(inventory) > 0};
+    int status = CountUsable(inventory) > 0 ? EXIT_SUCCESS : kNoneCanSign;
+    if (HasFailedLogin(inventory))
+        status = kLoginFailed;
+    return {options.isJson ? JsonReport(inventory, options.isAll) : TextReport(inventory), status};
 }
 
 int Tell(const Options& options, const OwnStreams& own) {
     SwitchOffCoreDumps();
     const Told told = LookAround(options, own);
     std::fputs(told.report.c_str(), own.out.get());
-    return told.canSign ? EXIT_SUCCESS : kNoneCanSign;
+    return told.status;
+}
+
+/// The older half first.
+int TellLog() {
+    for (const auto& path : {OldTokenLogPath(), TokenLogPath()})
+        if (std::ifstream log(path); log && log.peek() != std::ifstream::traits_type::eof())
+            std::cout << log.rdbuf();
+    return EXIT_SUCCESS;
 }
 
 } // namespace
@@ -137,6 +161,8 @@ int main(int argc, char** argv) {
         std::cout << kHelp;
         return EXIT_SUCCESS;
     }
+    if (options.isLog)
+        return TellLog();
     const OwnStreams own(options.isVerbose);
     try {
         return Tell(options, own);

@@ -102,6 +102,6 @@ void MeasureLists(const Setting& setting, Report& report) {
         report.Add({what,
                     MeasureInTurn(
                         5, 101, [&] { return driver.List(); }, [&] { return module.List(); }),
-                    1.05});
+                    1.10});
     }
 }

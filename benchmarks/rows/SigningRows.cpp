@@ -144,7 +144,7 @@ void MeasureSigning(const Setting& setting, Report& report) {
         report.Add({what,
                     MeasureInTurn(
                         50, 1001, [&] { return driver.Sign(); }, [&] { return module.Sign(); }),
-                    1.05});
+                    1.10});
     }
     if (const std::string what = "a PDF signature, log at DEBUG, against INFO (ms)"; report.Wants(what)) {
         PdfHost debug(setting, document, Setting::kDebug);

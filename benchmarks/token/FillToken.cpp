@@ -1,6 +1,6 @@
-// Fills an initialised token: an RSA 2048 key with its certificate, and further certificates for that key,
-// all valid and all meant to sign. The first certificate is written to a PEM file as well. The CKA_ID of the
-// n-th is n, counted from 1, in 20 bytes.
+// Fills an initialised token: certificates for one RSA 2048 key, all valid and all meant to sign, and that
+// key once for each. The first certificate is written to a PEM file as well. The CKA_ID of the n-th is n,
+// counted from 1, in 20 bytes.
 //
 //   bench-fill-token <module> <pin> <number of certificates> <PEM file>
 
@@ -44,11 +44,11 @@ int main(int argc, char** argv) try {
     ReferenceToken token(argv[1]);
     token.Login(CKU_USER, argv[2]);
     const Owned<EVP_PKEY> key(EVP_RSA_gen(2048));
-    Create(token, PrivateKeyObject(BigEndian(1, 20), key.get()));
     const int count = std::atoi(argv[3]);
     for (int number = 1; number <= count; ++number) {
         const std::string der = CertificateDer(key.get(), number);
         Create(token, CertificateObject(BigEndian(number, 20), der));
+        Create(token, PrivateKeyObject(BigEndian(number, 20), key.get()));
         if (number == 1)
             WriteFile(argv[4], CertificatePem(der));
     }

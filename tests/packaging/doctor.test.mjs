@@ -323,8 +323,8 @@ for (const [what, name] of Object.entries(HOSTILE)) {
       canSign: 1,
       modules: [
         { name: `maker ${name}`, used: true, slots: [{ token: { label: `label ${name}`, offered: true, certificates: [
-          { subject: `CN=${name}`, offered: true, needsLogin: false, reasons: [] },
-          { subject: "CN=Other", offered: false, needsLogin: false, reasons: [`because ${name}`] },
+          { subject: `CN=${name}`, offered: true, canSign: true, needsLogin: false, reasons: [] },
+          { subject: "CN=Other", offered: false, canSign: false, needsLogin: false, reasons: [`because ${name}`] },
         ] } }] },
         { name: "broken", used: false, reason: `failed ${name}` },
       ],
@@ -353,7 +353,7 @@ for (const [what, name] of Object.entries(HOSTILE)) {
 
 test("Letters of all scripts are shown as they are", async (t) => {
   const names = ["आशा राव", "Ángel Müller", "王小明", "אבי", "Bjørn & <b>Åse</b>"];
-  const certificates = names.map((name) => ({ subject: `CN=${name}`, offered: true, needsLogin: false, reasons: [] }));
+  const certificates = names.map((name) => ({ subject: `CN=${name}`, offered: true, canSign: true, needsLogin: false, reasons: [] }));
   const tokens = { canSign: 1, modules: [{ name: "m", used: true, slots: [{ token: { label: "t", offered: true, certificates } }] }] };
   const computer = await Computer.make(t, { browsers: [], tokens });
   await computer.layOut();

@@ -103,6 +103,9 @@ CK_RV FakeToken::InSession(CK_SESSION_HANDLE session, const std::function<CK_RV(
 CK_RV FakeToken::Login(Session& session, CK_USER_TYPE user, std::string_view typed) {
     const bool isForKey = user == CKU_CONTEXT_SPECIFIC;
     ++(isForKey ? keyLogins : logins);
+    pinsTried.emplace_back(typed);
+    if (loginAnswer != CKR_OK)
+        return loginAnswer;
     if (!isForKey && user != CKU_USER)
         return CKR_USER_TYPE_INVALID;
     if (isForKey && !session.signing)

@@ -110,7 +110,6 @@ protected:
     static Object PrivateKey(const Bytes& id);
     static std::vector<Object> KeyPair(const Bytes& id) { return {Certificate(id), PrivateKey(id)}; }
 
-    unsigned pinTries = 3;
     /// False: as forgiving as the modules of some token makers, where a number may come in four bytes and a
     /// CKA_ID may end in one zero byte more.
     bool strict = true;

@@ -24,10 +24,10 @@ export class SoftToken {
     return token;
   }
 
-  /** Puts a certificate with its private key on the token. `id` is the CKA_ID in hex. */
+  /** Puts a certificate with its private key on the token. `id` is the CKA_ID in hex; others may have it too. */
   async addPair(certificate, id) {
     await this.#run("softhsm2-util", "--import", certificate.key, "--token", this.label, "--pin", this.pin, "--id", id,
-      "--label", "key");
+      "--label", "key", "--force");
     await this.addCertificate(certificate.der, id);
   }
 

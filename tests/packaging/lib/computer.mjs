@@ -28,8 +28,8 @@ export const GOOD_TOKENS = {
   modules: [{
     name: "softhsm2", used: true,
     slots: [{ description: "slot", token: { label: "Token", offered: true, certificates: [
-      { subject: "CN=Asha Rao", offered: true, needsLogin: true, reasons: [] },
-      { subject: "CN=Old", offered: false, needsLogin: false, reasons: ["expired"] },
+      { subject: "CN=Asha Rao", offered: true, canSign: true, needsLogin: true, reasons: [] },
+      { subject: "CN=Old", offered: false, canSign: false, needsLogin: false, reasons: ["expired"] },
     ] } }],
   }],
 };

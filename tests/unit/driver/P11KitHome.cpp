@@ -7,6 +7,7 @@ P11KitHome::P11KitHome() {
     WriteFile(Folder() / ".config/pkcs11/pkcs11.conf", "user-config: only\n");
     setenv("HOME", Folder().c_str(), 1);
     unsetenv("XDG_CONFIG_HOME");
+    unsetenv("XDG_STATE_HOME");
 }
 
 void P11KitHome::AddModule(const std::string& name, const std::string& sharedObject,

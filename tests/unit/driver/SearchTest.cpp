@@ -151,7 +151,7 @@ TEST_F(SearchTest, UnknownObjects_AreRefused) {
 
 TEST_F(SearchTest, AbsurdLengthsOfAModule_DoNotReachTheHost) {
     OpenFake("reports-absurd-lengths");
-    const CK_OBJECT_HANDLE certificate = Find({{CKA_CLASS, &certificateClass, 8}}).at(0);
+    const CK_OBJECT_HANDLE certificate = Find({}).at(0);
     std::string text = "......";
     for (CK_ATTRIBUTE attribute :
          {CK_ATTRIBUTE{CKA_VALUE, nullptr, 0}, CK_ATTRIBUTE{CKA_ID, nullptr, 0},
@@ -163,9 +163,9 @@ TEST_F(SearchTest, AbsurdLengthsOfAModule_DoNotReachTheHost) {
 
 TEST_F(SearchTest, MoreObjectsThanAskedFor_AreAnErrorAndNoneReachesTheHost) {
     OpenFake("reports-too-many-objects");
-    ASSERT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_OK);
+    EXPECT_EQ(Driver().FindObjectsInit(session, nullptr, 0), CKR_DEVICE_ERROR);
     std::array<CK_OBJECT_HANDLE, 4> found{};
-    CK_ULONG count = 77;
-    EXPECT_EQ(Driver().FindObjects(session, found.data(), found.size(), &count), CKR_DEVICE_ERROR);
-    EXPECT_EQ(count, 0U);
+    CK_ULONG count = 0;
+    EXPECT_EQ(Driver().FindObjects(session, found.data(), found.size(), &count),
+              CKR_OPERATION_NOT_INITIALIZED);
 }

@@ -83,7 +83,7 @@ protected:
         AddFile(fake);
         const Json report = Report();
         const Json certificate = OnlyToken(report).at("certificates").at(0);
-        EXPECT_FALSE(certificate.at("offered"));
+        EXPECT_FALSE(certificate.at("canSign"));
         EXPECT_EQ(certificate.at("reasons"), Json::array({reason}));
         EXPECT_EQ(report.at("canSign"), 0);
         EXPECT_EQ(status, 1);
@@ -108,7 +108,7 @@ TEST_F(ToolTest, AnUnknownOption_IsAClearErrorWithStatus2) {
 TEST_F(ToolTest, Help_NamesEveryOption) {
     const Outcome run = Tool("--help");
     EXPECT_EQ(run.status, 0);
-    for (const char* option : {"--json", "--login", "--verbose", "--help"})
+    for (const char* option : {"--json", "--all", "--login", "--verbose", "--log", "--help"})
         EXPECT_THAT(run.output, HasSubstr(option)) << option;
 }
 
@@ -129,12 +129,13 @@ TEST_F(ToolTest, AGoodCertificate_CanSignAsFarAsIsSeenWithoutLogin) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(report.at("canSign"), 1);
     EXPECT_EQ(token.at("label"), "Fake Token");
-    EXPECT_TRUE(token.at("first"));
     EXPECT_TRUE(token.at("offered"));
     const Json certificate = token.at("certificates").at(0);
     EXPECT_EQ(certificate.at("subject"), "CN=Fake User");
     EXPECT_EQ(certificate.at("id"), "ABCD01");
     EXPECT_TRUE(certificate.at("offered"));
+    EXPECT_TRUE(certificate.at("canSign"));
+    EXPECT_TRUE(certificate.at("first"));
     EXPECT_TRUE(certificate.at("needsLogin"));
     const Outcome text = Tool("");
     EXPECT_THAT(text.output, HasSubstr("shows after login (--login)"));
@@ -155,7 +156,7 @@ TEST_F(ToolTest, NothingTyped_IsNoLogin) {
     AddFile("pin-locked");
     const Outcome run = Tool("--login", "\n");
     EXPECT_THAT(run.output, Not(HasSubstr("login: ")));
-    EXPECT_THAT(run.output, HasSubstr("its PIN is locked"));
+    EXPECT_THAT(run.output, HasSubstr("its PIN: locked"));
 }
 
 struct LoginCase {
@@ -179,7 +180,7 @@ TEST_P(ToolLogin, IsTold) {
 
 INSTANTIATE_TEST_SUITE_P(
     , ToolLogin,
-    testing::Values(LoginCase{"WithAWrongPin_InWords", "works", "4321\n", 0,
+    testing::Values(LoginCase{"WithAWrongPin_InWords", "works", "4321\n", 3,
                               "The password or PIN is incorrect (CKR_PIN_INCORRECT)"},
                     LoginCase{"AtTheEndOfInput_AsAnError", "works", "\x04", 2, "no PIN was read"},
                     LoginCase{"WithoutATerminal_AsAnError", "works", std::nullopt, 2, "no terminal"},
@@ -231,21 +232,51 @@ TEST_F(ToolTest, TokensThatAreNotOffered_AreToldWhy) {
     EXPECT_EQ(status, 1);
 }
 
-TEST_F(ToolTest, ATokenThatIsNotTheFirst_IsToldWhichIs) {
+TEST_F(ToolTest, TheFirstInTheWindow_IsMarked) {
+    AddFile("holds-certificates-of-no-use");
     AddFile("works");
-    AddFile("is-hardware");
+    std::vector<std::string> first;
     const Json report = Report();
-    int first = 0;
     for (const Json& module : report.at("modules")) {
-        if (!module.at("used"))
-            continue;
-        const Json& token = module.at("slots").at(0).at("token");
-        first += token.at("first") ? 1 : 0;
-        EXPECT_EQ(token.at("first"), module.at("name") == "is-hardware");
-        EXPECT_EQ(token.contains("reason"), module.at("name") == "works");
+        const Json slots = module.at("slots");
+        for (const Json& slot : slots)
+            for (const Json& certificate : slot.at("token").at("certificates"))
+                if (certificate.at("first"))
+                    first.push_back(certificate.at("subject"));
     }
-    EXPECT_EQ(first, 1);
+    EXPECT_EQ(first, std::vector<std::string>{"CN=Fake User"});
     EXPECT_EQ(report.at("canSign"), 1);
+    const Outcome text = Tool("");
+    EXPECT_THAT(text.output, HasSubstr("the first in the window"));
+}
+
+TEST_F(ToolTest, AnExpiredCertificate_IsOfferedButCannotSign) {
+    AddFile("holds-certificates-of-no-use");
+    const Json token = OnlyToken(Report());
+    for (const Json& certificate : token.at("certificates")) {
+        const std::string subject = certificate.value("subject", "unreadable");
+        const bool isOffered = subject == "CN=Expired" || subject == "CN=Not yet valid";
+        EXPECT_EQ(certificate.at("offered"), isOffered) << subject;
+        EXPECT_FALSE(certificate.at("canSign")) << subject;
+    }
+}
+
+TEST_F(ToolTest, CertificatesOfATokenThatCannotSign_AreInTheJsonWhenAskedFor) {
+    AddFile("cannot-sign-with-rsa");
+    const Json left = OnlyToken(Report());
+    EXPECT_EQ(left.at("certificates").size(), 0U);
+    EXPECT_EQ(left.at("certificateCount"), 1);
+    EXPECT_EQ(OnlyToken(Report("--json --all")).at("certificates").size(), 1U);
+}
+
+TEST_F(ToolTest, TheLog_IsPrinted) {
+    AddFile("holds-certificates-of-no-use");
+    Report();
+    const Outcome run = Tool("--log");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.output,
+                HasSubstr("list: left out: id 04 on the token \"Fake Token\" (serial number 0001), "
+                          "key usage: not for signatures"));
 }
 
 TEST_F(ToolTest, ModulesThatAreNotUsed_AreToldWhy) {
