@@ -5,10 +5,8 @@ import { mkdir } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { CLOSING_TEXT, NORMAL_END, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { CLOSING_TEXT, NORMAL_END } from "../lib/kit.mjs";
+import { withFake, world } from "./lib/world.mjs";
 
 const LOADING = "Loading Settings from QMHostSettings.json";
 const NOT_LOADED = "Cound not Load Settings from QMHostSettings.json - ";
@@ -109,8 +107,7 @@ test("A settings file that cannot be read: the log says so, and the defaults hol
   assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
 });
 
-test("A line is the time, one blank and the text", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A line is the time, one blank and the text", withFake(async ({ host }) => {
   await host.request({});
   const lines = (await host.logText()).split("\n").slice(0, -1);
   for (const line of lines) {
@@ -118,16 +115,14 @@ test("A line is the time, one blank and the text", async (t) => {
   }
   const age = Date.now() - Date.parse(lines.at(-1).slice(0, 24));
   assert.ok(age >= 0 && age < 60_000, lines.at(-1));
-});
+}));
 
-test("A text with line breaks has one time stamp", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A text with line breaks has one time stamp", withFake(async ({ host }) => {
   await host.request({ text: "first\nsecond" });
   assert.match(await host.logText(), / QMHost Error: echo: first\nsecond\n/);
-});
+}));
 
-test("The log grows from run to run", async (t) => {
-  const { host } = await world.hostWithFake(t, {}, { settings: null });
+test("The log grows from run to run", withFake({}, { settings: null }, async ({ host }, t) => {
   await host.finish();
   const first = await host.logText();
   const again = await world.host(t, { folder: host.folder });
@@ -135,12 +130,11 @@ test("The log grows from run to run", async (t) => {
   const both = await again.logText();
   assert.ok(both.startsWith(first));
   assert.equal(both.split("\n").length, 2 * first.split("\n").length - 1);
-});
+}));
 
-test("Two hosts in one folder write into the same log", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("Two hosts in one folder write into the same log", withFake(async ({ host }, t) => {
   const other = await world.host(t, { folder: host.folder });
   await Promise.all([host, other].map((one, i) => one.request({ text: `host ${i}` })));
   const lines = await host.logLines();
   for (const text of ["host 0", "host 1"]) assert.ok(lines.includes(`QMHost Error: echo: ${text}`));
-});
+}));
