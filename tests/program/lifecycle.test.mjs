@@ -72,21 +72,17 @@ test("The message box of a missing driver ends the host also when the input has 
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
 });
 
-test("A missing logo stops nothing and opens no window", withFake({}, { logo: false }, async ({ host }) => {
-  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
-  assert.deepEqual(await world.desktop.windows(".*"), []);
-  assert.deepEqual(await host.finish(), NORMAL_END);
-  assert.match(await host.logText(), /QMLogo\.png/);
-}));
-
-for (const [what, content] of [["that is no picture", "no picture"], ["of no bytes", ""]]) {
-  test(`A logo ${what} stops nothing and opens no window`, async (t) => {
-    const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), content);
-    const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
+for (const [what, prepare] of [
+  ["A missing logo", null],
+  ["A logo that is no picture", (folder) => writeFile(join(folder, "QMLogo.png"), "no picture")],
+  ["A logo of no bytes", (folder) => writeFile(join(folder, "QMLogo.png"), "")],
+]) {
+  test(`${what} stops nothing and opens no window`, withFake({}, { logo: false, prepare }, async ({ host }) => {
     assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
     assert.deepEqual(await world.desktop.windows(".*"), []);
     assert.deepEqual(await host.finish(), NORMAL_END);
-  });
+    assert.match(await host.logText(), /QMLogo\.png/);
+  }));
 }
 
 for (const [browser, args] of [
