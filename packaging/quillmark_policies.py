@@ -1,6 +1,6 @@
 """What administrators' policies say of Quillmark: whether browsers may start the host, and which sites may ask.
 
-The rules for sites are the extension's too, and both are held against the cases of tests/policies/vectors.json. What cannot be
+The rules for sites are the extension's too, and both are held against the cases in tests/policies. What cannot be
 understood denies.
 """
 

@@ -48,13 +48,17 @@ double ShowCards(const Program& program, Shown (*told)(const std::string&), int 
     return static_cast<double>(shown.at - child.LastBegin() - shown.paused) * kMilliPerNano;
 }
 
-double ListByHost(const Setting& setting, int certificates) {
-    return ShowCards(setting.Host("bench-host-cards", certificates), ToldByHost, certificates);
+auto ListByHost(const Setting& setting, int certificates) {
+    return [&setting, certificates] {
+        return ShowCards(setting.Host("bench-host-cards", certificates), ToldByHost, certificates);
+    };
 }
 
-double ListByReference(const Setting& setting, int certificates) {
-    return ShowCards(setting.Reference("reference-list", {setting.driver}, certificates), ToldByReference,
-                     certificates);
+auto ListByReference(const Setting& setting, int certificates) {
+    return [&setting, certificates] {
+        return ShowCards(setting.Reference("reference-list", {setting.driver}, certificates), ToldByReference,
+                         certificates);
+    };
 }
 
 /// A bare loop that lists the certificates of the token with 100.
@@ -63,7 +67,8 @@ public:
     BareList(const Setting& setting, const std::string& module)
         : child_(setting.Reference("reference-token", {module, setting.pin, "", ""}, kCertificates)) {}
 
-    double List() {
+    /// One listing, in milliseconds.
+    double operator()() {
         const auto answer = nlohmann::json::parse(child_.Ask(FrameOf(R"("list")")));
         Expect(answer.at("count") == kCertificates, "a certificate is missing in the list");
         return answer.at("ns").get<double>() * kMilliPerNano;
@@ -82,26 +87,18 @@ void MeasureLists(const Setting& setting, Report& report) {
             "list of " + std::to_string(certificates) + " certificates, request to cards (ms)";
         if (!report.Wants(what))
             continue;
-        report.Add({what,
-                    MeasureInTurn(
-                        1, 15, [&] { return ListByHost(setting, certificates); },
-                        [&] { return ListByReference(setting, certificates); }),
-                    1.5});
+        report.Add(
+            {what,
+             MeasureInTurn(1, 15, ListByHost(setting, certificates), ListByReference(setting, certificates)),
+             1.5});
     }
     // What grows no faster than linearly takes at most ten times as long for ten times as many.
     if (const std::string what = "list of 1000 certificates, against 100 (ms)"; report.Wants(what)) {
-        report.Add(
-            {what,
-             MeasureInTurn(
-                 1, 15, [&] { return ListByHost(setting, 1000); }, [&] { return ListByHost(setting, 100); }),
-             10});
+        report.Add({what, MeasureInTurn(1, 15, ListByHost(setting, 1000), ListByHost(setting, 100)), 10});
     }
     if (const std::string what = "100 certificates through the driver, against the module (ms)";
         report.Wants(what)) {
         BareList driver(setting, setting.driver), module(setting, setting.softhsm);
-        report.Add({what,
-                    MeasureInTurn(
-                        5, 101, [&] { return driver.List(); }, [&] { return module.List(); }),
-                    1.10});
+        report.Add({what, MeasureInTurn(5, 101, driver, module), 1.10});
     }
 }

@@ -44,7 +44,8 @@ public:
         CheckSignedData(ResultOf(reply_), &document);
     }
 
-    double Sign() {
+    /// One signature, in milliseconds.
+    double operator()() {
         Expect(child_.Ask(request_) == reply_, "a signature differs from the first one");
         return child_.LastSeconds() * kMilli;
     }
@@ -65,7 +66,8 @@ public:
         CheckSignature(setting.Token(1).signer, SignedAttributes(document), FromHex(signature_));
     }
 
-    double Sign() {
+    /// One signature, in milliseconds.
+    double operator()() {
         const auto answer = nlohmann::json::parse(child_.Ask(kRequest));
         Expect(answer.at("signature") == signature_, "a signature differs from the first one");
         return answer.at("ns").get<double>() / 1e9 * kMilli;
@@ -116,11 +118,8 @@ void MeasureScripts(const Setting& setting, Report& report, const std::string& d
             CheckSignedData(ToBase64(ReadFile(output)), &document);
         else
             CheckSignature(setting.Token(1).signer, SignedAttributes(document), ReadFile(output));
-        report.Add({what,
-                    MeasureInTurn(
-                        2, 25, [&] { return host.Sign(); },
-                        [&] { return RunSeconds(cms ? openssl : tool) * kMilli; }),
-                    20, true});
+        const auto script = [&] { return RunSeconds(cms ? openssl : tool) * kMilli; };
+        report.Add({what, MeasureInTurn(2, 25, host, script), 20, true});
     }
 }
 
@@ -131,27 +130,18 @@ void MeasureSigning(const Setting& setting, Report& report) {
     if (const std::string what = "a PDF signature, warm, against the bare token (ms)"; report.Wants(what)) {
         PdfHost host(setting, document);
         BareLoop bare = ThroughDriver(setting, document);
-        report.Add({what,
-                    MeasureInTurn(
-                        50, 1001, [&] { return host.Sign(); }, [&] { return bare.Sign(); }),
-                    1.10});
+        report.Add({what, MeasureInTurn(50, 1001, host, bare), 1.10});
     }
     MeasureScripts(setting, report, document);
     if (const std::string what = "a signature through the driver, against the module (ms)";
         report.Wants(what)) {
         BareLoop driver = ThroughDriver(setting, document);
         BareLoop module(setting, setting.softhsm, kIdBytes, document);
-        report.Add({what,
-                    MeasureInTurn(
-                        50, 1001, [&] { return driver.Sign(); }, [&] { return module.Sign(); }),
-                    1.10});
+        report.Add({what, MeasureInTurn(50, 1001, driver, module), 1.10});
     }
     if (const std::string what = "a PDF signature, log at DEBUG, against INFO (ms)"; report.Wants(what)) {
         PdfHost debug(setting, document, Setting::kDebug);
         PdfHost info(setting, document);
-        report.Add({what,
-                    MeasureInTurn(
-                        50, 501, [&] { return debug.Sign(); }, [&] { return info.Sign(); }),
-                    1.3});
+        report.Add({what, MeasureInTurn(50, 501, debug, info), 1.3});
     }
 }

@@ -1,22 +1,22 @@
 // Administrators' settings, by the cases that the doctor is held against too.
 
 import assert from "node:assert/strict";
-import { readFileSync } from "node:fs";
 import { test } from "node:test";
 
 import { Permissions } from "../../extension/src/permissions.js";
 import { Policy, PolicySource } from "../../extension/src/policy.js";
+import { vectors } from "../policies/vectors.mjs";
 import { stopClock, settle, storage } from "./fakes.mjs";
 
-const cases = JSON.parse(readFileSync(new URL("../policies/vectors.json", import.meta.url), "utf8"));
-
-for (const { what, policy, problems, decisions } of cases) {
+for (const { what, policy, problems, minutes, decisions } of vectors) {
   test(what, async () => {
     const source = new PolicySource({ managed: storage(policy), session: storage({ policySettled: true }) });
     const subject = new Permissions({ user: storage(), policy: source });
-    const found = new Policy(policy).problems.map(({ key, entry }) => ({ key, entry }));
+    const understood = new Policy(policy);
+    const found = understood.problems.map(({ key, entry }) => ({ key, entry }));
     const order = (list) => list.map((each) => JSON.stringify(each)).sort();
     assert.deepEqual(order(found), order(problems));
+    assert.deepEqual(understood.pinLife, minutes);
     for (const [origin, decision] of Object.entries(decisions)) assert.equal(await subject.decide(origin), decision, origin);
   });
 }

@@ -9,14 +9,17 @@ import { test } from "node:test";
 import { registration } from "../lib/quillmark.mjs";
 import { Computer } from "./lib/computer.mjs";
 
-async function computerWith(t, ...browsers) {
-  const computer = await Computer.make(t, { browsers });
-  await computer.layOut();
-  return computer;
+/** The body of a test on a computer with these browsers, where Quillmark is laid out; the last argument is the rest of it. */
+function withBrowsers(...browsers) {
+  const body = browsers.pop();
+  return async (t) => {
+    const computer = await Computer.make(t, { browsers });
+    await computer.layOut();
+    await body(computer);
+  };
 }
 
-test("register writes a manifest for each browser that is there, and says so", async (t) => {
-  const computer = await computerWith(t, "chromium", "firefox-esr");
+test("register writes a manifest for each browser that is there, and says so", withBrowsers("chromium", "firefox-esr", async (computer) => {
   const { code, out } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 0);
   assert.match(out, /^Chromium: registered, in .*\nFirefox: registered, in .*\n$/);
@@ -31,36 +34,32 @@ test("register writes a manifest for each browser that is there, and says so", a
     ...common, allowed_extensions: ["extension@quillmark.example"],
   });
   assert.ok(!existsSync(computer.userManifest("google-chrome")));
-});
+}));
 
-test("A browser is also there when the user has settings of it", async (t) => {
-  const computer = await computerWith(t);
+test("A browser is also there when the user has settings of it", withBrowsers(async (computer) => {
   for (const folder of ["google-chrome-beta", "BraveSoftware/Brave-Browser"]) {
     await mkdir(join(computer.home, ".config", folder), { recursive: true });
   }
   const { code, out } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 0);
   assert.match(out, /^Google Chrome Beta: registered, in .*\nBrave: registered, in .*\n$/);
-});
+}));
 
-test("Without any browser register says so and fails", async (t) => {
-  const computer = await computerWith(t);
+test("Without any browser register says so and fails", withBrowsers(async (computer) => {
   const { code, err } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 1);
   assert.match(err, /No browser to register with is there/);
-});
+}));
 
-test("--browser names the browsers that count", async (t) => {
-  const computer = await computerWith(t, "chromium", "firefox", "vivaldi");
+test("--browser names the browsers that count", withBrowsers("chromium", "firefox", "vivaldi", async (computer) => {
   await computer.tool("quillmark-browsers", "register", "--browser", "firefox", "--browser", "vivaldi");
   assert.ok(existsSync(computer.userManifest("firefox")));
   assert.ok(existsSync(computer.userManifest("vivaldi")));
   assert.ok(!existsSync(computer.userManifest("chromium")));
   assert.equal((await computer.tool("quillmark-browsers", "register", "--browser", "netscape")).code, 2);
-});
+}));
 
-test("A second register changes nothing, and renews what is of another place", async (t) => {
-  const computer = await computerWith(t, "chromium");
+test("A second register changes nothing, and renews what is of another place", withBrowsers("chromium", async (computer) => {
   await computer.tool("quillmark-browsers", "register");
   const again = await computer.tool("quillmark-browsers", "register");
   assert.match(again.out, /was registered already/);
@@ -69,10 +68,9 @@ test("A second register changes nothing, and renews what is of another place", a
   assert.match((await computer.tool("quillmark-browsers", "status")).out, /Chromium: stale for this user/);
   assert.match((await computer.tool("quillmark-browsers", "register")).out, /registration renewed/);
   assert.deepEqual(await computer.read(computer.userManifest("chromium")), manifest);
-});
+}));
 
-test("What this tool has not written is neither overwritten nor removed", async (t) => {
-  const computer = await computerWith(t, "chromium");
+test("What this tool has not written is neither overwritten nor removed", withBrowsers("chromium", async (computer) => {
   const file = computer.userManifest("chromium");
   const foreign = [
     { name: registration.name, description: "somebody else's", path: "/elsewhere", type: "stdio" },
@@ -89,10 +87,9 @@ test("What this tool has not written is neither overwritten nor removed", async 
       assert.equal(await readFile(file, "utf8"), before);
     }
   }
-});
+}));
 
-test("A link in the manifest's place is not followed", async (t) => {
-  const computer = await computerWith(t, "chromium");
+test("A link in the manifest's place is not followed", withBrowsers("chromium", async (computer) => {
   const file = computer.userManifest("chromium");
   const target = join(computer.folder, "target.json");
   await mkdir(join(file, ".."), { recursive: true });
@@ -100,10 +97,9 @@ test("A link in the manifest's place is not followed", async (t) => {
   assert.equal((await computer.tool("quillmark-browsers", "register")).code, 1);
   assert.ok(!existsSync(target));
   assert.ok(lstatSync(file).isSymbolicLink());
-});
+}));
 
-test("A link into the program's own folder is the Debian package's: a registration, and not removed", async (t) => {
-  const computer = await computerWith(t, "chromium");
+test("A link into the program's own folder is the Debian package's: a registration, and not removed", withBrowsers("chromium", async (computer) => {
   const file = computer.userManifest("chromium");
   await computer.tool("quillmark-browsers", "register");
   const kept = join(computer.installed, "manifests/chromium.json");
@@ -116,49 +112,47 @@ test("A link into the program's own folder is the Debian package's: a registrati
   assert.equal(code, 0);
   assert.match(out, /left alone, .* goes with the Debian package/);
   assert.ok(lstatSync(file).isSymbolicLink());
-});
+}));
 
-test("--all registers also with browsers that are not there", async (t) => {
-  const computer = await computerWith(t);
+test("--all registers also with browsers that are not there", withBrowsers(async (computer) => {
   assert.equal((await computer.tool("quillmark-browsers", "register", "--system", "--all")).code, 0);
   for (const folder of ["etc/chromium", "etc/opt/chrome", "etc/opt/edge", "usr/lib/mozilla"]) {
     assert.ok(existsSync(computer.systemManifest(`${folder}/native-messaging-hosts`)), folder);
   }
-});
+}));
 
-test("unregister removes what was written, also of a browser that is gone, and its empty folder", async (t) => {
-  const computer = await computerWith(t, "chromium", "firefox");
-  await computer.tool("quillmark-browsers", "register");
-  const other = join(computer.userManifest("firefox"), "../other.json");
-  await computer.write(other, {});
-  const { code, out } = await computer.tool("quillmark-browsers", "unregister");
-  assert.equal(code, 0);
-  assert.match(out, /Chromium: no longer registered/);
-  assert.ok(!existsSync(join(computer.userManifest("chromium"), "..")));
-  assert.ok(existsSync(other), "another program's registration stays");
-});
+test("unregister removes what was written, also of a browser that is gone, and its empty folder",
+  withBrowsers("chromium", "firefox", async (computer) => {
+    await computer.tool("quillmark-browsers", "register");
+    const other = join(computer.userManifest("firefox"), "../other.json");
+    await computer.write(other, {});
+    const { code, out } = await computer.tool("quillmark-browsers", "unregister");
+    assert.equal(code, 0);
+    assert.match(out, /Chromium: no longer registered/);
+    assert.ok(!existsSync(join(computer.userManifest("chromium"), "..")));
+    assert.ok(existsSync(other), "another program's registration stays");
+  }));
 
-test("--system writes once for browsers that share a folder, and says where there is none", async (t) => {
-  const computer = await computerWith(t, "google-chrome", "brave-browser", "firefox", "opera");
-  const { code, out } = await computer.tool("quillmark-browsers", "register", "--system");
-  assert.equal(code, 0);
-  assert.match(out, /^Google Chrome: registered, in .*\nOpera: has no settled folder .*\nFirefox: registered, in .*\n$/);
-  assert.ok(existsSync(computer.systemManifest("etc/opt/chrome/native-messaging-hosts")));
-  assert.ok(existsSync(computer.systemManifest("usr/lib/mozilla/native-messaging-hosts")));
-  assert.ok(!existsSync(computer.systemManifest("etc/chromium/native-messaging-hosts")));
-  assert.ok(!existsSync(computer.userManifest("firefox")));
-});
+test("--system writes once for browsers that share a folder, and says where there is none",
+  withBrowsers("google-chrome", "brave-browser", "firefox", "opera", async (computer) => {
+    const { code, out } = await computer.tool("quillmark-browsers", "register", "--system");
+    assert.equal(code, 0);
+    assert.match(out, /^Google Chrome: registered, in .*\nOpera: has no settled folder .*\nFirefox: registered, in .*\n$/);
+    assert.ok(existsSync(computer.systemManifest("etc/opt/chrome/native-messaging-hosts")));
+    assert.ok(existsSync(computer.systemManifest("usr/lib/mozilla/native-messaging-hosts")));
+    assert.ok(!existsSync(computer.systemManifest("etc/chromium/native-messaging-hosts")));
+    assert.ok(!existsSync(computer.userManifest("firefox")));
+  }));
 
-test("--system with only a browser that has no folder for all users registers nothing, and fails", async (t) => {
-  const computer = await computerWith(t, "vivaldi", "firefox");
-  const { code, out, err } = await computer.tool("quillmark-browsers", "register", "--system", "--browser", "vivaldi");
-  assert.equal(code, 1);
-  assert.match(out, /^Vivaldi: has no settled folder for all users/);
-  assert.match(err, /No browser to register with is there/);
-});
+test("--system with only a browser that has no folder for all users registers nothing, and fails",
+  withBrowsers("vivaldi", "firefox", async (computer) => {
+    const { code, out, err } = await computer.tool("quillmark-browsers", "register", "--system", "--browser", "vivaldi");
+    assert.equal(code, 1);
+    assert.match(out, /^Vivaldi: has no settled folder for all users/);
+    assert.match(err, /No browser to register with is there/);
+  }));
 
-test("status tells every state, in words and as JSON", async (t) => {
-  const computer = await computerWith(t, "chromium", "firefox");
+test("status tells every state, in words and as JSON", withBrowsers("chromium", "firefox", async (computer) => {
   assert.equal((await computer.tool("quillmark-browsers", "status")).code, 1);
   await computer.tool("quillmark-browsers", "register", "--browser", "firefox");
   await computer.write(computer.userManifest("chromium"), "{");
@@ -171,12 +165,11 @@ test("status tells every state, in words and as JSON", async (t) => {
   const firefox = browsers.find(({ browser }) => browser === "firefox");
   assert.equal(firefox.user.state, "registered");
   assert.equal(firefox.system.state, "missing");
-});
+}));
 
-test("A folder that cannot be written is one clear line", async (t) => {
-  const computer = await computerWith(t, "chromium");
+test("A folder that cannot be written is one clear line", withBrowsers("chromium", async (computer) => {
   await computer.write(join(computer.home, ".config/chromium"), "a file in the folder's place");
   const { code, err } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 1);
   assert.equal(err.trim().split("\n").length, 1, err);
-});
+}));

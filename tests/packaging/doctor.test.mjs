@@ -21,6 +21,12 @@ async function healthy(t, options) {
   return computer;
 }
 
+/** The body of a test on such a computer. */
+function onHealthy(...args) {
+  const body = args.pop();
+  return async (t) => body(await healthy(t, ...args), t);
+}
+
 async function examine(computer) {
   const { code, out, err } = await computer.tool("quillmark-doctor", "--json");
   assert.equal(err, "");
@@ -45,41 +51,63 @@ async function assertProblem(computer, { couldSign, text, remedy }) {
   if (remedy !== undefined) assert.equal(problem.remedy, remedy);
 }
 
-test("All is well: status 0, and no remedy is needed", async (t) => {
-  const computer = await healthy(t);
+for (const [rule, browsers, fault, problem] of [
+  ["A browser without a registration is a note while another has one", ["chromium", "firefox-esr"],
+    (computer) => rm(computer.userManifest("firefox")),
+    { couldSign: true, text: /Firefox: the signing program is not registered/, remedy: "quillmark-browsers register --browser firefox" }],
+  ["A user's manifest that hides the system's is found", ["chromium"], async (computer) => {
+    await computer.tool("quillmark-browsers", "register", "--system");
+    await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
+  }, { text: /hides the registration for all users/, remedy: "quillmark-browsers unregister --browser chromium" }],
+  ["Somebody else's manifest in the place is found", ["firefox"],
+    (computer) => computer.write(computer.userManifest("firefox"), { name: "quillmark.host", description: "x" }),
+    { text: /is not Quillmark's/ }],
+  ["A snap behind a script of the same name is a snap", ["chromium"],
+    (computer) => computer.addBrowser("chromium", "snap/bin"),
+    { text: /Chromium: is a snap, which cannot start programs/ }],
+  ["A browser as a Flatpak is noted", ["chromium", "firefox-esr"],
+    (computer) => mkdir(join(computer.home, ".var/app/org.mozilla.firefox"), { recursive: true }),
+    { text: /Firefox is also there as a Flatpak/ }],
+  ["A working folder that others can change is a failure", ["chromium", "firefox-esr"],
+    (computer) => chmod(computer.installed, 0o777),
+    { couldSign: false, text: /can be changed by others/ }],
+  ["A driver that cannot be loaded is a failure, with the loader's reason", ["chromium", "firefox-esr"],
+    (computer) => computer.write(join(computer.installed, "QMTokenDriver.so"), "no library"),
+    { text: /cannot be loaded: .*(too short|invalid ELF header)/ }],
+  ["A missing pcscd is a note", ["chromium", "firefox-esr"],
+    (computer) => rm(join(computer.root, "run/pcscd/pcscd.comm")),
+    { couldSign: true, text: /pcscd/ }],
+]) {
+  test(rule, onHealthy({ browsers }, async (computer) => {
+    await fault(computer);
+    await assertProblem(computer, problem);
+  }));
+}
+
+test("All is well: status 0, and no remedy is needed", onHealthy(async (computer) => {
   const { couldSign, problems } = await examine(computer);
   assert.equal(couldSign, true);
   assert.deepEqual(problems.map(({ text }) => text), ['CN=Old on "Token" cannot sign: expired']);
   const { out } = await computer.tool("quillmark-doctor");
   assert.match(out, /A signature can be made, as far as can be seen\.\n$/);
-});
+}));
 
-test("The words name each fault with its remedy", async (t) => {
-  const computer = await healthy(t);
+test("The words name each fault with its remedy", onHealthy(async (computer) => {
   computer.more = {};
   const { code, out } = await computer.tool("quillmark-doctor");
   assert.equal(code, 1);
   assert.match(out, /FAIL There is no display.*\n +-> Run this in your desktop session\n/);
   assert.match(out, /No signature can be made/);
-});
+}));
 
-test("A browser without a registration is a note while another has one", async (t) => {
-  const computer = await healthy(t);
-  await rm(computer.userManifest("firefox"));
-  const text = /Firefox: the signing program is not registered/;
-  await assertProblem(computer, { couldSign: true, text, remedy: "quillmark-browsers register --browser firefox" });
-});
-
-test("No browser with a registration, and no browser at all, are failures", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
+test("No browser with a registration, and no browser at all, are failures", onHealthy({ browsers: ["chromium"] }, async (computer, t) => {
   await rm(computer.userManifest("chromium"));
   assert.equal((await onlyProblem(computer)).couldSign, false);
   const bare = await healthy(t, { browsers: [] });
   assert.match((await onlyProblem(bare)).text, /No browser/);
-});
+}));
 
-test("A manifest that names a program that is gone, or may not be executed, is found", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
+test("A manifest that names a program that is gone, or may not be executed, is found", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
   assert.match((await onlyProblem(computer)).text, /names \/gone\/quillmark-host, which is not there/);
 
@@ -88,15 +116,7 @@ test("A manifest that names a program that is gone, or may not be executed, is f
   const { text, remedy } = await onlyProblem(computer);
   assert.match(text, /may not be executed/);
   assert.match(remedy, /^chmod \+x /);
-});
-
-test("A user's manifest that hides the system's is found", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
-  await computer.tool("quillmark-browsers", "register", "--system");
-  await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
-  const text = /hides the registration for all users/;
-  await assertProblem(computer, { text, remedy: "quillmark-browsers unregister --browser chromium" });
-});
+}));
 
 test("What an installation for one user leaves beside the package is found by both doctors, and hides nothing once it is gone", async (t) => {
   const computer = await Computer.make(t, { browsers: ["chromium"], more: { DISPLAY: ":stand-in" } });
@@ -119,22 +139,14 @@ test("What an installation for one user leaves beside the package is found by bo
   assert.doesNotMatch(await texts(packaged), /installed twice/);
 });
 
-test("Somebody else's manifest in the place is found", async (t) => {
-  const computer = await healthy(t, { browsers: ["firefox"] });
-  await computer.write(computer.userManifest("firefox"), { name: "quillmark.host", description: "x" });
-  assert.match((await onlyProblem(computer)).text, /is not Quillmark's/);
-});
-
-test("A manifest whose path is no text is found, and stops nothing", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
+test("A manifest whose path is no text is found, and stops nothing", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   for (const path of [["/gone"], { path: "/gone" }, 1, null, "a\0b"]) {
     await computer.changeManifest("chromium", { path });
     assert.match((await onlyProblem(computer)).text, /names .*, which is not there/);
   }
-});
+}));
 
-test("Chromium as a snap cannot start programs; Firefox as a snap asks", async (t) => {
-  const computer = await healthy(t, { browsers: [] });
+test("Chromium as a snap cannot start programs; Firefox as a snap asks", onHealthy({ browsers: [] }, async (computer) => {
   await computer.addBrowser("chromium", "snap/bin");
   assert.match((await onlyProblem(computer)).text, /Chromium: is a snap, which cannot start programs/);
   await computer.addBrowser("firefox", "snap/bin");
@@ -142,22 +154,9 @@ test("Chromium as a snap cannot start programs; Firefox as a snap asks", async (
   const { couldSign, problems } = await examine(computer);
   assert.equal(couldSign, true);
   assert.ok(problems.some(({ text }) => text.startsWith("Firefox is a snap: it asks once")));
-});
+}));
 
-test("A snap behind a script of the same name is a snap", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
-  await computer.addBrowser("chromium", "snap/bin");
-  assert.match((await onlyProblem(computer)).text, /Chromium: is a snap, which cannot start programs/);
-});
-
-test("A browser as a Flatpak is noted", async (t) => {
-  const computer = await healthy(t);
-  await mkdir(join(computer.home, ".var/app/org.mozilla.firefox"), { recursive: true });
-  assert.match((await onlyProblem(computer)).text, /Firefox is also there as a Flatpak/);
-});
-
-test("Policies that forbid the program are found, and those that allow it are not", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
+test("Policies that forbid the program are found, and those that allow it are not", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   const policy = join(computer.root, "etc/chromium/policies/managed/company.json");
   await computer.write(policy, { NativeMessagingBlocklist: ["*"] });
   assert.match((await onlyProblem(computer)).text, /company\.json forbids the signing program/);
@@ -165,7 +164,7 @@ test("Policies that forbid the program are found, and those that allow it are no
   assert.equal((await examine(computer)).couldSign, true);
   await computer.write(policy, { NativeMessagingUserLevelHosts: false });
   await assertProblem(computer, { text: /forbids programs of single users/, remedy: "sudo ./install --system" });
-});
+}));
 
 test("The files of a policy folder count together, the last one for what several say, and nothing in them stops the doctor", async (t) => {
   const computer = await healthy(t, { browsers: ["chromium"] });
@@ -182,20 +181,13 @@ test("The files of a policy folder count together, the last one for what several
   assert.match((await onlyProblem(computer)).text, /1-block\.json forbids the signing program/);
 });
 
-test("A working folder that others can change is a failure", async (t) => {
-  const computer = await healthy(t);
-  await chmod(computer.installed, 0o777);
-  await assertProblem(computer, { couldSign: false, text: /can be changed by others/ });
-});
-
-test("A working folder in whose place others can put another is a failure, in the launcher's words", async (t) => {
-  const computer = await healthy(t);
+test("A working folder in whose place others can put another is a failure, in the launcher's words", onHealthy(async (computer) => {
   await chmod(computer.home, 0o777);
   const { couldSign, text } = await onlyProblem(computer);
   assert.equal(couldSign, false);
   assert.equal(text, `quillmark-host: the signing program is not started: ${computer.home} can be changed by others, ` +
     `who could exchange what lies in it (chmod go-w '${computer.home}')`);
-});
+}));
 
 test("Installed for all users, the doctor looks where the launcher has put the user's working folder", async (t) => {
   const computer = await Computer.make(t);
@@ -209,14 +201,13 @@ test("Installed for all users, the doctor looks where the launcher has put the u
   assert.ok(texts.includes("The token driver /gone/module.so is not there"), texts.join("\n"));
 });
 
-test("Settings that are no JSON are noted; settings that name a missing module are a failure", async (t) => {
-  const computer = await healthy(t);
+test("Settings that are no JSON are noted; settings that name a missing module are a failure", onHealthy(async (computer) => {
   const settings = join(computer.installed, "QMHostSettings.json");
   await computer.write(settings, "{ nothing");
   await assertProblem(computer, { couldSign: true, text: /is no JSON object/ });
   await computer.write(settings, { TokenDriverFullPath: "/gone/module.so" });
   await assertProblem(computer, { couldSign: false, text: /\/gone\/module\.so is not there/ });
-});
+}));
 
 test("Of a token maker's module in the driver's place the tokens cannot be told, and those of p11-kit's modules are notes", async (t) => {
   for (const place of ["settings", "driver"]) {
@@ -231,18 +222,6 @@ test("Of a token maker's module in the driver's place the tokens cannot be told,
     assert.match(notes, /module of a token's maker.* cannot be looked at/);
     assert.match(notes, /p11-kit knows no module for tokens/);
   }
-});
-
-test("A driver that cannot be loaded is a failure, with the loader's reason", async (t) => {
-  const computer = await healthy(t);
-  await computer.write(join(computer.installed, "QMTokenDriver.so"), "no library");
-  assert.match((await onlyProblem(computer)).text, /cannot be loaded: .*(too short|invalid ELF header)/);
-});
-
-test("A missing pcscd is a note", async (t) => {
-  const computer = await healthy(t);
-  await rm(join(computer.root, "run/pcscd/pcscd.comm"));
-  await assertProblem(computer, { couldSign: true, text: /pcscd/ });
 });
 
 test("No token, no certificate that can sign, and a listing that fails are failures", async (t) => {
@@ -295,13 +274,12 @@ for (const [what, program, words] of [
   });
 }
 
-test("The program is started as each browser would start it", async (t) => {
-  const computer = await healthy(t, { browsers: ["firefox"] });
+test("The program is started as each browser would start it", onHealthy({ browsers: ["firefox"] }, async (computer) => {
   await examine(computer);
   const { arguments: given, folder } = await computer.read(join(computer.installed, "started"));
   assert.deepEqual(given, [computer.userManifest("firefox"), "extension@quillmark.example"]);
   assert.equal(folder, computer.installed);
-});
+}));
 
 // ---- names from anybody
 
@@ -363,15 +341,14 @@ test("Letters of all scripts are shown as they are", async (t) => {
   assert.match((await computer.tool("quillmark-doctor")).out, /CN=\\xc1ngel M\\xfcller on "t" can sign/);
 });
 
-test("A remedy that is a command has the path in it quoted", async (t) => {
-  const computer = await healthy(t, { browsers: ["chromium"] });
+test("A remedy that is a command has the path in it quoted", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   const path = join(computer.folder, "it's; touch $(x)");
   await computer.write(path, "#!/bin/sh\n");
   await computer.changeManifest("chromium", { path, allowed_origins: ["chrome-extension://abc/"] });
   const { remedy } = await onlyProblem(computer);
   const { stdout } = await run("bash", ["-c", remedy.replace("chmod +x", "printf %s")]);
   assert.equal(stdout.toString(), path);
-});
+}));
 
 // ---- the real program
 

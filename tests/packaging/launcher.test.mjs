@@ -37,6 +37,11 @@ async function forAllUsers(t) {
   return { computer, folder: computer.userFolder, start: launching(launcher, computer) };
 }
 
+/** The body of a test on a computer with this installation. */
+function installed(setUp, body) {
+  return async (t) => body(await setUp(t), t);
+}
+
 test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
   const { computer, folder, start } = await forOneUser(t);
   assert.equal((await start("chrome-extension://abc/")).code, 0);
@@ -45,11 +50,10 @@ test("Installed for one user, the launcher runs the program in its own folder, w
   assert.equal(seen.folder, folder);
 });
 
-test("The launcher needs no argument", async (t) => {
-  const { computer, folder, start } = await forOneUser(t);
+test("The launcher needs no argument", installed(forOneUser, async ({ computer, folder, start }) => {
   await start();
   assert.deepEqual((await started(folder, computer)).arguments, []);
-});
+}));
 
 test("Installed for all users, the launcher gives each user a folder with logo and driver in reach", async (t) => {
   const { computer, start, folder } = await forAllUsers(t);
@@ -59,13 +63,12 @@ test("Installed for all users, the launcher gives each user a folder with logo a
   assert.equal(readlinkSync(join(folder, "QMTokenDriver.so")), join(computer.root, "usr/lib/quillmark/QMTokenDriver.so"));
 });
 
-test("Links of an earlier version are renewed", async (t) => {
-  const { start, folder, computer } = await forAllUsers(t);
+test("Links of an earlier version are renewed", installed(forAllUsers, async ({ start, folder, computer }) => {
   await mkdir(folder, { recursive: true });
   await symlink("/gone/QMLogo.png", join(folder, "QMLogo.png"));
   await start();
   assert.equal(readlinkSync(join(folder, "QMLogo.png")), join(computer.root, "usr/lib/quillmark/QMLogo.png"));
-});
+}));
 
 test("Quillmark's own driver, left in the working folder by an installation for one user, gives way to the package's", async (t) => {
   const { start, folder, computer } = await forAllUsers(t);
@@ -168,11 +171,10 @@ test("A working folder that others may write to is refused, by its mode of other
   }
 });
 
-test("Installed for one user, a program folder that others may write to is refused", async (t) => {
-  const setting = await forOneUser(t);
+test("Installed for one user, a program folder that others may write to is refused", installed(forOneUser, async (setting) => {
   await chmod(setting.folder, 0o777);
   await refuses(setting, setting.folder);
-});
+}));
 
 test("A folder above that others may write to is refused, for they could exchange the working folder", async (t) => {
   for (const above of [share, (computer) => computer.home, (computer) => computer.folder]) {
@@ -183,30 +185,26 @@ test("A folder above that others may write to is refused, for they could exchang
   }
 });
 
-test("A folder above in which each may remove only what is his own is no danger", async (t) => {
-  const { computer, start, folder } = await forAllUsers(t);
+test("A folder above in which each may remove only what is his own is no danger", installed(forAllUsers, async ({ computer, start, folder }) => {
   await makeFolder(folder);
   await chmod(share(computer), 0o1777);
   assert.equal((await start()).code, 0);
-});
+}));
 
-test("A working folder of another user is refused", { skip: needsRoot }, async (t) => {
-  const setting = await forAllUsers(t);
+test("A working folder of another user is refused", { skip: needsRoot }, installed(forAllUsers, async (setting) => {
   await makeFolder(setting.folder);
   await chown(setting.folder, NOBODY, NOBODY);
   await refuses(setting, setting.folder);
-});
+}));
 
-test("A working folder of root's is not the user's own", { skip: needsRoot }, async (t) => {
-  const { computer, folder, start } = await forAllUsers(t);
+test("A working folder of root's is not the user's own", { skip: needsRoot }, installed(forAllUsers, async ({ computer, folder, start }) => {
   await makeFolder(folder);
   for (const above of [computer.folder, computer.home, join(computer.home, ".local"), share(computer), folder]) await chmod(above, 0o755);
   const asAnother = () => start.as(...AS_NOBODY);
   await refuses({ computer, start: asAnother }, `${folder} is not your own`);
-});
+}));
 
-test("A working folder that is open to others as soon as it is made is refused", async (t) => {
-  const setting = await forAllUsers(t);
+test("A working folder that is open to others as soon as it is made is refused", installed(forAllUsers, async (setting, t) => {
   await makeFolder(share(setting.computer));
   // The access control list that new folders get here: read, write and search for the user, the group and others.
   const acl = `struct.pack("<I" + "HHI" * 3, 2, 1, 7, 2**32 - 1, 4, 7, 2**32 - 1, 32, 7, 2**32 - 1)`;
@@ -215,7 +213,7 @@ test("A working folder that is open to others as soon as it is made is refused",
   if (stderr.includes("not supported")) return t.skip("no access control lists on this file system");
   assert.equal(code, 0, stderr);
   await refuses(setting, `${setting.folder} can be changed by others`);
-});
+}));
 
 test("A data folder that another user has made is refused, and nothing is put into it", { skip: needsRoot }, async (t) => {
   for (const mode of [0o700, 0o755, 0o777, 0o1777]) {
@@ -230,14 +228,13 @@ test("A data folder that another user has made is refused, and nothing is put in
   }
 });
 
-test("A folder that was made for the user in another user's folder is refused", { skip: needsRoot }, async (t) => {
-  const setting = await forAllUsers(t);
+test("A folder that was made for the user in another user's folder is refused", { skip: needsRoot }, installed(forAllUsers, async (setting) => {
   const data = join(setting.computer.folder, "data");
   await makeFolder(join(data, "quillmark"));
   await chown(data, NOBODY, NOBODY);
   setting.computer.more = { XDG_DATA_HOME: `${data}/quillmark/..` };
   await refuses(setting, data);
-});
+}));
 
 test("A home of another user is refused, and so is one below another user's folder", { skip: needsRoot }, async (t) => {
   for (const above of [(computer) => computer.home, (computer) => computer.folder]) {
@@ -248,15 +245,14 @@ test("A home of another user is refused, and so is one below another user's fold
   }
 });
 
-test("Another user's link to a folder of the user's own is refused", { skip: needsRoot }, async (t) => {
-  const setting = await forAllUsers(t);
+test("Another user's link to a folder of the user's own is refused", { skip: needsRoot }, installed(forAllUsers, async (setting) => {
   const { computer, folder } = setting;
   await makeFolder(join(computer.home, "downloads"));
   await makeFolder(share(computer));
   await symlink(join(computer.home, "downloads"), folder);
   await lchown(folder, NOBODY, NOBODY);
   await refuses(setting, folder);
-});
+}));
 
 test("A link that leads through another user's folder is refused, wherever it ends", { skip: needsRoot }, async (t) => {
   for (const target of ["..", "../foreign/inside", "../foreign/back"]) {
@@ -273,15 +269,14 @@ test("A link that leads through another user's folder is refused, wherever it en
   }
 });
 
-test("A link of the user's own to a folder of the user's own is followed", async (t) => {
-  const { computer, start } = await forAllUsers(t);
+test("A link of the user's own to a folder of the user's own is followed", installed(forAllUsers, async ({ computer, start }) => {
   const data = join(computer.home, "elsewhere");
   await makeFolder(data);
   await mkdir(join(computer.home, ".local"));
   await symlink("../elsewhere", share(computer));
   assert.equal((await start()).code, 0);
   assert.equal((await started(join(data, "quillmark"), computer)).folder, join(data, "quillmark"));
-});
+}));
 
 test("A link that leads nowhere, or in a circle, is refused", async (t) => {
   for (const target of ["/gone", "share"]) {
@@ -318,12 +313,11 @@ test("A private group with another member, or an access control list, is none", 
   }
 });
 
-test("A data folder that is not absolute is as if it were not set", async (t) => {
-  const { computer, start, folder } = await forAllUsers(t);
+test("A data folder that is not absolute is as if it were not set", installed(forAllUsers, async ({ computer, start, folder }) => {
   computer.more = { XDG_DATA_HOME: "data" };
   assert.equal((await start()).code, 0);
   assert.equal((await started(folder, computer)).folder, folder);
-});
+}));
 
 test("Without a home that can be a folder the launcher says so", async (t) => {
   for (const HOME of [undefined, "", "home"]) {

@@ -5,11 +5,9 @@ import { test } from "node:test";
 
 import {
   BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, makeSignedPdf, NORMAL_END, openWindow,
-  signedDataParts, World,
+  signedDataParts,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 /** A host with a SoftHSM token: the user's certificate, an expired one, and a CA's that is not offered. */
 async function hostWithSoftToken(t, options = {}) {

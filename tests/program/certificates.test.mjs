@@ -7,11 +7,9 @@ import { test } from "node:test";
 
 import {
   bytesOf, cancelChoice, CHOOSE, chooseAndLogIn, chooseFirst, CK, contentOf, errorLine, NORMAL_END, parseDer,
-  WINDOW_TITLE, World,
+  WINDOW_TITLE,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const NO_CERTIFICATE = "Can't find X.509 Certificate in Token";
 
@@ -22,8 +20,7 @@ async function loggedRecords(host) {
   return reading.filter((line) => line.includes('"ChainCert"')).map((line) => JSON.parse(line));
 }
 
-test("The search asks for X.509 certificates on the token, with numbers of four bytes", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The search asks for X.509 certificates on the token, with numbers of four bytes", withFake(async ({ host, token }) => {
   await chooseFirst(host, CHOOSE);
   const [{ in: given }] = await token.calls("C_FindObjectsInit");
   assert.deepEqual([given.count, given.template], [3, [
@@ -31,7 +28,7 @@ test("The search asks for X.509 certificates on the token, with numbers of four 
     { type: CK.CKA_CERTIFICATE_TYPE, length: 4, value: "00000000" },
     { type: CK.CKA_TOKEN, length: 1, value: "01" },
   ]]);
-});
+}));
 
 test("Objects are read one by one: length first, then the bytes", async (t) => {
   const certificate = await world.certificate();

@@ -5,17 +5,14 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bytesOf, chooseAndLogIn, chooseFirst, contentOf, oid, parseDer, shapeOf, signedDataParts, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { bytesOf, chooseAndLogIn, chooseFirst, contentOf, oid, parseDer, shapeOf, signedDataParts } from "../lib/kit.mjs";
+import { withFake, world } from "./lib/world.mjs";
 
 function signText(hash, more = {}) {
   return { action: "GSTReturnSign", hash, ...more };
 }
 
-test("The structure has these elements, in this order, with nothing more", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("The structure has these elements, in this order, with nothing more", withFake(async ({ host }) => {
   const { result } = await chooseAndLogIn(host, signText("abc"));
   const certificate = await parseDer((await world.certificate()).bytes);
   const algorithm = ["SEQUENCE", "OBJECT", "NULL"];
@@ -31,10 +28,9 @@ test("The structure has these elements, in this order, with nothing more", async
       algorithm,
       "OCTET STRING"]],
   ]]]);
-});
+}));
 
-test("The content holds the text, and the text is what the token signs", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The content holds the text, and the text is what the token signs", withFake(async ({ host, token }) => {
   const { result } = await chooseAndLogIn(host, signText("abc"));
   const { content, signerInfo } = await signedDataParts(bytesOf(result));
   assert.deepEqual(contentOf(content.children[1]), Buffer.from("0403616263", "hex"));
@@ -43,10 +39,9 @@ test("The content holds the text, and the text is what the token signs", async (
   const [{ in: given }] = await token.calls("C_Sign");
   assert.deepEqual([given.data, given.dataLength], ["616263", 3]);
   assert.ok((await host.logLines()).includes("GST SIGN BYTES B4 SIGN: 616263"));
-});
+}));
 
-test("An empty text is an empty OCTET STRING, and the token signs no bytes", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("An empty text is an empty OCTET STRING, and the token signs no bytes", withFake(async ({ host, token }) => {
   for (const request of [signText(""), { action: "GSTReturnSign" }]) {
     const first = (await token.calls("C_Sign")).length === 0;
     const { result } = await (first ? chooseAndLogIn : chooseFirst)(host, request);
@@ -55,24 +50,22 @@ test("An empty text is an empty OCTET STRING, and the token signs no bytes", asy
     assert.equal((await token.calls("C_Sign")).at(-1).in.dataLength, 0);
     assert.equal((await world.judges.cms(bytesOf(result))).length, 0);
   }
-});
+}));
 
 for (const hashAlgorithm of ["SHA256", "SHA-384", "SHA-512"]) {
-  test(`OpenSSL accepts the signature with ${hashAlgorithm} and finds the text in it`, async (t) => {
-    const { host } = await world.hostWithFake(t);
+  test(`OpenSSL accepts the signature with ${hashAlgorithm} and finds the text in it`, withFake(async ({ host }) => {
     const text = JSON.stringify({ gstin: "33ABCDE1234F1Z5", fp: "102026", name: "Gewürze €", total: 1234.5 });
     const { result } = await chooseAndLogIn(host, signText(text, { hashAlgorithm }));
     assert.equal((await world.judges.cms(bytesOf(result))).toString(), text);
-  });
+  }));
 }
 
-test("A return of 600 kB is signed whole, in one line of Base64", async (t) => {
-  const { host } = await world.hostWithFake(t, {}, { settings: null });
+test("A return of 600 kB is signed whole, in one line of Base64", withFake({}, { settings: null }, async ({ host }) => {
   const text = JSON.stringify(Array.from({ length: 20_000 }, (_, i) => ({ invoice: i, sum: "1,000.00" })));
   const { result } = await chooseAndLogIn(host, signText(text));
   assert.match(result, /^[A-Za-z0-9+/]+=*$/);
   assert.ok((await world.judges.cms(bytesOf(result))).equals(Buffer.from(text)));
-});
+}));
 
 test("The signature is by the certificate that was chosen", async (t) => {
   const certificates = [{ certificate: await world.certificate(), id: "1" }, { certificate: await world.certificate("second"), id: "2" }];
@@ -85,8 +78,7 @@ test("The signature is by the certificate that was chosen", async (t) => {
   assert.deepEqual(contentOf((await signedDataParts(der)).certificates), certificates[1].certificate.bytes);
 });
 
-test("At level DEBUG the last result lies in CMSSign.txt; at any other level no file is written", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("At level DEBUG the last result lies in CMSSign.txt; at any other level no file is written", withFake(async ({ host }, t) => {
   const long = await chooseAndLogIn(host, signText("a longer text"));
   assert.equal(await host.readFile("CMSSign.txt"), long.result);
   const short = await chooseFirst(host, signText(""));
@@ -96,7 +88,7 @@ test("At level DEBUG the last result lies in CMSSign.txt; at any other level no 
     assert.equal((await chooseAndLogIn(quiet, signText("abc"))).status_cd, 1);
     await assert.rejects(quiet.readFile("CMSSign.txt"), { code: "ENOENT" });
   }
-});
+}));
 
 test("A certificate that does not parse gives a structure with less in it, which the token signs all the same", async (t) => {
   const der = join(world.folder, "garbage.der");

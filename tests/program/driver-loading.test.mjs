@@ -6,11 +6,9 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import {
-  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, errorLine, NORMAL_END, WINDOW_TITLE, World,
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, CK, ENTRY_POINTS, errorLine, NORMAL_END, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const couldNotLoad = (path) => [
   `Could not load Smartcard or Token driver from path: ${path}, exiting Quillmark Extension Host... `,
@@ -40,19 +38,17 @@ for (const [rule, options, path, reason] of [
   });
 }
 
-test("Loading calls no function of the module", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("Loading calls no function of the module", withFake(async ({ host, token }) => {
   await host.request({});
   await host.finish();
   assert.deepEqual(await token.calls(), []);
-});
+}));
 
-test("The session is left open and the module initialised at the end", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The session is left open and the module initialised at the end", withFake(async ({ host, token }) => {
   await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   await host.finish();
   assert.equal((await token.sequence()).at(-1), "C_Sign");
-});
+}));
 
 const thrownBySelection = (label) => `Error  in GetSelCertFromToken(): ${errorLine(label, CK.CKR_FUNCTION_NOT_SUPPORTED)}`;
 
@@ -68,24 +64,22 @@ const withoutFunction = {
 };
 
 for (const [name, text] of Object.entries(withoutFunction)) {
-  test(`A module without ${name} loads, and the first use fails with its name and 0x54`, async (t) => {
-    const { host } = await world.hostWithFake(t, { without: name });
+  test(`A module without ${name} loads, and the first use fails with its name and 0x54`, withFake({ without: name }, async ({ host }) => {
     const reply = await host.request(CHOOSE);
     assert.deepEqual(reply, { status_cd: 0, result: `QMHost Error: ${text}`, nonce: "" });
     assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
     await world.desktop.windowGone(WINDOW_TITLE);
     assert.deepEqual(await host.finish(), NORMAL_END);
-  });
+  }));
 }
 
 for (const name of ["C_SignInit", "C_Sign"]) {
-  test(`A module without ${name} loads, and signing fails with its name and 0x54`, async (t) => {
-    const { host } = await world.hostWithFake(t, { without: name });
+  test(`A module without ${name} loads, and signing fails with its name and 0x54`, withFake({ without: name }, async ({ host }) => {
     const { result } = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
     const line = errorLine(name, CK.CKR_FUNCTION_NOT_SUPPORTED);
     assert.equal(result, `QMHost Error: Error  in TokenSignData(): ${line}`);
     assert.deepEqual(await host.finish(), NORMAL_END);
-  });
+  }));
 }
 
 test("A module without C_Login loads, and the login fails with its name and 0x54 in the log", async (t) => {
@@ -102,12 +96,11 @@ test("A module without C_Finalize answers for a missing token as any other", asy
   assert.equal(result, "QMHost Error: No slot with token attached.");
 });
 
-test("A module without C_SignFinal signs", async (t) => {
-  const { host } = await world.hostWithFake(t, { without: "C_SignFinal" });
+test("A module without C_SignFinal signs", withFake({ without: "C_SignFinal" }, async ({ host }) => {
   const reply = await chooseAndLogIn(host, { action: "SignAuthToken", authToken: "x" });
   assert.equal(reply.status_cd, 1);
   await world.judges.rsa(bytesOf(reply.result), "x", (await world.certificate()).pem);
-});
+}));
 
 test("Each of the program's entry points has its test with a module that lacks it", () => {
   const tested = [...Object.keys(withoutFunction), "C_SignInit", "C_Sign", "C_Login", "C_Finalize", "C_SignFinal"];
@@ -139,8 +132,7 @@ test("A failed call is logged at DEBUG and its handler's line at EXCEPTION", asy
     [`Error  in TokenOpenSession(): ${errorLine("C_Initialize", CK.CKR_GENERAL_ERROR)}`]);
 });
 
-test("A call that succeeds is logged with its label", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A call that succeeds is logged with its label", withFake(async ({ host }) => {
   await chooseFirst(host, CHOOSE);
   const lines = await host.logLines();
   for (const label of ["C_Initialize", "C_GetSlotList", "C_OpenSession", "BuildTokenCertList - C_FindObjectsInit",
@@ -148,4 +140,4 @@ test("A call that succeeds is logged with its label", async (t) => {
     "BuildTokenCertList - C_GetAttributeValue", "BuildTokenCertList - C_FindObjectsFinal"]) {
     assert.ok(lines.includes(`PKCS11 Operation [OK] ${label}`), label);
   }
-});
+}));

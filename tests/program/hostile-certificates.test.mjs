@@ -7,10 +7,9 @@ import { test } from "node:test";
 
 import { bin, product } from "../lib/quillmark.mjs";
 import {
-  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, oddCertificate, sleep, TAGS, waitFor, WINDOW_TITLE, World,
+  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, oddCertificate, sleep, TAGS, waitFor, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 const screenshots = join(dirname(bin), "screenshots");
 

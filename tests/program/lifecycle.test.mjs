@@ -7,10 +7,9 @@ import { test } from "node:test";
 
 import { product } from "../lib/quillmark.mjs";
 import {
-  AS_NOBODY, CHOOSE, chooseFirst, CLOSING_TEXT, ERROR_TITLE, NORMAL_END, run, sleep, WINDOW_TITLE, World,
+  AS_NOBODY, CHOOSE, chooseFirst, CLOSING_TEXT, ERROR_TITLE, NORMAL_END, run, sleep, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const START = [
   "Loading Settings from QMHostSettings.json",
@@ -30,16 +29,14 @@ const START = [
   "In ReadStdin()",
 ];
 
-test("With the input at its end already, the host goes through start and end and stops with 0", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("With the input at its end already, the host goes through start and end and stops with 0", withFake(async ({ host, token }) => {
   assert.deepEqual(await host.finish(), NORMAL_END);
   assert.deepEqual(await host.logLines(), [...START, CLOSING_TEXT]);
   assert.equal(await host.replyFrame(), null);
   assert.deepEqual(await token.calls(), []);
-});
+}));
 
-test("The first idle event alone starts the service", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("The first idle event alone starts the service", withFake(async ({ host }) => {
   await chooseFirst(host, CHOOSE);
   await sleep(2500); // the one-shot timer of the start comes after two seconds
   await host.request({});
@@ -48,15 +45,14 @@ test("The first idle event alone starts the service", async (t) => {
   for (const once of [...START.slice(0, -1), CLOSING_TEXT]) {
     assert.equal(lines.filter((line) => line === once).length, 1, once);
   }
-});
+}));
 
-test("No window is to be seen while the host serves", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("No window is to be seen while the host serves", withFake(async ({ host }) => {
   await host.request({});
   await world.desktop.windowGone(WINDOW_TITLE);
   await sleep(500);
   assert.deepEqual(await world.desktop.windows(WINDOW_TITLE), []);
-});
+}));
 
 test("A token driver that cannot be loaded: one message box, then status 1 and nothing written", async (t) => {
   const host = await world.host(t, { token: null });
@@ -76,22 +72,17 @@ test("The message box of a missing driver ends the host also when the input has 
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
 });
 
-test("A missing logo stops nothing and opens no window", async (t) => {
-  const { host } = await world.hostWithFake(t, {}, { logo: false });
-  assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
-  assert.deepEqual(await world.desktop.windows(".*"), []);
-  assert.deepEqual(await host.finish(), NORMAL_END);
-  assert.match(await host.logText(), /QMLogo\.png/);
-});
-
-for (const [what, content] of [["that is no picture", "no picture"], ["of no bytes", ""]]) {
-  test(`A logo ${what} stops nothing and opens no window`, async (t) => {
-    const prepare = (folder) => writeFile(join(folder, "QMLogo.png"), content);
-    const { host } = await world.hostWithFake(t, {}, { logo: false, prepare });
+for (const [what, prepare] of [
+  ["A missing logo", null],
+  ["A logo that is no picture", (folder) => writeFile(join(folder, "QMLogo.png"), "no picture")],
+  ["A logo of no bytes", (folder) => writeFile(join(folder, "QMLogo.png"), "")],
+]) {
+  test(`${what} stops nothing and opens no window`, withFake({}, { logo: false, prepare }, async ({ host }) => {
     assert.equal((await chooseFirst(host, CHOOSE)).status_cd, 1);
     assert.deepEqual(await world.desktop.windows(".*"), []);
     assert.deepEqual(await host.finish(), NORMAL_END);
-  });
+    assert.match(await host.logText(), /QMLogo\.png/);
+  }));
 }
 
 for (const [browser, args] of [
@@ -100,38 +91,34 @@ for (const [browser, args] of [
   ["a portal", []],
   ["somebody curious", ["--help"]],
 ]) {
-  test(`The arguments of ${browser} are not examined`, async (t) => {
-    const { host } = await world.hostWithFake(t, {}, { args });
+  test(`The arguments of ${browser} are not examined`, withFake({}, { args }, async ({ host }) => {
     assert.equal((await host.request({ text: "served" })).result, "QMHost Error: echo: served");
     assert.deepEqual(await host.finish(), NORMAL_END);
-  });
+  }));
 }
 
-test("A closed output is noticed at the next read: the host ends with 0", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A closed output is noticed at the next read: the host ends with 0", withFake(async ({ host }) => {
   await host.request({});
   host.closeOutput();
   host.send({ text: "into the void" });
   host.send({ text: "and another" });
   assert.deepEqual(await host.finish(), NORMAL_END);
   assert.equal((await host.logLines()).at(-1), CLOSING_TEXT);
-});
+}));
 
-test("A browser that goes while the window is open: the answer is awaited, then the host ends with 0", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A browser that goes while the window is open: the answer is awaited, then the host ends with 0", withFake(async ({ host }) => {
   host.send(CHOOSE);
   host.endInput();
   host.closeOutput();
   await host.user.clickCancel();
   assert.deepEqual(await host.exit(), NORMAL_END);
-});
+}));
 
-test("Without a display the host ends at once with a status that is not 0", async (t) => {
-  const { host } = await world.hostWithFake(t, {}, { env: { DISPLAY: "" } });
+test("Without a display the host ends at once with a status that is not 0", withFake({}, { env: { DISPLAY: "" } }, async ({ host }) => {
   const { code } = await host.exit();
   assert.notEqual(code, 0);
   assert.equal(await host.replyFrame(), null);
-});
+}));
 
 test("Dates are English in a German desktop", async (t) => {
   const locales = await world.cleanupOf(t).folder("locales");

@@ -5,11 +5,10 @@ import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, World } from "../lib/kit.mjs";
+import { CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END } from "../lib/kit.mjs";
 import { fakes, product } from "../lib/quillmark.mjs";
 import { asUser, privateToken } from "../lib/token/private-token.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 /** A host with this module behind the driver. */
 async function hostWith(t, module, { wrapper = [] } = {}) {

@@ -7,11 +7,9 @@ import { test } from "node:test";
 
 import {
   bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, described, makeKey, makeSignedPdf, oid, parseDer, run,
-  shapeOf, signedDataParts, World,
+  shapeOf, signedDataParts,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 const document = Buffer.from("a document");
 const HASH_OIDS = { SHA1: "1.3.14.3.2.26", SHA256: "2.16.840.1.101.3.4.2.1", SHA384: "2.16.840.1.101.3.4.2.2",

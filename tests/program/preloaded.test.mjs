@@ -5,9 +5,8 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import { fakes, product } from "../lib/quillmark.mjs";
-import { CHOOSE, CLOSING_TEXT, FAILURE_PREFIX, NORMAL_END, openWindow, prefix, sleep, WINDOW_TITLE, World } from "../lib/kit.mjs";
-
-const world = World.forThisFile(product);
+import { CHOOSE, CLOSING_TEXT, FAILURE_PREFIX, NORMAL_END, openWindow, prefix, sleep, WINDOW_TITLE } from "../lib/kit.mjs";
+import { world } from "./lib/world.mjs";
 
 
 /** Options of a host with this library in front. */

@@ -5,11 +5,9 @@ import { test } from "node:test";
 
 import {
   CANCEL_TEXT, cancelChoice, CHOOSE, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END, openWindow, run, sleep,
-  waitFor, WINDOW_TITLE, World,
+  waitFor, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const RED = "ff0000";
 
@@ -52,13 +50,12 @@ test("While the token is read the window says so", async (t) => {
   assert.equal(idOf(await host.reply()), "01");
 });
 
-test("Later requests show the same cards at once, without the token", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("Later requests show the same cards at once, without the token", withFake(async ({ host, token }) => {
   await chooseFirst(host, CHOOSE);
   const calls = (await token.calls()).length;
   for (let i = 0; i < 2; ++i) assert.equal(idOf(await chooseFirst(host, CHOOSE)), "01");
   assert.equal((await token.calls()).length, calls);
-});
+}));
 
 test("Cancel is an answer, whatever is selected", async (t) => {
   const { host } = await world.hostWithFake(t, { certificates: await twoCertificates() });
@@ -91,32 +88,29 @@ test("A double click on a card is a click and OK", async (t) => {
   }
 });
 
-test("The answer of an earlier request does not answer a later one", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("The answer of an earlier request does not answer a later one", withFake(async ({ host }) => {
   await chooseFirst(host, CHOOSE);
   assert.equal((await cancelChoice(host, CHOOSE)).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
   assert.equal(idOf(await chooseFirst(host, CHOOSE)), "01");
-});
+}));
 
-test("The window has no close box and stays above the others", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("The window has no close box and stays above the others", withFake(async ({ host }) => {
   const id = await openWindow(host, CHOOSE);
   const [, functions] = (await world.desktop.property(id, "_MOTIF_WM_HINTS")).match(/= 0x\w+, 0x(\w+)/);
   assert.equal(parseInt(functions, 16) & 0x20, 0, "closing is not among the functions that the window offers");
   await world.desktop.above(id);
   await host.user.clickCancel();
   await host.reply();
-});
+}));
 
-test("A window manager that closes the window all the same gets no answer from it", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A window manager that closes the window all the same gets no answer from it", withFake(async ({ host }) => {
   const id = await openWindow(host, CHOOSE);
   await world.desktop.key(id, "alt+F4");
   await sleep(600);
   await host.user.clickOk();
   assert.equal(idOf(await host.reply()), "01");
   assert.deepEqual(await host.finish(), NORMAL_END);
-});
+}));
 
 test("OK without a row does nothing; only Cancel leaves an empty list, which the next request loads again", async (t) => {
   const { host, token } = await world.hostWithFake(t, { certificates: [] });
@@ -131,8 +125,7 @@ test("OK without a row does nothing; only Cancel leaves an empty list, which the
   assert.equal((await token.calls("C_FindObjectsInit")).length, 2);
 });
 
-test("Impatient double clicks while the list is loading end nothing", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("Impatient double clicks while the list is loading end nothing", withFake(async ({ host }) => {
   host.send(CHOOSE);
   const id = await world.desktop.window(WINDOW_TITLE);
   await world.desktop.click(id, 60, 110, 24); // 60 ms apart: through the loading and into the cards
@@ -142,7 +135,7 @@ test("Impatient double clicks while the list is loading end nothing", async (t) 
   if ((await world.desktop.windows(WINDOW_TITLE)).length > 0) await host.user.clickOk();
   assert.equal(idOf(await reply), "01");
   assert.equal((await host.request({ text: "on" })).result, "QMHost Error: echo: on");
-});
+}));
 
 for (const [what, act] of [
   ["A double click on the row", (desktop, id) => desktop.click(id, 300, 110, 2)],
@@ -169,19 +162,17 @@ for (const [what, act] of [
 }
 
 for (const key of ["Return", "alt+o"]) {
-  test(`${key} chooses once the cards are there, at every request`, async (t) => {
-    const { host } = await world.hostWithFake(t);
+  test(`${key} chooses once the cards are there, at every request`, withFake(async ({ host }) => {
     for (let i = 0; i < 3; ++i) {
       host.send(CHOOSE);
       await world.desktop.key(await host.user.window(), key);
       assert.equal(idOf(await host.reply()), "01");
       await world.desktop.windowGone(WINDOW_TITLE);
     }
-  });
+  }));
 }
 
-test("The second click of a double click on OK does not answer the next request", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("The second click of a double click on OK does not answer the next request", withFake(async ({ host }) => {
   host.send(CHOOSE);
   await world.desktop.click(await host.user.window(), ...host.user.okButton, 2);
   await host.reply();
@@ -190,10 +181,9 @@ test("The second click of a double click on OK does not answer the next request"
   assert.equal((await world.desktop.windows(WINDOW_TITLE)).length, 1, "the window waits for a choice");
   await host.user.clickCancel();
   await host.reply();
-});
+}));
 
-test("A window that the user has moved stays there", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A window that the user has moved stays there", withFake(async ({ host }) => {
   const first = await openWindow(host, CHOOSE);
   await run("xdotool", ["windowmove", "--sync", first, "40", "60"], { env: { ...process.env, ...world.desktop.env } });
   await sleep(500);
@@ -206,7 +196,7 @@ test("A window that the user has moved stays there", async (t) => {
     await host.user.clickOk();
     await host.reply();
   }
-});
+}));
 
 test("After a failure while loading, the next request loads the list", async (t) => {
   const faults = [{ call: "C_FindObjectsInit", nth: 1, rv: CK.CKR_GENERAL_ERROR }];
@@ -227,8 +217,7 @@ test("An expired certificate is shown in red, a valid one is not", async (t) => 
   await host.reply();
 });
 
-test("A request is answered within a second of the click", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A request is answered within a second of the click", withFake(async ({ host }) => {
   await chooseFirst(host, CHOOSE);
   const times = [];
   for (let i = 0; i < 5; ++i) {
@@ -239,7 +228,7 @@ test("A request is answered within a second of the click", async (t) => {
     times.push(Date.now() - before);
   }
   assert.ok(Math.min(...times) < 1000, `${times.join(", ")} ms`); // the machine may be busy with other things in between
-});
+}));
 
 for (const [what, id] of [["is empty", ""], ["begins with a zero byte", "\0id"]]) {
   test(`The choice of a certificate whose CKA_ID ${what} is no choice`, async (t) => {

@@ -5,17 +5,13 @@ import { test } from "node:test";
 
 import {
   CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, NO_PIN_TEXT, NORMAL_END, openPinDialog, PIN_TITLE, WINDOW_TITLE,
-  World,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
 import { copiesInMemory } from "./lib/memory.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const SIGN_TOKEN = { action: "SignAuthToken", authToken: "token" };
 
-test("A session is opened with these calls and arguments", async (t) => {
-  const { host, token } = await world.hostWithFake(t, { slots: [7] });
+test("A session is opened with these calls and arguments", withFake({ slots: [7] }, async ({ host, token }) => {
   await chooseFirst(host, CHOOSE);
   const calls = (await token.calls()).slice(0, 4).map(({ call, in: given }) => [call, given]);
   assert.deepEqual(calls, [
@@ -26,13 +22,12 @@ test("A session is opened with these calls and arguments", async (t) => {
       slot: 7, flags: CK.CKF_SERIAL_SESSION | CK.CKF_RW_SESSION, applicationIsNull: true, notifyIsNull: true,
     }],
   ]);
-});
+}));
 
-test("Of two tokens the first that the module reports is used", async (t) => {
-  const { host, token } = await world.hostWithFake(t, { slots: [9, 3] });
+test("Of two tokens the first that the module reports is used", withFake({ slots: [9, 3] }, async ({ host, token }) => {
   await chooseFirst(host, CHOOSE);
   assert.deepEqual((await token.calls("C_OpenSession")).map((call) => call.in.slot), [9]);
-});
+}));
 
 test("No token: the module is finalised, the window hidden, and the next request tries again", async (t) => {
   const { host, token } = await world.hostWithFake(t, { slots: [] });
@@ -90,28 +85,24 @@ test("The slots that vanish between two calls leave no slot to open", async (t) 
   assert.deepEqual(await token.calls("C_OpenSession"), []);
 });
 
-test("Choosing a certificate asks for no PIN", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("Choosing a certificate asks for no PIN", withFake(async ({ host, token }) => {
   await chooseFirst(host, CHOOSE);
   assert.deepEqual(await token.calls("C_Login"), []);
-});
+}));
 
-test("The PIN goes to the module as the user typed it, without a terminator", async (t) => {
-  const { host, token } = await world.hostWithFake(t, { pin: "4-Ever x" });
+test("The PIN goes to the module as the user typed it, without a terminator", withFake({ pin: "4-Ever x" }, async ({ host, token }) => {
   assert.equal((await chooseAndLogIn(host, SIGN_TOKEN, "4-Ever x")).status_cd, 1);
   const [{ in: given, rv }] = await token.calls("C_Login");
   assert.deepEqual([given.user, given.pin, given.pinLength, rv], [CK.CKU_USER, "4-Ever x", 8, 0]);
   assert.equal(given.session, (await token.calls("C_OpenSession"))[0].out.session);
-});
+}));
 
-test("A PIN beyond ASCII goes to the module as UTF-8", async (t) => {
-  const { host, token } = await world.hostWithFake(t, { pin: "päß€" });
+test("A PIN beyond ASCII goes to the module as UTF-8", withFake({ pin: "päß€" }, async ({ host, token }) => {
   assert.equal((await chooseAndLogIn(host, SIGN_TOKEN, "päß€")).status_cd, 1);
   assert.equal((await token.calls("C_Login"))[0].in.pinLength, Buffer.byteLength("päß€"));
-});
+}));
 
-test("The PIN is asked for once, and its dialog stands above the others", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The PIN is asked for once, and its dialog stands above the others", withFake(async ({ host, token }) => {
   host.send(SIGN_TOKEN);
   await host.user.clickOk();
   await world.desktop.above(await world.desktop.window(PIN_TITLE));
@@ -119,7 +110,7 @@ test("The PIN is asked for once, and its dialog stands above the others", async 
   assert.equal((await host.reply()).status_cd, 1);
   for (let i = 0; i < 2; ++i) assert.equal((await chooseFirst(host, SIGN_TOKEN)).status_cd, 1);
   assert.equal((await token.calls("C_Login")).length, 1);
-});
+}));
 
 for (const [what, leave] of [
   ["cancelled", (host) => host.user.cancelPin()],
@@ -137,17 +128,15 @@ for (const [what, leave] of [
   });
 }
 
-test("A PIN that is typed and then cancelled is not used", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("A PIN that is typed and then cancelled is not used", withFake(async ({ host, token }) => {
   const dialog = await openPinDialog(host, SIGN_TOKEN);
   await world.desktop.type(dialog, "1234");
   await world.desktop.key(dialog, "Escape");
   assert.equal((await host.reply()).result, "QMHost Error: ");
   assert.deepEqual(await token.calls("C_Login"), []);
-});
+}));
 
-test("A wrong PIN: the reason is in the log, and the next request asks again", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("A wrong PIN: the reason is in the log, and the next request asks again", withFake(async ({ host, token }) => {
   const wrong = await chooseAndLogIn(host, SIGN_TOKEN, "4321");
   assert.deepEqual(wrong, { status_cd: 0, result: "QMHost Error: ", nonce: "" });
   const line = errorLine("C_Login", CK.CKR_PIN_INCORRECT);
@@ -156,17 +145,16 @@ test("A wrong PIN: the reason is in the log, and the next request asks again", a
   assert.ok(lines.includes(`Error in GetTokenPvtKey(): ${line}`));
   assert.equal((await chooseAndLogIn(host, SIGN_TOKEN)).status_cd, 1);
   assert.deepEqual((await token.calls("C_Login")).map(({ rv }) => rv), [CK.CKR_PIN_INCORRECT, 0]);
-});
+}));
 
-test("A locked token: every login fails with its code in the log, and the host goes on", async (t) => {
-  const { host } = await world.hostWithFake(t, { pinTries: 1 });
+test("A locked token: every login fails with its code in the log, and the host goes on", withFake({ pinTries: 1 }, async ({ host }) => {
   for (const [pin, code] of [["4321", CK.CKR_PIN_INCORRECT], ["1234", CK.CKR_PIN_LOCKED], ["1234", CK.CKR_PIN_LOCKED]]) {
     assert.equal((await chooseAndLogIn(host, SIGN_TOKEN, pin)).result, "QMHost Error: ");
     assert.equal((await host.logLines()).filter((line) => line.startsWith("Error  in TokenLogin(): ")).at(-1),
       `Error  in TokenLogin(): ${errorLine("C_Login", code)}`);
   }
   assert.deepEqual(await host.finish(), NORMAL_END);
-});
+}));
 
 test("A user who is logged in already is a failure like any other", async (t) => {
   const { host } = await world.hostWithFake(t, { faults: [{ call: "C_Login", rv: CK.CKR_USER_ALREADY_LOGGED_IN }] });

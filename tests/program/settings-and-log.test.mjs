@@ -5,10 +5,8 @@ import { mkdir } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { CLOSING_TEXT, NORMAL_END, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { CLOSING_TEXT, NORMAL_END } from "../lib/kit.mjs";
+import { withFake, world } from "./lib/world.mjs";
 
 const LOADING = "Loading Settings from QMHostSettings.json";
 const NOT_LOADED = "Cound not Load Settings from QMHostSettings.json - ";
@@ -37,20 +35,11 @@ test("Level 1 alone brings the DEBUG lines and leaves the driver's path", async 
   }
 });
 
-for (const [level, meaning] of [[0, "0"], [-5, "a negative one"]]) {
-  test(`Level ${meaning} lets every line through`, async (t) => {
-    assert.ok((await logWith(t, { AppLogLevel: level })).includes("In ReadStdin()"));
-  });
-}
-
-test("Level 2 writes no DEBUG line", async (t) => {
-  assert.deepEqual(await logWith(t, { AppLogLevel: 2 }), [LOADING, "Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
-});
-
-for (const level of [3, 4, 1000]) {
-  test(`Level ${level} is silent after the line that was written before it was known`, async (t) => {
-    assert.deepEqual(await logWith(t, { AppLogLevel: level }), [LOADING]);
-  });
+for (const [rule, AppLogLevel, ...lines] of [
+  ["Level 2 writes no DEBUG line", 2, "Host Application Started", DRIVER_LOADED, CLOSING_TEXT],
+  ...[3, 4, 1000].map((level) => [`Level ${level} is silent after the line that was written before it was known`, level]),
+]) {
+  test(rule, async (t) => assert.deepEqual(await logWith(t, { AppLogLevel }), [LOADING, ...lines]));
 }
 
 test("Level 3 writes exceptions, level 4 does not", async (t) => {
@@ -62,7 +51,7 @@ test("Level 3 writes exceptions, level 4 does not", async (t) => {
   }
 });
 
-for (const [value, isDebug] of [['"1"', true], ["true", true], ["1.9", true], ["null", true], ["{}", true],
+for (const [value, isDebug] of [["0", true], ["-5", true], ['"1"', true], ["true", true], ["1.9", true], ["null", true], ["{}", true],
   ['"nonsense"', true], ['"2"', false], ["2.9", false], ["false", true]]) {
   test(`The level ${value} is read as the library reads a number`, async (t) => {
     const lines = await logWith(t, `{"AppLogLevel":${value}}`);
@@ -93,24 +82,19 @@ test("Other members are ignored, whatever they are", async (t) => {
   assert.ok(!lines.includes("In ReadStdin()"));
 });
 
-for (const [what, text] of [["broken JSON", '{"AppLogLevel":1,'], ["no JSON", "hello"], ["nothing", ""],
-  ["bytes that are no UTF-8", Buffer.from('{"\xff":1}', "latin1")], ["deep nesting", "[".repeat(200_000)]]) {
-  test(`A settings file with ${what} in it: the log says so, and the defaults hold`, async (t) => {
-    const lines = await logWith(t, text);
+for (const [what, text, prepare = null] of [
+  ["of broken JSON", '{"AppLogLevel":1,'], ["of no JSON", "hello"], ["of nothing", ""], ["of deep nesting", "[".repeat(200_000)],
+  ["of bytes that are no UTF-8", Buffer.from('{"\xff":1}', "latin1")],
+  ["that is a folder", null, (folder) => mkdir(join(folder, "QMHostSettings.json"))],
+]) {
+  test(`A settings file ${what}: the log says so, and the defaults hold`, async (t) => {
+    const lines = await logWith(t, text, { prepare });
     assert.ok(lines[0].startsWith(NOT_LOADED) && lines[0].length > NOT_LOADED.length);
     assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
   });
 }
 
-test("A settings file that cannot be read: the log says so, and the defaults hold", async (t) => {
-  const prepare = (folder) => mkdir(join(folder, "QMHostSettings.json"));
-  const lines = await logWith(t, null, { prepare });
-  assert.ok(lines[0].startsWith(NOT_LOADED));
-  assert.deepEqual(lines.slice(-3), ["Host Application Started", DRIVER_LOADED, CLOSING_TEXT]);
-});
-
-test("A line is the time, one blank and the text", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A line is the time, one blank and the text", withFake(async ({ host }) => {
   await host.request({});
   const lines = (await host.logText()).split("\n").slice(0, -1);
   for (const line of lines) {
@@ -118,16 +102,14 @@ test("A line is the time, one blank and the text", async (t) => {
   }
   const age = Date.now() - Date.parse(lines.at(-1).slice(0, 24));
   assert.ok(age >= 0 && age < 60_000, lines.at(-1));
-});
+}));
 
-test("A text with line breaks has one time stamp", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A text with line breaks has one time stamp", withFake(async ({ host }) => {
   await host.request({ text: "first\nsecond" });
   assert.match(await host.logText(), / QMHost Error: echo: first\nsecond\n/);
-});
+}));
 
-test("The log grows from run to run", async (t) => {
-  const { host } = await world.hostWithFake(t, {}, { settings: null });
+test("The log grows from run to run", withFake({}, { settings: null }, async ({ host }, t) => {
   await host.finish();
   const first = await host.logText();
   const again = await world.host(t, { folder: host.folder });
@@ -135,12 +117,11 @@ test("The log grows from run to run", async (t) => {
   const both = await again.logText();
   assert.ok(both.startsWith(first));
   assert.equal(both.split("\n").length, 2 * first.split("\n").length - 1);
-});
+}));
 
-test("Two hosts in one folder write into the same log", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("Two hosts in one folder write into the same log", withFake(async ({ host }, t) => {
   const other = await world.host(t, { folder: host.folder });
   await Promise.all([host, other].map((one, i) => one.request({ text: `host ${i}` })));
   const lines = await host.logLines();
   for (const text of ["host 0", "host 1"]) assert.ok(lines.includes(`QMHost Error: echo: ${text}`));
-});
+}));

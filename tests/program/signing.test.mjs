@@ -5,17 +5,14 @@ import { test } from "node:test";
 
 import {
   bytesOf, CANCEL_TEXT, cancelChoice, CHOOSE, chooseAndLogIn, chooseFirst, CK, errorLine, FAILURE_PREFIX, NORMAL_END,
-  PIN_TITLE, WINDOW_TITLE, World,
+  PIN_TITLE, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { withFake, world } from "./lib/world.mjs";
 
 const SIGN_TOKEN = { action: "SignAuthToken", authToken: "token" };
 const hex = (text) => Buffer.from(text).toString("hex");
 
-test("The key search has numbers of four bytes and the CKA_ID with its terminating zero", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The key search has numbers of four bytes and the CKA_ID with its terminating zero", withFake(async ({ host, token }) => {
   await chooseAndLogIn(host, SIGN_TOKEN);
   const [, { in: given }] = await token.calls("C_FindObjectsInit");
   assert.deepEqual([given.count, given.template], [4, [
@@ -24,10 +21,9 @@ test("The key search has numbers of four bytes and the CKA_ID with its terminati
     { type: CK.CKA_TOKEN, length: 1, value: "01" },
     { type: CK.CKA_ID, length: 3, value: "303100" },
   ]]);
-});
+}));
 
-test("A signature is these calls, with these arguments", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("A signature is these calls, with these arguments", withFake(async ({ host, token }) => {
   await chooseAndLogIn(host, SIGN_TOKEN);
   const calls = await token.calls();
   const signing = calls.slice(calls.findIndex(({ call }) => call === "C_Login"));
@@ -39,10 +35,9 @@ test("A signature is these calls, with these arguments", async (t) => {
   assert.deepEqual(init.in, { session, mechanism: CK.CKM_SHA256_RSA_PKCS, parameterIsNull: true, parameterLength: 0,
     key: find.out.object });
   assert.deepEqual(sign.in, { session, data: hex("token"), dataLength: 5, isNull: false, length: 1024 });
-});
+}));
 
-test("The mechanism goes by the exact name of the hash, and is SHA-256 for every other", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The mechanism goes by the exact name of the hash, and is SHA-256 for every other", withFake(async ({ host, token }) => {
   await chooseAndLogIn(host, SIGN_TOKEN);
   for (const [hashAlgorithm, mechanism] of [
     ["SHA384", CK.CKM_SHA384_RSA_PKCS], ["SHA512", CK.CKM_SHA512_RSA_PKCS], ["SHA1", CK.CKM_SHA256_RSA_PKCS],
@@ -51,10 +46,9 @@ test("The mechanism goes by the exact name of the hash, and is SHA-256 for every
     assert.equal((await chooseFirst(host, { ...SIGN_TOKEN, hashAlgorithm })).status_cd, 1);
     assert.equal((await token.calls("C_SignInit")).at(-1).in.mechanism, mechanism, hashAlgorithm);
   }
-});
+}));
 
-test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify under each hash", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify under each hash", withFake(async ({ host }) => {
   const { pem } = await world.certificate();
   await chooseAndLogIn(host, SIGN_TOKEN);
   for (const hash of ["sha256", "sha384", "sha512"]) {
@@ -63,7 +57,7 @@ test("A key of 2048 bits gives 256 bytes, 344 letters of Base64, that verify und
     assert.deepEqual([result.length, signature.length], [344, 256]);
     await world.judges.rsa(signature, "token", pem, hash);
   }
-});
+}));
 
 test("A key of 4096 bits gives 512 bytes", async (t) => {
   const certificate = await world.certificate("large", { bits: 4096 });
@@ -74,8 +68,7 @@ test("A key of 4096 bits gives 512 bytes", async (t) => {
   await world.judges.rsa(signature, "token", certificate.pem);
 });
 
-test("The token gets the text itself, byte for byte", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("The token gets the text itself, byte for byte", withFake(async ({ host, token }) => {
   await chooseAndLogIn(host, SIGN_TOKEN);
   for (const authToken of ["", "ä€😀", '{"a":[1,2]}\r\n', "x".repeat(200_000)]) {
     const { result } = await chooseFirst(host, { ...SIGN_TOKEN, authToken });
@@ -83,7 +76,7 @@ test("The token gets the text itself, byte for byte", async (t) => {
     assert.deepEqual([data, dataLength], [hex(authToken), Buffer.byteLength(authToken)]);
     await world.judges.rsa(bytesOf(result), authToken, (await world.certificate()).pem);
   }
-});
+}));
 
 test("A missing key is reported; the search stays active, so that the next lookup fails with its reason in the log", async (t) => {
   const certificates = [{ certificate: await world.certificate(), id: "1", key: false }];
@@ -148,24 +141,21 @@ test("A token that was pulled fails each request, and the host goes on", async (
 });
 
 for (const action of ["GSTReturnSign", "ITReturnSign", "SignAuthToken"]) {
-  test(`Cancelling the window of ${action} is its answer, and nothing is signed`, async (t) => {
-    const { host, token } = await world.hostWithFake(t);
+  test(`Cancelling the window of ${action} is its answer, and nothing is signed`, withFake(async ({ host, token }) => {
     assert.equal((await cancelChoice(host, { action, hash: "aGFzaA==", authToken: "x", hashAlgorithm: "nonsense" })).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
     for (const call of ["C_Login", "C_SignInit", "C_Sign"]) assert.deepEqual(await token.calls(call), []);
-  });
+  }));
 }
 
-test("A PDF request shows no window, not even when no certificate was ever chosen", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("A PDF request shows no window, not even when no certificate was ever chosen", withFake(async ({ host, token }) => {
   const certThumbPrint = (await world.certificate()).thumbprint;
   const { result } = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
   assert.equal(result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
   assert.deepEqual(await token.calls(), []);
   assert.ok(!(await host.logLines()).includes("Opening Select Certificate Dialog"));
-});
+}));
 
-test("A PDF request asks for nothing but the PIN", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A PDF request asks for nothing but the PIN", withFake(async ({ host }) => {
   await chooseFirst(host, CHOOSE);
   const certThumbPrint = (await world.certificate()).thumbprint;
   host.send({ action: "PdfSignFromToken", hash: Buffer.alloc(32, 1).toString("base64"), certThumbPrint });
@@ -173,22 +163,20 @@ test("A PDF request asks for nothing but the PIN", async (t) => {
   assert.deepEqual(await world.desktop.windows(WINDOW_TITLE), []);
   await host.user.enterPin("1234");
   assert.equal((await host.reply()).status_cd, 1);
-});
+}));
 
-test("A thumbprint is matched exactly, case included", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("A thumbprint is matched exactly, case included", withFake(async ({ host }) => {
   const { result } = await chooseFirst(host, CHOOSE);
   const certThumbPrint = JSON.parse(result).CertThumbPrint.toLowerCase();
   const reply = await host.request({ action: "PdfSignFromToken", hash: "AAAA", certThumbPrint });
   assert.equal(reply.result, `QMHost Error: Error  in GetPDFSignature(): Certificate not found in the token's certificate list: ${certThumbPrint}`);
-});
+}));
 
-test("An unsupported hash algorithm is reported with the action's prefix, and the token is not asked", async (t) => {
-  const { host, token } = await world.hostWithFake(t);
+test("An unsupported hash algorithm is reported with the action's prefix, and the token is not asked", withFake(async ({ host, token }) => {
   const { result } = await chooseFirst(host, { action: "GSTReturnSign", hash: "x", hashAlgorithm: "MD5" });
   assert.equal(result, "QMHost Error: Error  in GetGSTReturnSignature(): Unsupported hash algorithm");
   assert.deepEqual(await token.calls("C_Login"), []);
-});
+}));
 
 // The income-tax return: the key is looked for by the request's hash, and the digest is read as Base64 twice.
 
@@ -217,11 +205,10 @@ test("An income-tax return is signed by the key whose CKA_ID is the hash, as a D
   assert.deepEqual(await world.judges.recover(signature, certificate.pem), digestInfo);
 });
 
-test("An income-tax return with a hash that is no CKA_ID is a missing key, whatever was chosen", async (t) => {
-  const { host } = await world.hostWithFake(t);
+test("An income-tax return with a hash that is no CKA_ID is a missing key, whatever was chosen", withFake(async ({ host }) => {
   const request = { action: "ITReturnSign", hash: digestTwice, PAN: "ABCDE1234F" };
   assert.equal((await chooseAndLogIn(host, request)).result, "QMHost Error: Private Key NOT Found");
-});
+}));
 
 test("An income-tax return with an unsupported hash fails after the key was found and before the token signs", async (t) => {
   const { host, token } = await world.hostWithFake(t, { certificates: [{ certificate: await world.certificate(), id: digestTwice }] });

@@ -4,12 +4,11 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { chooseAndLogIn, chooseFirst, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
+import { chooseAndLogIn, chooseFirst } from "../lib/kit.mjs";
 import { asUser } from "../lib/token/private-token.mjs";
 import { makeCard, noReader as skip, smartCard } from "../lib/token/smart-card/reader.mjs";
+import { world } from "./lib/world.mjs";
 
-const world = World.forThisFile(product);
 const SIGN = { action: "GSTReturnSign", hash: "a return", hashAlgorithm: "SHA256" };
 
 test("A card that was pulled and put back signs without another PIN", { skip }, async (t) => {

@@ -5,10 +5,8 @@ import { createHash } from "node:crypto";
 import { readdir, readFile } from "node:fs/promises";
 import { test } from "node:test";
 
-import { bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, FAILURE_PREFIX, NORMAL_END, User, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { bytesOf, CANCEL_TEXT, CHOOSE, chooseAndLogIn, FAILURE_PREFIX, NORMAL_END, User } from "../lib/kit.mjs";
+import { world } from "./lib/world.mjs";
 
 const REQUESTS = 20_000;
 /** From here on memory may grow by `mostGrowth` KiB, and descriptors not at all. */

@@ -5,11 +5,9 @@ import { readdir } from "node:fs/promises";
 import { test } from "node:test";
 
 import {
-  CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, openPinDialog, openWindow, World,
+  CHOOSE, CLOSING_TEXT, Desktop, ERROR_TITLE, FAILURE_PREFIX, frame, NORMAL_END, openPinDialog, openWindow,
 } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 
 /** Lets a crash write its core file, if there is one to come. */

@@ -5,10 +5,8 @@ import { chmod, mkdir, readFile, rename, symlink, truncate, unlink, writeFile } 
 import { join } from "node:path";
 import { test } from "node:test";
 
-import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, openWindow, run, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, FAILURE_PREFIX, NORMAL_END, openWindow, run } from "../lib/kit.mjs";
+import { world } from "./lib/world.mjs";
 
 const TEXT = "to be signed";
 const FILES_OF_THE_HOST = ["QMSignerExtHostLog.txt", "PKCS7Sign.txt", "CMSSign.txt"];

@@ -8,9 +8,10 @@ import { rename, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { before, test } from "node:test";
 
-import { bytesOf, CHOOSE, CK, Cleanup, FAILURE_PREFIX, Host, NORMAL_END, User, waitFor, World } from "../lib/kit.mjs";
+import { bytesOf, CHOOSE, CK, Cleanup, FAILURE_PREFIX, Host, NORMAL_END, User, waitFor } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
 import { callFails, callsOf, casesOf, FLOWS, nothingComesOfIt } from "./lib/token-faults.mjs";
+import { world } from "./lib/world.mjs";
 
 /** Hosts at a time, each on a display of its own: they sleep most of the time. */
 const WORKERS = 6;
@@ -20,7 +21,6 @@ const digest = createHash("sha256").update(TEXT).digest();
 // The hash of an IT return is the Base64 of the Base64 of the digest, and the CKA_ID of its key.
 const itHash = Buffer.from(digest.toString("base64")).toString("base64");
 
-const world = World.forThisFile(product);
 const desktops = [];
 let certificate;
 

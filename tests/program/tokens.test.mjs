@@ -3,17 +3,13 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import {
-  BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, makeSignedPdf, NORMAL_END, SoftToken, World,
-} from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
+import { BINARY_ID, bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, makeSignedPdf, NORMAL_END, SoftToken } from "../lib/kit.mjs";
 import { nss } from "../lib/token/nss.mjs";
 import { noOpencryptoki, opencryptoki } from "../lib/token/opencryptoki.mjs";
 import { asUser } from "../lib/token/private-token.mjs";
 import { noReader, smartCard } from "../lib/token/smart-card/reader.mjs";
 import { tpm2 } from "../lib/token/tpm2.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 /** A SoftHSM token with one certificate. */
 async function softhsm(folder) {

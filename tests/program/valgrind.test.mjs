@@ -6,10 +6,8 @@ import { join } from "node:path";
 import { test } from "node:test";
 import { fileURLToPath } from "node:url";
 
-import { bytesOf, CHOOSE, NORMAL_END, World } from "../lib/kit.mjs";
-import { product } from "../lib/quillmark.mjs";
-
-const world = World.forThisFile(product);
+import { bytesOf, CHOOSE, NORMAL_END } from "../lib/kit.mjs";
+import { world } from "./lib/world.mjs";
 
 const SLOW = { timeout: 240_000 };
 

@@ -7,10 +7,9 @@ import { before, test } from "node:test";
 
 import { bin, product } from "../lib/quillmark.mjs";
 import {
-  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, PIN_TITLE, waitFor, WaylandDesktop, WINDOW_TITLE, World,
+  bytesOf, CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, NORMAL_END, PIN_TITLE, waitFor, WaylandDesktop, WINDOW_TITLE,
 } from "../lib/kit.mjs";
-
-const world = World.forThisFile(product);
+import { world } from "./lib/world.mjs";
 
 const screenshots = join(dirname(bin), "screenshots");
 const SELECTED_CARD = "cfe2fa";

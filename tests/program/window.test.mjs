@@ -5,9 +5,8 @@ import { dirname, join } from "node:path";
 import { test } from "node:test";
 
 import { bin, product } from "../lib/quillmark.mjs";
-import { runUnchecked, World } from "../lib/kit.mjs";
-
-const world = World.forThisFile(product);
+import { runUnchecked } from "../lib/kit.mjs";
+import { world } from "./lib/world.mjs";
 
 test("The window's tests pass", async () => {
   const env = { ...process.env, ...world.desktop.env };

@@ -6,16 +6,15 @@ import { access, readdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 
 import { run, runUnchecked, waitFor } from "../process.mjs";
-import { asUserInGroup, privateToken } from "./private-token.mjs";
+import { asUserInGroup, pkcs11Tool, privateToken, setUp } from "./private-token.mjs";
 
 const STORE = "/var/lib/opencryptoki/swtok";
 const sharedMemory = /^var\.lib\.opencryptoki/; // what all its programs know of its tokens
 const SLOT = "3"; // of the soft token, in Debian's opencryptoki.conf
 const SO_PIN = "87654321"; // of a token that nobody has set up
 const GROUP = "pkcs11";
-const LABEL = "Quillmark";
+const MODULE_FILE = "libopencryptoki.so"; // in p11-kit's own folder
 const PIN = "12345678";
-const ID = "00a1ff10";
 
 /** Why there can be no such token here; false when there can. */
 export const noOpencryptoki = await whyNot();
@@ -36,19 +35,10 @@ export async function opencryptoki(folder, world, cleanup) {
   await run("gpasswd", ["--add", "nobody", GROUP]);
   cleanup.add(() => run("gpasswd", ["--delete", "nobody", GROUP]));
 
-  const { stdout } = await run("pkg-config", ["--variable=p11_module_path", "p11-kit-1"]);
-  const module = join(stdout.toString().trim(), "libopencryptoki.so");
-  const tool = (...args) => run("pkcs11-tool", ["--module", module, ...args]);
+  const tool = await pkcs11Tool(MODULE_FILE);
   await waitFor("openCryptoki", () => tool("--list-slots").catch(() => false));
-  await tool("--init-token", "--slot", SLOT, "--label", LABEL, "--so-pin", SO_PIN);
-  const onToken = ["--token-label", LABEL, "--login"];
-  await tool(...onToken, "--login-type", "so", "--so-pin", SO_PIN, "--init-pin", "--new-pin", PIN);
-  await tool(...onToken, "--pin", PIN, "--keypairgen", "--key-type", "rsa:2048", "--id", ID);
-  const publicKey = join(folder, "public.der");
-  await tool("--token-label", LABEL, "--read-object", "--type", "pubkey", "--id", ID, "-o", publicKey);
-  const certificate = await world.authority.certify("opencryptoki", publicKey);
-  await tool(...onToken, "--pin", PIN, "--write-object", certificate.der, "--type", "cert", "--id", ID);
-  const token = await privateToken(folder, ["module: libopencryptoki.so"], { pin: PIN, certificate });
+  const certificate = await setUp(tool, folder, world.authority, { name: "opencryptoki", pin: PIN, soPin: SO_PIN, slot: ["--slot", SLOT] });
+  const token = await privateToken(folder, [`module: ${MODULE_FILE}`], { pin: PIN, certificate });
   return Object.assign(token, { wrapper: asUserInGroup(GROUP) });
 }
 

@@ -1,5 +1,7 @@
 // Tokens of modules that want a user's own p11-kit configuration, which root has none of.
 
+import { join } from "node:path";
+
 import { AS_NOBODY, NOBODY, run } from "../process.mjs";
 import { p11KitHome } from "./p11-kit.mjs";
 
@@ -25,4 +27,25 @@ export async function privateToken(folder, lines, { pin, certificate, env = {} }
   const home = await p11KitHome(folder, lines);
   if (isRoot) await run("chown", ["-R", `${NOBODY}:${NOBODY}`, folder]);
   return { pin, certificate, env: { ...home, ...env } };
+}
+
+/** pkcs11-tool on a module of p11-kit's own folder, as a function of its other arguments. */
+export async function pkcs11Tool(moduleFile, env = {}) {
+  const { stdout } = await run("pkg-config", ["--variable=p11_module_path", "p11-kit-1"]);
+  const module = join(stdout.toString().trim(), moduleFile);
+  return (...args) => run("pkcs11-tool", ["--module", module, ...args], { env: { ...process.env, ...env } });
+}
+
+/** Sets a token up by such a function: gives it a PIN, a key that it makes itself, and a certificate for that, which is returned. */
+export async function setUp(tool, folder, authority, { name, pin, soPin, slot = [] }) {
+  const [label, id] = ["Quillmark", "00a1ff10"];
+  const onToken = ["--token-label", label, "--login"];
+  await tool("--init-token", ...slot, "--label", label, "--so-pin", soPin);
+  await tool(...onToken, "--login-type", "so", "--so-pin", soPin, "--init-pin", "--new-pin", pin);
+  await tool(...onToken, "--pin", pin, "--keypairgen", "--key-type", "rsa:2048", "--id", id);
+  const publicKey = join(folder, "public.der");
+  await tool("--token-label", label, "--read-object", "--type", "pubkey", "--id", id, "-o", publicKey);
+  const certificate = await authority.certify(name, publicKey);
+  await tool(...onToken, "--pin", pin, "--write-object", certificate.der, "--type", "cert", "--id", id);
+  return certificate;
 }
