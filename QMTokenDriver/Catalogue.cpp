@@ -182,6 +182,7 @@ void Catalogue::List(const std::vector<Token*>& present) {
     ListLog log;
     const std::time_t now = std::time(nullptr);
     std::vector<OfToken> tokens;
+    tokens.reserve(present.size());
     for (Token* token : present)
         tokens.push_back(Judge(*token, now, log));
     if (std::any_of(tokens.begin(), tokens.end(), [](const OfToken& token) { return token.HasOffer(); }))

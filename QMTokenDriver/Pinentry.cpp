@@ -42,15 +42,18 @@ constexpr unsigned long kErrorCode = 0xffff;
 /// Lines before an answer: comments and status.
 constexpr int kMaxLines = 100;
 
-bool IsSet(const char* variable) {
+/// The value of an environment variable; empty when it is not set.
+std::string_view Environment(const char* variable) {
     const char* value = std::getenv(variable);
-    return value != nullptr && *value != '\0';
+    return value == nullptr ? std::string_view() : value;
 }
 
+bool IsSet(const char* variable) { return !Environment(variable).empty(); }
+
 std::string PathOfPinentry() {
-    std::istringstream folders(IsSet("PATH") ? std::getenv("PATH") : "/usr/bin:/bin");
+    std::istringstream folders(IsSet("PATH") ? std::string(Environment("PATH")) : "/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string path = folder + "/pinentry";
+        std::string path = folder + "/pinentry";
         if (folder.starts_with('/') && faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0)
             return path;
     }
@@ -197,7 +200,7 @@ void SetOptions(Pinentry& pinentry) {
     for (const auto& [option, variable] :
          {std::pair{"ttyname", "GPG_TTY"}, {"ttytype", "TERM"}, {"lc-ctype", "LANG"}, {"display", "DISPLAY"}})
         if (IsSet(variable))
-            pinentry.Says(std::string("OPTION ") + option + "=" + Escaped(std::getenv(variable)));
+            pinentry.Says(std::string("OPTION ") + option + "=" + Escaped(Environment(variable)));
 }
 
 CK_RV CannotAsk(const SeenToken& token, const std::string& reason) {

@@ -11,7 +11,7 @@ namespace tokendriver {
 /// token and its serial number, and says when one try is left. The PIN goes through a socket: never into a
 /// file, an argument, the environment or a log.
 ///
-/// The program is the first `pinentry` in PATH. Without one, or with neither a display nor a terminal
+/// The command is the first `pinentry` in PATH. Without one, or with neither a display nor a terminal
 /// (GPG_TTY) to ask on: CKR_USER_NOT_LOGGED_IN. Cancelled, nothing typed, or not within the time:
 /// CKR_FUNCTION_CANCELED.
 CK_RV AskByPinentry(const SeenToken& token, KeptPin& pin);

@@ -32,6 +32,10 @@ test("Another card gets no PIN that was not typed for it", { skip }, async (t) =
   await noPinReaches(t, "Ravi Iyer");
 });
 
+test("The same person's new card gets no PIN that was not typed for it", { skip }, async (t) => {
+  await noPinReaches(t, "Asha Rao");
+});
+
 // OpenSC does not get over the end of the service: until the process ends, each login is CKR_GENERAL_ERROR (0.23, 0.26).
 test("The card service stopped and started: no signature without it, and the next program signs", { skip }, async (t) => {
   const { host, reader, token, card } = await afterOneSignature(t);
