@@ -118,7 +118,10 @@ async function refuse(i, cause) {
 // Shown is the file as it will be, with the field for the signature: what is drawn and what is signed cannot differ in more than
 // the name and the time.
 let opening = Promise.resolve();
-const openInTurn = (...args) => (opening = opening.then(() => open(...args)).catch(fail));
+function openInTurn(...args) {
+  element("pages").ariaBusy = "true"; // until what was asked for is drawn, nothing is signed
+  return (opening = opening.then(() => open(...args)).catch(fail));
+}
 
 async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
@@ -126,8 +129,8 @@ async function open(i, { keepsPlace = false } = {}) {
   if (!keepsPlace) showAbout(document);
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
-  shown = i;
   await view.show(drawn, { keepsPlace });
+  shown = i;
   // What is in sight has changed, and the user has to see it.
   arming?.restart();
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);

@@ -6,13 +6,14 @@
 import {
   PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef,
 } from "../../libraries/pdf-lib.js";
-import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES } from "../limits.js";
+import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES, MAX_PDF_STREAM_BYTES } from "../limits.js";
 import { orRefuse, refusal } from "./refusal.js";
 import { inflated } from "./streams.js";
 
 export const name = (text) => PDFName.of(text);
 
 const DAMAGED = "it is damaged. Open it in the program that it comes from, and save it anew.";
+const HIDDEN = "it has parts that some readers show and others do not. Save it anew in the program that it comes from.";
 const CUT_SHORT = "its end is missing, or something stands behind it. Download it or export it once more.";
 
 // Where readers look for the head and the end (ISO 32000-1, annex H.3).
@@ -29,7 +30,11 @@ export class PdfFile {
   #entries = new Map();
   #objects = new Map();
   #streams = new Map();
+  /** By the place of a table's stream for newer readers: the numbers that are free in the table. */
+  #hiddenIn = new Map();
   #pages;
+  #unpacked = 0;
+  #highest = 0;
   context = PDFContext.create();
 
   /** Reads the bytes of a file. Throws DOCUMENT_REFUSED for one that cannot be extended. */
@@ -37,6 +42,7 @@ export class PdfFile {
     this.bytes = bytes;
     if (bytes.length > MAX_PDF_BYTES) throw refusal(`it is larger than ${MAX_PDF_BYTES / 1024 / 1024} MiB.`);
     checkHead(bytes);
+    checkLinearization(bytes);
     this.startxref = startxrefOf(bytes);
     orRefuse(DAMAGED, () => this.#readSections());
     if (this.trailer.has(name("Encrypt"))) throw refusal("it is encrypted. Save it without a password or restrictions first.");
@@ -45,7 +51,7 @@ export class PdfFile {
 
   /** The number that a new object may have. */
   get size() {
-    return Math.max(0, ...this.#entries.keys()) + 1;
+    return this.#highest + 1;
   }
 
   /** The numbers of all objects in use. */
@@ -57,6 +63,9 @@ export class PdfFile {
   get(object) {
     for (let hops = 0; object instanceof PDFRef; hops++) {
       if (hops > 20) throw refusal(DAMAGED);
+      const entry = this.#entries.get(object.objectNumber);
+      // Readers differ in what they make of another generation: some search the file for it.
+      if (entry && (entry.generation ?? 0) !== object.generationNumber) throw refusal(DAMAGED);
       object = this.#load(object.objectNumber);
     }
     return object;
@@ -82,15 +91,15 @@ export class PdfFile {
   #load(number) {
     if (!this.#objects.has(number)) {
       const entry = this.#entries.get(number);
-      const object = entry && orRefuse(DAMAGED, () => (entry.stream ? this.#inStream(entry) : this.#at(entry.offset, number)));
+      const object = entry && orRefuse(DAMAGED, () => (entry.stream ? this.#inStream(entry) : this.#at(entry.offset, { number, generation: entry.generation })));
       this.#objects.set(number, object ?? undefined);
     }
     return this.#objects.get(number);
   }
 
-  #at(offset, number) {
+  #at(offset, entry) {
     const head = /^\s*(\d+)\s+(\d+)\s+obj\b/.exec(latin1(this.bytes.subarray(offset, offset + 64)));
-    if (!head || (number !== undefined && Number(head[1]) !== number)) throw refusal(DAMAGED);
+    if (!head || (entry && (Number(head[1]) !== entry.number || Number(head[2]) !== entry.generation))) throw refusal(DAMAGED);
     return this.#parse(this.bytes.subarray(offset + head[0].length));
   }
 
@@ -108,8 +117,10 @@ export class PdfFile {
   #openStream(number) {
     const entry = this.#entries.get(number);
     if (!entry || entry.stream) throw refusal(DAMAGED);
-    const stream = this.#at(entry.offset, number);
+    const stream = this.#at(entry.offset, { number, generation: entry.generation });
     const content = inflated(stream, this);
+    this.#unpacked += content.length;
+    if (this.#unpacked > MAX_PDF_STREAM_BYTES) throw refusal("its parts are larger than those of a document.");
     const first = this.member(stream.dict, "First", PDFNumber).asNumber();
     const pairs = latin1(content.subarray(0, first)).trim().split(/\s+/).map(Number);
     return { content, offsets: pairs.filter((_, i) => i % 2 === 1).map((offset) => first + offset) };
@@ -124,8 +135,10 @@ export class PdfFile {
       const offset = sections.shift();
       if (seen.has(offset) || seen.size > SEARCHED || !(offset >= 0 && offset < this.bytes.length)) throw refusal(DAMAGED);
       seen.add(offset);
-      const dictionary = this.#readSection(offset);
+      const { dictionary, free } = this.#readSection(offset);
       this.trailer ??= dictionary;
+      const hidden = dictionary.get(name("XRefStm"))?.asNumber();
+      if (hidden !== undefined) this.#hiddenIn.set(hidden, free);
       // A table's stream for newer readers comes before older sections (7.5.8.4).
       sections.unshift(...["XRefStm", "Prev"].flatMap((key) => dictionary.get(name(key))?.asNumber() ?? []));
     }
@@ -134,11 +147,12 @@ export class PdfFile {
   #readSection(offset) {
     const isTable = /^\s*xref\b/.test(latin1(this.bytes.subarray(offset, offset + 64)));
     if (!this.trailer) this.hasXrefStream = !isTable;
-    return isTable ? this.#readTable(offset) : this.#readStream(offset);
+    return isTable ? this.#readTable(offset) : { dictionary: this.#readStream(offset), free: new Set() };
   }
 
   // 7.5.4
   #readTable(offset) {
+    const free = new Set();
     let at = offset + /^\s*xref\s+/.exec(latin1(this.bytes.subarray(offset, offset + 64)))[0].length;
     for (;;) {
       const line = latin1(this.bytes.subarray(at, at + 64));
@@ -148,13 +162,14 @@ export class PdfFile {
       const [first, count] = [Number(head[1]), Number(head[2])];
       this.#checkNumber(first + count);
       for (let i = 0; i < count; i++) {
-        const entry = /^\s*(\d{10}) (\d{5}) ([nf])\s*/.exec(latin1(this.bytes.subarray(at, at + 24)));
+        const entry = /^\s*(\d{10}) (\d{5}) ([nf])(?:\s+|$)/.exec(latin1(this.bytes.subarray(at, at + 24)));
         at += entry[0].length;
+        if (entry[3] === "f") free.add(first + i);
         this.#note(first + i, entry[3] === "n" ? { offset: Number(entry[1]), generation: Number(entry[2]) } : null);
       }
     }
     const trailer = /^\s*trailer\s*/.exec(latin1(this.bytes.subarray(at, at + 64)));
-    return this.#parse(this.bytes.subarray(at + trailer[0].length));
+    return { dictionary: this.#parse(this.bytes.subarray(at + trailer[0].length)), free };
   }
 
   // 7.5.8
@@ -176,7 +191,11 @@ export class PdfFile {
       this.#checkNumber(index[i] + index[i + 1]);
       for (let number = index[i]; number < index[i] + index[i + 1]; number++) {
         const [type, second, third] = [field(widths[0], 1), field(widths[1], 0), field(widths[2], 0)];
-        this.#note(number, [null, { offset: second, generation: third }, { stream: second, index: third }][type] ?? null);
+        // What a reader makes of other types is its own.
+        if (type > 2) throw refusal(DAMAGED);
+        // Objects that only newer readers see: others show another document.
+        if (type > 0 && this.#hiddenIn.get(offset)?.has(number)) throw refusal(HIDDEN);
+        this.#note(number, [null, { offset: second, generation: third }, { stream: second, index: third }][type]);
       }
     }
     return stream.dict;
@@ -187,6 +206,7 @@ export class PdfFile {
   }
 
   #note(number, entry) {
+    this.#highest = Math.max(this.#highest, number);
     if (!this.#entries.has(number)) this.#entries.set(number, entry);
   }
 
@@ -224,6 +244,16 @@ function checkHead(bytes) {
   if (/^%PDF-[12]\.\d/.test(head)) return;
   if (head.includes("%PDF-")) throw refusal("something stands before its beginning. Export it once more.");
   throw refusal("it is no PDF document.");
+}
+
+// Readers take a file whose first object says that it is linearised, and as long as it is, from its begin instead of its end
+// (annex F). With the signature behind it a file is longer than it was: what promises a greater length than the present one
+// would be read in another way then.
+function checkLinearization(bytes) {
+  const first = /^[^]*?\bobj\b([^]*?)(?:\bendobj\b|$)/.exec(latin1(bytes.subarray(0, 4 * SEARCHED)))?.[1] ?? "";
+  const plain = first.replace(/#([0-9a-fA-F]{2})/g, (_, code) => String.fromCharCode(parseInt(code, 16)));
+  const promises = (plain.match(/\d+/g) ?? []).map(Number);
+  if (plain.includes("Linearized") && promises.some((number) => number > bytes.length)) throw refusal(DAMAGED);
 }
 
 function startxrefOf(bytes) {

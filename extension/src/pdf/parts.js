@@ -14,9 +14,9 @@ const PARTS = [
   },
   {
     words: "actions that start programs or send the form away",
-    isIt: (file, each) => isOneOf(file, each, "S", ["Launch", "SubmitForm", "ImportData", "GoToR", "GoToE"]),
+    isIt: (file, each) => isOneOf(file, each, "S", ["Launch", "SubmitForm", "ImportData", "GoToR", "GoToE", "Hide", "SetOCGState", "Sound"]),
   },
-  { words: "layers, which can be hidden or shown", isIt: (file, each) => isOneOf(file, each, "Type", ["OCG"]) },
+  { words: "layers, which can be hidden or shown", isIt: (file, each) => isOneOf(file, each, "Type", ["OCG", "OCMD"]) || each.has(name("OCGs")) || each.has(name("OC")) },
   {
     words: "form fields, whose content can be changed",
     isIt: (file, each) => isOneOf(file, each, "FT", ["Tx", "Btn", "Ch"]),
@@ -26,6 +26,7 @@ const PARTS = [
     words: "films, sounds or three-dimensional pictures",
     isIt: (file, each) => isOneOf(file, each, "Subtype", ["Movie", "Sound", "Screen", "RichMedia", "3D"]),
   },
+  { words: "notes whose text is not on the page", isIt: (file, each) => isOneOf(file, each, "Subtype", ["Text", "Popup"]) && each.has(name("Rect")) },
   { words: "notes that are hidden", isIt: (file, each) => isHiddenNote(file, each) },
   { words: "pictures with another version for printing", isIt: (file, each) => each.has(name("Alternates")) },
   {

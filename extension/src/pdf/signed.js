@@ -48,9 +48,11 @@ export function checkPermitted(file) {
 /** The fields that are signed, and their signatures: [{field, value}]. */
 function signedFields(file) {
   const found = [];
+  const seen = new Set();
   const visit = (given, inherited, depth) => {
     const field = file.get(given);
-    if (!(field instanceof PDFDict)) return;
+    if (!(field instanceof PDFDict) || seen.has(field)) return;
+    seen.add(field);
     if (depth > MAX_DEPTH || found.length > MAX_SIGNATURES) throw refusal("it has more form fields than a document has.");
     const type = file.member(field, "FT", PDFName) ?? inherited;
     const value = type === name("Sig") && file.member(field, "V", PDFDict);
