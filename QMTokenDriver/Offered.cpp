@@ -157,18 +157,11 @@ std::vector<FoundCertificate> ReadCertificates(const ModuleSession& session,
     return found;
 }
 
-std::vector<PrivateKey> ReadPrivateKeys(const ModuleSession& session, const std::vector<PrivateKey>& known) {
-    std::map<CK_OBJECT_HANDLE, const PrivateKey*> read;
-    for (const PrivateKey& one : known)
-        read.emplace(one.object, &one);
+std::vector<PrivateKey> ReadPrivateKeys(const ModuleSession& session) {
     CK_OBJECT_CLASS key = CKO_PRIVATE_KEY;
     CK_ATTRIBUTE wanted{CKA_CLASS, &key, sizeof key};
     std::vector<PrivateKey> keys;
     for (const CK_OBJECT_HANDLE object : session.Find({&wanted, 1})) {
-        if (const auto before = read.find(object); before != read.end()) {
-            keys.push_back(*before->second);
-            continue;
-        }
         const auto values = session.Values(object, {CKA_ID, CKA_MODULUS, CKA_KEY_TYPE, CKA_SIGN});
         std::string objection;
         if (NumberIn<CK_KEY_TYPE>(values[2]).value_or(CKK_RSA) != CKK_RSA)

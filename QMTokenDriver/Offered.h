@@ -87,10 +87,8 @@ struct PrivateKey {
     std::string objection; ///< why it makes no RSA signatures; empty: it does
 };
 
-/// The private keys that can be seen: most tokens show them after login only. `known` ones, of the same
-/// visit, are not read again. Throws Pkcs11Error.
-std::vector<PrivateKey> ReadPrivateKeys(const ModuleSession& session,
-                                        const std::vector<PrivateKey>& known = {});
+/// The private keys that can be seen: most tokens show them after login only. Throws Pkcs11Error.
+std::vector<PrivateKey> ReadPrivateKeys(const ModuleSession& session);
 
 /// Why none of these keys, seen by one who is logged in, signs for the certificate; empty when one does.
 std::string KeyObjection(const std::vector<PrivateKey>& keys, const Certificate& certificate);

@@ -102,7 +102,7 @@ public:
             close(socket_);
         if (process_ <= 0)
             return;
-        kill(process_, SIGTERM);
+        kill(process_, SIGKILL); // it is done, or it hangs: nothing of it is worth waiting for
         while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR)
             continue;
     }

@@ -59,7 +59,7 @@ void Token::FoundIn(PluggedToken plugged) {
     seen_ = plugged.seen;
     certificates_ = std::move(plugged.certificates);
     session_ = std::move(plugged.session);
-    keys_.clear();
+    keys_.reset();
     ++sessionNumber_;
     ++visit_;
     LoginAgain();
@@ -69,7 +69,18 @@ void Token::ReadAgain() {
     std::vector<FoundCertificate> now = ReadCertificates(Session(), certificates_);
     if (HoldsUsers(certificates_) && !Knows(now)) // exchanged, and the module has kept the session
         throw Pkcs11Error(CKR_DEVICE_REMOVED);
+    const auto isSame = [](const FoundCertificate& one, const FoundCertificate& other) {
+        return one.object == other.object && one.certificate == other.certificate;
+    };
+    if (!std::equal(now.begin(), now.end(), certificates_.begin(), certificates_.end(), isSame))
+        keys_.reset();
     certificates_ = std::move(now);
+}
+
+const std::vector<PrivateKey>& Token::ReadKeys() {
+    if (!keys_)
+        keys_ = ReadPrivateKeys(Session());
+    return *keys_;
 }
 
 ModuleSession& Token::Session() {
@@ -113,6 +124,7 @@ bool Token::LookAgain() {
 
 CK_RV Token::Login(CK_USER_TYPE user, std::span<CK_UTF8CHAR> pin) {
     LookAgain();
+    ReadAgain(); // alike in name and number is not yet the same
     // PKCS#11 section 5.6: where the token has a protected authentication path, the PIN pointer is null.
     if (HasPinPad())
         pin = {};

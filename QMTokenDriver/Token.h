@@ -64,8 +64,9 @@ public:
     /// Reads its certificates again. Throws Pkcs11Error, also when the token is gone.
     void ReadAgain();
 
-    /// The private keys that show in this visit. Throws Pkcs11Error.
-    const std::vector<PrivateKey>& ReadKeys() { return keys_ = ReadPrivateKeys(Session(), keys_); }
+    /// The private keys that show to the user who is logged in: read once in a visit, and again when the
+    /// certificates have changed. Throws Pkcs11Error.
+    const std::vector<PrivateKey>& ReadKeys();
 
     /// The driver's session. Throws Pkcs11Error when the token is away.
     ModuleSession& Session();
@@ -119,7 +120,7 @@ private:
     SeenToken seen_;
     std::unique_ptr<ModuleSession> session_;
     std::vector<FoundCertificate> certificates_;
-    std::vector<PrivateKey> keys_; ///< read in this visit
+    std::optional<std::vector<PrivateKey>> keys_; ///< of this visit, once they were read
     FindToken findToken_;
     unsigned visit_ = 1;
     unsigned sessionNumber_ = 1;

@@ -19,7 +19,7 @@
 
 namespace {
 
-template <typename Result>
+template <class Result>
 Result Checked(const char* what, Result result) {
     if (!result) {
         ERR_print_errors_fp(stderr);

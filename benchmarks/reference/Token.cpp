@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-template <typename Function>
+template <class Function>
 Function ReferenceToken::Resolve(const char* name) {
     void* const symbol = dlsym(handle_, name);
     if (!symbol)
@@ -13,7 +13,7 @@ Function ReferenceToken::Resolve(const char* name) {
     return reinterpret_cast<Function>(symbol);
 }
 
-template <typename Function, typename... Arguments>
+template <class Function, class... Arguments>
 void ReferenceToken::Call(const char* name, Function function, Arguments... arguments) {
     if (const CK_RV result = function(arguments...); result != CKR_OK) {
         char text[80];
@@ -51,7 +51,7 @@ void ReferenceToken::Login(CK_USER_TYPE user, const std::string& pin) {
          CK_ULONG{copy.size()});
 }
 
-template <typename Each>
+template <class Each>
 void ReferenceToken::Find(std::vector<CK_ATTRIBUTE> search, Each&& each) {
     Call("C_FindObjectsInit", findObjectsInit_, session_, search.data(), CK_ULONG{search.size()});
     for (bool more = true; more;) {

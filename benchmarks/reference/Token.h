@@ -23,14 +23,14 @@ public:
     void Create(std::vector<CK_ATTRIBUTE> attributes);
 
 private:
-    template <typename Function, typename... Arguments>
+    template <class Function, class... Arguments>
     void Call(const char* name, Function function, Arguments... arguments);
 
     /// Searches, and calls `each` with every object found, until it says no.
-    template <typename Each>
+    template <class Each>
     void Find(std::vector<CK_ATTRIBUTE> search, Each&& each);
 
-    template <typename Function>
+    template <class Function>
     Function Resolve(const char* name);
 
     void* handle_;

@@ -17,7 +17,7 @@ inline double Median(std::vector<double> values) {
 /// Calls both in turn, `warmUp` times for nothing and then `pairs` times (an odd number) for the medians of
 /// what they return. Who goes first changes from pair to pair, so that neither always meets the other's
 /// leavings.
-template <typename Ours, typename Reference>
+template <class Ours, class Reference>
 Medians MeasureInTurn(int warmUp, int pairs, Ours&& ours, Reference&& reference) {
     std::vector<double> oursValues, referenceValues;
     for (int i = -warmUp; i < pairs; ++i) {

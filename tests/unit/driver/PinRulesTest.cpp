@@ -14,6 +14,17 @@ protected:
 
 } // namespace
 
+class ExchangedTokenTest : public DriverFixture {};
+
+TEST_F(ExchangedTokenTest, WhoseModuleHasKeptTheSession_IsNotGivenThePin) {
+    FakeTokenState& token = OpenFake("exchanged-and-keeps-its-session");
+    ListCertificates();
+    std::string pin = "1234";
+    EXPECT_NE(Driver().Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR*>(pin.data()), pin.size()),
+              CKR_OK);
+    EXPECT_TRUE(token.pinsTried.empty());
+}
+
 TEST_P(PinRulesTest, AtALoginAfterAPull_ThePinIsForgotten) {
     FakeTokenState& token = AddFake("works");
     GetReadyToSign();
