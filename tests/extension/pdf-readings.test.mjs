@@ -1,0 +1,70 @@
+// Documents that one reader draws otherwise than another: nobody knows what somebody signs who sees one of them.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+
+import { facts } from "./pdf/sign.mjs";
+
+const PAGE = {
+  1: "<< /Type /Catalog /Pages 2 0 R >>",
+  2: "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+  3: "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 300 300] >>",
+};
+
+/** A document of these objects, of which `free` are free in the table; `hidden` has rows for newer readers: [number, type]. */
+function document(objects, { free = [], hidden = null } = {}) {
+  let text = "%PDF-1.7\n";
+  const places = new Map();
+  const add = (number, body) => {
+    places.set(Number(number), text.length);
+    text += `${number} 0 obj\n${body}\nendobj\n`;
+  };
+  for (const [number, body] of Object.entries({ ...PAGE, ...objects })) add(number, body);
+  const size = Math.max(...places.keys()) + 2;
+  let more = "";
+  if (hidden) {
+    const rows = hidden.flatMap(([number, type]) => [type, places.get(number) >> 8, places.get(number) & 255, 0]);
+    const index = hidden.map(([number]) => `${number} 1`).join(" ");
+    more = `/XRefStm ${text.length}`;
+    add(size - 1, `<< /Type /XRef /W [1 2 1] /Index [${index}] /Size ${size} /Root 1 0 R /Length ${rows.length} >>\nstream\n` +
+      `${String.fromCharCode(...rows)}\nendstream`);
+  }
+  const at = text.length;
+  const row = (number) => {
+    const isUsed = places.has(number) && !free.includes(number);
+    return `${String(isUsed ? places.get(number) : 0).padStart(10, "0")} ${isUsed ? "00000 n" : "65535 f"} \n`;
+  };
+  const table = Array.from({ length: size }, (_, number) => row(number)).join("");
+  return Buffer.from(`${text}xref\n0 ${size}\n${table}trailer\n<< /Size ${size} /Root 1 0 R ${more} >>\nstartxref\n${at}\n%%EOF\n`, "latin1");
+}
+
+const isRefused = (bytes) => assert.rejects(facts(bytes), { code: "DOCUMENT_REFUSED" });
+const isRead = async (bytes) => assert.equal((await facts(bytes)).pages, 1);
+
+test("A document that promises to be longer than it is, and so to be read from its begin once it is signed, is refused", async () => {
+  const linearised = (name, length) => document({ 1: `<< /${name} 1 /L ${length} /Type /Catalog /Pages 2 0 R >>` });
+  for (const name of ["Linearized", "Line#61rized"]) await isRefused(linearised(name, 99_999));
+  await isRead(linearised("Linearized", 100));
+  await isRead(document({ 4: "<< /L 99999 >>" }));
+});
+
+test("An object that only newer readers see is refused, and one that both see is not", async () => {
+  const objects = { 4: "<< /Some /Thing >>" };
+  await isRefused(document(objects, { free: [4], hidden: [[4, 1]] }));
+  await isRead(document(objects, { hidden: [[4, 1]] }));
+});
+
+test("An entry of a kind that nobody knows is refused", async () => {
+  await isRefused(document({ 4: "<< /Some /Thing >>" }, { hidden: [[4, 3]] }));
+});
+
+test("A reference to another generation than the cross-reference has is refused", async () => {
+  await isRead(document({}));
+  await isRefused(document({ 2: "<< /Type /Pages /Kids [3 1 R] /Count 1 >>" }));
+});
+
+test("Form fields that branch into the same ones again and again are read once", async () => {
+  const layer = (number) => `<< /T (a) /Kids [${`${number + 1} 0 R `.repeat(10)}] >>`;
+  const layers = Object.fromEntries(Array.from({ length: 15 }, (_, i) => [i + 4, layer(i + 4)]));
+  await isRead(document({ 1: "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [4 0 R] >> >>", ...layers, 19: "<< /T (b) >>" }));
+});
