@@ -59,10 +59,10 @@ Number ReadNumber(const Bytes& value) {
 
 } // namespace
 
-std::string HexText(const CK_BYTE* bytes, std::size_t length) {
+std::string HexText(std::span<const CK_BYTE> bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text(2 * length, '\0');
-    for (std::size_t i = 0; i < length; ++i) {
+    std::string text(2 * bytes.size(), '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
         text[2 * i] = kDigits[bytes[i] >> 4];
         text[2 * i + 1] = kDigits[bytes[i] & 15];
     }
@@ -106,8 +106,8 @@ void SearchTemplate::Add(const CK_ATTRIBUTE& given) {
         matchesNothing_ = matchesNothing_ || !raw;
         entry.value = raw.value_or(Bytes{});
         id_ = raw;
-        idText_ = raw ? HexText(raw->data(), raw->size())
-                      : std::string(bytes, std::find(bytes, bytes + given.ulValueLen, CK_BYTE{0}));
+        idText_ =
+            raw ? HexText(*raw) : std::string(bytes, std::find(bytes, bytes + given.ulValueLen, CK_BYTE{0}));
     } else if (IsNumber(given.type) && given.ulValueLen == sizeof(std::uint32_t)) {
         const CK_ULONG wide = ReadNumber<std::uint32_t>(entry.value);
         entry.value.resize(sizeof wide);
@@ -219,7 +219,7 @@ CK_RV ReadAttributes(CK_FUNCTION_LIST& module, CK_SESSION_HANDLE session, CK_OBJ
             std::string text(2 * length, '0'); // as long as it is, when that alone was asked for
             if (wanted[i].pValue != nullptr) {
                 id.raw.emplace(ids[i].raw.begin(), ids[i].raw.begin() + static_cast<std::ptrdiff_t>(length));
-                text = HexText(id.raw->data(), length);
+                text = HexText(*id.raw);
             }
             if (AnswerAttribute(wanted[i], BytesOf(id.text ? *id.text : text)) != CKR_OK)
                 answer = CKR_BUFFER_TOO_SMALL;

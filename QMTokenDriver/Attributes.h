@@ -30,7 +30,7 @@ inline std::span<const CK_BYTE> BytesOf(const std::string& text) {
 }
 
 /// "0A1B" for the bytes 0a 1b; empty for none.
-std::string HexText(const CK_BYTE* bytes, std::size_t length);
+std::string HexText(std::span<const CK_BYTE> bytes);
 
 /// The bytes that hex text (of either case) of `length` characters stands for, with or without one
 /// terminating zero byte; nothing when it is no hex.

@@ -14,14 +14,6 @@ namespace {
 /// Lines of the log for one list: a token may hold thousands of certificates.
 constexpr std::size_t kMaxLinesOfAList = 20;
 
-/// What may go wrong with one token and leave the others as they are.
-template <class Call>
-CK_RV Try(Call call) {
-    return AnswerOf(call);
-}
-
-std::string HexOf(const Bytes& bytes) { return HexText(bytes.data(), bytes.size()); }
-
 /// Why the list is as it is.
 class ListLog {
 public:
@@ -60,17 +52,18 @@ struct OfToken {
 /// A token's certificates without those that are left out.
 OfToken Judge(Token& token, std::time_t now, ListLog& log) {
     OfToken judged{&token, {}};
-    std::vector<PrivateKey> keys;
-    const bool showsKeys = token.IsLoggedIn() && Try([&] {
-                                                     keys = token.ReadKeys();
-                                                     return CKR_OK;
-                                                 }) == CKR_OK;
+    const std::vector<PrivateKey>* keys = nullptr; // where they show, and can be read
+    if (token.IsLoggedIn())
+        AnswerOf([&] {
+            keys = &token.ReadKeys();
+            return CKR_OK;
+        });
     for (const FoundCertificate& found : token.Certificates()) {
         Offer offer = found.certificate->Offered(now);
-        if (showsKeys && offer.IsOffered())
-            offer.LeaveOut(KeyObjection(keys, *found.certificate));
+        if (keys != nullptr && offer.IsOffered())
+            offer.LeaveOut(KeyObjection(*keys, *found.certificate));
         if (offer.standing == Standing::LeftOut)
-            log.Add("left out: id " + HexOf(found.certificate->Id()) + " on the token " + token.Name() +
+            log.Add("left out: id " + HexText(found.certificate->Id()) + " on the token " + token.Name() +
                     ", " + offer.ReasonsText());
         else
             judged.certificates.push_back({{&token, found.object, found.certificate, {}}, std::move(offer)});
@@ -102,7 +95,7 @@ std::vector<Token*> Catalogue::LookAround() {
     std::vector<Token*> present;
     CK_RV failure = tokens_.empty() ? CKR_TOKEN_NOT_PRESENT : CKR_DEVICE_REMOVED;
     for (const SeenToken& place : seen) {
-        const CK_RV answer = Try([&] {
+        const CK_RV answer = AnswerOf([&] {
             present.push_back(Recognise(place, present));
             return CKR_OK;
         });
@@ -126,7 +119,7 @@ Token* Catalogue::Recognise(const SeenToken& seen, const std::vector<Token*>& pr
     for (const std::unique_ptr<Token>& token : tokens_) {
         if (!token->IsHere() || !token->IsAt(seen))
             continue;
-        const CK_RV answer = Try([&] {
+        const CK_RV answer = AnswerOf([&] {
             token->ReadAgain();
             return CKR_OK;
         });
@@ -166,7 +159,7 @@ std::optional<PluggedToken> Catalogue::FindLost(Token& lost) {
                 return token.get() != &lost && token->IsHere() && token->IsAt(place);
             });
         std::optional<PluggedToken> plugged;
-        if (isAnothers || Try([&] {
+        if (isAnothers || AnswerOf([&] {
                               plugged.emplace(place);
                               return CKR_OK;
                           }) != CKR_OK)
@@ -209,7 +202,7 @@ void Catalogue::List(const std::vector<Token*>& present) {
 std::string Catalogue::IdTextOf(const ListedCertificate& listed) {
     const Bytes& id = listed.certificate->Id();
     const auto [place, isNew] =
-        idTexts_.try_emplace({listed.token, id, listed.certificate->Der()}, HexOf(id));
+        idTexts_.try_emplace({listed.token, id, listed.certificate->Der()}, HexText(id));
     if (isNew)
         if (const unsigned times = ++timesGiven_[id]; times > 1)
             place->second += "-" + std::to_string(times);

@@ -25,9 +25,7 @@ std::vector<CK_OBJECT_HANDLE> Candidates(GivenObject& object) {
     std::vector<CK_OBJECT_HANDLE> found;
     if (object.objectClass == CKO_CERTIFICATE && object.certificate) {
         for (const FoundCertificate& one : object.token->Certificates())
-            if (one.certificate == object.certificate ||
-                (one.certificate->Id() == object.certificate->Id() &&
-                 one.certificate->Der() == object.certificate->Der()))
+            if (*one.certificate == *object.certificate)
                 found.push_back(one.object);
         return found;
     }

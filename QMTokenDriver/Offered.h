@@ -48,6 +48,11 @@ public:
     const Bytes& Id() const { return id_; } ///< the raw CKA_ID
     const Bytes& Der() const { return der_; }
 
+    /// Whether it is the same object: the same id and value.
+    bool operator==(const Certificate& other) const {
+        return this == &other || (id_ == other.id_ && der_ == other.der_);
+    }
+
     /// Of its RSA key, without leading zero bytes; empty for other keys.
     const Bytes& Modulus() const { return modulus_; }
 

@@ -1,5 +1,6 @@
 #include "Pinentry.h"
 
+#include "Attributes.h"
 #include "TokenLog.h"
 
 #include <openssl/crypto.h>
@@ -62,14 +63,13 @@ std::string PathOfPinentry() {
 
 /// A text as an argument of an Assuan command.
 std::string Escaped(std::string_view text) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string escaped;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         if (character != '%' && byte >= 0x20)
             escaped += character;
         else
-            (((escaped += '%') += kDigits[byte >> 4]) += kDigits[byte & 15]);
+            escaped += '%' + HexText({&byte, 1});
     }
     return escaped;
 }

@@ -33,7 +33,7 @@ inline bool IsGone(CK_RV answer) {
 
 /// What `call` answers, or throws as a Pkcs11Error.
 template <class Call>
-CK_RV AnswerOf(Call& call) {
+CK_RV AnswerOf(Call&& call) {
     try {
         return call();
     } catch (const Pkcs11Error& error) {

@@ -22,8 +22,7 @@ bool IsIn(const std::vector<CK_OBJECT_HANDLE>& objects, CK_OBJECT_HANDLE object)
 CK_OBJECT_HANDLE ObjectOf(const ListedCertificate& listed) {
     const std::vector<FoundCertificate>& there = listed.token->Certificates();
     const auto found = std::find_if(there.begin(), there.end(), [&listed](const FoundCertificate& one) {
-        return one.certificate->Id() == listed.certificate->Id() &&
-               one.certificate->Der() == listed.certificate->Der();
+        return *one.certificate == *listed.certificate;
     });
     return found == there.end() ? 0 : found->object;
 }

@@ -59,7 +59,7 @@ void CheckSearch(FuzzedChoices& input) {
         const std::string before = ValueOf(given.attributes[i]);
         const std::string after = ValueOf(inside[i]);
         if (inside[i].type == CKA_ID) {
-            const std::string hex = HexText(static_cast<const CK_BYTE*>(inside[i].pValue), after.size());
+            const std::string hex = HexText({static_cast<const CK_BYTE*>(inside[i].pValue), after.size()});
             std::string asked = before.substr(0, hex.size());
             std::transform(asked.begin(), asked.end(), asked.begin(), [](char c) {
                 return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c;

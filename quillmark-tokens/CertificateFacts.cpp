@@ -44,8 +44,8 @@ std::optional<CertificateFacts> ReadCertificate(const Bytes& der) {
     return CertificateFacts{
         NameText(X509_get_subject_name(certificate.get())),
         NameText(X509_get_issuer_name(certificate.get())),
-        HexText(ASN1_STRING_get0_data(serial), static_cast<std::size_t>(ASN1_STRING_length(serial))),
-        HexText(thumbprint.data(), thumbprint.size()),
+        HexText({ASN1_STRING_get0_data(serial), static_cast<std::size_t>(ASN1_STRING_length(serial))}),
+        HexText(thumbprint),
         TimeText(X509_get0_notBefore(certificate.get())),
         TimeText(X509_get0_notAfter(certificate.get()))};
 }

@@ -41,7 +41,7 @@ void JudgeKey(const KeysSeen& seen, const Certificate& certificate, CertificateE
 
 CertificateEntry LookAtCertificate(const Certificate& certificate, const KeysSeen& keys) {
     CertificateEntry entry;
-    entry.id = HexText(certificate.Id().data(), certificate.Id().size());
+    entry.id = HexText(certificate.Id());
     entry.facts = ReadCertificate(certificate.Der());
     entry.offer = certificate.Offered(std::time(nullptr));
     JudgeKey(keys, certificate, entry);
@@ -64,8 +64,7 @@ bool Login(const ModuleSession& session, TokenEntry& token, const AskForPin& ask
 const ListedCertificate* InList(const Catalogue& catalogue, const SeenToken& seen,
                                 const Certificate& certificate) {
     for (const ListedCertificate& listed : catalogue.Certificates())
-        if (listed.token->IsAt(seen) && listed.certificate->Id() == certificate.Id() &&
-            listed.certificate->Der() == certificate.Der())
+        if (listed.token->IsAt(seen) && *listed.certificate == certificate)
             return &listed;
     return nullptr;
 }

@@ -86,7 +86,7 @@ const driver = {
   "Logins.h": ["KeptPin", "Token", pkcs11],
   "Logins.cpp": ["Pkcs11Error"],
   "Pinentry.h": ["KeptPin", "TokenScan", pkcs11],
-  "Pinentry.cpp": ["TokenLog", openssl, posix],
+  "Pinentry.cpp": ["Attributes", "TokenLog", openssl, posix],
   "Session.h": ["Attributes", "Catalogue", "GivenObjects", "Logins", pkcs11],
   "Session.cpp": ["CutShort", "Mechanisms", "Pkcs11Error", "TokenLog", openssl],
   "Driver.h": ["Backends", "Catalogue", "GivenObjects", "Logins", "Session", pkcs11],

@@ -37,8 +37,8 @@ std::string Number(CK_ULONG number) {
 
 TEST(HexText, IsUpperCaseWithTwoDigitsAByte) {
     const Bytes bytes = {0x00, 0x0a, 0xff};
-    EXPECT_EQ(HexText(bytes.data(), bytes.size()), "000AFF");
-    EXPECT_EQ(HexText(nullptr, 0), "");
+    EXPECT_EQ(HexText(bytes), "000AFF");
+    EXPECT_EQ(HexText({}), "");
 }
 
 TEST(HexText, IsReadBackWithAndWithoutATerminatingZero) {
