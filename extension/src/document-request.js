@@ -1,5 +1,6 @@
 /** How a request to sign documents is checked, and what its window is told of it. */
 
+import { isBase64 } from "./base64.js";
 import { MAX_ALL_PDF_BYTES, MAX_DOCUMENTS, MAX_PDF_BYTES } from "./limits.js";
 import { QuillmarkError } from "../quillmark.js";
 
@@ -69,7 +70,5 @@ function checkVisible(visible) {
   }
   return { page, x, y, width, height };
 }
-
-const isBase64 = (text) => /^[A-Za-z0-9+/]+={0,2}$/.test(text);
 
 const tooLarge = (detail) => new QuillmarkError("TOO_LARGE", { detail });

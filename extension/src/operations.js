@@ -14,6 +14,7 @@
  */
 
 import { MAX_GST_TEXT_BYTES, QuillmarkError } from "../quillmark.js";
+import { fromBase64, isBase64, toBase64 } from "./base64.js";
 import { certificateIn } from "./cms.js";
 import { checkDocuments } from "./document-request.js";
 import { digestOf, hex, sha256Hex } from "./digest.js";
@@ -62,7 +63,7 @@ const OPERATIONS = new Map(
       userChooses: true,
       signs: ({ text }) => sha256(text),
       certificate: async (request, result) => {
-        const certificate = certificateIn(bytesOf(result));
+        const certificate = certificateIn(fromBase64(result));
         return certificate && (await digestOf("SHA-1", certificate)).toUpperCase();
       },
     },
@@ -98,7 +99,7 @@ const OPERATIONS = new Map(
       check: ({ hash, certThumbPrint, hashAlgorithm }) => {
         const name = hashName(hashAlgorithm);
         checkText("hash", hash, MAX_PDF_DIGEST);
-        const digest = fromBase64("hash", hash);
+        const digest = decoded("hash", hash);
         if (digest.length !== DIGEST_BYTES.get(name)) {
           throw invalid(`hash has ${digest.length} bytes, a ${name} digest has ${DIGEST_BYTES.get(name)}.`);
         }
@@ -121,12 +122,12 @@ const OPERATIONS = new Map(
         "Only the document's digest is signed, so the document cannot be shown here. Read it on the site first.",
       shows: ({ hash, hashAlgorithm, certThumbPrint }) => ({
         facts: [
-          [`Digest (${hashAlgorithm})`, hex(bytesOf(hash))],
+          [`Digest (${hashAlgorithm})`, hex(fromBase64(hash))],
           ["Certificate (SHA-1 thumbprint)", certThumbPrint],
         ],
       }),
       userChooses: false,
-      signs: ({ hash, hashAlgorithm }) => ({ algorithm: hashAlgorithm, digest: hex(bytesOf(hash)) }),
+      signs: ({ hash, hashAlgorithm }) => ({ algorithm: hashAlgorithm, digest: hex(fromBase64(hash)) }),
       certificate: ({ certThumbPrint }) => certThumbPrint,
     },
 
@@ -192,17 +193,13 @@ function hashName(name = "SHA-256") {
   throw new QuillmarkError("UNSUPPORTED_HASH", { detail: `There is no hash algorithm ${shortly(name)} here.` });
 }
 
-function fromBase64(name, text) {
+function decoded(name, text) {
   try {
-    return bytesOf(text);
+    return fromBase64(text);
   } catch (cause) {
     throw new QuillmarkError("INVALID_ARGUMENT", { detail: `${name} is not Base64.`, cause });
   }
 }
-
-const bytesOf = (base64) => Uint8Array.from(atob(base64), (character) => character.charCodeAt(0));
-
-const toBase64 = (bytes) => btoa(String.fromCharCode(...bytes));
 
 // ---- what travels outward
 
@@ -217,6 +214,6 @@ function certificate(text) {
 }
 
 function signature(text) {
-  if (/^[A-Za-z0-9+/]+={0,2}$/.test(text)) return text;
+  if (isBase64(text)) return text;
   throw new QuillmarkError("BAD_REPLY", { detail: "The signing program's answer is no Base64 text." });
 }

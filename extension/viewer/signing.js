@@ -5,7 +5,7 @@ import { checkFinished } from "../src/pdf/document.js";
 import { withSignatureField } from "../src/pdf/field.js";
 import { plain } from "../src/plain-error.js";
 import { QuillmarkError } from "../quillmark.js";
-import { fromBase64, toBase64 } from "./base64.js";
+import { fromBase64, toBase64 } from "../src/base64.js";
 import { pictureOf } from "./picture.js";
 
 // What a signature holds beside certificates, and what a time stamp holds with its authority's certificates.

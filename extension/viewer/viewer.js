@@ -4,6 +4,7 @@
 import { Arming } from "../consent/arming.js";
 import { draw } from "../consent/characters.js";
 import { QuillmarkError } from "../quillmark.js";
+import { fromBase64 } from "../src/base64.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
 import { commonName } from "../src/pdf/cms.js";
@@ -11,7 +12,6 @@ import { factsOf, opened } from "../src/pdf/document.js";
 import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
 import { showAbout, summaryOf } from "./about.js";
-import { fromBase64 } from "./base64.js";
 import { Background } from "./calls.js";
 import { checkDrawable, PagesView } from "./pages-view.js";
 import { letPlace } from "./placing.js";

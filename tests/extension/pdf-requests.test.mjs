@@ -41,6 +41,16 @@ async function asked(documents = [{ document: new Uint8Array([1, 2, 3]) }], opti
   return { page, request, window: await documentsWindow() };
 }
 
+/** The user signs the one document, and the window does its work. */
+async function signed({ request, window }) {
+  window.post({ type: "answer", answer: "sign" });
+  await window.call("choose");
+  await window.call("sign", { hash: DIGEST });
+  await window.call("tell", { document: 0, appended: btoa("tail") });
+  window.post({ type: "finished" });
+  await request;
+}
+
 const piece = async (window, document, at, length) => Buffer.from(await window.call("piece", { document, at, length }), "base64");
 
 test("The window gets what the page gave, in pieces, and the page gets its bytes with what was appended", async () => {
@@ -119,14 +129,9 @@ test("A page without a click, and one out of sight, open no window", async () =>
 });
 
 test("The certificate that was chosen for documents in sight does not sign unseen", async () => {
-  const { page, request, window } = await asked();
-  window.post({ type: "answer", answer: "sign" });
-  await window.call("choose");
-  await window.call("sign", { hash: DIGEST });
-  await window.call("tell", { document: 0, appended: btoa("tail") });
-  window.post({ type: "finished" });
-  await request;
-  await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
+  const asking = await asked();
+  await signed(asking);
+  await asking.page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   assert.deepEqual(actions(), ["GetSelCertFromToken", "PdfSignFromToken", "GetSelCertFromToken", "PdfSignFromToken"]);
 });
 
@@ -195,13 +200,7 @@ test("The time stamp is the page's own function, given the digest and a request;
 });
 
 test("Signatures on documents stand in the journal, each with its digest, and are none that nobody saw", async () => {
-  const { request, window } = await asked();
-  window.post({ type: "answer", answer: "sign" });
-  await window.call("choose");
-  await window.call("sign", { hash: DIGEST });
-  await window.call("tell", { document: 0, appended: btoa("tail") });
-  window.post({ type: "finished" });
-  await request;
+  await signed(await asked());
   const { lines } = await browser.journal.read();
   const [{ operation, digest, outcome, subject, origin }] = lines.map((line) => JSON.parse(line));
   assert.deepEqual({ operation, digest, outcome, subject, origin }, {

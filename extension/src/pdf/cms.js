@@ -3,6 +3,7 @@
 import {
   Attribute, Certificate, ContentInfo, CryptoEngine, fromBER, SignedAndUnsignedAttributes, SignedData, TimeStampResp, TSTInfo,
 } from "../../libraries/pkijs.js";
+import { sameBytes } from "./bytes.js";
 
 const SIGNED_DATA = "1.2.840.113549.1.7.2";
 const TST_INFO = "1.2.840.113549.1.9.16.1.4";
@@ -90,7 +91,7 @@ export async function tokenIn(answer, { stamped, digest }) {
   if (response.status.status > 1 || !response.timeStampToken) throw new Error("The authority has not granted the time stamp.");
   const data = new SignedData({ schema: response.timeStampToken.content });
   const { hashAlgorithm, hashedMessage } = infoIn(data).messageImprint;
-  const isItsOwn = hashAlgorithm.algorithmId === SHA256 && equal(hashedMessage.valueBlock.valueHexView, digest);
+  const isItsOwn = hashAlgorithm.algorithmId === SHA256 && sameBytes(hashedMessage.valueBlock.valueHexView, digest);
   if (!isItsOwn) throw new Error("The time stamp is for another signature.");
   if (!(await verified(data, bufferOf(stamped))).isWhole) throw new Error("The time stamp is not whole.");
   return response.timeStampToken;
@@ -107,6 +108,3 @@ export function extended(signature, { chain, token }) {
   const info = new ContentInfo({ contentType: SIGNED_DATA, content: data.toSchema(true) });
   return derOf(info);
 }
-
-const equal = (one, other) => one.length === other.length && one.every((byte, i) => byte === other[i]);
-

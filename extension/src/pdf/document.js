@@ -2,11 +2,11 @@
 
 import { QuillmarkError } from "../../quillmark.js";
 import { digestOf } from "../digest.js";
+import { joined, sameBytes } from "./bytes.js";
 import { PdfFile } from "./file.js";
 import { partsNotShown } from "./parts.js";
 import { orRefuse } from "./refusal.js";
 import { checkPermitted, signaturesOf } from "./signed.js";
-import { joined } from "./update.js";
 
 /** The file of these bytes, which may get a signature. Throws DOCUMENT_REFUSED for any other. */
 export function opened(bytes) {
@@ -37,5 +37,3 @@ export async function checkFinished(file, appended, certificate) {
   const areSame = after.length === before.length && after.every(({ isWhole }, i) => isWhole === before[i].isWhole);
   if (!isGood || !areSame) throw new QuillmarkError("SIGNATURE_INVALID");
 }
-
-const sameBytes = (one, other) => one?.length === other.length && other.every((byte, i) => byte === one[i]);

@@ -2,9 +2,11 @@
 
 import { PDFArray, PDFBool, PDFDict, PDFHexString, PDFNumber, PDFRawStream, PDFRef, PDFString } from "../../libraries/pdf-lib.js";
 import { zlibSync } from "../../libraries/fflate.js";
+import { hex } from "../digest.js";
+import { joined, latin1 } from "./bytes.js";
 import { name } from "./file.js";
 import { refusal } from "./refusal.js";
-import { bytesOf, joined, Update } from "./update.js";
+import { bytesOf, Update } from "./update.js";
 
 // Stands for the numbers of the byte range, which are known when the file is complete; no file is as long.
 const UNKNOWN = 9_999_999_999;
@@ -20,8 +22,6 @@ const MAX_ATTEMPTS = 20;
 
 // What turns a picture against the clockwise turn of its page (8.3.3).
 const UPRIGHT = { 0: [1, 0, 0, 1, 0, 0], 90: [0, 1, -1, 0, 0, 0], 180: [-1, 0, 0, -1, 0, 0], 270: [0, -1, 1, 0, 0, 0] };
-
-const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
 
 /**
  * Extends a PdfFile by a signature field, and finds a time for it with which the digest holds no zero byte, for the
@@ -61,8 +61,7 @@ function prepare(file, details) {
   const insert = (der) => {
     if (der.length > details.room) throw refusal("the signature is longer than the room for it.");
     const signed = appended.slice();
-    const digits = Array.from(der, (byte) => byte.toString(16).padStart(2, "0")).join("");
-    signed.set(new TextEncoder().encode(digits), room + 1);
+    signed.set(new TextEncoder().encode(hex(der)), room + 1);
     return signed;
   };
   return {

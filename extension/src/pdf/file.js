@@ -7,6 +7,7 @@ import {
   PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef,
 } from "../../libraries/pdf-lib.js";
 import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES, MAX_PDF_STREAM_BYTES } from "../limits.js";
+import { latin1 } from "./bytes.js";
 import { orRefuse, refusal } from "./refusal.js";
 import { inflated } from "./streams.js";
 
@@ -19,7 +20,8 @@ const CUT_SHORT = "its end is missing, or something stands behind it. Download i
 // Where readers look for the head and the end (ISO 32000-1, annex H.3).
 const SEARCHED = 1024;
 
-const latin1 = (bytes) => new TextDecoder("latin1").decode(bytes);
+/** A file that was changed as often has a section for each time. */
+const MAX_SECTIONS = 1024;
 
 export class PdfFile {
   /** The members of the newest trailer. */
@@ -133,7 +135,7 @@ export class PdfFile {
     const sections = [this.startxref];
     while (sections.length > 0) {
       const offset = sections.shift();
-      if (seen.has(offset) || seen.size > SEARCHED || !(offset >= 0 && offset < this.bytes.length)) throw refusal(DAMAGED);
+      if (seen.has(offset) || seen.size > MAX_SECTIONS || !(offset >= 0 && offset < this.bytes.length)) throw refusal(DAMAGED);
       seen.add(offset);
       const { dictionary, free } = this.#readSection(offset);
       this.trailer ??= dictionary;

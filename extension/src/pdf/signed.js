@@ -1,10 +1,10 @@
 /** The signatures that a PDF document has. */
 
 import { PDFArray, PDFDict, PDFHexString, PDFName, PDFNumber, PDFString } from "../../libraries/pdf-lib.js";
+import { joined, latin1 } from "./bytes.js";
 import { readSignature, readTimeStamp } from "./cms.js";
 import { name } from "./file.js";
 import { refusal } from "./refusal.js";
-import { joined } from "./update.js";
 
 /** How the kinds of signatures are read, by their SubFilter. */
 const READERS = new Map([
@@ -88,7 +88,7 @@ async function read(file, dictionary) {
 function coveredBy(bytes, [first, gap, behind, rest, ...more], contents) {
   const isRange = [first, gap, behind, rest].every((each) => Number.isInteger(each) && each >= 0) && more.length === 0;
   if (!isRange || first !== 0 || gap >= behind || behind + rest > bytes.length) return undefined;
-  const inGap = new TextDecoder("latin1").decode(bytes.subarray(gap, behind));
+  const inGap = latin1(bytes.subarray(gap, behind));
   if (inGap !== `<${contents.asString()}>`) return undefined;
   return joined([bytes.subarray(0, gap), bytes.subarray(behind, behind + rest)]);
 }

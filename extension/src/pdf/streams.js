@@ -3,6 +3,7 @@
 import { PDFArray, PDFDict, PDFName, PDFNumber } from "../../libraries/pdf-lib.js";
 import { Unzlib } from "../../libraries/fflate.js";
 import { MAX_PDF_STREAM_BYTES } from "../limits.js";
+import { joined } from "./bytes.js";
 import { refusal } from "./refusal.js";
 
 const name = (text) => PDFName.of(text);
@@ -29,13 +30,7 @@ function unzipped(bytes) {
   });
   // In small pieces, so that the limit is seen before the memory is used.
   for (let at = 0; at < bytes.length; at += 4096) unzlib.push(bytes.subarray(at, at + 4096), at + 4096 >= bytes.length);
-  const whole = new Uint8Array(length);
-  let at = 0;
-  for (const piece of pieces) {
-    whole.set(piece, at);
-    at += piece.length;
-  }
-  return whole;
+  return joined(pieces);
 }
 
 // ISO 32000-1, 7.4.4.4: each row begins with the number of a PNG filter.

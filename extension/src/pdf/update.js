@@ -2,6 +2,7 @@
 
 import { PDFArray, PDFDict, PDFHexString, PDFNumber, PDFRawStream, PDFRef } from "../../libraries/pdf-lib.js";
 import { hex } from "../digest.js";
+import { joined } from "./bytes.js";
 import { name } from "./file.js";
 
 const ascii = (text) => new TextEncoder().encode(text);
@@ -107,16 +108,6 @@ export function bytesOf(object) {
   const bytes = new Uint8Array(object.sizeInBytes());
   object.copyBytesInto(bytes, 0);
   return bytes;
-}
-
-export function joined(pieces) {
-  const whole = new Uint8Array(pieces.reduce((sum, { length }) => sum + length, 0));
-  let at = 0;
-  for (const piece of pieces) {
-    whole.set(piece, at);
-    at += piece.length;
-  }
-  return whole;
 }
 
 const digits = (number, width) => String(number).padStart(width, "0");

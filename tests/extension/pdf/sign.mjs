@@ -8,7 +8,7 @@ import { join } from "node:path";
 import { commonName } from "../../../extension/src/pdf/cms.js";
 import { checkFinished, factsOf, opened } from "../../../extension/src/pdf/document.js";
 import { withSignatureField } from "../../../extension/src/pdf/field.js";
-import { joined } from "../../../extension/src/pdf/update.js";
+import { joined } from "../../../extension/src/pdf/bytes.js";
 import { Authority, run } from "../../lib/kit.mjs";
 
 globalThis.crypto ??= webcrypto;

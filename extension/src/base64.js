@@ -15,3 +15,6 @@ export function toBase64(bytes) {
   for (let at = 0; at < bytes.length; at += 0x8000) pieces.push(String.fromCharCode(...bytes.subarray(at, at + 0x8000)));
   return btoa(pieces.join(""));
 }
+
+/** Whether a text is nothing but Base64, on one line. */
+export const isBase64 = (text) => /^[A-Za-z0-9+/]+={0,2}$/.test(text);
