@@ -164,7 +164,6 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const request = askToSign(page, [{ content: await documentOf(1) }]);
     const id = await rig.user.answerDocuments(origin, "sign");
     await rig.user.certificateWindow();
-    await rig.user.bringToFront(id);
     await rig.user.answerDocuments(origin, "stop");
     assert.equal((await request)[0].code, "USER_CANCELLED");
     await rig.user.gone(id);

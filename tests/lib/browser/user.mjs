@@ -35,8 +35,8 @@ export class BrowserUser extends User {
   }
 
   /** The window of the extension that asks about this origin, once its buttons take clicks. */
-  async consentWindow(origin) {
-    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`));
+  async consentWindow(origin, options) {
+    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`), options);
     this.questionsSeen.add(id);
     return id;
   }
@@ -59,9 +59,8 @@ export class BrowserUser extends User {
 
   /** Answers "once", "page", "always" or "deny" by the keyboard; the second step of "always" by the mouse. */
   async consent(origin, answer) {
-    // Another window may have the keyboard, and the question then waits for it.
-    await this.desktop.focus(await this.question(origin));
-    const id = await this.consentWindow(origin);
+    const id = await this.question(origin);
+    await this.#inFront(id, (options) => this.consentWindow(origin, options));
     for (let i = 0; i < TABS[answer]; i++) await this.desktop.key(id, "Tab");
     // A key that does not answer has the window wait once more.
     await sleep(200);
@@ -69,6 +68,14 @@ export class BrowserUser extends User {
     await this.desktop.key(id, "Return");
     if (answer === "always") await this.#clickAnswer(id, origin, "#confirm-always");
     await this.gone(id);
+  }
+
+  // Another window may have the keyboard, or take it while this one waits, as the program's does when its list is there.
+  async #inFront(id, whenReady) {
+    await waitFor("the question to take an answer", async () => {
+      await this.desktop.focus(id);
+      return whenReady({ timeout: 4_000 }).catch(() => undefined);
+    });
   }
 
   // The mouse that comes has the window wait, as does what it shows anew.
@@ -98,8 +105,8 @@ export class BrowserUser extends User {
   }
 
   /** The window of the extension that shows documents of this origin, once its buttons take clicks. */
-  async documentsWindow(origin) {
-    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Sign for ${origin}?`));
+  async documentsWindow(origin, options) {
+    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Sign for ${origin}?`), options);
     this.questionsSeen.add(id);
     return id;
   }
@@ -110,11 +117,10 @@ export class BrowserUser extends User {
     return waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.desktop.windows(each)))).flat()[0]);
   }
 
-  /** Answers "sign" or "deny" in the window that shows documents, by the keyboard. */
+  /** Answers "sign", "deny" or "stop" in the window that shows documents, by the keyboard. */
   async answerDocuments(origin, answer) {
     const id = await this.documentsSoon(origin);
-    await this.desktop.focus(id);
-    await this.documentsWindow(origin);
+    await this.#inFront(id, (options) => this.documentsWindow(origin, options));
     const hasFocus = () => this.extension.documents((wanted) => document.activeElement.id === wanted, answer);
     for (let i = 0; i < 20 && !(await hasFocus()); i++) await this.desktop.key(id, "Tab");
     await sleep(200);
