@@ -1,5 +1,6 @@
 // The settings page: who may ask, what the administrator has set, how long the PIN is remembered, and the journal.
 
+import "../doctor/section.js";
 import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;

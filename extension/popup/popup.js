@@ -1,5 +1,7 @@
 // The toolbar's popup: whether the program runs, who waits, and what was signed lately.
 
+import { findOut } from "../doctor/section.js";
+import { ERRORS } from "../quillmark.js";
 import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
@@ -53,6 +55,12 @@ function takeBackButton(origin) {
 
 async function showSignatures() {
   const recent = await tellBackground("recentSignatures");
-  element("signatures").replaceChildren(...recent.map((each) => row(describe(each).title, describe(each).words)));
+  element("signatures").replaceChildren(...recent.map((each) => row(describe(each).title, describe(each).words, whyButton(each))));
   element("no-signatures").hidden = recent.length > 0;
+}
+
+function whyButton({ outcome, time }) {
+  if (outcome === "signed") return undefined;
+  const name = `Find out why nothing was signed at ${new Date(time).toLocaleTimeString()}`;
+  return rowButton("Find out why", name, () => findOut(ERRORS[outcome] ?? outcome));
 }

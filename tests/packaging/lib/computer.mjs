@@ -85,7 +85,8 @@ export class Computer {
     await mkdir(folder, { recursive: true, mode: 0o700 });
     await cp(this.program, folder, { recursive: true });
     for (const name of [
-      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark_policies.py", "quillmark_report.py",
+      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark-doctor-host", "quillmark-journal", "quillmark_policies.py",
+      "quillmark_report.py",
       "registration.json",
     ]) {
       await cp(join(root, "packaging", name), join(folder, name));

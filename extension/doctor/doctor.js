@@ -1,0 +1,43 @@
+/** Quillmark's doctor: a second program, which looks what keeps this computer from signing. It only reads. */
+
+import { QuillmarkError } from "../quillmark.js";
+import { classifyDisconnect } from "../src/failures.js";
+
+const api = globalThis.browser ?? globalThis.chrome;
+
+/** The name under which it is registered with the browsers. */
+const DOCTOR_NAME = "quillmark.doctor";
+
+// A token on a slow reader may take a minute, and the signing program some seconds for each browser.
+const ANSWER_MS = 240_000;
+
+/**
+ * @typedef {{couldSign: boolean, findings: Finding[], tokens: object | null}} Diagnosis `tokens` is what `quillmark-tokens --json`
+ *   says; null when it says nothing.
+ * @typedef {{check: string, level: "ok" | "warning" | "failure", text: string, remedy: string | null}} Finding
+ */
+
+/**
+ * Resolves to a Diagnosis; rejects with a QuillmarkError. For the extension's own pages, which alone the browser lets do this:
+ * no message of a page or of its frame leads here.
+ */
+export async function examine() {
+  const nonce = crypto.randomUUID();
+  let timer;
+  const late = new Promise((_, reject) => {
+    timer = setTimeout(() => reject(new QuillmarkError("TIMEOUT", { message: "The doctor did not answer in time." })), ANSWER_MS);
+  });
+  try {
+    const answer = await Promise.race([api.runtime.sendNativeMessage(DOCTOR_NAME, { nonce }).catch(rejected), late]);
+    if (answer?.nonce !== nonce || !Array.isArray(answer.findings)) {
+      throw new QuillmarkError("BAD_REPLY", { message: `The doctor could not tell: ${answer?.problem ?? "it answers something else"}.` });
+    }
+    return answer;
+  } finally {
+    clearTimeout(timer);
+  }
+}
+
+function rejected({ message: detail }) {
+  throw new QuillmarkError(classifyDisconnect(detail, { answered: false }), { detail });
+}

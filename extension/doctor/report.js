@@ -1,0 +1,40 @@
+/** What the doctor has found, in rows for the user and as a report for others. */
+
+/** The tokens of a Diagnosis, those of all modules, as `quillmark-tokens --json` has them. */
+export function tokensOf({ tokens }) {
+  return (tokens?.modules ?? []).flatMap(({ slots }) => slots).flatMap(({ token }) => token ?? []);
+}
+
+/** What is said of a token behind its name. */
+export function wordsForToken({ model, serialNumber, offered, reason, pin }) {
+  const standing = offered ? "offered" : `not offered: ${reason}`;
+  return [model, serialNumber && `serial number ${serialNumber}`, pin && `its PIN: ${pin}`, standing].filter(Boolean).join(", ");
+}
+
+/** What is said of a certificate behind its name. */
+export function wordsForCertificate({ offered, canSign, first, needsLogin, reasons, notAfter }) {
+  const standing = canSign ? "can sign" : `${offered ? "offered, but cannot sign" : "not offered"}: ${reasons.join(", ")}`;
+  return [
+    standing,
+    first && "the first in the window",
+    canSign && needsLogin && "as far as can be seen without the PIN",
+    notAfter && `valid until ${new Date(notAfter).toLocaleDateString()}`,
+  ].filter(Boolean).join(", ");
+}
+
+/**
+ * A text for whoever helps, without a name or number of a person, a token or a certificate, and without a path: of the findings
+ * only what was looked at and how it is, of tokens and certificates only the tools' own words.
+ */
+export function reportOf(diagnosis, { version, browser }) {
+  const findings = diagnosis.findings.map(({ level, check }) => `${level}: ${check}`);
+  const tokens = tokensOf(diagnosis).flatMap(({ hardware, offered, reason, pin, certificates }) => [
+    listed("token", [hardware ? "hardware" : "software", offered ? "offered" : `not offered: ${reason}`, pin]),
+    ...certificates.map(({ offered: isOffered, canSign, reasons }) =>
+      listed("  certificate", [isOffered ? "offered" : "not offered", canSign ? "can sign" : "cannot sign", ...reasons])),
+  ]);
+  const head = [`Quillmark ${version}`, browser, `a signature can be made: ${diagnosis.couldSign ? "yes" : "no"}`];
+  return `${[...head, ...findings, ...tokens].join("\n")}\n`;
+}
+
+const listed = (what, words) => `${what}: ${words.filter(Boolean).join(", ")}`;

@@ -1,0 +1,55 @@
+/** The part of a page that shows what the doctor finds. */
+
+import { element, row } from "../src/pages.js";
+import { plain } from "../src/plain-error.js";
+import { examine } from "./doctor.js";
+import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
+
+const api = globalThis.browser ?? globalThis.chrome;
+let diagnosis;
+
+element("examine").addEventListener("click", () => findOut());
+element("copy-report").addEventListener("click", async () => {
+  const { version } = api.runtime.getManifest();
+  await navigator.clipboard.writeText(reportOf(diagnosis, { version, browser: navigator.userAgent }));
+  say("The report is in the clipboard.");
+});
+
+/** Has the doctor look, and shows what it finds. `why`: the words of the failure that is looked into, if there is one. */
+export async function findOut(why = "") {
+  element("why").textContent = why;
+  element("why").hidden = why === "";
+  element("examine").disabled = true;
+  element("copy-report").hidden = true;
+  say("The doctor looks. This may take a minute.");
+  showRows("findings", []);
+  showRows("tokens", []);
+  try {
+    diagnosis = await examine();
+    show(diagnosis);
+  } catch (error) {
+    say(plain(error).message);
+  } finally {
+    element("examine").disabled = false;
+  }
+}
+
+function show({ couldSign, findings }) {
+  const wrong = ["failure", "warning"].flatMap((level) => findings.filter((finding) => finding.level === level));
+  const fine = findings.length - wrong.length;
+  const verdict = couldSign ? "A signature can be made, as far as can be seen." : "No signature can be made yet.";
+  say(`${verdict} ${fine === 1 ? "1 thing is" : `${fine.toLocaleString()} things are`} in order.`);
+  showRows("findings", wrong.map(({ text, remedy }) => row(text, remedy ? `What helps: ${remedy}` : "")));
+  showRows("tokens", tokensOf(diagnosis).flatMap((token) => [
+    row(token.label || "A token without a name", wordsForToken(token)),
+    ...token.certificates.map((each) => row(each.subject ?? "A certificate that cannot be read", wordsForCertificate(each))),
+  ]));
+  element("copy-report").hidden = false;
+}
+
+function showRows(id, rows) {
+  element(id).replaceChildren(...rows);
+  element(id).hidden = rows.length === 0;
+}
+
+const say = (words) => (element("diagnosis").textContent = words);
