@@ -45,14 +45,25 @@ export class ExtensionPages {
     return this.#pages.evaluate(this.#options, called(body, args));
   }
 
-  /** Clicks a button of the toolbar's popup, opened in a tab behind the others, when it can be clicked; gives what is said then. */
-  async clickInPopup(button) {
+  /** Calls a function in the settings page that the user has opened. */
+  async settings(body, ...args) {
+    return this.#pages.evaluate(await this.#pages.find(OPTIONS), called(body, args));
+  }
+
+  /** Opens the toolbar's popup, in a tab behind the others: { evaluate(body, ...args), close() }. */
+  async openPopup() {
     const popup = await this.#pages.open(POPUP);
-    const evaluate = (body) => this.#pages.evaluate(popup, called(body, [button])).catch(() => undefined);
-    await waitFor("the popup's button", () => evaluate((id) => document.getElementById(id)?.disabled === false));
-    await evaluate((id) => document.getElementById(id).click());
-    const words = await waitFor("the popup's answer", () => evaluate(() => document.getElementById("announcement").textContent));
-    await this.#pages.close(popup);
+    const evaluate = (body, ...args) => this.#pages.evaluate(popup, called(body, args)).catch(() => undefined);
+    return { evaluate, close: () => this.#pages.close(popup) };
+  }
+
+  /** Clicks a button of the popup when it can be clicked; gives what is said then. */
+  async clickInPopup(button) {
+    const popup = await this.openPopup();
+    await waitFor("the popup's button", () => popup.evaluate((id) => document.getElementById(id)?.disabled === false, button));
+    await popup.evaluate((id) => document.getElementById(id).click(), button);
+    const words = await waitFor("the popup's answer", () => popup.evaluate(() => document.getElementById("announcement").textContent));
+    await popup.close();
     return words;
   }
 
