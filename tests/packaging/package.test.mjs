@@ -1,4 +1,5 @@
-// The Debian package: made by tools/package, and as root installed, used by an ordinary user, and purged.
+// The Debian package: made by tools/package, and as root installed, used by an ordinary user and in the browsers as they come,
+// and purged.
 
 import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
@@ -6,8 +7,10 @@ import { readdir, readFile, stat } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
+import { GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
+import { signatureIn } from "./lib/installed-browser.mjs";
 
 const world = World.forThisFile(product);
 const MINUTES = 60_000;
@@ -34,6 +37,9 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual([...new Set(states)], ["registered"]);
 
   await signsForUser(t, commands[0]);
+  for (const browser of ["chromium", "firefox"]) {
+    await t.test(`${browser} has the extension and signs`, async (t) => assert.equal(await signatureIn(browser, t, world), GST_TEXT));
+  }
 
   await run("dpkg", ["--purge", "quillmark"]);
   assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);
