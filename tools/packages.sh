@@ -24,7 +24,7 @@ packages_test=(
   libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
 )
 packages_bench=(libengine-pkcs11-openssl)
-packages_tree=(git clang-format clang-tidy shellcheck pyflakes3)
+packages_tree=(git clang-tidy shellcheck pyflakes3)
 packages_packaging=(dpkg-dev debhelper fakeroot lintian git)
 # Makers of PDF documents, and those who judge signed ones.
 packages_extension=(
