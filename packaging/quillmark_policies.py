@@ -1,24 +1,13 @@
-"""What administrators' policies say of Quillmark: whether browsers may start the host, and which sites may ask.
+"""Which sites may ask, by an administrator's policy for the extension: what in it cannot be understood denies.
 
-The rules for sites are the extension's too, and both are held against the cases in tests/policies. What cannot be
-understood denies.
+The rules are the extension's too, and both are held against the cases in tests/policies.
 """
 
 import ipaddress
 import json
-import os
 import re
 import unicodedata
 from typing import NamedTuple
-
-FOLDERS = {
-    "chrome": "/etc/opt/chrome/policies",
-    "chromium": "/etc/chromium/policies",
-    "edge": "/etc/opt/edge/policies",
-    "brave": "/etc/brave/policies",
-}
-FIREFOX_POLICIES = "/etc/firefox/policies/policies.json"
-FIREFOX_STORAGE = ("/usr/lib/mozilla/managed-storage", "/usr/share/mozilla/managed-storage")
 
 LISTS = {
     "allowedOrigins": "it allows nothing, and users are asked about no other site",
@@ -138,69 +127,3 @@ def ascii_form(host):
         return host.encode("idna").decode()
     except UnicodeError:
         return None
-
-
-# ---- the files
-
-
-def read_json(path):
-    """What is in the file, None when it cannot be read as JSON."""
-    try:
-        return json.loads(path.read_text(encoding="utf-8"))
-    except (OSError, ValueError, RecursionError):
-        return None
-
-
-def chromium_files(machine, browser):
-    folder = FOLDERS.get(browser)
-    return sorted(machine.path(f"{folder}/managed").glob("*.json")) if folder else []
-
-
-def merged(machine, browser):
-    """Browsers merge the files of their folder; of what several say, the last counts. By name, (value, file)."""
-    result = {}
-    for file in chromium_files(machine, browser):
-        policy = read_json(file)
-        if isinstance(policy, dict):
-            result |= {name: (value, file) for name, value in policy.items()}
-    return result
-
-
-def for_extension(machine, registration):
-    """What the files say of the extension: (file, what is wrong with it), None in its place when all can be understood."""
-    for file, way, manifest_of in extension_files(machine, registration):
-        if not os.path.exists(file):
-            continue
-        content = read_json(file)
-        policy, problem = policy_in(content, way)
-        if content is None:
-            yield file, "it cannot be read as JSON here, so that what it says of sites is not known"
-        elif problem:
-            yield file, problem
-        elif manifest_of and (content.get("name"), content.get("type")) != (manifest_of, "storage"):
-            yield file, f'Firefox does not read it: its name has to be "{manifest_of}", and its type "storage"'
-        elif policy is not None:
-            yield from ((file, words) for words in [each.words for each in problems_in(policy)] or [None])
-
-
-def extension_files(machine, registration):
-    """(file, the names that lead to the policy in it, the add-on whose manifest it is, if it is one)"""
-    for browser in FOLDERS:
-        for file in chromium_files(machine, browser):
-            yield from ((file, ("3rdparty", "extensions", each), None) for each in registration["chromiumExtensions"])
-    folders = [machine.home / ".mozilla/managed-storage", *map(machine.path, FIREFOX_STORAGE)]
-    for each in registration["firefoxExtensions"]:
-        yield machine.path(FIREFOX_POLICIES), ("policies", "3rdparty", "Extensions", each), None
-        yield from ((folder / f"{each}.json", ("data",), each) for folder in folders)
-
-
-def policy_in(content, way):
-    """(the policy, None), (None, what is wrong with it), or (None, None) when there is none."""
-    for depth in range(len(way) + 1):
-        if not isinstance(content, dict):
-            return None, f"{shown('.'.join(way[:depth])) if depth else 'its content'} is no JSON object, and browsers do not read it"
-        if depth == len(way):
-            return content, None
-        if way[depth] not in content:
-            return None, None
-        content = content[way[depth]]

@@ -7,76 +7,35 @@ import { test } from "node:test";
 
 import { bin, product, registration, root } from "../lib/quillmark.mjs";
 import { run, runUnchecked, SOFTHSM, World } from "../lib/kit.mjs";
-import { Computer, GOOD_TOKENS } from "./lib/computer.mjs";
+import { Computer, ECHOING, GOOD_TOKENS } from "./lib/computer.mjs";
+import { assertProblem, examine, healthy, onHealthy, onlyProblem } from "./lib/health.mjs";
 
 /** What quillmark-tokens says where p11-kit knows no module for tokens. */
 const NO_MODULE = { canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] };
 
-/** A computer on which everything is right, but for `options`. */
-async function healthy(t, options) {
-  const computer = await Computer.make(t, { more: { DISPLAY: ":stand-in" }, ...options });
-  await computer.layOut();
-  await computer.tool("quillmark-browsers", "register");
-  await computer.write(join(computer.root, "run/pcscd/pcscd.comm"), "");
-  return computer;
-}
-
-/** The body of a test on such a computer. */
-function onHealthy(...args) {
-  const body = args.pop();
-  return async (t) => body(await healthy(t, ...args), t);
-}
-
-async function examine(computer) {
-  const { code, out, err } = await computer.tool("quillmark-doctor", "--json");
-  assert.equal(err, "");
-  const { couldSign, findings } = JSON.parse(out);
-  assert.equal(code, couldSign ? 0 : 1);
-  return { couldSign, findings, problems: findings.filter(({ level }) => level !== "ok") };
-}
-
-/** The one problem that there is but the expired certificate, which is there on purpose. */
-async function onlyProblem(computer) {
-  const { couldSign, problems } = await examine(computer);
-  const others = problems.filter(({ text }) => !text.includes("CN=Old"));
-  assert.equal(others.length, 1, JSON.stringify(others, null, 1));
-  return { couldSign, ...others[0] };
-}
-
-/** Holds that this is the one problem: { couldSign, text, remedy }, text as a pattern, each when given. */
-async function assertProblem(computer, { couldSign, text, remedy }) {
-  const problem = await onlyProblem(computer);
-  if (couldSign !== undefined) assert.equal(problem.couldSign, couldSign);
-  assert.match(problem.text, text);
-  if (remedy !== undefined) assert.equal(problem.remedy, remedy);
-}
-
 for (const [rule, browsers, fault, problem] of [
-  ["A browser without a registration is a note while another has one", ["chromium", "firefox-esr"],
+  ["A browser without a registration cannot sign, and another can", ["chromium", "firefox-esr"],
     (computer) => rm(computer.userManifest("firefox")),
-    { couldSign: true, text: /Firefox: the signing program is not registered/, remedy: "quillmark-browsers register --browser firefox" }],
+    { verdict: "can", text: /Firefox: the signing program is not registered/, command: "quillmark-browsers register --browser firefox" }],
   ["A user's manifest that hides the system's is found", ["chromium"], async (computer) => {
     await computer.tool("quillmark-browsers", "register", "--system");
     await computer.changeManifest("chromium", { path: "/gone/quillmark-host" });
-  }, { text: /hides the registration for all users/, remedy: "quillmark-browsers unregister --browser chromium" }],
+  }, { text: /hides the registration for all users/, command: "quillmark-browsers unregister --browser chromium" }],
   ["Somebody else's manifest in the place is found", ["firefox"],
     (computer) => computer.write(computer.userManifest("firefox"), { name: "quillmark.host", description: "x" }),
     { text: /is not Quillmark's/ }],
   ["A snap behind a script of the same name is a snap", ["chromium"],
     (computer) => computer.addBrowser("chromium", "snap/bin"),
     { text: /Chromium: is a snap, which cannot start programs/ }],
-  ["A browser as a Flatpak is noted", ["chromium", "firefox-esr"],
-    (computer) => mkdir(join(computer.home, ".var/app/org.mozilla.firefox"), { recursive: true }),
-    { text: /Firefox is also there as a Flatpak/ }],
   ["A working folder that others can change is a failure", ["chromium", "firefox-esr"],
     (computer) => chmod(computer.installed, 0o777),
-    { couldSign: false, text: /can be changed by others/ }],
+    { verdict: "cannot", text: /can be changed by others/ }],
   ["A driver that cannot be loaded is a failure, with the loader's reason", ["chromium", "firefox-esr"],
     (computer) => computer.write(join(computer.installed, "QMTokenDriver.so"), "no library"),
     { text: /cannot be loaded: .*(too short|invalid ELF header)/ }],
   ["A missing pcscd is a note", ["chromium", "firefox-esr"],
     (computer) => rm(join(computer.root, "run/pcscd/pcscd.comm")),
-    { couldSign: true, text: /pcscd/ }],
+    { verdict: "can", text: /pcscd/ }],
 ]) {
   test(rule, onHealthy({ browsers }, async (computer) => {
     await fault(computer);
@@ -85,8 +44,8 @@ for (const [rule, browsers, fault, problem] of [
 }
 
 test("All is well: status 0, and no remedy is needed", onHealthy(async (computer) => {
-  const { couldSign, problems } = await examine(computer);
-  assert.equal(couldSign, true);
+  const { verdict, problems } = await examine(computer);
+  assert.equal(verdict, "can");
   assert.deepEqual(problems.map(({ text }) => text), ['CN=Old on "Token" cannot sign: expired']);
   const { out } = await computer.tool("quillmark-doctor");
   assert.match(out, /A signature can be made, as far as can be seen\.\n$/);
@@ -95,14 +54,29 @@ test("All is well: status 0, and no remedy is needed", onHealthy(async (computer
 test("The words name each fault with its remedy", onHealthy(async (computer) => {
   computer.more = {};
   const { code, out } = await computer.tool("quillmark-doctor");
-  assert.equal(code, 1);
-  assert.match(out, /FAIL There is no display.*\n +-> Run this in your desktop session\n/);
-  assert.match(out, /No signature can be made/);
+  assert.equal(code, 3);
+  assert.match(out, /   \? There is no display.*, so it is not started here\n +-> Run this in your desktop session\n/);
+  assert.match(out, /\nWhether a signature can be made cannot be told, for what is marked with \?\.\n$/);
+  await rm(computer.userManifest("firefox"));
+  const both = (await computer.tool("quillmark-doctor")).out;
+  assert.match(both, /^FAIL Firefox: the signing program is not registered\n +-> quillmark-browsers register --browser firefox\n/m);
+  assert.match(both, /\nChromium: whether a signature .*\nFirefox: no signature can be made until what FAILs above is put right\.\n$/);
+}));
+
+test("--browser asks for one browser, whose verdict it is", onHealthy(async (computer) => {
+  await rm(computer.userManifest("firefox"));
+  assert.deepEqual((await examine(computer)).browsers, { Chromium: "can", Firefox: "cannot" });
+  assert.deepEqual((await examine(computer, "--browser", "firefox")).browsers, { Firefox: "cannot" });
+  assert.deepEqual((await examine(computer, "--browser", "chromium")).browsers, { Chromium: "can" });
+  assert.match((await examine(computer, "--browser", "opera")).problems[0].text, /^opera is not there$/);
+  const { code, err } = await computer.tool("quillmark-doctor", "--browser", "netscape");
+  assert.equal(code, 2);
+  assert.match(err, /--browser is one of brave, chrome, /);
 }));
 
 test("No browser with a registration, and no browser at all, are failures", onHealthy({ browsers: ["chromium"] }, async (computer, t) => {
   await rm(computer.userManifest("chromium"));
-  assert.equal((await onlyProblem(computer)).couldSign, false);
+  assert.equal((await onlyProblem(computer)).verdict, "cannot");
   const bare = await healthy(t, { browsers: [] });
   assert.match((await onlyProblem(bare)).text, /No browser/);
 }));
@@ -113,9 +87,9 @@ test("A manifest that names a program that is gone, or may not be executed, is f
 
   await computer.tool("quillmark-browsers", "register");
   await chmod(join(computer.installed, "quillmark-host"), 0o644);
-  const { text, remedy } = await onlyProblem(computer);
+  const { text, command } = await onlyProblem(computer);
   assert.match(text, /may not be executed/);
-  assert.match(remedy, /^chmod \+x /);
+  assert.match(command, /^chmod \+x /);
 }));
 
 test("What an installation for one user leaves beside the package is found by both doctors, and hides nothing once it is gone", async (t) => {
@@ -146,24 +120,14 @@ test("A manifest whose path is no text is found, and stops nothing", onHealthy({
   }
 }));
 
-test("Chromium as a snap cannot start programs; Firefox as a snap asks", onHealthy({ browsers: [] }, async (computer) => {
-  await computer.addBrowser("chromium", "snap/bin");
-  assert.match((await onlyProblem(computer)).text, /Chromium: is a snap, which cannot start programs/);
-  await computer.addBrowser("firefox", "snap/bin");
-  await computer.tool("quillmark-browsers", "register", "--browser", "firefox");
-  const { couldSign, problems } = await examine(computer);
-  assert.equal(couldSign, true);
-  assert.ok(problems.some(({ text }) => text.startsWith("Firefox is a snap: it asks once")));
-}));
-
 test("Policies that forbid the program are found, and those that allow it are not", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   const policy = join(computer.root, "etc/chromium/policies/managed/company.json");
   await computer.write(policy, { NativeMessagingBlocklist: ["*"] });
   assert.match((await onlyProblem(computer)).text, /company\.json forbids the signing program/);
   await computer.write(policy, { NativeMessagingBlocklist: ["*"], NativeMessagingAllowlist: ["quillmark.host"] });
-  assert.equal((await examine(computer)).couldSign, true);
+  assert.equal((await examine(computer)).verdict, "can");
   await computer.write(policy, { NativeMessagingUserLevelHosts: false });
-  await assertProblem(computer, { text: /forbids programs of single users/, remedy: "sudo ./install --system" });
+  await assertProblem(computer, { text: /forbids programs of single users/, command: "sudo ./install --system" });
 }));
 
 test("The files of a policy folder count together, the last one for what several say, and nothing in them stops the doctor", async (t) => {
@@ -183,8 +147,8 @@ test("The files of a policy folder count together, the last one for what several
 
 test("A working folder in whose place others can put another is a failure, in the launcher's words", onHealthy(async (computer) => {
   await chmod(computer.home, 0o777);
-  const { couldSign, text } = await onlyProblem(computer);
-  assert.equal(couldSign, false);
+  const { verdict, text } = await onlyProblem(computer);
+  assert.equal(verdict, "cannot");
   assert.equal(text, `quillmark-host: the signing program is not started: ${computer.home} can be changed by others, ` +
     `who could exchange what lies in it (chmod go-w '${computer.home}')`);
 }));
@@ -204,20 +168,20 @@ test("Installed for all users, the doctor looks where the launcher has put the u
 test("Settings that are no JSON are noted; settings that name a missing module are a failure", onHealthy(async (computer) => {
   const settings = join(computer.installed, "QMHostSettings.json");
   await computer.write(settings, "{ nothing");
-  await assertProblem(computer, { couldSign: true, text: /is no JSON object/ });
+  await assertProblem(computer, { verdict: "can", text: /is no JSON object/ });
   await computer.write(settings, { TokenDriverFullPath: "/gone/module.so" });
-  await assertProblem(computer, { couldSign: false, text: /\/gone\/module\.so is not there/ });
+  await assertProblem(computer, { verdict: "cannot", text: /\/gone\/module\.so is not there/ });
 }));
 
 test("Of a token maker's module in the driver's place the tokens cannot be told, and those of p11-kit's modules are notes", async (t) => {
   for (const place of ["settings", "driver"]) {
     const computer = await healthy(t, { tokens: NO_MODULE });
-    assert.equal((await examine(computer)).couldSign, false, "through Quillmark's own driver");
+    assert.equal((await examine(computer)).verdict, "cannot", "through Quillmark's own driver");
     const settings = join(computer.installed, "QMHostSettings.json");
     if (place === "settings") await computer.write(settings, { TokenDriverFullPath: SOFTHSM });
     else await copyFile(SOFTHSM, join(computer.installed, "QMTokenDriver.so"));
-    const { couldSign, problems } = await examine(computer);
-    assert.equal(couldSign, true, JSON.stringify(problems));
+    const { verdict, problems } = await examine(computer);
+    assert.equal(verdict, "unknown", JSON.stringify(problems));
     const notes = problems.map(({ text }) => text).join("\n");
     assert.match(notes, /module of a token's maker.* cannot be looked at/);
     assert.match(notes, /p11-kit knows no module for tokens/);
@@ -231,8 +195,8 @@ test("No token, no certificate that can sign, and a listing that fails are failu
     [NO_MODULE, /p11-kit knows no module/],
   ];
   for (const [tokens, words] of listings) {
-    const { couldSign, problems } = await examine(await healthy(t, { tokens }));
-    assert.equal(couldSign, false);
+    const { verdict, problems } = await examine(await healthy(t, { tokens }));
+    assert.equal(verdict, "cannot");
     assert.ok(problems.some(({ level, text }) => level === "failure" && words.test(text)), JSON.stringify(problems));
   }
   const computer = await healthy(t);
@@ -240,12 +204,10 @@ test("No token, no certificate that can sign, and a listing that fails are failu
   assert.match((await onlyProblem(computer)).text, /The tokens could not be listed/);
 });
 
-test("The log is a remedy where the program has written one", async (t) => {
-  for (const writesLog of [false, true]) {
-    const program = `#!/bin/sh\n${writesLog ? "echo a line >QMSignerExtHostLog.txt" : ""}\nexit 3\n`;
-    const computer = await healthy(t, { browsers: ["chromium"], program });
-    const remedy = writesLog ? `Read its log, ${join(computer.installed, "QMSignerExtHostLog.txt")}` : null;
-    await assertProblem(computer, { text: /ends without an answer/, remedy });
+test("What the program has written into its log is told, where it does not answer", async (t) => {
+  for (const [command, end] of [["", /with status 3$/], ["echo a line >QMSignerExtHostLog.txt", /with status 3; its log ends with "a line"$/]]) {
+    const computer = await healthy(t, { browsers: ["chromium"], program: `#!/bin/sh\n${command}\nexit 3\n` });
+    await assertProblem(computer, { text: end, command: "./install" });
   }
 });
 
@@ -268,17 +230,19 @@ for (const [what, program, words] of [
   ["is no program", "no program", /ends without an answer|cannot be started/],
 ]) {
   test(`A program that ${what} is a failure`, async (t) => {
-    const { couldSign, problems } = await examine(await healthy(t, { browsers: ["chromium"], program }));
-    assert.equal(couldSign, false);
+    const { verdict, problems } = await examine(await healthy(t, { browsers: ["chromium"], program }));
+    assert.equal(verdict, "cannot");
     assert.ok(problems.some(({ text }) => words.test(text)), JSON.stringify(problems));
   });
 }
 
-test("The program is started as each browser would start it", onHealthy({ browsers: ["firefox"] }, async (computer) => {
+const TELLING = ECHOING.replace('open("started"', 'open(os.environ["HOME"] + "/started"');
+
+test("The program is started as each browser would start it", onHealthy({ browsers: ["firefox"], program: TELLING }, async (computer) => {
   await examine(computer);
-  const { arguments: given, folder } = await computer.read(join(computer.installed, "started"));
+  const { arguments: given, folder } = await computer.read(join(computer.home, "started"));
   assert.deepEqual(given, [computer.userManifest("firefox"), "extension@quillmark.example"]);
-  assert.equal(folder, computer.installed);
+  assert.match(folder, /\/quillmark-/, "in a folder that goes with the trial");
 }));
 
 // ---- names from anybody
@@ -323,7 +287,7 @@ for (const [what, name] of Object.entries(HOSTILE)) {
     const { out } = await computer.tool("quillmark-doctor");
     const lines = out.split("\n");
     assert.deepEqual(lines.filter((line) => !PLAIN.test(line)), []);
-    assert.equal(lines.length, findings.length + findings.filter(({ remedy }) => remedy).length + 3, "a finding is one line");
+    assert.equal(lines.length, findings.length + findings.filter(({ remedy, command }) => remedy ?? command).length + 3, "a finding is one line");
     const number = name.codePointAt(name.search(/[^\x20-\x7e]/u)).toString(16).toUpperCase().padStart(4, "0");
     assert.ok(out.includes(`<U+${number}>`), out);
   });
@@ -345,8 +309,8 @@ test("A remedy that is a command has the path in it quoted", onHealthy({ browser
   const path = join(computer.folder, "it's; touch $(x)");
   await computer.write(path, "#!/bin/sh\n");
   await computer.changeManifest("chromium", { path, allowed_origins: ["chrome-extension://abc/"] });
-  const { remedy } = await onlyProblem(computer);
-  const { stdout } = await run("bash", ["-c", remedy.replace("chmod +x", "printf %s")]);
+  const { command } = await onlyProblem(computer);
+  const { stdout } = await run("bash", ["-c", command.replace("chmod +x", "printf %s")]);
   assert.equal(stdout.toString(), path);
 }));
 

@@ -10,6 +10,8 @@ import { run, runUnchecked } from "../lib/kit.mjs";
 import { root } from "../lib/quillmark.mjs";
 import { Computer } from "./lib/computer.mjs";
 
+/** The doctor's parts. */
+const MODULES = (await readdir(join(root, "packaging"))).filter((name) => name.endsWith(".py")).sort();
 const COMMANDS = ["quillmark-browsers", "quillmark-doctor", "quillmark-journal", "quillmark-tokens"];
 
 /** The body of a test on a computer with Chromium, where nothing is installed yet. */
@@ -27,8 +29,8 @@ test("install puts everything into the user's own folder and registers", withChr
   assert.equal(code, 0, out);
   const folder = computer.userFolder;
   assert.deepEqual((await readdir(folder)).sort(), [
-    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-browsers", "quillmark-doctor", "quillmark-host", "quillmark-journal",
-    "quillmark-tokens", "quillmark_policies.py", "quillmark_report.py", "registration.json",
+    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "browsers.json", "quillmark-browsers", "quillmark-doctor", "quillmark-host", "quillmark-journal",
+    "quillmark-tokens", ...MODULES, "registration.json",
   ]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);
   const manifest = await computer.read(computer.userManifest("chromium"));

@@ -112,9 +112,9 @@ test("A managed storage of the user's own counts too, but only one that Firefox 
 test("A file that cannot be read, or is no object on the way to the policy, is told, and stops nothing", async (t) => {
   const [file] = CHROMIUM_FILES;
   for (const [content, words] of [
-    ["{", /it cannot be read as JSON here, so that what it says of sites is not known$/],
-    ["", /it cannot be read as JSON here/],
-    ["[".repeat(100_000), /it cannot be read as JSON here/],
+    ["{", /it cannot be read as JSON, so that browsers leave out all of it$/],
+    ["", /it cannot be read as JSON/],
+    ["[".repeat(100_000), /it cannot be read as JSON/],
     [[], /its content is no JSON object, and browsers do not read it$/],
     [{ "3rdparty": [] }, /"3rdparty" is no JSON object/],
     [{ "3rdparty": { extensions: null } }, /"3rdparty\.extensions" is no JSON object/],
@@ -135,7 +135,7 @@ test("A file that cannot be opened is told", async (t) => {
   const computer = await Computer.make(t, { browsers: ["chromium"] });
   await computer.layOut();
   await mkdir(join(computer.root, CHROMIUM_FILES[0]), { recursive: true });
-  assert.match((await findingsOf(computer))[0].text, /it cannot be read as JSON here/);
+  assert.match((await findingsOf(computer))[0].text, /it cannot be read as JSON/);
 });
 
 test("Policies of other extensions and of the browser itself are nobody's business here", async (t) => {

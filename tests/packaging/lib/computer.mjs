@@ -1,7 +1,7 @@
 // A computer with a home and a root folder of its own, with browsers that are only there by name, and a signing program
 // that stands in for the real one.
 
-import { copyFile, cp, mkdir, readFile, rm, writeFile } from "node:fs/promises";
+import { copyFile, cp, mkdir, readdir, readFile, rm, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 
 import { manifestOf } from "../../lib/program/installed.mjs";
@@ -10,7 +10,7 @@ import { Cleanup, runUnchecked } from "../../lib/kit.mjs";
 
 
 /** Answers every request by its echo, as the signing program does with one that has no action; tells where it runs. */
-const ECHOING = `#!/usr/bin/python3
+export const ECHOING = `#!/usr/bin/python3
 import json, os, struct, sys
 with open("started", "w") as file:
     json.dump({"arguments": sys.argv[1:], "folder": os.getcwd(), "files": sorted(os.listdir())}, file)
@@ -84,12 +84,8 @@ export class Computer {
     const folder = this.userFolder;
     await mkdir(folder, { recursive: true, mode: 0o700 });
     await cp(this.program, folder, { recursive: true });
-    for (const name of [
-      "quillmark-host", "quillmark-browsers", "quillmark-doctor", "quillmark-doctor-host", "quillmark-journal", "quillmark_policies.py",
-      "quillmark_report.py",
-      "registration.json",
-    ]) {
-      await cp(join(root, "packaging", name), join(folder, name));
+    for (const name of await readdir(join(root, "packaging"))) {
+      if (/^quillmark|\.json$/.test(name)) await cp(join(root, "packaging", name), join(folder, name));
     }
     this.installed = folder;
     return folder;
@@ -114,7 +110,8 @@ export class Computer {
 
   get env() {
     const { DISPLAY, WAYLAND_DISPLAY, XDG_CONFIG_HOME, XDG_DATA_HOME, ...rest } = process.env;
-    return { ...rest, HOME: this.home, ...this.more };
+    // No session bus but one of a test's own, in the place of that of whoever runs the tests.
+    return { ...rest, HOME: this.home, DBUS_SESSION_BUS_ADDRESS: "unix:path=/gone", ...this.more };
   }
 
   /** The path of the manifest of this user. */

@@ -1,0 +1,101 @@
+"""Whether browsers find the host: their registrations, and policies that forbid programs."""
+
+import os
+
+import quillmark_policy_files as policies
+from quillmark_machine import REGISTRATION, is_executable, list_of, quoted, read_json
+from quillmark_report import FAILURE, OK
+
+HOST_NAME = REGISTRATION["name"]
+
+
+def check_registration(report, machine, row):
+    """Returns the command that the browser would start, (path, arguments), None when it would start none."""
+    title = row["title"]
+    policy = policies.merged(machine, row) if row["family"] == "chromium" else {}
+    only_all, file = policy.get("NativeMessagingUserLevelHosts", (True, None))
+    if only_all is False:
+        row = {**row, "user": None}
+    problem = problem_with(row)
+    if problem and only_all is False and not effective(row):
+        problem = (f"the policy {file} forbids programs of single users", for_all_users(machine, row))
+    for text, repair in filter(None, (problem, blocking_policy(policy))):
+        report.add("browsers", FAILURE, f"{title}: {text}", **repair, browser=title)
+    if report.is_failed(title):
+        return None
+    manifest = effective(row)
+    report.add("browsers", OK, f"{title}: registered, in {manifest['manifest']}", browser=title)
+    return (manifest["path"], arguments(manifest))
+
+
+def effective(row):
+    """The manifest that counts: the user's own hides the system's, whatever is in it."""
+    return next((row[scope] for scope in ("user", "system") if row[scope] and row[scope]["state"] != "missing"), None)
+
+
+def problem_with(row):
+    manifest = effective(row)
+    hides = manifest is row["user"] and row["system"] and row["system"]["state"] == "registered"
+    also = ", and hides the registration for all users" if hides else ""
+    for_all = "sudo " if manifest and manifest is row["system"] else ""
+    action = "unregister" if hides else "register"
+    renew = {"command": f"{for_all}quillmark-browsers {action} --browser {row['browser']}{' --system' if for_all else ''}"}
+    if manifest is None:
+        return "the signing program is not registered", renew
+    file = manifest["manifest"]
+    if manifest["state"] == "foreign":
+        then = "" if hides else f"; {renew['command']}"
+        return f"{file} is not Quillmark's{also}", {"remedy": "Look at it, and move it away", "command": f"{moved_away(file, for_all)}{then}"}
+    path = manifest["path"] or ""
+    if not os.path.isfile(path):
+        return f"{file} names {path}, which is not there{also}", renew
+    if not is_executable(path):
+        return f"{path} may not be executed{also}", {"command": f"{for_all}chmod +x {quoted(path)}"}
+    if manifest["state"] == "stale":
+        return why_stale(row, manifest) + also, renew
+    return None
+
+
+def moved_away(file, sudo):
+    return f"{sudo}mv {quoted(file, file + '.old')}"
+
+
+def why_stale(row, manifest):
+    found, expected = allowed(manifest), expected_origins(row)
+    if found != expected:
+        return f"{manifest['manifest']} is for the extension {' and '.join(map(str, found)) or 'of nobody'}, not for {' and '.join(expected)}"
+    return f"{manifest['manifest']} is of another version or place"
+
+
+def expected_origins(row):
+    if row["family"] == "firefox":
+        return REGISTRATION["firefoxExtensions"]
+    return [f"chrome-extension://{each}/" for each in REGISTRATION["chromiumExtensions"]]
+
+
+def allowed(manifest):
+    content = read_json(manifest["manifest"])
+    if not isinstance(content, dict):
+        return []
+    return list_of(content.get("allowed_extensions", content.get("allowed_origins")))
+
+
+def arguments(manifest):
+    """What the browser puts behind the host's path."""
+    first = allowed(manifest)[0]
+    return (first,) if first.startswith("chrome-extension:") else (manifest["manifest"], first)
+
+
+def blocking_policy(policy):
+    allowlist, _ = policy.get("NativeMessagingAllowlist", ((), None))
+    blocklist, file = policy.get("NativeMessagingBlocklist", ((), None))
+    if {"*", HOST_NAME}.intersection(map(str, list_of(blocklist))) and HOST_NAME not in list_of(allowlist):
+        remedy = f"Ask your administrator to put {HOST_NAME} into NativeMessagingAllowlist"
+        return f"the policy {file} forbids the signing program", {"remedy": remedy}
+    return None
+
+
+def for_all_users(machine, row):
+    if machine.is_for_all:
+        return {"command": f"sudo quillmark-browsers register --system --browser {row['browser']}"}
+    return {"remedy": "Where you have Quillmark's source", "command": "sudo ./install --system"}
