@@ -9,6 +9,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 REGISTRATION = json.loads((HERE / "registration.json").read_text(encoding="utf-8"))
+HOST_NAME = REGISTRATION["hosts"][0]["name"]
 
 
 class Machine:

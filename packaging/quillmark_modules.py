@@ -98,13 +98,15 @@ def registered_with_p11_kit(machine, module, settings_file):
 
 
 def check_tokens(report, machine, makers_module):
-    """Looks through p11-kit as the driver does. A maker's module in its place may know other tokens."""
+    """Looks through p11-kit as the driver does. A maker's module in its place may know other tokens. Returns what
+    `quillmark-tokens --json` says, None when it says nothing.
+    """
     missing = WARNING if makers_module else FAILURE
     try:
         listing = list_tokens()
     except (OSError, ValueError, subprocess.TimeoutExpired) as error:
         report.add("tokens", missing, f"The tokens could not be listed: {error}", **machine.repair())
-        return
+        return None
     modules = [module for module in listing["modules"] if module["name"] != TRUST_MODULE]
     if not any(module["used"] for module in modules):
         text = "p11-kit knows no module for tokens"
@@ -124,6 +126,7 @@ def check_tokens(report, machine, makers_module):
         check_readers(report, machine, [module["name"] for module in modules if module["used"]], tokens)
     elif not listing["canSign"]:
         report.add("tokens", missing, "No certificate can sign", "quillmark-tokens says why not, for each", "quillmark-tokens")
+    return listing
 
 
 def list_tokens():

@@ -3,10 +3,8 @@
 import os
 
 import quillmark_policy_files as policies
-from quillmark_machine import REGISTRATION, is_executable, list_of, quoted, read_json
+from quillmark_machine import HOST_NAME, REGISTRATION, is_executable, list_of, quoted, read_json
 from quillmark_report import FAILURE, OK
-
-HOST_NAME = REGISTRATION["name"]
 
 
 def check_registration(report, machine, row):

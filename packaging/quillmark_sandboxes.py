@@ -9,11 +9,10 @@ import json
 import shutil
 import subprocess
 
-from quillmark_machine import REGISTRATION
+from quillmark_machine import HOST_NAME
 from quillmark_registrations import check_registration
 from quillmark_report import FAILURE, OK, UNKNOWN, WARNING
 
-HOST_NAME = REGISTRATION["name"]
 BUS = "org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus"
 PROXY_NAME = "org.freedesktop.NativeMessagingProxy"
 PROXY = f"{PROXY_NAME} /org/freedesktop/nativemessagingproxy {PROXY_NAME}"

@@ -6,15 +6,16 @@ import { classifyDisconnect } from "../src/failures.js";
 const api = globalThis.browser ?? globalThis.chrome;
 
 /** The name under which it is registered with the browsers. */
-const DOCTOR_NAME = "quillmark.doctor";
+export const DOCTOR_NAME = "quillmark.doctor";
 
 // A token on a slow reader may take a minute, and the signing program some seconds for each browser.
 const ANSWER_MS = 240_000;
 
 /**
- * @typedef {{couldSign: boolean, findings: Finding[], tokens: object | null}} Diagnosis `tokens` is what `quillmark-tokens --json`
- *   says; null when it says nothing.
- * @typedef {{check: string, level: "ok" | "warning" | "failure", text: string, remedy: string | null}} Finding
+ * @typedef {{verdict: "can" | "unknown" | "cannot", findings: Finding[], tokens: object | null}} Diagnosis `tokens` is what
+ *   `quillmark-tokens --json` says; null when it says nothing.
+ * @typedef {{check: string, level: "ok" | "warning" | "unknown" | "failure", text: string, remedy: string | null,
+ *   command: string | null, browser: string | null}} Finding
  */
 
 /**

@@ -27,13 +27,13 @@ export function wordsForCertificate({ offered, canSign, first, needsLogin, reaso
  * only what was looked at and how it is, of tokens and certificates only the tools' own words.
  */
 export function reportOf(diagnosis, { version, browser }) {
-  const findings = diagnosis.findings.map(({ level, check }) => `${level}: ${check}`);
+  const findings = diagnosis.findings.map(({ level, check, browser: which }) => listed(level, [check, which]));
   const tokens = tokensOf(diagnosis).flatMap(({ hardware, offered, reason, pin, certificates }) => [
     listed("token", [hardware ? "hardware" : "software", offered ? "offered" : `not offered: ${reason}`, pin]),
     ...certificates.map(({ offered: isOffered, canSign, reasons }) =>
       listed("  certificate", [isOffered ? "offered" : "not offered", canSign ? "can sign" : "cannot sign", ...reasons])),
   ]);
-  const head = [`Quillmark ${version}`, browser, `a signature can be made: ${diagnosis.couldSign ? "yes" : "no"}`];
+  const head = [`Quillmark ${version}`, browser, `a signature can be made: ${diagnosis.verdict}`];
   return `${[...head, ...findings, ...tokens].join("\n")}\n`;
 }
 

@@ -5,6 +5,12 @@ import { plain } from "../src/plain-error.js";
 import { examine } from "./doctor.js";
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
 
+const VERDICTS = {
+  can: "A signature can be made, as far as can be seen.",
+  unknown: "Whether a signature can be made cannot be told.",
+  cannot: "No signature can be made yet.",
+};
+
 const api = globalThis.browser ?? globalThis.chrome;
 let diagnosis;
 
@@ -34,17 +40,21 @@ export async function findOut(why = "") {
   }
 }
 
-function show({ couldSign, findings }) {
-  const wrong = ["failure", "warning"].flatMap((level) => findings.filter((finding) => finding.level === level));
+function show({ verdict, findings }) {
+  const wrong = ["failure", "unknown", "warning"].flatMap((level) => findings.filter((finding) => finding.level === level));
   const fine = findings.length - wrong.length;
-  const verdict = couldSign ? "A signature can be made, as far as can be seen." : "No signature can be made yet.";
-  say(`${verdict} ${fine === 1 ? "1 thing is" : `${fine.toLocaleString()} things are`} in order.`);
-  showRows("findings", wrong.map(({ text, remedy }) => row(text, remedy ? `What helps: ${remedy}` : "")));
+  say(`${VERDICTS[verdict]} ${fine === 1 ? "1 thing is" : `${fine.toLocaleString()} things are`} in order.`);
+  showRows("findings", wrong.map(({ text, remedy, command }) => row(text, wordsForRemedy(remedy, command))));
   showRows("tokens", tokensOf(diagnosis).flatMap((token) => [
     row(token.label || "A token without a name", wordsForToken(token)),
     ...token.certificates.map((each) => row(each.subject ?? "A certificate that cannot be read", wordsForCertificate(each))),
   ]));
   element("copy-report").hidden = false;
+}
+
+function wordsForRemedy(...given) {
+  const words = given.filter(Boolean);
+  return words.length > 0 ? `What helps: ${words.join(": ")}` : "";
 }
 
 function showRows(id, rows) {

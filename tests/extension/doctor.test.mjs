@@ -18,10 +18,10 @@ const TOKEN = {
   certificateCount: 2, certificates: [CERTIFICATE, EXPIRED],
 };
 const DIAGNOSIS = {
-  couldSign: true,
+  verdict: "can",
   findings: [
-    { check: "tokens", level: "ok", text: `${SUBJECT} on "${LABEL}" can sign`, remedy: null },
-    { check: "folder", level: "warning", text: `${PATH} cannot be written`, remedy: `chmod u+w '${PATH}'` },
+    { check: "tokens", level: "ok", text: `${SUBJECT} on "${LABEL}" can sign`, remedy: null, command: null, browser: null },
+    { check: "folder", level: "warning", text: `${PATH} cannot be written`, remedy: null, command: `chmod u+w '${PATH}'`, browser: "Chromium" },
   ],
   tokens: { canSign: 1, modules: [
     { name: MODULE, path: PATH, used: true, slots: [{ description: LABEL, token: TOKEN }, { description: LABEL }] },
@@ -34,9 +34,9 @@ test("A report for others tells what was found, and holds no name, number or pat
   assert.equal(report, [
     "Quillmark 1.0.0",
     "Mozilla/5.0",
-    "a signature can be made: yes",
+    "a signature can be made: can",
     "ok: tokens",
-    "warning: folder",
+    "warning: folder, Chromium",
     "token: hardware, offered, one try is left",
     "  certificate: offered, can sign",
     "  certificate: offered, cannot sign, expired",
@@ -56,5 +56,5 @@ test("Tokens and certificates are told with the tries that are left, and with th
 
 test("A computer whose tokens could not be listed has a report without tokens", () => {
   assert.deepEqual(tokensOf({ tokens: null }), []);
-  assert.match(reportOf({ couldSign: false, findings: [], tokens: null }, { version: "1", browser: "b" }), /can be made: no\n$/);
+  assert.match(reportOf({ verdict: "unknown", findings: [], tokens: null }, { version: "1", browser: "b" }), /can be made: unknown\n$/);
 });

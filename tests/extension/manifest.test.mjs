@@ -11,14 +11,15 @@ import { fileURLToPath } from "node:url";
 
 import { make, manifest } from "../../extension/make.mjs";
 import * as library from "../../extension/quillmark.js";
+import { DOCTOR_NAME } from "../../extension/doctor/doctor.js";
 import { HOST_NAME } from "../../extension/src/host.js";
 
 const root = fileURLToPath(new URL("../../", import.meta.url));
 const read = (path) => readFileSync(join(root, path), "utf8");
 const registration = JSON.parse(read("packaging/registration.json"));
 
-test("The registration has the program's name and the ids of both manifests", async () => {
-  assert.equal(registration.name, HOST_NAME);
+test("The registration has the programs' names and the ids of both manifests", async () => {
+  assert.deepEqual(registration.hosts.map(({ name }) => name), [HOST_NAME, DOCTOR_NAME]);
   const { key } = await manifest("chromium");
   // Chromium's id is the start of the key's SHA-256, written with the letters a to p.
   const id = createHash("sha256").update(Buffer.from(key, "base64")).digest("hex").slice(0, 32)

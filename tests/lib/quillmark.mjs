@@ -17,7 +17,9 @@ export const build = dirname(bin);
 export const fakes = join(build, "fakes");
 export const screenshots = join(build, "screenshots");
 
-export const registration = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
+const registrations = JSON.parse(await readFile(join(root, "packaging/registration.json"), "utf8"));
+/** Of the host that signs: { name, description, program }, and { chromiumExtensions, firefoxExtensions }. */
+export const registration = { ...registrations, ...registrations.hosts[0] };
 
 /** The host's files, how it is installed and registered, the extension, and the scripted PKCS#11 module, which may lack an entry point. */
 export const product = {

@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 import { existsSync, lstatSync } from "node:fs";
-import { mkdir, readFile, rm, symlink } from "node:fs/promises";
-import { join } from "node:path";
+import { mkdir, readdir, readFile, rename, rm, symlink } from "node:fs/promises";
+import { dirname, join } from "node:path";
 import { test } from "node:test";
 
 import { registration } from "../lib/quillmark.mjs";
@@ -34,6 +34,23 @@ test("register writes a manifest for each browser that is there, and says so", w
     ...common, allowed_extensions: ["extension@quillmark.example"],
   });
   assert.ok(!existsSync(computer.userManifest("google-chrome")));
+}));
+
+test("The doctor's program is registered beside the one that signs, and a registration without it is renewed", withBrowsers("chromium", async (computer) => {
+  await computer.tool("quillmark-browsers", "register");
+  const file = computer.userManifest("chromium").replace("quillmark.host", "quillmark.doctor");
+  const { path, allowed_origins: origins } = await computer.read(file);
+  assert.equal(path, join(computer.installed, "quillmark-doctor-host"));
+  assert.deepEqual(origins, ["chrome-extension://benpbclnimankdbnpnbfgmaldnhnimin/"]);
+  await rm(file);
+  assert.match((await computer.tool("quillmark-browsers", "status")).out, /^Chromium: stale for this user /m);
+  assert.match((await computer.tool("quillmark-browsers", "register")).out, /^Chromium: registration renewed, in /);
+  assert.equal((await computer.read(file)).path, path);
+  await computer.write(file, { name: "quillmark.doctor", description: "somebody else's", path: "/elsewhere" });
+  const { code, out } = await computer.tool("quillmark-browsers", "register");
+  assert.equal(code, 1);
+  assert.match(out, /left alone, .*quillmark\.doctor\.json was not written by this tool/);
+  assert.equal((await computer.read(file)).path, "/elsewhere");
 }));
 
 test("A browser is also there when the user has settings of it", withBrowsers(async (computer) => {
@@ -102,10 +119,11 @@ test("A link in the manifest's place is not followed", withBrowsers("chromium", 
 test("A link into the program's own folder is the Debian package's: a registration, and not removed", withBrowsers("chromium", async (computer) => {
   const file = computer.userManifest("chromium");
   await computer.tool("quillmark-browsers", "register");
-  const kept = join(computer.installed, "manifests/chromium.json");
-  await computer.write(kept, await computer.read(file));
-  await rm(file);
-  await symlink(kept, file);
+  const kept = join(computer.installed, "manifests/chromium");
+  await mkdir(dirname(kept));
+  await rename(dirname(file), kept);
+  await mkdir(dirname(file));
+  for (const name of await readdir(kept)) await symlink(join(kept, name), join(dirname(file), name));
   assert.match((await computer.tool("quillmark-browsers", "status")).out, /^Chromium: registered for this user /m);
   assert.match((await computer.tool("quillmark-browsers", "register")).out, /was registered already/);
   const { code, out } = await computer.tool("quillmark-browsers", "unregister");

@@ -47,7 +47,7 @@ test("Each message gets what the doctor finds and what the tokens hold, with its
   const computer = await laidOut(t);
   const input = Buffer.concat([frame('{"nonce":"a"}'), frame('{"nonce":"b","pin":"1234","action":"sign"}')]);
   const [a, b] = await answersTo(computer, input);
-  assert.deepEqual(Object.keys(a), ["nonce", "couldSign", "findings", "tokens"]);
+  assert.deepEqual(Object.keys(a), ["nonce", "verdict", "findings", "tokens"]);
   assert.deepEqual(a.tokens, GOOD_TOKENS);
   assert.deepEqual([a.nonce, b.nonce], ["a", "b"]);
   assert.deepEqual(b, { ...a, nonce: "b" });
@@ -69,7 +69,7 @@ for (const [what, input] of [
 for (const [what, script, problem] of [
   ["does not run", "exit 3", /^the doctor did not end well: /],
   ["says something else", "echo '{}'", /^the doctor did not end well: /],
-  ["finds more than a browser takes", `printf '{"couldSign":true,"tokens":null,"findings":["%1048576s"]}' x`, /more than can be shown/],
+  ["finds more than a browser takes", `printf '{"verdict":"can","tokens":null,"findings":["%1048576s"]}' x`, /more than can be shown/],
 ]) {
   test(`A doctor that ${what} is told as a problem`, async (t) => {
     const computer = await laidOut(t);

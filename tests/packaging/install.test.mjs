@@ -29,7 +29,7 @@ test("install puts everything into the user's own folder and registers", withChr
   assert.equal(code, 0, out);
   const folder = computer.userFolder;
   assert.deepEqual((await readdir(folder)).sort(), [
-    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "browsers.json", "quillmark-browsers", "quillmark-doctor", "quillmark-host", "quillmark-journal",
+    "QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "browsers.json", "quillmark-browsers", "quillmark-doctor", "quillmark-doctor-host", "quillmark-host", "quillmark-journal",
     "quillmark-tokens", ...MODULES, "registration.json",
   ]);
   assert.equal(statSync(folder).mode & 0o777, 0o700);

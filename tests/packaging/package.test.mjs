@@ -17,7 +17,7 @@ const MINUTES = 60_000;
 let usual;
 
 const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
-  "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
+  "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].flatMap((folder) => ["host", "doctor"].map((name) => `${folder}/quillmark.${name}.json`));
 
 test("The package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
   const before = await traces();
@@ -32,7 +32,7 @@ test("The package installs, signs for a user, and is purged without a trace", { 
     assert.match((await run(tool, ["--help"])).stdout.toString(), /^usage: /i, tool);
   }
   const commands = await Promise.all(manifests.map(async (file) => JSON.parse(await readFile(file)).path));
-  assert.deepEqual([...new Set(commands)], ["/usr/lib/quillmark/quillmark-host"]);
+  assert.deepEqual([...new Set(commands)], ["/usr/lib/quillmark/quillmark-host", "/usr/lib/quillmark/quillmark-doctor-host"]);
   const { stdout: status } = await runUnchecked("quillmark-browsers", ["status", "--system", "--json"]);
   const states = JSON.parse(status).browsers.flatMap(({ system }) => (system ? [system.state] : []));
   assert.deepEqual([...new Set(states)], ["registered"]);
