@@ -1,8 +1,12 @@
 /** What the doctor has found, in rows for the user and as a report for others. */
 
+// A module of p11-kit's own that knows certificates and no token.
+const TRUST_MODULE = "p11-kit-trust";
+
 /** The tokens of a Diagnosis, those of all modules, as `quillmark-tokens --json` has them. */
 export function tokensOf({ tokens }) {
-  return (tokens?.modules ?? []).flatMap(({ slots }) => slots).flatMap(({ token }) => token ?? []);
+  const modules = (tokens?.modules ?? []).filter(({ name }) => name !== TRUST_MODULE);
+  return modules.flatMap(({ slots }) => slots).flatMap(({ token }) => token ?? []);
 }
 
 /** What is said of a token behind its name. */

@@ -25,6 +25,7 @@ const DIAGNOSIS = {
   ],
   tokens: { canSign: 1, modules: [
     { name: MODULE, path: PATH, used: true, slots: [{ description: LABEL, token: TOKEN }, { description: LABEL }] },
+    { name: "p11-kit-trust", path: PATH, used: true, slots: [{ description: LABEL, token: { ...TOKEN, offered: false } }] },
     { name: MODULE, path: PATH, used: false, reason: `it cannot be loaded: ${PATH}`, slots: [] },
   ] },
 };

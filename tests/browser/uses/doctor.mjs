@@ -13,7 +13,7 @@ const COMMON_NAME = "CN=user";
 
 const textsIn = (id) => [...document.getElementById(id).children].map(({ textContent }) => textContent);
 
-export function doctorTests({ rig, browserTest, allowedPage }) {
+export function doctorTests({ rig, browserTest }) {
   const settings = (body, ...args) => rig.extension.settings(body, ...args);
   const says = (pattern) => waitFor(`the words ${pattern}`, async () => {
     const words = await settings(() => document.getElementById("diagnosis").textContent);
@@ -72,10 +72,11 @@ export function doctorTests({ rig, browserTest, allowedPage }) {
     const driver = join(rig.program.folder, "QMTokenDriver.so");
     await rename(driver, `${driver}-away`);
     t.after(() => rename(`${driver}-away`, driver));
-    const page = await allowedPage(t);
-    assert.notEqual(codeOf(await ask(page, "signPdfHash", ["0".repeat(64), rig.certificate.thumbprint])), undefined);
+    const { page } = await rig.freshPage(t, { allowed: true });
+    assert.equal(codeOf(await ask(page, "signAuthToken", ["token"])), "HOST_EXITED");
     const popup = await rig.extension.openPopup();
-    await popup.evaluate(() => [...document.querySelectorAll("#signatures button")][0].click());
+    await waitFor("the failure", () => popup.evaluate(() => document.querySelector("#signatures button") !== null));
+    await popup.evaluate(() => document.querySelector("#signatures button").click());
     const words = await waitFor("what is wrong", async () => {
       const texts = await popup.evaluate(textsIn, "findings");
       return texts?.find((each) => each.includes("QMTokenDriver.so is not there"));
@@ -87,27 +88,25 @@ export function doctorTests({ rig, browserTest, allowedPage }) {
 
   browserTest("no page reaches the doctor", async (t) => {
     const trace = await traceDoctor(t);
-    const page = await allowedPage(t);
+    const { page } = await rig.freshPage(t, { allowed: true });
     await openRawChannel(page);
     await gesture(page);
     const names = ["examine", "doctor", "quillmark.doctor", "recentSignatures", "state"];
-    const answers = await page.evaluate(async (operations) => {
-      const { port, answers: got } = window.raw;
-      let id = 100;
-      for (const name of operations) {
-        port.postMessage({ type: "request", id: id++, operation: name, values: {}, timeout: 5_000 });
-        port.postMessage({ type: name, id: id++, name: "quillmark.doctor", nonce: "1" });
+    await page.evaluate((operations) => {
+      for (const [i, name] of operations.entries()) {
+        window.raw.port.postMessage({ type: "request", id: i, operation: name, values: {}, timeout: 5_000 });
+        window.raw.port.postMessage({ type: name, id: i + 100, name: "quillmark.doctor", nonce: "1" });
       }
-      while (got.filter(({ type }) => type === "error").length < operations.length) await new Promise((done) => setTimeout(done, 50));
-      return got.filter(({ type }) => type !== "progress");
     }, names);
-    assert.deepEqual([...new Set(answers.map(({ type }) => type))], ["error"]);
+    const answers = await waitFor("the answers", async () => {
+      const types = await page.evaluate(() => window.raw.answers.map(({ type }) => type).filter((type) => type !== "progress"));
+      return types.length >= names.length && types;
+    });
+    assert.deepEqual(answers, names.map(() => "error"));
     assert.equal(await page.evaluate(() => typeof globalThis.chrome?.runtime?.sendNativeMessage), "undefined");
     assert.ok(!existsSync(trace));
 
-    const window = await openSettings(t);
-    await press(window, "examine");
+    await rig.extension.evaluate(() => document.getElementById("examine").click());
     await waitFor("the doctor's start", () => existsSync(trace));
-    await rig.user.press(window, "ctrl+w");
   });
 }

@@ -45,9 +45,12 @@ export class ExtensionPages {
     return this.#pages.evaluate(this.#options, called(body, args));
   }
 
-  /** Calls a function in the settings page that the user has opened. */
+  /** Calls a function in the settings page that the user sees. */
   async settings(body, ...args) {
-    return this.#pages.evaluate(await this.#pages.find(OPTIONS), called(body, args));
+    for (const page of await this.#pages.findAll(OPTIONS)) {
+      if (await this.#pages.evaluate(page, "document.visibilityState === 'visible'")) return this.#pages.evaluate(page, called(body, args));
+    }
+    throw new Error("The user sees no settings page");
   }
 
   /** Opens the toolbar's popup, in a tab behind the others: { evaluate(body, ...args), close() }. */
@@ -102,6 +105,10 @@ class ChromiumPages {
     return this.#targets(path)[0]?.asPage();
   }
 
+  findAll(path) {
+    return Promise.all(this.#targets(path).map((target) => target.asPage()));
+  }
+
   async open(path) {
     const page = await this.#browser.newPage({ background: true });
     await page.goto(this.#browser.extensionUrl + path).catch(async (error) => {
@@ -149,6 +156,10 @@ class FirefoxPages {
 
   async find(path) {
     return (await this.#contexts(path))[0];
+  }
+
+  findAll(path) {
+    return this.#contexts(path);
   }
 
   async open(path) {
