@@ -26,6 +26,10 @@ class Machine:
     def path(self, text):
         return Path(self._root + text)
 
+    def program(self, text):
+        """The path that a registration names, which may be one of a machine that is under construction at the root."""
+        return self.path(text) if self._root and self.path(text).is_file() else Path(text)
+
     @functools.cached_property
     def rows(self):
         """All browsers that Quillmark knows, as `quillmark-browsers status --json` tells them."""
@@ -79,4 +83,4 @@ def list_of(value):
 
 
 def is_executable(path):
-    return os.path.isfile(path) and os.access(path, os.X_OK)
+    return path.is_file() and os.access(path, os.X_OK)

@@ -16,6 +16,7 @@ TOKENS_SECONDS = 60
 LOAD_SECONDS = 20
 # A module of p11-kit's own that knows certificates and no token.
 TRUST_MODULE = "p11-kit-trust"
+OF_PACKAGES = "/usr/share/p11-kit/modules"
 NOT_ENABLED = "not enabled for QMTokenDriver"
 
 # Every PKCS#11 module has this entry point. Quillmark's own driver leaves it to p11-kit, through which it looks.
@@ -145,22 +146,22 @@ def words_for(token, certificate):
 
 def repair_module(machine, module, reason):
     """How the file is put right by which p11-kit knows a module that cannot be used."""
-    folders = [machine.home / ".config/pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", "/usr/share/p11-kit/modules"))]
-    file = next((each for folder in folders if (each := folder / f"{module['name']}.module").is_file()), None)
+    name = f"{module['name']}.module"
+    folders = [machine.home / ".config/pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", OF_PACKAGES))]
+    file = next((each for folder in folders if (each := folder / name).is_file()), None)
     if file is None:
         return {}
     if reason.startswith(NOT_ENABLED):
         return {"remedy": f"If it shall be: look at disable-in and enable-in in {file}"}
-    package = owner(machine, file)
+    package = file.parent == machine.path(OF_PACKAGES) and owner(machine, f"{OF_PACKAGES}/{name}")
     if package:
         return {"remedy": f"{file} is of the package {package}", "command": f"sudo apt install --reinstall {package}"}
     return {"remedy": f"Correct the path behind \"module:\" in {file}, or to do without it", "command": moved_away(machine, file)}
 
 
-def owner(machine, file):
+def owner(machine, path):
     """The Debian package that a file is of, None when it is of none."""
-    text = "/" + str(file.relative_to(machine.path("/")))
     for listing in sorted(machine.path("/var/lib/dpkg/info").glob("*.list")):
-        if text in listing.read_text(encoding="utf-8", errors="replace").split("\n"):
+        if path in listing.read_text(encoding="utf-8", errors="replace").split("\n"):
             return listing.name.removesuffix(".list").split(":")[0]
     return None

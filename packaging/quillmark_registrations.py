@@ -16,7 +16,7 @@ def check_registration(report, machine, row):
     only_all, file = policy.get("NativeMessagingUserLevelHosts", (True, None))
     if only_all is False:
         row = {**row, "user": None}
-    problem = problem_with(row)
+    problem = problem_with(machine, row)
     if problem and only_all is False and not effective(row):
         problem = (f"the policy {file} forbids programs of single users", for_all_users(machine, row))
     for text, repair in filter(None, (problem, blocking_policy(policy))):
@@ -25,7 +25,7 @@ def check_registration(report, machine, row):
         return None
     manifest = effective(row)
     report.add("browsers", OK, f"{title}: registered, in {manifest['manifest']}", browser=title)
-    return (manifest["path"], arguments(manifest))
+    return (machine.program(manifest["path"]), arguments(manifest))
 
 
 def effective(row):
@@ -33,22 +33,22 @@ def effective(row):
     return next((row[scope] for scope in ("user", "system") if row[scope] and row[scope]["state"] != "missing"), None)
 
 
-def problem_with(row):
+def problem_with(machine, row):
     manifest = effective(row)
     hides = manifest is row["user"] and row["system"] and row["system"]["state"] == "registered"
     also = ", and hides the registration for all users" if hides else ""
     for_all = "sudo " if manifest and manifest is row["system"] else ""
     action = "unregister" if hides else "register"
-    renew = {"command": f"{for_all}quillmark-browsers {action} --browser {row['browser']}{' --system' if for_all else ''}"}
+    renew = machine.repair() if for_all and machine.is_packaged else {"command": f"{for_all}quillmark-browsers {action} --browser {row['browser']}{' --system' if for_all else ''}"}
     if manifest is None:
         return "the signing program is not registered", renew
     file = manifest["manifest"]
     if manifest["state"] == "foreign":
         then = "" if hides else f"; {renew['command']}"
         return f"{file} is not Quillmark's{also}", {"remedy": "Look at it, and move it away", "command": f"{moved_away(file, for_all)}{then}"}
-    path = manifest["path"] or ""
+    path = machine.program(manifest["path"] or "")
     if not os.path.isfile(path):
-        return f"{file} names {path}, which is not there{also}", renew
+        return f"{file} names {manifest['path'] or ''}, which is not there{also}", renew
     if not is_executable(path):
         return f"{path} may not be executed{also}", {"command": f"{for_all}chmod +x {quoted(path)}"}
     if manifest["state"] == "stale":
