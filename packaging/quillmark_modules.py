@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -114,8 +115,9 @@ def check_tokens(report, machine, makers_module):
         if module["used"]:
             report.add("p11-kit", OK, f"p11-kit knows the module {module['name']}")
         else:
-            reason = module.get("reason", "it failed")
-            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **repair_module(machine, module, reason))
+            file = module_file(machine, module["name"])
+            reason = why_unused(machine, module, file)
+            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **(repair_module(machine, file, reason) if file else {}))
     tokens = [slot["token"] for module in modules for slot in module.get("slots", []) if slot.get("token")]
     for token in tokens:
         for certificate in token["certificates"] if token["offered"] else []:
@@ -129,8 +131,8 @@ def check_tokens(report, machine, makers_module):
 
 def list_tokens():
     with tempfile.TemporaryDirectory(prefix="quillmark-") as scratch:
-        # The driver's log goes there. What modules write about themselves on stderr is not for the user.
-        env = {**os.environ, "XDG_STATE_HOME": scratch}
+        # The driver's log and what modules remember go there. What they write on stderr is not for the user.
+        env = {**os.environ, "XDG_STATE_HOME": scratch, "XDG_CACHE_HOME": scratch}
         command = [HERE / "quillmark-tokens", "--json"]
         result = subprocess.run(command, capture_output=True, env=env, timeout=TOKENS_SECONDS, check=False)
     return json.loads(result.stdout.decode(errors="replace"))
@@ -144,16 +146,32 @@ def words_for(token, certificate):
     return WARNING, f"{name} cannot sign: {', '.join(certificate['reasons'])}"
 
 
-def repair_module(machine, module, reason):
-    """How the file is put right by which p11-kit knows a module that cannot be used."""
-    name = f"{module['name']}.module"
+def module_file(machine, name):
+    """The file by which p11-kit knows a module, None when it is not found."""
     folders = [machine.home / ".config/pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", OF_PACKAGES))]
-    file = next((each for folder in folders if (each := folder / name).is_file()), None)
-    if file is None:
-        return {}
+    return next((file for folder in folders if (file := folder / f"{name}.module").is_file()), None)
+
+
+def why_unused(machine, module, file):
+    """p11-kit leaves out without a word what it cannot load, so that the driver cannot tell that from what is switched off."""
+    reason = module.get("reason", "it failed")
+    if not file or not reason.startswith(NOT_ENABLED):
+        return reason
+    found = re.search(r"^\s*module:\s*(.+?)\s*$", file.read_text(encoding="utf-8", errors="replace"), re.MULTILINE)
+    if not found:
+        return f"{file} has no line that begins with module:"
+    places = [Path(found[1])] if found[1].startswith("/") else machine.path("/usr/lib").glob(f"*/pkcs11/{found[1]}")
+    library = next((each for each in places if each.is_file()), None)
+    if library is None:
+        return f"{found[1]}, which {file} names, is not there"
+    _, failure = load(library)
+    return f"{library} cannot be loaded: {failure}" if failure else reason
+
+
+def repair_module(machine, file, reason):
     if reason.startswith(NOT_ENABLED):
         return {"remedy": f"If it shall be: look at disable-in and enable-in in {file}"}
-    package = file.parent == machine.path(OF_PACKAGES) and owner(machine, f"{OF_PACKAGES}/{name}")
+    package = file.parent == machine.path(OF_PACKAGES) and owner(machine, f"{OF_PACKAGES}/{file.name}")
     if package:
         return {"remedy": f"{file} is of the package {package}", "command": f"sudo apt install --reinstall {package}"}
     return {"remedy": f"Correct the path behind \"module:\" in {file}, or to do without it", "command": moved_away(machine, file)}

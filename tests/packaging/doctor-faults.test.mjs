@@ -16,7 +16,7 @@ const [chromiumId] = registration.chromiumExtensions;
 const [firefoxId] = registration.firefoxExtensions;
 const OTHER_ID = "abcdefghijklmnopabcdefghijklmnop";
 const NO_MODULE = { canSign: 0, modules: [{ name: "p11-kit-trust", used: true, slots: [] }] };
-const BROKEN_MODULE = { canSign: 0, modules: [{ name: "maker", used: false, reason: "cannot open shared object file", slots: [] }] };
+const BROKEN_MODULE = { canSign: 0, modules: [{ name: "maker", used: false, reason: "not enabled for QMTokenDriver, or not read for this user", slots: [] }] };
 const reinstalled = (computer) => `cp '${computer.program}'/* '${computer.installed}'`;
 
 const chromiumPolicy = (computer, content) => computer.write(join(computer.root, "etc/chromium/policies/managed/company.json"), content);
@@ -146,7 +146,7 @@ const FAULTS = {
       await computer.write(join(computer.home, ".config/pkcs11/modules/maker.module"), "module: /gone/maker.so\n");
       await computer.setTokens({ ...GOOD_TOKENS, modules: [...GOOD_TOKENS.modules, ...BROKEN_MODULE.modules] });
     },
-    words: /^The module maker is not used: cannot open shared object file$/,
+    words: /^The module maker is not used: \/gone\/maker\.so, which .*maker\.module names, is not there$/,
     by: (computer) => assert.rejects(computer.read(join(computer.home, ".config/pkcs11/modules/maker.module")), /ENOENT/)
       .then(() => computer.setTokens(GOOD_TOKENS)),
   },
