@@ -17,6 +17,7 @@ class Machine:
     def __init__(self, root):
         self._root = root
         self.home = Path.home()
+        self.config = Path(os.environ.get("XDG_CONFIG_HOME") or self.home / ".config")
         # The launcher knows the working folder, and what would keep it from starting the host there.
         command = ["/bin/sh", HERE / "quillmark-host", "--check-folder"]
         checked = subprocess.run(command, capture_output=True, text=True, errors="surrogateescape", check=False)

@@ -87,13 +87,16 @@ def load(module):
 
 
 def registered_with_p11_kit(machine, module, settings_file):
-    """How a maker's module gets behind the driver instead of into its place."""
-    if not settings_file:
-        return {"remedy": f"Move it elsewhere, register it with p11-kit (docs/settings.md), and install Quillmark's driver again"}
-    folder = machine.home / ".config/pkcs11/modules"
-    file = folder / f"{module.name.split('.')[0]}.module"
-    command = f"mkdir -p {quoted(folder)}; echo {quoted(f'module: {module}')} > {quoted(file)}; {moved_away(machine, settings_file)}"
-    return {"remedy": "Register it with p11-kit, and take it out of the settings", "command": command}
+    """How a maker's module gets behind the driver instead of into its place, which the settings give it or its name."""
+    if settings_file:
+        kept, free = module, moved_away(machine, settings_file)
+    else:
+        kept = module.with_name("makers-module.so")
+        free = f"mv {quoted(module, kept)}" + ("" if machine.is_for_all else f"; {machine.repair()['command']}")
+    folder = machine.config / "pkcs11/modules"
+    file = folder / f"{kept.name.split('.')[0]}.module"
+    command = f"mkdir -p {quoted(folder)}; echo {quoted(f'module: {kept}')} > {quoted(file)}; {free}"
+    return {"remedy": "Register it with p11-kit, and put Quillmark's driver back into its place", "command": command}
 
 
 # ---- modules and tokens
@@ -117,7 +120,8 @@ def check_tokens(report, machine, makers_module):
         else:
             file = module_file(machine, module["name"])
             reason = why_unused(machine, module, file)
-            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **(repair_module(machine, file, reason) if file else {}))
+            repair = repair_module(machine, file, reason) if file else {}
+            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **repair)
     tokens = [slot["token"] for module in modules for slot in module.get("slots", []) if slot.get("token")]
     for token in tokens:
         for certificate in token["certificates"] if token["offered"] else []:
@@ -148,7 +152,7 @@ def words_for(token, certificate):
 
 def module_file(machine, name):
     """The file by which p11-kit knows a module, None when it is not found."""
-    folders = [machine.home / ".config/pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", OF_PACKAGES))]
+    folders = [machine.config / "pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", OF_PACKAGES))]
     return next((file for folder in folders if (file := folder / f"{name}.module").is_file()), None)
 
 

@@ -1,8 +1,8 @@
-// Thirty made-up computers with a fault, or with two: the doctor names each, and its remedy works when it is followed to the
-// letter. docs/troubleshooting.md has the same table for people.
+// Made-up computers with a fault, or with two: the doctor names each, and its remedy works when it is followed to the letter.
+// docs/troubleshooting.md has the same table for people.
 
 import assert from "node:assert/strict";
-import { chmod, mkdir, rm } from "node:fs/promises";
+import { chmod, copyFile, mkdir, rm } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
@@ -149,6 +149,10 @@ const FAULTS = {
     words: /^The module maker is not used: \/gone\/maker\.so, which .*maker\.module names, is not there$/,
     by: (computer) => assert.rejects(computer.read(join(computer.home, ".config/pkcs11/modules/maker.module")), /ENOENT/)
       .then(() => computer.setTokens(GOOD_TOKENS)),
+  },
+  "a token maker's module has the driver's name": {
+    fault: (computer) => copyFile(SOFTHSM, join(computer.installed, "QMTokenDriver.so")),
+    words: /QMTokenDriver\.so is the module of a token's maker, whose tokens cannot be looked at/,
   },
   "a token maker's module is in the driver's place": {
     fault: (computer) => settings(computer, { TokenDriverFullPath: SOFTHSM }),

@@ -7,6 +7,7 @@ import { ask, bytesOf, Rig, statusOf } from "../../lib/browser-kit.mjs";
 import { product } from "../../lib/quillmark.mjs";
 import { COVER } from "./attacker.mjs";
 import { consentTests } from "../uses/consent.mjs";
+import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
@@ -72,5 +73,6 @@ export function browserTests(name) {
   for (const tests of [consentTests, signingTests, failureTests, pdfTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   registrationTests(suite);
+  doctorTests(suite);
   policyAttacks({ name, rig, attack: browserTest });
 }
