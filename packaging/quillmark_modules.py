@@ -41,7 +41,8 @@ def check_driver(report, machine):
     named = object_at(settings).get("TokenDriverFullPath")
     if named:
         module = machine.folder / str(named)
-        repair = {"remedy": f"Correct TokenDriverFullPath in {file}, or for Quillmark's own driver", "command": moved_away(machine, file)}
+        words = f"Correct TokenDriverFullPath in {file}, or for Quillmark's own driver"
+        repair = {"remedy": words, "command": moved_away(machine, file)}
     else:
         module, repair = driver_in_place(machine)
     if not module.is_file():
