@@ -18,6 +18,7 @@ class Machine:
     def __init__(self, root):
         self._root = root
         self.home = Path.home()
+        self.config = Path(os.environ.get("XDG_CONFIG_HOME") or self.home / ".config")
         # The launcher knows the working folder, and what would keep it from starting the host there.
         command = ["/bin/sh", HERE / "quillmark-host", "--check-folder"]
         checked = subprocess.run(command, capture_output=True, text=True, errors="surrogateescape", check=False)
@@ -26,6 +27,10 @@ class Machine:
 
     def path(self, text):
         return Path(self._root + text)
+
+    def program(self, text):
+        """The path that a registration names, which may be one of a machine that is under construction at the root."""
+        return self.path(text) if self._root and self.path(text).is_file() else Path(text)
 
     @functools.cached_property
     def rows(self):
@@ -80,4 +85,4 @@ def list_of(value):
 
 
 def is_executable(path):
-    return os.path.isfile(path) and os.access(path, os.X_OK)
+    return path.is_file() and os.access(path, os.X_OK)

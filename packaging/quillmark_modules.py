@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -16,6 +17,7 @@ TOKENS_SECONDS = 60
 LOAD_SECONDS = 20
 # A module of p11-kit's own that knows certificates and no token.
 TRUST_MODULE = "p11-kit-trust"
+OF_PACKAGES = "/usr/share/p11-kit/modules"
 NOT_ENABLED = "not enabled for QMTokenDriver"
 
 # Every PKCS#11 module has this entry point. Quillmark's own driver leaves it to p11-kit, through which it looks.
@@ -39,7 +41,8 @@ def check_driver(report, machine):
     named = object_at(settings).get("TokenDriverFullPath")
     if named:
         module = machine.folder / str(named)
-        repair = {"remedy": f"Correct TokenDriverFullPath in {file}, or for Quillmark's own driver", "command": moved_away(machine, file)}
+        words = f"Correct TokenDriverFullPath in {file}, or for Quillmark's own driver"
+        repair = {"remedy": words, "command": moved_away(machine, file)}
     else:
         module, repair = driver_in_place(machine)
     if not module.is_file():
@@ -85,13 +88,16 @@ def load(module):
 
 
 def registered_with_p11_kit(machine, module, settings_file):
-    """How a maker's module gets behind the driver instead of into its place."""
-    if not settings_file:
-        return {"remedy": f"Move it elsewhere, register it with p11-kit (docs/settings.md), and install Quillmark's driver again"}
-    folder = machine.home / ".config/pkcs11/modules"
-    file = folder / f"{module.name.split('.')[0]}.module"
-    command = f"mkdir -p {quoted(folder)}; echo {quoted(f'module: {module}')} > {quoted(file)}; {moved_away(machine, settings_file)}"
-    return {"remedy": "Register it with p11-kit, and take it out of the settings", "command": command}
+    """How a maker's module gets behind the driver instead of into its place, which the settings give it or its name."""
+    if settings_file:
+        kept, free = module, moved_away(machine, settings_file)
+    else:
+        kept = module.with_name("makers-module.so")
+        free = f"mv {quoted(module, kept)}" + ("" if machine.is_for_all else f"; {machine.repair()['command']}")
+    folder = machine.config / "pkcs11/modules"
+    file = folder / f"{kept.name.split('.')[0]}.module"
+    command = f"mkdir -p {quoted(folder)}; echo {quoted(f'module: {kept}')} > {quoted(file)}; {free}"
+    return {"remedy": "Register it with p11-kit, and put Quillmark's driver back into its place", "command": command}
 
 
 # ---- modules and tokens
@@ -115,8 +121,10 @@ def check_tokens(report, machine, makers_module):
         if module["used"]:
             report.add("p11-kit", OK, f"p11-kit knows the module {module['name']}")
         else:
-            reason = module.get("reason", "it failed")
-            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **repair_module(machine, module, reason))
+            file = module_file(machine, module["name"])
+            reason = why_unused(machine, module, file)
+            repair = repair_module(machine, file, reason) if file else {}
+            report.add("p11-kit", WARNING, f"The module {module['name']} is not used: {reason}", **repair)
     tokens = [slot["token"] for module in modules for slot in module.get("slots", []) if slot.get("token")]
     for token in tokens:
         for certificate in token["certificates"] if token["offered"] else []:
@@ -131,8 +139,8 @@ def check_tokens(report, machine, makers_module):
 
 def list_tokens():
     with tempfile.TemporaryDirectory(prefix="quillmark-") as scratch:
-        # The driver's log goes there. What modules write about themselves on stderr is not for the user.
-        env = {**os.environ, "XDG_STATE_HOME": scratch}
+        # The driver's log and what modules remember go there. What they write on stderr is not for the user.
+        env = {**os.environ, "XDG_STATE_HOME": scratch, "XDG_CACHE_HOME": scratch}
         command = [HERE / "quillmark-tokens", "--json"]
         result = subprocess.run(command, capture_output=True, env=env, timeout=TOKENS_SECONDS, check=False)
     return json.loads(result.stdout.decode(errors="replace"))
@@ -146,24 +154,40 @@ def words_for(token, certificate):
     return WARNING, f"{name} cannot sign: {', '.join(certificate['reasons'])}"
 
 
-def repair_module(machine, module, reason):
-    """How the file is put right by which p11-kit knows a module that cannot be used."""
-    folders = [machine.home / ".config/pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", "/usr/share/p11-kit/modules"))]
-    file = next((each for folder in folders if (each := folder / f"{module['name']}.module").is_file()), None)
-    if file is None:
-        return {}
+def module_file(machine, name):
+    """The file by which p11-kit knows a module, None when it is not found."""
+    folders = [machine.config / "pkcs11/modules", *map(machine.path, ("/etc/pkcs11/modules", OF_PACKAGES))]
+    return next((file for folder in folders if (file := folder / f"{name}.module").is_file()), None)
+
+
+def why_unused(machine, module, file):
+    """p11-kit leaves out without a word what it cannot load, so that the driver cannot tell that from what is switched off."""
+    reason = module.get("reason", "it failed")
+    if not file or not reason.startswith(NOT_ENABLED):
+        return reason
+    found = re.search(r"^\s*module:\s*(.+?)\s*$", file.read_text(encoding="utf-8", errors="replace"), re.MULTILINE)
+    if not found:
+        return f"{file} has no line that begins with module:"
+    places = [Path(found[1])] if found[1].startswith("/") else machine.path("/usr/lib").glob(f"*/pkcs11/{found[1]}")
+    library = next((each for each in places if each.is_file()), None)
+    if library is None:
+        return f"{found[1]}, which {file} names, is not there"
+    _, failure = load(library)
+    return f"{library} cannot be loaded: {failure}" if failure else reason
+
+
+def repair_module(machine, file, reason):
     if reason.startswith(NOT_ENABLED):
         return {"remedy": f"If it shall be: look at disable-in and enable-in in {file}"}
-    package = owner(machine, file)
+    package = file.parent == machine.path(OF_PACKAGES) and owner(machine, f"{OF_PACKAGES}/{file.name}")
     if package:
         return {"remedy": f"{file} is of the package {package}", "command": f"sudo apt install --reinstall {package}"}
     return {"remedy": f"Correct the path behind \"module:\" in {file}, or to do without it", "command": moved_away(machine, file)}
 
 
-def owner(machine, file):
+def owner(machine, path):
     """The Debian package that a file is of, None when it is of none."""
-    text = "/" + str(file.relative_to(machine.path("/")))
     for listing in sorted(machine.path("/var/lib/dpkg/info").glob("*.list")):
-        if text in listing.read_text(encoding="utf-8", errors="replace").split("\n"):
+        if path in listing.read_text(encoding="utf-8", errors="replace").split("\n"):
             return listing.name.removesuffix(".list").split(":")[0]
     return None

@@ -85,20 +85,27 @@ def why_forbidden(policy, identifier):
 
     settings = value("ExtensionSettings")
     default, own = settings_for(settings, "*"), settings_for(settings, identifier)
-    blocked = set(map(str, list_of(value("ExtensionInstallBlocklist"))))
-    wanted = {str(each).split(";")[0] for name in ("ExtensionInstallAllowlist", "ExtensionInstallForcelist") for each in list_of(value(name))}
-    mode = own.get("installation_mode") or ("allowed" if identifier in wanted else None)
-    mode = mode or ("blocked" if identifier in blocked else None)
+    blocked = texts(value("ExtensionInstallBlocklist"))
+    lists = texts(value("ExtensionInstallAllowlist")) | texts(value("ExtensionInstallForcelist"))
+    wanted = {each.split(";")[0] for each in lists}
+    by_lists = "allowed" if identifier in wanted else "blocked" if identifier in blocked else None
+    mode = own.get("installation_mode") or by_lists
     types = default.get("allowed_types", value("ExtensionAllowedTypes"))
     if mode is None and isinstance(types, list) and "extension" not in types:
         return file("ExtensionSettings", "ExtensionAllowedTypes"), "allows no extensions but of other types"
-    if (mode or default.get("installation_mode") or ("blocked" if "*" in blocked else "allowed")) in FORBIDDING:
+    by_default = default.get("installation_mode") or ("blocked" if "*" in blocked else "allowed")
+    if (mode or by_default) in FORBIDDING:
         return file(*(["ExtensionSettings"] if own or default else []), "ExtensionInstallBlocklist"), "forbids the extension"
-    permissions = set(map(str, list_of(default.get("blocked_permissions")))) - set(map(str, list_of(own.get("allowed_permissions"))))
-    permissions = (permissions | set(map(str, list_of(own.get("blocked_permissions"))))) & PERMISSIONS
+    permissions = texts(default.get("blocked_permissions")) - texts(own.get("allowed_permissions"))
+    permissions = (permissions | texts(own.get("blocked_permissions"))) & PERMISSIONS
     if permissions:
-        return file("ExtensionSettings"), f"forbids the extension what it needs ({', '.join(sorted(permissions))} in blocked_permissions)"
+        names = ", ".join(sorted(permissions))
+        return file("ExtensionSettings"), f"forbids the extension what it needs ({names} in blocked_permissions)"
     return None
+
+
+def texts(value):
+    return {each for each in list_of(value) if isinstance(each, str)}
 
 
 def settings_for(settings, name):
@@ -155,15 +162,20 @@ def for_extension(machine):
 
 def extension_files(machine):
     """(file, how it is read, the names that lead to the policy in it, the add-on whose manifest it is, if it is one)"""
-    places = {family: [row["policies"] for row in machine.rows if row["policies"] and row["family"] == family] for family in ("chromium", "firefox")}
-    for folder in dict.fromkeys(places["chromium"]):
+    for folder in policies_of(machine, "chromium"):
         for file in chromium_files(machine, folder):
-            yield from ((file, read_as_chromium, ("3rdparty", "extensions", each), None) for each in REGISTRATION["chromiumExtensions"])
+            for each in REGISTRATION["chromiumExtensions"]:
+                yield file, read_as_chromium, ("3rdparty", "extensions", each), None
     folders = [machine.home / ".mozilla/managed-storage", *map(machine.path, FIREFOX_STORAGE)]
     for each in REGISTRATION["firefoxExtensions"]:
-        for file in dict.fromkeys(places["firefox"]):
+        for file in policies_of(machine, "firefox"):
             yield machine.path(file), read_json, ("policies", "3rdparty", "Extensions", each), None
         yield from ((folder / f"{each}.json", read_json, ("data",), each) for folder in folders)
+
+
+def policies_of(machine, family):
+    """The places of administrators' policies, each once: some browsers share one."""
+    return dict.fromkeys(row["policies"] for row in machine.rows if row["policies"] and row["family"] == family)
 
 
 def policy_in(content, way):

@@ -31,7 +31,8 @@ def check_profiles(report, machine, row):
         report.add("extension", WARNING, text, "Start it, and put the extension into it", browser=title)
     else:
         for name, (level, words) in states.items():
-            remedy = "Put the extension into it, and switch it on, on " + ("about:addons" if row["family"] == "firefox" else "chrome://extensions")
+            page = "about:addons" if row["family"] == "firefox" else "chrome://extensions"
+            remedy = f"Put the extension into it, and switch it on, on {page}"
             report.add("extension", level, f"{title}, profile {name}: {words}", remedy, browser=title)
 
 

@@ -14,7 +14,7 @@ def check_registration(report, machine, row):
     only_all, file = policy.get("NativeMessagingUserLevelHosts", (True, None))
     if only_all is False:
         row = {**row, "user": None}
-    problem = problem_with(row)
+    problem = problem_with(machine, row)
     if problem and only_all is False and not effective(row):
         problem = (f"the policy {file} forbids programs of single users", for_all_users(machine, row))
     for text, repair in filter(None, (problem, blocking_policy(policy))):
@@ -23,7 +23,7 @@ def check_registration(report, machine, row):
         return None
     manifest = effective(row)
     report.add("browsers", OK, f"{title}: registered, in {manifest['manifest']}", browser=title)
-    return (manifest["path"], arguments(manifest))
+    return (machine.program(manifest["path"]), arguments(manifest))
 
 
 def effective(row):
@@ -31,38 +31,39 @@ def effective(row):
     return next((row[scope] for scope in ("user", "system") if row[scope] and row[scope]["state"] != "missing"), None)
 
 
-def problem_with(row):
+def problem_with(machine, row):
+    """(words, repair) of the manifest that counts; None when it is in order."""
     manifest = effective(row)
+    for_all = manifest is not None and manifest is row["system"]
     hides = manifest is row["user"] and row["system"] and row["system"]["state"] == "registered"
     also = ", and hides the registration for all users" if hides else ""
-    for_all = "sudo " if manifest and manifest is row["system"] else ""
-    action = "unregister" if hides else "register"
-    renew = {"command": f"{for_all}quillmark-browsers {action} --browser {row['browser']}{' --system' if for_all else ''}"}
+    renew = machine.repair() if for_all and machine.is_packaged else {"command": renewal(row, for_all, hides)}
     if manifest is None:
         return "the signing program is not registered", renew
-    file = manifest["manifest"]
+    file, sudo = manifest["manifest"], "sudo " if for_all else ""
     if manifest["state"] == "foreign":
-        then = "" if hides else f"; {renew['command']}"
-        return f"{file} is not Quillmark's{also}", {"remedy": "Look at it, and move it away", "command": f"{moved_away(file, for_all)}{then}"}
-    path = manifest["path"] or ""
+        moved = f"{sudo}mv {quoted(file, file + '.old')}"
+        command = moved if hides else f"{moved}; {renew['command']}"
+        return f"{file} is not Quillmark's{also}", {"remedy": "Look at it, and move it away", "command": command}
+    path = machine.program(manifest["path"] or "")
     if not os.path.isfile(path):
-        return f"{file} names {path}, which is not there{also}", renew
+        return f"{file} names {manifest['path'] or ''}, which is not there{also}", renew
     if not is_executable(path):
-        return f"{path} may not be executed{also}", {"command": f"{for_all}chmod +x {quoted(path)}"}
-    if manifest["state"] == "stale":
-        return why_stale(row, manifest) + also, renew
-    return None
+        return f"{path} may not be executed{also}", {"command": f"{sudo}chmod +x {quoted(path)}"}
+    return (why_stale(row, manifest) + also, renew) if manifest["state"] == "stale" else None
 
 
-def moved_away(file, sudo):
-    return f"{sudo}mv {quoted(file, file + '.old')}"
+def renewal(row, for_all, hides):
+    command = f"quillmark-browsers {'unregister' if hides else 'register'} --browser {row['browser']}"
+    return f"sudo {command} --system" if for_all else command
 
 
 def why_stale(row, manifest):
     found, expected = allowed(manifest), expected_origins(row)
-    if found != expected:
-        return f"{manifest['manifest']} is for the extension {' and '.join(map(str, found)) or 'of nobody'}, not for {' and '.join(expected)}"
-    return f"{manifest['manifest']} is of another version or place"
+    if found == expected:
+        return f"{manifest['manifest']} is of another version or place"
+    others = " and ".join(map(str, found)) or "of nobody"
+    return f"{manifest['manifest']} is for the extension {others}, not for {' and '.join(expected)}"
 
 
 def expected_origins(row):

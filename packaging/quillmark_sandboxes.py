@@ -65,7 +65,8 @@ def flatpaks(machine):
     """The browsers that are there as Flatpaks, each with its name as one."""
     for row in machine.rows:
         name = row["flatpak"]
-        if name and (machine.path(f"/var/lib/flatpak/app/{name}").is_dir() or (machine.home / ".local/share/flatpak/app" / name).is_dir()):
+        places = machine.path("/var/lib/flatpak/app"), machine.home / ".local/share/flatpak/app"
+        if name and any((place / name).is_dir() for place in places):
             yield row, name
 
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 import struct
 import subprocess
@@ -15,6 +16,8 @@ from quillmark_report import FAILURE, OK, UNKNOWN, WARNING
 ANSWER_SECONDS = 20
 # Enough to recognise a complaint by; who wants more reads the file.
 LINES, COLUMNS, READ = 3, 200, 4096
+# The command that the launcher names at the end of its words, if any.
+COMMAND = re.compile(r"\((chmod .*)\)$")
 
 
 def check_installations(report, machine):
@@ -24,9 +27,11 @@ def check_installations(report, machine):
         return
     text = f"Quillmark is installed twice, for you alone in {own} and for all users in {packaged}: yours comes first, its "
     text += "commands in ~/.local/bin too, and updates of the package do not renew it"
-    copies = [each for each in sorted(own.iterdir()) if each.is_file() and not each.is_symlink() and (packaged / each.name).is_file()]
-    links = [each for each in sorted((machine.home / ".local/bin").glob("quillmark-*")) if own in each.resolve().parents]
-    command = f"quillmark-browsers unregister; rm {quoted(*copies, *links)}"
+    commands = machine.home / ".local/bin"
+    copies = [each.name for each in sorted(own.iterdir()) if not each.is_symlink() and (packaged / each.name).is_file()]
+    links = [each.name for each in sorted(commands.glob("quillmark-*")) if own in each.resolve().parents]
+    command = f"quillmark-browsers unregister; cd {quoted(own)} && rm {quoted(*copies)}"
+    command += f"; cd {quoted(commands)} && rm {quoted(*links)}" if links else ""
     report.add("installation", WARNING, text, "Delete the copy that is yours alone; settings and logs stay", command)
 
 
@@ -41,8 +46,9 @@ def check_display():
 def check_folder(report, machine):
     folder = machine.folder
     if machine.folder_problem:
+        command = COMMAND.search(machine.folder_problem)
         remedy = "Take the folder back, close it to others, and run this again"
-        report.add("folder", FAILURE, machine.folder_problem, remedy)
+        report.add("folder", FAILURE, machine.folder_problem, remedy, command and command[1])
     elif not folder.is_dir():
         report.add("folder", OK, f"{folder}, the signing program's working folder, is made when it first starts")
     elif not os.access(folder, os.W_OK):
@@ -71,11 +77,9 @@ def last_lines(log):
 
 def check_program(report, machine, commands):
     """`commands` are those that browsers would start, (path, arguments), each with the browsers' titles."""
-    if machine.folder_problem or not commands:
-        return  # the launcher would say it again
     level, text, remedy = check_display()
     report.add("display", level, text, remedy)
-    if level != OK:
+    if level != OK or machine.folder_problem:  # the launcher would say it again
         return
     for (path, args), titles in commands.items():
         problem = echo(path, args)

@@ -71,6 +71,6 @@ function classifyCkr(label, value) {
 export function classifyDisconnect(text = "", { answered }) {
   if (/not found|No such native application|Failed to start/i.test(text)) return "HOST_MISSING";
   if (/^An unexpected error occurred$/.test(text) && !answered) return "HOST_MISSING";
-  if (/forbidden/i.test(text)) return "HOST_FORBIDDEN";
+  if (/forbidden|disabled by the system administrator/i.test(text)) return "HOST_FORBIDDEN";
   return "HOST_EXITED";
 }

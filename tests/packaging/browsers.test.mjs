@@ -62,6 +62,31 @@ test("A browser is also there when the user has settings of it", withBrowsers(as
   assert.match(out, /^Google Chrome Beta: registered, in .*\nBrave: registered, in .*\n$/);
 }));
 
+test("Firefox whose profiles are below ~/.config/mozilla is there, and is registered where it looks, below ~/.mozilla",
+  withBrowsers(async (computer) => {
+    await mkdir(join(computer.home, ".config/mozilla/firefox"), { recursive: true });
+    assert.match((await computer.tool("quillmark-browsers", "register")).out, /^Firefox: registered, in .*\n$/);
+    assert.ok(existsSync(computer.userManifest("firefox")));
+    assert.ok(!existsSync(join(computer.home, ".config/mozilla/native-messaging-hosts")));
+  }));
+
+test("Browsers made of Firefox or Chromium are registered where they look, those that share a folder once",
+  withBrowsers("librewolf", "waterfox", "zen", "floorp", "ungoogled-chromium", "thorium-browser", async (computer) => {
+    const { code, out } = await computer.tool("quillmark-browsers", "register");
+    assert.equal(code, 0);
+    assert.match(out, /^(ungoogled Chromium|Thorium|LibreWolf|Waterfox|Zen): registered, in [^]*$/);
+    assert.equal(out.split("\n").length, 6, "Floorp shares Zen's");
+    for (const folder of [
+      ".librewolf/native-messaging-hosts", ".waterfox/native-messaging-hosts", ".mozilla/native-messaging-hosts",
+      ".config/chromium/NativeMessagingHosts", ".config/thorium/NativeMessagingHosts",
+    ]) {
+      assert.ok(existsSync(join(computer.home, folder, `${registration.name}.json`)), folder);
+    }
+    const { browsers } = JSON.parse((await computer.tool("quillmark-browsers", "status", "--json")).out);
+    const there = browsers.filter((each) => each.there).map(({ browser }) => browser);
+    assert.deepEqual(there, ["ungoogled-chromium", "thorium", "librewolf", "waterfox", "zen", "floorp"]);
+  }));
+
 test("Without any browser register says so and fails", withBrowsers(async (computer) => {
   const { code, err } = await computer.tool("quillmark-browsers", "register");
   assert.equal(code, 1);

@@ -245,6 +245,32 @@ test("The program is started as each browser would start it", onHealthy({ browse
   assert.match(folder, /\/quillmark-/, "in a folder that goes with the trial");
 }));
 
+/** Each file, folder and link below a folder with its size and time of change, but for those whose path matches `except`. */
+async function treeOf(folder, except = /(?!)/) {
+  const { stdout } = await run("find", [folder, "-mindepth", "1", "-printf", "%P %y %s %T@ %l\\n"]);
+  return stdout.toString().split("\n").filter((line) => !except.test(line)).sort();
+}
+
+const WRITING = ECHOING.replace("while", 'open("QMSignerExtHostLog.txt", "a").write("x"); sys.stderr.write("noise"); sys.stderr.flush()\nwhile');
+
+const TRIALS = /^tmp /;
+
+test("The doctor makes, changes and removes no file, though the program that it starts writes some", async (t) => {
+  const forOne = await healthy(t, { program: WRITING });
+  const forAll = await Computer.make(t, { program: WRITING, more: { DISPLAY: ":stand-in" } });
+  await forAll.install("--system", "--root", forAll.root);
+  forAll.installed = join(forAll.root, "usr/lib/quillmark");
+  for (const computer of [forOne, forAll]) {
+    computer.more.TMPDIR = join(computer.folder, "tmp");
+    await mkdir(computer.more.TMPDIR);
+    const before = await treeOf(computer.folder, TRIALS);
+    const { findings } = await examine(computer);
+    assert.ok(findings.some(({ text }) => /the signing program answers$/.test(text)), "it was started");
+    assert.deepEqual(await treeOf(computer.folder, TRIALS), before);
+    assert.deepEqual(await treeOf(computer.more.TMPDIR), [""]);
+  }
+});
+
 // ---- names from anybody
 
 const HOSTILE = {
@@ -318,11 +344,15 @@ test("A remedy that is a command has the path in it quoted", onHealthy({ browser
 
 const world = World.forThisFile(product);
 
+/** What modules write when they are loaded, whoever loads them. */
+const OF_MODULES = /^(\.tpm2_pkcs11|tokens)\b/;
+
 test("With the real program, driver and a soft token: status 0, and 1 once the token is gone", async (t) => {
   const token = await world.softToken(t);
   const env = { ...process.env, ...world.desktop.env, ...token.env };
   await mkdir(join(token.env.HOME, ".config/chromium"), { recursive: true });
   await run(join(root, "install"), ["--from", bin], { env });
+  const before = await treeOf(token.env.HOME, OF_MODULES);
   const doctor = async () => {
     const { code, stdout } = await runUnchecked(join(token.env.HOME, ".local/bin/quillmark-doctor"), ["--json"], { env });
     return { code, texts: JSON.parse(stdout).findings.map(({ level, text }) => `${level}: ${text}`) };
@@ -331,6 +361,7 @@ test("With the real program, driver and a soft token: status 0, and 1 once the t
   assert.equal(well.code, 0, well.texts.join("\n"));
   assert.ok(well.texts.some((text) => /^ok: .*CN=user on "Quillmark" can sign/.test(text)), well.texts.join("\n"));
   assert.ok(well.texts.some((text) => /^ok: Started as .*Chromium.* would, the signing program answers/.test(text)));
+  assert.deepEqual(await treeOf(token.env.HOME, OF_MODULES), before);
 
   await rm(join(token.env.HOME, "tokens"), { recursive: true });
   await mkdir(join(token.env.HOME, "tokens"));

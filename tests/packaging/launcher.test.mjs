@@ -7,7 +7,7 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import { AS_NOBODY, NOBODY, run, runUnchecked, SOFTHSM } from "../lib/kit.mjs";
-import { Computer } from "./lib/computer.mjs";
+import { forAllUsers, forOneUser, installed } from "./lib/launching.mjs";
 
 const started = (folder, computer) => computer.read(join(folder, "started"));
 
@@ -15,32 +15,6 @@ const started = (folder, computer) => computer.read(join(folder, "started"));
 const REFUSED = 77;
 
 const needsRoot = process.getuid() === 0 ? false : "only root makes folders of another user";
-
-/** A function that starts the launcher with arguments; its `as` starts it behind a command that makes another user of it. */
-function launching(launcher, computer) {
-  const start = (...args) => computer.run(launcher, ...args);
-  start.as = (...command) => computer.run(...command, launcher);
-  return start;
-}
-
-async function forOneUser(t) {
-  const computer = await Computer.make(t, { browsers: ["chromium"] });
-  await computer.install();
-  const folder = computer.userFolder;
-  return { computer, folder, start: launching(join(folder, "quillmark-host"), computer) };
-}
-
-async function forAllUsers(t) {
-  const computer = await Computer.make(t, { browsers: ["chromium"] });
-  await computer.install("--system", "--root", computer.root);
-  const launcher = join(computer.root, "usr/lib/quillmark/quillmark-host");
-  return { computer, folder: computer.userFolder, start: launching(launcher, computer) };
-}
-
-/** The body of a test on a computer with this installation. */
-function installed(setUp, body) {
-  return async (t) => body(await setUp(t), t);
-}
 
 test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
   const { computer, folder, start } = await forOneUser(t);
@@ -104,48 +78,19 @@ test("Asked for the folder only, the launcher says it, makes nothing, and starts
   assert.match(err, /can be changed by others/);
 });
 
-// ---- what modules write to stderr
-
-/** A computer whose program does this in the place of the real one. */
-async function running(t, script) {
-  const { computer, folder } = await forOneUser(t);
-  await computer.setProgram(`#!/bin/sh\n${script}\n`);
-  await computer.install();
-  return { log: join(folder, "modules.log"), start: launching(join(folder, "quillmark-host"), computer) };
-}
-
-test("What is written to stderr while the program runs is kept for this user alone, and is not in the browser's own log", async (t) => {
-  const { log, start } = await running(t, "echo module: hello >&2");
-  for (const times of [1, 2]) {
-    assert.deepEqual(await start(), { code: 0, out: "", err: "" });
-    assert.equal(await readFile(log, "utf8"), "module: hello\n".repeat(times));
-  }
-  assert.equal(statSync(log).mode & 0o777, 0o600);
-});
-
-test("More than 256 KiB of it is cut when the program starts, and what came last stays", async (t) => {
-  const { log, start } = await running(t, "echo module: last >&2");
-  await writeFile(log, "0123456789abcde\n".repeat(16_384));
-  await start();
-  assert.equal(statSync(log).size, 262_144 + "module: last\n".length);
-  await start();
-  const kept = await readFile(log, "utf8");
-  assert.match(kept, /\n0123456789abcde\nmodule: last\nmodule: last\n$/);
-  assert.ok(kept.length < 131_072, `${kept.length} bytes`);
-});
-
-test("Where it cannot be kept, it goes nowhere, and the program is started all the same", async (t) => {
-  const { log, start } = await running(t, "echo module: hello >&2; echo started");
-  await mkdir(log);
-  assert.deepEqual(await start(), { code: 0, out: "started\n", err: "" });
-});
-
-test("Whoever starts the program on a terminal sees what is written to stderr", async (t) => {
-  const { log, start } = await running(t, "echo module: hello >&2");
-  const { out } = await start.as("script", "--quiet", "--log-out", "/dev/null", "--command");
-  assert.equal(out, "module: hello\r\n");
-  assert.equal(existsSync(log), false);
-});
+test("For a trial the program gets what lies in the working folder, and writes nothing there", installed(forOneUser, async (setting) => {
+  const { computer, folder, start } = setting;
+  await computer.write(join(folder, "QMHostSettings.json"), {});
+  await writeFile(join(folder, "QMSignerExtHostLog.txt"), "a line\n");
+  const scratch = join(computer.folder, "scratch");
+  await mkdir(scratch);
+  assert.equal((await start("--try", scratch, "chrome-extension://abc/")).code, 0);
+  const seen = await started(scratch, computer);
+  assert.deepEqual([seen.folder, seen.arguments], [scratch, ["chrome-extension://abc/"]]);
+  assert.ok(["QMHostSettings.json", "QMLogo.png", "QMTokenDriver.so"].every((name) => seen.files.includes(name)));
+  assert.ok(!seen.files.includes("QMSignerExtHostLog.txt"));
+  assert.ok(!existsSync(join(folder, "started")));
+}));
 
 // ---- working folders that are not the user's alone
 

@@ -7,6 +7,7 @@ import { ask, bytesOf, Rig, statusOf } from "../../lib/browser-kit.mjs";
 import { product } from "../../lib/quillmark.mjs";
 import { COVER } from "./attacker.mjs";
 import { consentTests } from "../uses/consent.mjs";
+import { doctorPageTests } from "../uses/doctor-pages.mjs";
 import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
@@ -70,8 +71,9 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   registrationTests(suite);
+  doctorTests(suite);
   policyAttacks({ name, rig, attack: browserTest });
 }

@@ -1,112 +1,57 @@
-// The doctor in the browser: the extension's own pages show what is wrong and what helps, and no page reaches it.
+// What the doctor says of a browser is what the browser does. The tests start the browser anew, so they come last.
 
 import assert from "node:assert/strict";
-import { existsSync } from "node:fs";
-import { rename, rm, writeFile } from "node:fs/promises";
+import { readFile, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { ask, codeOf, gesture, waitFor } from "../../lib/browser-kit.mjs";
-import { openRawChannel } from "../lib/attacker.mjs";
+import { ask, canSetPolicies, CHROMIUM_POLICY, codeOf, runUnchecked } from "../../lib/browser-kit.mjs";
 
-/** The name in the certificate that the rig has on its token. */
-const COMMON_NAME = "CN=user";
-
-const textsIn = (id) => [...document.getElementById(id).children].map(({ textContent }) => textContent);
-
-export function doctorTests({ rig, browserTest }) {
-  const settings = (body, ...args) => rig.extension.settings(body, ...args);
-  const says = (pattern) => waitFor(`the words ${pattern}`, async () => {
-    const words = await settings(() => document.getElementById("diagnosis").textContent);
-    return pattern.test(words) && words;
-  });
-
-  async function openSettings(t) {
-    await rig.page(t);
-    const window = await rig.user.browserWindow("Test page");
-    await rig.user.openTab(window, `${rig.browser.extensionUrl}/options/options.html`, "Quillmark - Settings");
-    return window;
+export function doctorTests({ name, rig, browserTest, allowedPage }) {
+  async function findings() {
+    const env = { ...process.env, ...rig.world.desktop.env, ...rig.token.env, HOME: rig.home };
+    const doctor = join(rig.program.folder, "quillmark-doctor");
+    const { stdout } = await runUnchecked(doctor, ["--json", "--browser", name], { env });
+    return JSON.parse(stdout).findings.map(({ level, text }) => `${level}: ${text}`).join("\n");
   }
 
-  const press = async (window, id) => {
-    await settings((wanted) => document.getElementById(wanted).focus(), id);
-    await rig.user.press(window, "Return");
-  };
+  if (name !== "chromium" || !canSetPolicies(name)) return;
 
-  /** Puts a program in the doctor's place that leaves a trace; gives the trace's file. */
-  async function traceDoctor(t) {
-    const [doctor, trace] = ["quillmark-doctor-host", "doctor-was-started"].map((name) => join(rig.program.folder, name));
-    await rename(doctor, `${doctor}-away`);
-    t.after(async () => {
-      await rename(`${doctor}-away`, doctor);
-      await rm(trace, { force: true });
+  browserTest("the doctor finds the extension in the profile, switched on", async () => {
+    await rig.restartBrowser(); // what it has in memory it writes at its end
+    assert.match(await findings(), /^ok: Chromium: the extension is on in the profile .*\/Default$/m);
+  });
+
+  browserTest("an extension that is switched off, or taken out, is found by the doctor", async (t) => {
+    const id = new URL(rig.browser.extensionUrl).host;
+    const page = await rig.browser.newPage();
+    await page.goto("chrome://extensions");
+    await page.evaluate((identifier) => chrome.management.setEnabled(identifier, false), id);
+    await rig.browser.close();
+    t.after(() => rig.startBrowser());
+    assert.match(await findings(), /^failure: Chromium, profile .*\/Default: the extension is switched off$/m);
+    await rig.startBrowser();
+    await rig.browser.uninstallExtension(id);
+    await rig.browser.close();
+    assert.match(await findings(), /^failure: Chromium, profile .*\/Default: the extension is missing$/m);
+  });
+
+  for (const [what, text, code, words] of [
+    ["all programs, with comments and one comma too many", '// ours\n{ "NativeMessagingBlocklist": ["*",], /* all */ }', "HOST_FORBIDDEN",
+      /^failure: Chromium: the policy .* forbids the signing program$/m],
+    ["programs of single users", '\ufeff{ "NativeMessagingUserLevelHosts": false }', "HOST_MISSING",
+      /^failure: Chromium: the policy .* forbids programs of single users$/m],
+  ]) {
+    browserTest(`a policy that forbids ${what} is ${code}, and the doctor names it`, async (t) => {
+      await allowedPage(t);
+      const before = await readFile(CHROMIUM_POLICY);
+      await writeFile(CHROMIUM_POLICY, text);
+      t.after(async () => {
+        await writeFile(CHROMIUM_POLICY, before);
+        await rig.restartBrowser();
+      });
+      await rig.restartBrowser();
+      assert.equal(codeOf(await ask(await rig.page(t), "selectCertificate")), code);
+      assert.match(await findings(), words);
     });
-    await writeFile(doctor, `#!/bin/sh\ntouch '${trace}'\n`, { mode: 0o755 });
-    return trace;
   }
-
-  browserTest("the settings page shows the tokens and what is wrong, and gives a report without names", async (t) => {
-    const window = await openSettings(t);
-    await press(window, "examine");
-    await says(/^A signature can be made, as far as can be seen\. \d+ things are in order\.$/);
-    const tokens = await settings(textsIn, "tokens");
-    assert.ok(tokens.some((words) => words.includes(COMMON_NAME) && words.includes("can sign")), tokens.join("\n"));
-    assert.match(tokens[0], /serial number .*offered/);
-    await settings(() => document.getElementById("examine").scrollIntoView());
-    await rig.screenshot("doctor");
-
-    await press(window, "copy-report");
-    await says(/clipboard/);
-    await rig.user.press(window, "ctrl+w");
-    const page = await rig.page(t);
-    await page.evaluate(() => document.body.append(document.createElement("textarea")));
-    await page.bringToFront();
-    await page.focus("textarea");
-    await rig.user.press(await rig.user.browserWindow("Test page"), "ctrl+v");
-    const report = await waitFor("the report", () => page.evaluate(() => document.querySelector("textarea").value));
-    assert.match(report, /^Quillmark [\d.]+\n.*\na signature can be made: can\n(ok|warning): /);
-    assert.match(report, /\n {2}certificate: offered, can sign/);
-    assert.ok(!report.includes(COMMON_NAME) && !report.includes(rig.home), report);
-  });
-
-  browserTest("what keeps the computer from signing is shown with its remedy, and a failure in the popup leads there", async (t) => {
-    const driver = join(rig.program.folder, "QMTokenDriver.so");
-    await rename(driver, `${driver}-away`);
-    t.after(() => rename(`${driver}-away`, driver));
-    const { page } = await rig.freshPage(t, { allowed: true });
-    assert.equal(codeOf(await ask(page, "signAuthToken", ["token"])), "HOST_EXITED");
-    const popup = await rig.extension.openPopup();
-    await waitFor("the failure", () => popup.evaluate(() => document.querySelector("#signatures button") !== null));
-    await popup.evaluate(() => document.querySelector("#signatures button").click());
-    const words = await waitFor("what is wrong", async () => {
-      const texts = await popup.evaluate(textsIn, "findings");
-      return texts?.find((each) => each.includes("QMTokenDriver.so is not there"));
-    });
-    assert.match(words, /What helps: /);
-    assert.ok(await popup.evaluate(() => document.getElementById("why").textContent));
-    await popup.close();
-  });
-
-  browserTest("no page reaches the doctor", async (t) => {
-    const trace = await traceDoctor(t);
-    const { page } = await rig.freshPage(t, { allowed: true });
-    await openRawChannel(page);
-    await gesture(page);
-    const names = ["examine", "doctor", "quillmark.doctor", "recentSignatures", "state"];
-    await page.evaluate((operations) => {
-      for (const [i, name] of operations.entries()) {
-        window.raw.port.postMessage({ type: "request", id: i, operation: name, values: {}, timeout: 5_000 });
-        window.raw.port.postMessage({ type: name, id: i + 100, name: "quillmark.doctor", nonce: "1" });
-      }
-    }, names);
-    const answers = await waitFor("the answers", async () => {
-      const types = await page.evaluate(() => window.raw.answers.map(({ type }) => type).filter((type) => type !== "progress"));
-      return types.length >= names.length && types;
-    });
-    assert.deepEqual(answers, names.map(() => "error"));
-    assert.equal(await page.evaluate(() => typeof globalThis.chrome?.runtime?.sendNativeMessage), "undefined");
-    assert.ok(!existsSync(trace));
-
-    await rig.extension.evaluate(() => document.getElementById("examine").click());
-    await waitFor("the doctor's start", () => existsSync(trace));
-  });
 }

@@ -8,6 +8,12 @@ import { run } from "../process.mjs";
 /** Whether the tests can set an administrator's policies for this browser. */
 export const canSetPolicies = (browser) => browser === "firefox" || process.getuid() === 0;
 
+/**
+ * Where Chromium's are read, and merged with others, for all users. Under one name for all runs, what a run left behind that was
+ * killed is written over by the next.
+ */
+export const CHROMIUM_POLICY = "/etc/chromium/policies/managed/quillmark-tests.json";
+
 /** Sets `data` as the policy of the extension with these ids { chromium, firefox }, until `cleanup`. */
 export async function setPolicy(browser, { ids, home, data, cleanup }) {
   if (browser === "firefox") {
@@ -15,13 +21,10 @@ export async function setPolicy(browser, { ids, home, data, cleanup }) {
     await writeWithFolders(join(home, ".mozilla/managed-storage", `${ids.firefox}.json`), policy);
     return;
   }
-  // Chromium reads them from a folder of all users only, and merges what it finds there. Under one name for all runs, what a
-  // run left behind that was killed is written over by the next.
-  const file = "/etc/chromium/policies/managed/quillmark-tests.json";
-  const madeFolder = await writeWithFolders(file, { "3rdparty": { extensions: { [ids.chromium]: data } } });
+  const madeFolder = await writeWithFolders(CHROMIUM_POLICY, { "3rdparty": { extensions: { [ids.chromium]: data } } });
   cleanup.add(async () => {
-    await rm(file, { force: true });
-    if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(file)]);
+    await rm(CHROMIUM_POLICY, { force: true });
+    if (madeFolder) await run("rmdir", ["--parents", "--ignore-fail-on-non-empty", dirname(CHROMIUM_POLICY)]);
   });
 }
 

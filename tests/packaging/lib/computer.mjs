@@ -63,8 +63,8 @@ export class Computer {
   async #makeProgram(program, tokens) {
     await mkdir(this.program);
     await this.setProgram(program);
-    const script = `#!/bin/sh\ncat <<'END'\n${JSON.stringify(tokens)}\nEND\n`;
-    await writeFile(join(this.program, "quillmark-tokens"), script, { mode: 0o755 });
+    await this.setTokens(tokens);
+    await writeFile(join(this.program, "quillmark-tokens"), `#!/bin/sh\ncat '${this.tokens}'\n`, { mode: 0o755 });
     await writeFile(join(this.program, "QMLogo.png"), "a picture");
     await copyFile(product.driver, join(this.program, "QMTokenDriver.so"));
   }
@@ -72,6 +72,15 @@ export class Computer {
   /** Puts a script in the signing program's place. */
   setProgram(script) {
     return writeFile(join(this.program, "QMChromeExtHost"), script, { mode: 0o755 });
+  }
+
+  /** From now on quillmark-tokens says this. */
+  setTokens(tokens) {
+    return writeFile(this.tokens, JSON.stringify(tokens));
+  }
+
+  get tokens() {
+    return join(this.folder, "tokens.json");
   }
 
   /** The folder of an installation for one user, and the working folder of one for all. */
