@@ -48,6 +48,7 @@ export async function checkDrawable(bytes, pages) {
 export class PagesView {
   #container;
   #onPage;
+  #onBroken;
   #document;
   #pages = [];
   #observer;
@@ -61,13 +62,17 @@ export class PagesView {
     new ResizeObserver(() => this.#layOut()).observe(container);
   }
 
-  /** Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. */
-  async show(bytes, { keepsPlace = false } = {}) {
+  /**
+   * Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. `onBroken(number)` is
+   * called with a page that cannot be drawn, then or later.
+   */
+  async show(bytes, { keepsPlace = false, onBroken }) {
     const place = keepsPlace ? this.#container.scrollTop : 0;
     this.#container.setAttribute("aria-busy", "true");
     const { document, first } = await load(bytes);
     await this.close();
     this.#document = document;
+    this.#onBroken = onBroken;
     this.#pages = Array.from({ length: document.numPages }, (_, i) => this.#makePage(i, first));
     this.#container.replaceChildren(...this.#pages.map(({ element }) => element));
     this.#observer = new IntersectionObserver((entries) => this.#look(entries), { root: this.#container, rootMargin: MARGIN });
@@ -84,8 +89,9 @@ export class PagesView {
     this.#observer?.disconnect();
     this.#container.replaceChildren();
     this.#pages = [];
-    await this.#document?.loadingTask.destroy();
+    const document = this.#document;
     this.#document = undefined;
+    await document?.loadingTask.destroy();
   }
 
   /** Makes the pages larger (1) or smaller (-1). */
@@ -144,8 +150,9 @@ export class PagesView {
   }
 
   async #drawAnew(page, wanted) {
+    const document = this.#document;
     try {
-      const proxy = await this.#document.getPage(page.index + 1);
+      const proxy = await document.getPage(page.index + 1);
       page.viewport = proxy.getViewport({ scale: 1 });
       const { width, height } = page.viewport;
       if (width !== page.width || height !== page.height) {
@@ -154,7 +161,7 @@ export class PagesView {
         page.element.style.height = `${height * page.scale}px`;
       }
       const viewport = proxy.getViewport({ scale: Math.min(wanted, Math.sqrt(MAX_DOTS / (width * height))) });
-      const canvas = document.createElement("canvas");
+      const canvas = globalThis.document.createElement("canvas");
       canvas.width = Math.round(viewport.width);
       canvas.height = Math.round(viewport.height);
       page.task = proxy.render({ canvas, viewport, annotationMode: AnnotationMode.ENABLE });
@@ -163,8 +170,10 @@ export class PagesView {
       page.canvas = canvas;
       page.element.replaceChildren(canvas);
     } catch (error) {
-      if (error.name === "RenderingCancelledException") return;
+      // A document that was closed meanwhile is broken by that.
+      if (error.name === "RenderingCancelledException" || document !== this.#document) return;
       page.element.textContent = `This page cannot be drawn: ${error.message}`;
+      this.#onBroken(page.index + 1);
     }
   }
 
