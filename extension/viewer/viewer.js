@@ -52,6 +52,7 @@ async function begin(given) {
 // What is left to sign: the next document that was not opened yet, behind the one of this number.
 async function showRest(i) {
   if (documents.length > 1) showList();
+  showSign();
   const signable = documents.findIndex(({ error }) => !error);
   if (signable !== -1) return openInTurn(nextUnseen(i) ?? signable);
   background.answer("none");
@@ -127,13 +128,15 @@ async function refuse(i, cause) {
 // the name and the time.
 let opening = Promise.resolve();
 function openInTurn(...args) {
-  element("pages").ariaBusy = "true"; // until what was asked for is drawn, nothing is signed
   return (opening = opening.then(() => open(...args)).catch(fail));
 }
 
 async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
   if (document.error) return;
+  // Until it is drawn, nothing is signed.
+  element("sign").disabled = true;
+  element("pages").ariaBusy = "true";
   const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
   if (!keepsPlace) showAbout(document);
   element("loading").hidden = true;
@@ -144,6 +147,7 @@ async function open(i, { keepsPlace = false } = {}) {
   document.isSeen = true;
   shown = i;
   showSign();
+  element("sign").disabled = false;
   // What is in sight has changed, and the user has to see it.
   arming.restart();
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
@@ -152,7 +156,7 @@ async function open(i, { keepsPlace = false } = {}) {
 // Nobody signs what he cannot see.
 async function refuseOpened(i, page) {
   if (isSigning || documents[i].error) return;
-  element("pages").ariaBusy = "true";
+  element("sign").disabled = true;
   await refuse(i, refusal(`its page ${page} cannot be drawn. Save it anew in the program that it comes from.`));
   await showRest(i);
 }
@@ -162,7 +166,6 @@ function showSign() {
   const unseen = signable.filter(({ isSeen }) => !isSeen).length;
   const words = unseen > 0 ? `, ${unseen.toLocaleString()} not opened` : "";
   if (documents.length > 1) element("sign").textContent = `Sign ${numbered(signable.length, "document", "documents")}${words}`;
-  element("sign").disabled = false;
   element("next").hidden = unseen === 0;
 }
 
@@ -209,7 +212,7 @@ function arm() {
   element("deny").focus();
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
   on("deny", deny);
-  on("sign", () => element("pages").ariaBusy === "false" && void sign().catch(fail));
+  on("sign", () => void sign().catch(fail));
   on("stop", () => void fail(new QuillmarkError("USER_CANCELLED")));
   window.addEventListener("keydown", (event) => {
     if (event.key === "Escape" && arming.takes(event) && !isSigning) deny();
