@@ -1,10 +1,13 @@
 /** Draws a document's pages: those in sight and their neighbours, however many there are. */
 
-import { AnnotationMode, getDocument, GlobalWorkerOptions } from "../libraries/pdfjs.js";
+import { AnnotationMode, getDocument, GlobalWorkerOptions, PDFWorker } from "../libraries/pdfjs.js";
 import { refusal } from "../src/pdf/refusal.js";
 
 const LIBRARIES = new URL("../libraries/", import.meta.url).href;
 GlobalWorkerOptions.workerSrc = `${LIBRARIES}pdfjs-worker.js`;
+
+// One for all documents: its start takes longer than to read a short one.
+const worker = new PDFWorker();
 
 /** Above this many dots a page is drawn coarser than the screen is. */
 const MAX_DOTS = 16_000_000;
@@ -19,6 +22,7 @@ const ZOOMS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2, 3, 4];
 async function load(bytes) {
   const loading = getDocument({
     data: bytes,
+    worker,
     cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
     standardFontDataUrl: `${LIBRARIES}pdfjs/standard_fonts/`,
     iccUrl: `${LIBRARIES}pdfjs/iccs/`,

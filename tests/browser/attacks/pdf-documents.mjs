@@ -125,7 +125,7 @@ export default function ({ name, rig, attack }) {
       const { page, origin } = await rawPage(t, await documentOf(1), { isSilent: true });
       const id = await rig.user.documentsSoon(origin);
       await rig.user.bringToFront(id);
-      await waitFor("the buttons", () => rig.extension.documents(() => !document.documentElement.classList.contains("waits")));
+      await waitFor("the button", () => rig.extension.documents(() => document.querySelector("#deny").ariaDisabled === "false"));
       assert.equal(await rig.extension.documents(() => document.querySelector("#sign").disabled), true);
       await rig.screenshot("documents-reading");
       await refuse(id);

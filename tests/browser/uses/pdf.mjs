@@ -326,8 +326,10 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("a hundred documents in one call, with one PIN", async (t) => {
     const { page, origin } = await freshPage(t);
     const documents = await Promise.all(Array.from({ length: 100 }, async (_, i) => ({ content: await documentOf(1, `Contract ${i}`), name: `${i}.pdf` })));
+    const start = Date.now();
     const request = askToSign(page, documents);
     await rig.user.documentsWindow(origin);
+    process.stderr.write(`${name}: 100 documents: ready for the answer after ${Date.now() - start} ms\n`);
     await rig.screenshot("documents-hundred");
     assert.deepEqual(await textsIn(rig, "sign"), ["Sign 100 documents, 99 not opened"]);
     await rig.user.answerDocuments(origin, "sign");
