@@ -59,6 +59,7 @@ async function showRest(i) {
   background.finish();
 }
 
+// The number of the next document that can be signed and was not opened, from the one behind `i` on; undefined when there is none.
 function nextUnseen(i) {
   const numbers = documents.map((_, at) => (i + 1 + at) % documents.length);
   return numbers.find((at) => !documents[at].error && !documents[at].isSeen);
@@ -139,7 +140,6 @@ async function open(i, { keepsPlace = false } = {}) {
   element("pages").ariaBusy = "true";
   const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
   if (!keepsPlace) showAbout(document);
-  element("loading").hidden = true;
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
   await view.show(drawn, { keepsPlace, onBroken: (page) => void refuseOpened(i, page).catch(fail) });
@@ -147,6 +147,7 @@ async function open(i, { keepsPlace = false } = {}) {
   document.isSeen = true;
   shown = i;
   showSign();
+  element("loading").hidden = true;
   element("sign").disabled = false;
   // What is in sight has changed, and the user has to see it.
   arming.restart();

@@ -68,8 +68,8 @@ test("A certification that permits nothing, or what nobody knows, is refused; on
   }
 });
 
-// What is seen on a page is an annotation, and those come with the permission 3 alone.
-test("A signature that is seen is refused where the author permits only signatures in forms, and is none of the others' change", async () => {
+// What is seen on a page is an annotation.
+test("A signature that is seen is refused where the author permits signatures alone, and taken where he permits notes", async () => {
   const isRefused = ({ code, message }) => code === "DOCUMENT_REFUSED" && /permits no signature that is seen/.test(message);
   for (const permission of ["2", ""]) await assert.rejects(signer.sign(await certified(permission), { appearance: SEEN }), isRefused);
   const bytes = await certified("3");
