@@ -115,7 +115,10 @@ bool Token::IsLoggedIn() const {
 }
 
 bool Token::LookAgain() {
-    if (Session().Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo) != CKR_OK)
+    const CK_RV answer = Session().Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo);
+    if (IsGone(answer))
+        throw Pkcs11Error(answer);
+    if (answer != CKR_OK)
         return false;
     if (!(IdentityOf(seen_.tokenInfo) == seen_.identity)) // exchanged, and the module has kept the session
         throw Pkcs11Error(CKR_DEVICE_REMOVED);
