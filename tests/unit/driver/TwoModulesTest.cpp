@@ -21,7 +21,7 @@ protected:
         modules = {{"one", "", functions}, {"another", "", functions}};
         functions->C_Initialize(nullptr);
     }
-    ~TwoModulesTest() override { modules.front().functions->C_Finalize(nullptr); }
+    ~TwoModulesTest() override { modules.back().functions->C_Finalize(nullptr); }
 
     static std::string PathOf(const std::string& fake) {
         return std::string(QM_DRIVER_FAKES) + "/" + fake + ".so";
@@ -37,6 +37,7 @@ protected:
     }
 
     FakeTokenState& state;
+    CK_FUNCTION_LIST blind{}; ///< outlives the sessions in it
     std::vector<Backend> modules;
     Catalogue catalogue{modules};
 
@@ -69,14 +70,13 @@ TEST_F(TwoModulesTest, WithoutASerialNumber_NoTwoTokensAreTakenForOne) {
 }
 
 TEST_F(TwoModulesTest, WhatOnlyTheSecondShows_IsListed) {
-    CK_FUNCTION_LIST blind = *modules.front().functions;
+    blind = *modules.front().functions;
     blind.C_FindObjects = [](CK_SESSION_HANDLE, CK_OBJECT_HANDLE*, CK_ULONG, CK_ULONG* count) -> CK_RV {
         *count = 0;
         return CKR_OK;
     };
     modules.front().functions = &blind;
     EXPECT_EQ(Listed(), Names{"another"});
-    modules.front().functions = modules.back().functions;
 }
 
 TEST_F(TwoModulesTest, TwoTokensOfTheSameNameAndNumber_AreTwo) {
