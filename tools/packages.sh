@@ -20,7 +20,7 @@ packages_run=(
 # More tokens to test the driver with: the soft token of NSS, a TPM in software, a smart card in software with its reader, and
 # the soft token of openCryptoki.
 packages_test=(
-  valgrind locales faketime strace sway grim wtype
+  valgrind locales faketime strace sway grim wtype pinentry-gtk2
   libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
 )
 packages_bench=(libengine-pkcs11-openssl)
