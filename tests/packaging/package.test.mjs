@@ -10,7 +10,7 @@ import { test } from "node:test";
 import { GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
-import { signatureIn } from "./lib/installed-browser.mjs";
+import { forcedVersion, signatureIn } from "./lib/installed-browser.mjs";
 
 const world = World.forThisFile(product);
 const MINUTES = 60_000;
@@ -45,6 +45,10 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   await run("dpkg", ["--purge", "quillmark"]);
   assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);
   assert.deepEqual(await traces(), before);
+});
+
+test("Packed with an administrator's key and forced by policy, the extension runs in Chromium", { skip: await reasonToSkip() }, async (t) => {
+  assert.equal(await forcedVersion(t, world), /VERSION ([\d.]+)/.exec(await readFile(join(root, "CMakeLists.txt"), "utf8"))[1]);
 });
 
 test("Made in another folder, time zone and umask, the package is the same bit by bit", async (t) => {
