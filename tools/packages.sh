@@ -25,7 +25,7 @@ packages_test=(
 )
 packages_bench=(libengine-pkcs11-openssl)
 packages_tree=(git clang-tidy shellcheck pyflakes3)
-packages_packaging=(dpkg-dev debhelper fakeroot lintian git)
+packages_packaging=(dpkg-dev debhelper fakeroot lintian git zip)
 # Makers of PDF documents, and those who judge signed ones.
 packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
