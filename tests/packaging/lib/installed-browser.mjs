@@ -43,7 +43,7 @@ export async function signatureIn(name, t, world) {
   return text;
 }
 
-/** Packs the extension with a new key, and has an administrator's policy force it. Gives the version that Chromium then runs. */
+/** Packs the extension with a new key, and has an administrator's policy force it. Gives the version that Chromium then has enabled. */
 export async function forcedVersion(t, world) {
   const cleanup = world.cleanupOf(t);
   const [home, served] = [await cleanup.folder("home-forced"), await cleanup.folder("packed")];
@@ -62,7 +62,13 @@ export async function forcedVersion(t, world) {
   await writeFile(file, policy);
   const browser = await startBrowser("chromium", { home, ids: { ...product.extension.ids, chromium: id }, env: world.desktop.env });
   cleanup.add(() => browser.close());
-  const target = await waitFor("the extension", () => browser.targets().find((each) => each.url() === `${browser.extensionUrl}/src/background.js`));
-  const worker = await target.worker();
-  return worker.evaluate(() => chrome.runtime.getManifest().version);
+  // No debugger sees into an extension that a policy forces; the browser's own page tells of it.
+  const page = await browser.newPage();
+  await page.goto("chrome://extensions");
+  const enabled = () => page.evaluate(async () => {
+    const all = await new Promise((resolve) => chrome.developerPrivate.getExtensionsInfo({}, resolve));
+    return all.map(({ id, state, version }) => (state === "ENABLED" ? [id, version] : []));
+  });
+  const [, version] = await waitFor("the extension", async () => (await enabled()).find(([each]) => each === id), { interval: 500 });
+  return version;
 }
