@@ -80,3 +80,17 @@ test("install for one user brings a stripped program and the extension, and says
   await run(product.install, ["--uninstall"], { env: { ...process.env, HOME: home, XDG_CONFIG_HOME: "" } });
   assert.ok(!existsSync(folder));
 });
+
+test("install for all users puts the extension where Debian's browsers look, and uninstall takes it away", async () => {
+  const other = await cleanup.folder("root");
+  await run(product.install, ["--system", "--root", other], { timeout: 300_000 });
+  const folders = { "usr/share/chromium/extensions/quillmark": "chromium",
+    [`usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/${product.extension.ids.firefox}`]: "firefox" };
+  for (const [link, browser] of Object.entries(folders)) {
+    assert.equal(readlinkSync(join(other, link)), `/usr/share/quillmark/extension/${browser}`);
+    assert.ok(existsSync(join(other, "usr/share/quillmark/extension", browser, "src/background.js")));
+  }
+  await run(product.install, ["--system", "--root", other, "--uninstall"]);
+  const { stdout } = await run("find", [other, "!", "-type", "d", "-path", "*quillmark*"]);
+  assert.equal(stdout.toString(), "");
+});
