@@ -40,7 +40,7 @@ async function main() {
   // The display's owner is found in the user's own home, which is not the browser's.
   const displayEnv = desktop?.env ?? { XAUTHORITY: process.env.XAUTHORITY ?? join(homedir(), ".Xauthority") };
   const browser = await startBrowser(name, {
-    home, extension: join(extensions, name), firefoxId: product.extension.ids.firefox, env: { ...displayEnv, ...token.env },
+    home, extension: join(extensions, name), ids: product.extension.ids, env: { ...displayEnv, ...token.env },
   });
   cleanup.add(() => browser.close().catch(() => {}));
   const page = (await browser.pages())[0] ?? (await browser.newPage());

@@ -24,8 +24,8 @@ packages_test=(
   libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
 )
 packages_bench=(libengine-pkcs11-openssl)
-packages_tree=(git clang-format clang-tidy shellcheck pyflakes3)
-packages_packaging=(dpkg-dev debhelper fakeroot lintian git)
+packages_tree=(git clang-tidy shellcheck pyflakes3)
+packages_packaging=(dpkg-dev debhelper fakeroot lintian git zip)
 # Makers of PDF documents, and those who judge signed ones.
 packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
@@ -63,10 +63,11 @@ install_packages() {
   node_is_usable || { echo "Node.js 18 or later and npm are needed, and the packages did not bring them" >&2; return 1; }
 }
 
-# packages_not_installed <package>...: those that dpkg does not know as installed, one per line.
+# packages_not_installed <package>...: those that dpkg does not know as installed, under no name, one per line. Some of Debian
+# 12's names are other names of a package in Debian 13.
 packages_not_installed() {
-  dpkg-query -W -f '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^installed //p' | sort -u |
-    comm -13 - <(printf '%s\n' "$@" | sort -u)
+  dpkg-query -W -f '${db:Status-Status} ${Package}, ${Provides}\n' | sed -n 's/^installed //p' | tr ',' '\n' | sed 's/^ *//; s/ .*//' |
+    sort -u | comm -13 - <(printf '%s\n' "$@" | sort -u)
 }
 
 # run_apt_get <argument>...: as root, without questions; quiet unless it fails.

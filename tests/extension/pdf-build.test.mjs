@@ -17,9 +17,9 @@ before(async () => {
 after(() => rmSync(folder, { recursive: true }));
 
 function filesIn(place) {
-  return readdirSync(place, { withFileTypes: true }).flatMap((entry) => {
-    const path = join(place, entry.name);
-    return entry.isDirectory() ? filesIn(path) : [path];
+  return readdirSync(place).flatMap((name) => {
+    const path = join(place, name);
+    return statSync(path).isDirectory() ? filesIn(path) : [path]; // also behind links
   }).sort();
 }
 

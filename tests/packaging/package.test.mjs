@@ -1,23 +1,28 @@
-// The Debian package: made by tools/package, and as root installed, used by an ordinary user, and purged.
+// The Debian package: made by tools/package, and as root installed, used by an ordinary user and in the browsers as they come,
+// and purged.
 
 import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
 import { readdir, readFile, stat } from "node:fs/promises";
-import { join } from "node:path";
+import { dirname, join } from "node:path";
 import { test } from "node:test";
 
+import { manifest } from "../../extension/make.mjs";
+import { GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
+import { forcedVersion, signatureIn } from "./lib/installed-browser.mjs";
 
 const world = World.forThisFile(product);
 const MINUTES = 60_000;
+let usual;
 
 const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/native-messaging-hosts",
   "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/quillmark.host.json`);
 
 test("The package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
   const before = await traces();
-  const deb = await makePackage();
+  const deb = await usualPackage();
   t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
   await run("apt-get", ["install", "-y", "--no-install-recommends", deb], { timeout: 5 * MINUTES });
   const { stdout: listed } = await run("dpkg", ["-L", "quillmark"]);
@@ -34,10 +39,54 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual([...new Set(states)], ["registered"]);
 
   await signsForUser(t, commands[0]);
+  for (const browser of ["chromium", "firefox"]) {
+    await t.test(`${browser} has the extension and signs`, async (t) => assert.equal(await signatureIn(browser, t, world), GST_TEXT));
+  }
 
   await run("dpkg", ["--purge", "quillmark"]);
   assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);
   assert.deepEqual(await traces(), before);
+});
+
+test("Packed with an administrator's key and forced by policy, Chromium has the extension", { skip: await reasonToSkip() }, async (t) => {
+  assert.equal(await forcedVersion(t, world), (await manifest("chromium")).version);
+});
+
+test("Made in another folder, time zone and umask, the package is the same bit by bit", async (t) => {
+  const usual = await usualPackage();
+  const folder = join(await world.cleanupOf(t).folder("made-again"), "elsewhere/by-a-longer-name");
+  const again = await makePackage(folder, { umask: "077", env: { TZ: "Asia/Kolkata", LC_ALL: "C.UTF-8" } });
+  assert.notEqual(dirname(again), dirname(usual));
+  const [one, other] = await Promise.all([usual, again].map((deb) => readFile(deb)));
+  if (one.equals(other)) return;
+  const members = await Promise.all([usual, again].map(async (deb) => (await run("dpkg-deb", ["--contents", deb])).stdout.toString()));
+  assert.equal(members[1], members[0]);
+  assert.fail(`${usual} and ${again} differ, in the contents of files`);
+});
+
+test("The package lists what is in it: each library that it brings, and each that its programs load", async (t) => {
+  const folder = await world.cleanupOf(t).folder("unpacked");
+  await run("dpkg-deb", ["--extract", await usualPackage(), folder]);
+  const list = JSON.parse(await readFile(join(folder, "usr/share/doc/quillmark/quillmark.spdx.json"), "utf8"));
+  assert.equal(list.spdxVersion, "SPDX-2.3");
+  const ids = new Set(list.packages.map(({ SPDXID }) => SPDXID));
+  assert.equal(ids.size, list.packages.length);
+  const related = (kind) => list.relationships.filter(({ relationshipType }) => relationshipType === kind)
+    .map(({ relatedSpdxElement }) => list.packages.find(({ SPDXID }) => SPDXID === relatedSpdxElement));
+
+  const licences = await readdir(join(folder, "usr/share/quillmark/extension/firefox/libraries/licences"));
+  assert.deepEqual(related("CONTAINS").map(({ name }) => `${name.replace("/", "-")}.txt`).sort(), licences.sort());
+  const lock = JSON.parse(await readFile(join(root, "package-lock.json"), "utf8")).packages;
+  for (const { name, versionInfo, checksums: [{ checksumValue }] } of related("CONTAINS")) {
+    const { version, integrity } = lock[`node_modules/${name}`];
+    assert.equal(versionInfo, version);
+    assert.equal(`sha512-${Buffer.from(checksumValue, "hex").toString("base64")}`, integrity);
+  }
+  const { stdout } = await run("dpkg-deb", ["--field", await usualPackage(), "Depends"]);
+  const depends = [...stdout.toString().matchAll(/(lib[\w.+-]+)/g)].map(([, name]) => name);
+  const linked = related("DYNAMIC_LINK").map(({ name }) => name);
+  assert.ok(depends.length > 5);
+  assert.deepEqual(depends.filter((name) => !linked.includes(name)), []);
 });
 
 test("The package has the version of the program", async () => {
@@ -53,10 +102,16 @@ async function reasonToSkip() {
   return code === 0 ? "Quillmark is installed on this machine, and stays so" : false;
 }
 
-/** The path of the new package. Lintian's complaints are failures. */
-async function makePackage() {
-  await run(join(root, "tools/package"), [], { timeout: 9 * MINUTES });
-  const folder = join(root, "build/package");
+/** The path of the package that tools/package makes, once for this file. */
+function usualPackage() {
+  usual ??= makePackage(join(root, "build/package"));
+  return usual;
+}
+
+/** The path of a new package in this folder. Lintian's complaints are failures. */
+async function makePackage(folder, { umask = "022", env = {} } = {}) {
+  const command = `umask ${umask} && exec "$0" "$1"`;
+  await run("bash", ["-c", command, join(root, "tools/package"), folder], { env: { ...process.env, ...env }, timeout: 14 * MINUTES });
   return join(folder, (await readdir(folder)).find((name) => /^quillmark_.*\.deb$/.test(name)));
 }
 

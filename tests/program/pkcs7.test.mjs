@@ -2,12 +2,11 @@
 
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
-import { join } from "node:path";
 import { test } from "node:test";
 
 import {
-  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, described, makeKey, makeSignedPdf, oid, parseDer, run,
-  shapeOf, signedDataParts,
+  bytesOf, CHOOSE, chooseAndLogIn, chooseFirst, contentOf, makeSignedPdf, oddCertificate, oid, parseDer, shapeOf,
+  signedDataParts,
 } from "../lib/kit.mjs";
 import { world } from "./lib/world.mjs";
 
@@ -143,12 +142,8 @@ for (const serial of ["00", "7f", "80", "0100", "00ff00ff00ff00ff00ff00ff00ff00f
 }
 
 test("A version 1 certificate: its fourth element stands where the issuer should", async (t) => {
-  const files = { key: join(world.folder, "v1.key"), pem: join(world.folder, "v1.pem"), der: join(world.folder, "v1.der") };
-  await makeKey(files.key);
-  const { stdout: request } = await run("openssl", ["req", "-new", "-subj", "/CN=old", "-key", files.key]);
-  await run("openssl", ["x509", "-req", "-CA", world.authority.certificate, "-CAkey", world.authority.key, "-out", files.pem],
-    { input: request });
-  const certificate = await described(files);
+  const certificate = await oddCertificate(world.folder, "v1", { subject: { CN: "old" }, version: 1 });
+  certificate.thumbprint = digestOf(certificate.bytes, "sha1").toString("hex").toUpperCase();
   const user = await world.certificate();
   const { host } = await readyHost(t, { certificates: [{ certificate: user, id: "1" }, { certificate, id: "2" }] });
   const { result, status_cd: status } = await signDigest(host, digestOf(document), certificate);

@@ -18,6 +18,9 @@ const MAX_TEST_LINES = 520;
 /** What clang-tidy may take in one run, in milliseconds: some seconds of processor time for each file that has changed. */
 const TIDY_TIME = 300_000;
 
+/** The version that .clang-tidy is written for, Debian 12's. Others find other things, and npm has none. */
+const TIDY_VERSION = "14";
+
 /** The first line of a shell script. */
 const shell = /^#!.*\b(ba|da)?sh\b|^# shellcheck shell=/;
 
@@ -32,10 +35,15 @@ const earlyEnds = [
 const pipeToEarlyEnd = new RegExp(`${pipe.source}(?:${earlyEnds.map(({ source }) => source).join("|")})`, "gm");
 
 test("the C++ is formatted as .clang-format says", async () => {
-  await clean("clang-format", ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);
+  // Versions differ in what they make of one file: package-lock.json has the one that judges.
+  await clean(join(root, "node_modules/.bin/clang-format"), ["--dry-run", "-Werror", ...filesOfTree("*.cpp", "*.h")]);
 });
 
 test("clang-tidy finds nothing in the host, in ck, in the token driver and in its tool", async (t) => {
+  const { output: version } = await run("clang-tidy", ["--version"]);
+  const [, major] = /version (\d+)\./.exec(version);
+  if (major !== TIDY_VERSION) return t.skip(`clang-tidy ${TIDY_VERSION} judges, and this one is ${major}`);
+
   const sources = filesOfTree("ck/*.cpp", "QMChromeExtHost/*.cpp", "QMTokenDriver/*.cpp", "quillmark-tokens/*.cpp");
   const commands = new Map(compileCommands().map(({ file, words }) => [file, words]));
   assert.deepEqual(sources.filter((file) => !commands.has(file)), [], "not compiled by this build");
@@ -43,7 +51,6 @@ test("clang-tidy finds nothing in the host, in ck, in the token driver and in it
   // What passed once is not asked again until one of the texts that decide about it has changed.
   const passedFile = join(build, "clang-tidy-passed.json");
   const passed = new Set(existsSync(passedFile) ? JSON.parse(readFileSync(passedFile, "utf8")) : []);
-  const { output: version } = await run("clang-tidy", ["--version"]);
   const keyOf = (file) => {
     const texts = [file, ...headersBelow(file)].map((each) => `${each}\n${read(each)}`);
     return createHash("sha256").update(JSON.stringify([version, read(".clang-tidy"), commands.get(file), texts])).digest("hex");

@@ -30,19 +30,32 @@ const BROWSERS = {
   }),
 };
 
+// What puppeteer sets otherwise, so that no extension of all users is loaded or fetched. In Firefox these are Debian's settings.
+const WITH_INSTALLED_EXTENSION = {
+  chromium: ({ ignoreDefaultArgs }) => ({
+    enableExtensions: false,
+    ignoreDefaultArgs: [...ignoreDefaultArgs, "--disable-extensions", "--disable-background-networking"],
+  }),
+  firefox: ({ extraPrefsFirefox }) => ({
+    extraPrefsFirefox: { ...extraPrefsFirefox, "extensions.enabledScopes": 15, "extensions.autoDisableScopes": 3 },
+  }),
+};
+
 /**
- * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`, which Firefox knows as
- * `firefoxId`. From `home` come registrations and settings. Gives puppeteer's browser, with `extensionUrl` for the extension's
- * own pages.
+ * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`; without one, it is installed
+ * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. Gives puppeteer's browser,
+ * with `extensionUrl` for the extension's own pages.
  */
-export async function startBrowser(name, { home, extension, firefoxId, env }) {
+export async function startBrowser(name, { home, extension = null, ids, env }) {
+  const options = BROWSERS[name]({ home, firefoxId: ids.firefox });
   const browser = await puppeteer.launch({
-    ...BROWSERS[name]({ home, firefoxId }),
+    ...options,
+    ...(extension ? {} : WITH_INSTALLED_EXTENSION[name](options)),
     headless: false,
     defaultViewport: null,
     env: { ...process.env, ...env, HOME: home, XDG_CONFIG_HOME: join(home, ".config"), XDG_CACHE_HOME: join(home, ".cache") },
   });
-  const id = await browser.installExtension(extension);
-  browser.extensionUrl = name === "firefox" ? `moz-extension://${FIREFOX_ADDRESS}` : `chrome-extension://${id}`;
+  if (extension) await browser.installExtension(extension);
+  browser.extensionUrl = name === "firefox" ? `moz-extension://${FIREFOX_ADDRESS}` : `chrome-extension://${ids.chromium}`;
   return browser;
 }

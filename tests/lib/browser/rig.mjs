@@ -91,7 +91,7 @@ export class Rig {
     this.browser = await startBrowser(this.name, {
       home: this.home,
       extension: join(this.extensions, this.name),
-      firefoxId: this.#product.extension.ids.firefox,
+      ids: this.#product.extension.ids,
       env: { ...this.world.desktop.env, ...this.token.env },
     });
     this.user.extension = new ExtensionPages(this.name, this.browser);

@@ -32,16 +32,17 @@ function name(attributes) {
 
 /**
  * Makes a certificate with its key in `folder`: the files { der, key } and the DER bytes { bytes }. `extensions` is a list
- * of [object identifier, bytes of the value]; a key usage for signing comes with it.
+ * of [object identifier, bytes of the value]; a key usage for signing comes with it. Version 1 has no extensions at all.
  */
-export async function oddCertificate(folder, label, { subject, extensions = [] }) {
+export async function oddCertificate(folder, label, { subject, extensions = [], version = 3 }) {
   const { publicKey, privateKey } = generateKeyPairSync("rsa", { modulusLength: 2048 });
   const keyUsage = ["2.5.29.15", der(0x03, [6, 0xc0])]; // digitalSignature, nonRepudiation
   const all = [keyUsage, ...extensions].map(([type, value]) => sequence(oid(type), der(0x04, value)));
+  const onlyIn3 = (element) => (version === 3 ? [element] : []);
   const body = sequence(
-    der(0xa0, der(0x02, [2])), der(0x02, [1]), sha256WithRsa, name({ CN: "Odd CA" }),
+    ...onlyIn3(der(0xa0, der(0x02, [2]))), der(0x02, [1]), sha256WithRsa, name({ CN: "Odd CA" }),
     sequence(der(0x17, "221115000000Z"), der(0x17, "491231235959Z")), name(subject),
-    publicKey.export({ type: "spki", format: "der" }), der(0xa3, sequence(...all)));
+    publicKey.export({ type: "spki", format: "der" }), ...onlyIn3(der(0xa3, sequence(...all))));
   const bytes = sequence(body, sha256WithRsa, der(0x03, [0], sign("sha256", body, privateKey)));
   const certificate = { der: join(folder, `${label}.der`), key: join(folder, `${label}.key`), bytes };
   await writeFile(certificate.der, bytes);
