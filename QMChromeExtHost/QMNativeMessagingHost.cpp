@@ -362,18 +362,15 @@ OperationResult QMNativeMessagingHost::GenCMSSign(std::string hash, std::string 
     const char* hashOID = QMTools::GetHashOid(hashAlgo);
     LogTextToFile("Entered GenCMSSign", DEBUG);
     try {
-        CkByteData hashBytes;
-        hashBytes.appendStr(std::move(hash));
-        const std::string b64OfHashBytes = hashBytes.getEncoded("Base64");
+        CkByteData bHash;
+        bHash.appendStr(std::move(hash));
         const SignerCertificate signer(CertB64);
         CkXml xml;
         AppendHead(xml, hashOID);
-        AppendContent(xml, b64OfHashBytes);
+        AppendContent(xml, bHash.getEncoded("Base64")); // kept here only: it may have 43 MiB
         AppendSigner(xml, signer, hashOID);
         AppendSignatureAlgorithm(xml);
 
-        CkByteData bHash;
-        bHash.appendEncoded(b64OfHashBytes, "Base64");
         if (LogsAt(DEBUG))
             LogTextToFile("GST SIGN BYTES B4 SIGN: " + bHash.getEncoded("Hex"), DEBUG);
         OperationResult signResult = SignData(SearchedCert_CKA_ID, std::move(bHash), hashAlgo);

@@ -52,6 +52,7 @@ struct OfToken {
 /// A token's certificates without those that are left out.
 OfToken Judge(Token& token, std::time_t now, ListLog& log) {
     OfToken judged{&token, {}};
+    const std::string pinObjection = PinObjection(token.Seen().tokenInfo.flags);
     const std::vector<PrivateKey>* keys = nullptr; // where they show, and can be read
     if (token.IsLoggedIn())
         AnswerOf([&] {
@@ -62,6 +63,7 @@ OfToken Judge(Token& token, std::time_t now, ListLog& log) {
         Offer offer = found.certificate->Offered(now);
         if (keys != nullptr && offer.IsOffered())
             offer.LeaveOut(KeyObjection(*keys, *found.certificate));
+        offer.PutBehind(pinObjection);
         if (offer.standing == Standing::LeftOut)
             log.Add("left out: id " + HexText(found.certificate->Id()) + " on the token " + token.Name() +
                     ", " + offer.ReasonsText());
@@ -92,11 +94,14 @@ std::vector<Token*> Catalogue::LookAround() {
         if (!isThere && token->IsHere())
             token->GoneWith(CKR_DEVICE_REMOVED);
     }
+    twins_.clear();
     std::vector<Token*> present;
     CK_RV failure = tokens_.empty() ? CKR_TOKEN_NOT_PRESENT : CKR_DEVICE_REMOVED;
     for (const SeenToken& place : seen) {
         const CK_RV answer = AnswerOf([&] {
-            present.push_back(Recognise(place, present));
+            Token* token = Recognise(place, present);
+            if (!IsThereAlready(*token, present))
+                present.push_back(token);
             return CKR_OK;
         });
         if (answer == CKR_OK)
@@ -113,6 +118,25 @@ std::vector<Token*> Catalogue::LookAround() {
     throw Pkcs11Error(failure);
 }
 
+/// Whether a module before shows this token too. It is left out then: it has one PIN, which is asked for
+/// once.
+bool Catalogue::IsThereAlready(const Token& token, const std::vector<Token*>& present) {
+    const auto found = std::find_if(present.begin(), present.end(),
+                                    [&token](const Token* other) { return token.IsAlso(*other); });
+    if (found == present.end())
+        return false;
+    twins_.emplace_back(&token, *found);
+    WriteTokenLog("list: the token " + token.Name() + " of the module " + token.Seen().backend->name +
+                  " is left out: the module " + (*found)->Seen().backend->name + " shows it too");
+    return true;
+}
+
+const Backend* Catalogue::ShownBy(const SeenToken& place) const {
+    const auto found = std::find_if(twins_.begin(), twins_.end(),
+                                    [&place](const auto& twins) { return twins.first->IsAt(place); });
+    return found == twins_.end() ? nullptr : found->second->Seen().backend;
+}
+
 /// The token that is in this place now. A session that still answers proves that it was there all the time;
 /// else it is known by its certificates. Throws Pkcs11Error.
 Token* Catalogue::Recognise(const SeenToken& seen, const std::vector<Token*>& present) {
@@ -120,7 +144,7 @@ Token* Catalogue::Recognise(const SeenToken& seen, const std::vector<Token*>& pr
         if (!token->IsHere() || !token->IsAt(seen))
             continue;
         const CK_RV answer = AnswerOf([&] {
-            token->ReadAgain();
+            token->StillAt(seen);
             return CKR_OK;
         });
         if (answer == CKR_OK)

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace tokendriver {
@@ -38,6 +39,9 @@ public:
 
     const std::vector<ListedCertificate>& Certificates() const { return listed_; }
 
+    /// A token that is left out, since another module before shows it too: that module. Null for others.
+    const Backend* ShownBy(const SeenToken& place) const;
+
     /// The certificate with this text; null when there is none.
     const ListedCertificate* Find(const std::string& idText) const;
 
@@ -45,6 +49,7 @@ private:
     Token* Recognise(const SeenToken& seen, const std::vector<Token*>& present);
     std::optional<PluggedToken> FindLost(Token& lost);
     std::vector<Token*> LookAround();
+    bool IsThereAlready(const Token& token, const std::vector<Token*>& present);
     void List(const std::vector<Token*>& present);
     std::string IdTextOf(const ListedCertificate& listed);
 
@@ -52,6 +57,7 @@ private:
     bool isRead_ = false;
     std::vector<std::unique_ptr<Token>> tokens_; ///< all that were ever there
     std::vector<Token*> used_;
+    std::vector<std::pair<const Token*, const Token*>> twins_; ///< left out, and what is there already
     std::vector<ListedCertificate> listed_;
 
     // An id's text, once given, belongs to that certificate on that token as long as the process lives.

@@ -22,7 +22,9 @@ namespace {
 
 struct Running {
     tokendriver::Backends backends;
-    Driver driver{backends.Modules(), tokendriver::AskByPinentry};
+    Driver driver{backends.Modules(), [](const tokendriver::SeenToken& token, tokendriver::KeptPin& pin) {
+                      return tokendriver::AskByPinentry(token, pin);
+                  }};
 };
 
 /// Set between C_Initialize and C_Finalize. A plain pointer, so that nothing happens at the end of a process

@@ -66,8 +66,8 @@ CK_OBJECT_HANDLE GivenObjects::HandleFor(GivenObject& object) {
         return object.inModule;
     const std::vector<CK_OBJECT_HANDLE> found = Candidates(object);
     if (found.size() != 1)
-        throw Pkcs11Error(found.empty() && object.token->HasLostLogin() ? CKR_USER_NOT_LOGGED_IN
-                                                                        : CKR_OBJECT_HANDLE_INVALID);
+        throw Pkcs11Error(found.empty() && !object.token->IsLoggedIn() ? CKR_USER_NOT_LOGGED_IN
+                                                                       : CKR_OBJECT_HANDLE_INVALID);
     object.inModule = found[0];
     object.visit = object.token->Visit();
     givenOut_[{object.token, object.inModule}] = object.handle;

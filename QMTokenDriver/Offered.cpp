@@ -90,10 +90,25 @@ void Offer::LeaveOut(const std::string& reason) {
     reasons.push_back(reason);
 }
 
+void Offer::PutBehind(const std::string& reason) {
+    if (reason.empty())
+        return;
+    isBehind = true;
+    reasons.push_back(reason);
+}
+
 bool Offer::ComesBefore(const Offer& other) const {
     if (standing != other.standing || !IsOffered())
         return standing < other.standing;
-    return notAfter > other.notAfter;
+    return isBehind == other.isBehind ? notAfter > other.notAfter : other.isBehind;
+}
+
+std::string PinObjection(CK_FLAGS tokenFlags) {
+    if ((tokenFlags & CKF_USER_PIN_LOCKED) != 0)
+        return "its PIN is locked";
+    const bool isUnset =
+        (tokenFlags & CKF_LOGIN_REQUIRED) != 0 && (tokenFlags & CKF_USER_PIN_INITIALIZED) == 0;
+    return isUnset ? "its PIN is not set" : "";
 }
 
 Certificate::Certificate(Bytes id, Bytes der) : id_(std::move(id)), der_(std::move(der)) {
@@ -122,7 +137,7 @@ Certificate::Certificate(Bytes id, Bytes der) : id_(std::move(id)), der_(std::mo
 }
 
 Offer Certificate::Offered(std::time_t now) const {
-    Offer offer{standing_, objections_, notAfter_};
+    Offer offer{standing_, objections_, notAfter_, false};
     const bool isExpired = isReadable_ && notAfter_ < now;
     const bool isEarly = isReadable_ && !isExpired && notBefore_ > now;
     if (isExpired)

@@ -26,6 +26,7 @@ struct Offer {
     Standing standing = Standing::LeftOut;
     std::vector<std::string> reasons; ///< why it is left out or not among the first; empty when valid
     std::time_t notAfter = 0;
+    bool isBehind = false; ///< behind the others of the same standing
 
     /// Whether the user may choose it.
     bool IsOffered() const { return standing < Standing::Chain; }
@@ -36,9 +37,16 @@ struct Offer {
     /// Leaves it out for this reason; an empty one changes nothing.
     void LeaveOut(const std::string& reason);
 
-    /// The order of the list: by standing, then the latest end first.
+    /// Puts it behind the others of the same standing for this reason; an empty one changes nothing.
+    void PutBehind(const std::string& reason);
+
+    /// The order of the list: by standing, those put behind after the others, then the latest end first.
     bool ComesBefore(const Offer& other) const;
 };
+
+/// Why nobody can log in on a token with these flags of CK_TOKEN_INFO, so that none of its keys signs now;
+/// empty when somebody can.
+std::string PinObjection(CK_FLAGS tokenFlags);
 
 /// One X.509 certificate object of a token.
 class Certificate {

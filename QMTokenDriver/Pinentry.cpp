@@ -6,9 +6,9 @@
 #include <openssl/crypto.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,16 +21,17 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tokendriver {
 
 namespace {
 
-/// In seconds. A page waits for its signature meanwhile.
-constexpr int kTimeToAnswer = 180;
-
-/// What it may take beyond that, to start and to tell of its end.
-constexpr int kTimeToEnd = 20;
+/// What pinentry may take in all: it keeps the user's time itself, unless it hangs, and needs some to start
+/// and to tell of its end.
+constexpr std::chrono::milliseconds PatienceFor(std::chrono::seconds timeToAnswer) {
+    return timeToAnswer * 10 / 9;
+}
 
 /// The longest line of the Assuan protocol, line feed included.
 constexpr std::size_t kMaxLine = 1002;
@@ -83,8 +84,11 @@ int HexDigit(char character) {
 /// A pinentry that runs, and the socket that is its input and output. It ends with this process, and with
 /// this object.
 class Pinentry {
+    using Clock = std::chrono::steady_clock;
+
 public:
-    explicit Pinentry(const std::string& path) {
+    Pinentry(const std::string& path, std::chrono::milliseconds patience)
+        : deadline_(Clock::now() + patience) {
         std::array<int, 2> ends{};
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
             return;
@@ -93,13 +97,10 @@ public:
             Run(path.c_str(), ends[1]);
         close(ends[1]);
         socket_ = ends[0];
-        const timeval patience{kTimeToAnswer + kTimeToEnd, 0}; // it keeps the time itself, unless it hangs
-        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
     ~Pinentry() {
         OPENSSL_cleanse(buffer_.data(), buffer_.size());
-        if (socket_ >= 0)
-            close(socket_);
+        GiveUp();
         if (process_ <= 0)
             return;
         kill(process_, SIGKILL); // it is done, or it hangs: nothing of it is worth waiting for
@@ -112,16 +113,18 @@ public:
     /// Whether the line was answered with OK; data of the answer goes into `pin`.
     bool Says(const std::string& line, KeptPin* pin = nullptr) {
         const std::string sent = line + '\n';
-        return send(socket_, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size()) &&
+        return socket_ >= 0 &&
+               send(socket_, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size()) &&
                IsOk(pin);
     }
 
-    /// Reads up to the line that says OK or ERR.
+    /// Reads up to the line that says OK or ERR. Where none comes, it is given up.
     bool IsOk(KeptPin* pin = nullptr) {
+        error_.clear();
         for (int lines = 0; lines < kMaxLines; ++lines) {
             const std::optional<std::span<char>> line = ReadLine();
             if (!line)
-                return false;
+                break;
             const std::string_view text(line->data(), line->size());
             if (text == "OK" || text.starts_with("OK "))
                 return true;
@@ -132,6 +135,7 @@ public:
             if (text.starts_with("D ") && pin != nullptr)
                 KeepData(line->subspan(2), *pin);
         }
+        GiveUp();
         return false;
     }
 
@@ -150,14 +154,28 @@ private:
         _exit(127);
     }
 
+    /// From now on nothing is sent and nothing awaited.
+    void GiveUp() {
+        if (socket_ >= 0)
+            close(std::exchange(socket_, -1));
+    }
+
+    /// Whether there is something to read before the time is over.
+    bool HasInput() const {
+        pollfd input{socket_, POLLIN, 0};
+        int ready = -1;
+        do {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now()).count();
+            ready = poll(&input, 1, static_cast<int>(std::max(left, decltype(left){0})));
+        } while (ready < 0 && errno == EINTR);
+        return ready == 1;
+    }
+
     /// Without its line feed; nothing at the end, or when it is too long. Valid until the next.
     std::optional<std::span<char>> ReadLine() {
         for (std::size_t length = 0; length < buffer_.size(); ++length) {
-            ssize_t got = -1;
-            do
-                got = read(socket_, &buffer_[length], 1); // so that nothing of the next line is read
-            while (got < 0 && errno == EINTR);
-            if (got != 1)
+            // One by one, so that nothing of the next line is read.
+            if (!HasInput() || read(socket_, &buffer_[length], 1) != 1)
                 return std::nullopt;
             if (buffer_[length] == '\n')
                 return std::span(buffer_).first(length);
@@ -177,6 +195,7 @@ private:
         pin.Keep({reinterpret_cast<const CK_UTF8CHAR*>(data.data()), length});
     }
 
+    const Clock::time_point deadline_;
     pid_t process_ = -1;
     int socket_ = -1;
     std::string error_;
@@ -210,17 +229,17 @@ CK_RV CannotAsk(const SeenToken& token, const std::string& reason) {
 
 } // namespace
 
-CK_RV AskByPinentry(const SeenToken& token, KeptPin& pin) {
+CK_RV AskByPinentry(const SeenToken& token, KeptPin& pin, std::chrono::seconds timeToAnswer) {
     const std::string path = PathOfPinentry();
     if (path.empty())
         return CannotAsk(token, "there is no pinentry in PATH");
     if (!(IsSet("DISPLAY") || IsSet("WAYLAND_DISPLAY") || IsSet("GPG_TTY")))
         return CannotAsk(token, "there is no display");
-    Pinentry pinentry(path);
+    Pinentry pinentry(path, PatienceFor(timeToAnswer));
     if (!pinentry.IsOk())
         return CannotAsk(token, path + " does not answer");
     SetOptions(pinentry);
-    pinentry.Says("SETTIMEOUT " + std::to_string(kTimeToAnswer));
+    pinentry.Says("SETTIMEOUT " + std::to_string(timeToAnswer.count()));
     pinentry.Says("SETTITLE Quillmark");
     pinentry.Says("SETPROMPT PIN:");
     if (!pinentry.Says("SETDESC " + Escaped(Question(token))))

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include "Ckr.h"
 #include "CutShort.h"
 #include "Mechanisms.h"
 #include "Pkcs11Error.h"
@@ -101,7 +102,8 @@ std::vector<CK_OBJECT_HANDLE> Session::FindCertificates(const SearchTemplate& wa
     return found;
 }
 
-/// A key without a certificate is none: what it signs could not be verified.
+/// A key without a certificate is none: what it signs could not be verified. Where the login is refused, the
+/// key is handed out unseen: why a search fails the host does not tell, why a signature fails it does.
 std::vector<CK_OBJECT_HANDLE> Session::FindKeys(const SearchTemplate& wanted,
                                                 const ListedCertificate* named) {
     if (named == nullptr) {
@@ -112,12 +114,18 @@ std::vector<CK_OBJECT_HANDLE> Session::FindKeys(const SearchTemplate& wanted,
     Token& token = *listed.token;
     SearchTemplate inside = wanted.WithId(listed.certificate->Id());
     std::vector<CK_OBJECT_HANDLE> keys;
-    Check(logins_.CallLoggedIn(token, catalogue_.Tokens().size() > 1, [&]() -> CK_RV {
+    const CK_RV answer = logins_.CallLoggedIn(token, catalogue_.Tokens().size() > 1, [&]() -> CK_RV {
         std::vector<CK_ATTRIBUTE> attributes = inside.Attributes();
         const ModuleSession& session = token.Session();
         keys = KeysFor(listed.certificate.get(), session.Find(attributes), session);
         return keys.empty() && token.HasLostLogin() ? CKR_USER_NOT_LOGGED_IN : CKR_OK;
-    }));
+    });
+    if (answer != CKR_OK && !IsGone(answer) && !token.IsLoggedIn()) {
+        WriteTokenLog("nobody is logged in on the token " + token.Name() + ": the login answers " +
+                      DescribeAnswer(answer));
+        return {GiveOutUnseen(listed)};
+    }
+    Check(answer);
     for (CK_OBJECT_HANDLE& key : keys)
         key = GiveOut(listed, key, CKO_PRIVATE_KEY);
     return keys;
@@ -130,6 +138,12 @@ CK_OBJECT_HANDLE Session::GiveOut(const ListedCertificate& listed, CK_OBJECT_HAN
     GivenObject& object = *objects_.Object(handle);
     object.certificate = listed.certificate;
     object.id.text = listed.idText;
+    return handle;
+}
+
+CK_OBJECT_HANDLE Session::GiveOutUnseen(const ListedCertificate& listed) {
+    const CK_OBJECT_HANDLE handle = GiveOut(listed, 0, CKO_PRIVATE_KEY);
+    objects_.Object(handle)->visit = 0; // of no visit: it is looked for when it is used
     return handle;
 }
 

@@ -59,6 +59,7 @@ private:
     std::vector<CK_OBJECT_HANDLE> FindAll(SearchTemplate wanted);
     CK_OBJECT_HANDLE GiveOut(const ListedCertificate& listed, CK_OBJECT_HANDLE inModule,
                              CK_OBJECT_CLASS objectClass);
+    CK_OBJECT_HANDLE GiveOutUnseen(const ListedCertificate& listed);
 
     bool IsJustFound(const GivenObject& object, std::span<const CK_ATTRIBUTE> wanted) const;
     static CK_RV AnswerFromReading(const GivenObject& object, std::span<CK_ATTRIBUTE> wanted);

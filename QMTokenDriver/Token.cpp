@@ -23,6 +23,12 @@ bool HoldsUsers(const std::vector<FoundCertificate>& certificates) {
                        [](const FoundCertificate& one) { return one.certificate->IsUsers(); });
 }
 
+bool Holds(const std::vector<FoundCertificate>& certificates, const Certificate& wanted) {
+    return std::any_of(certificates.begin(), certificates.end(), [&wanted](const FoundCertificate& one) {
+        return one.certificate->Der() == wanted.Der();
+    });
+}
+
 } // namespace
 
 PluggedToken::PluggedToken(const SeenToken& seenToken)
@@ -42,12 +48,16 @@ bool Token::IsAt(const SeenToken& place) const {
 
 bool Token::Knows(const std::vector<FoundCertificate>& certificates) const {
     return std::any_of(certificates.begin(), certificates.end(), [this](const FoundCertificate& there) {
-        return there.certificate->IsUsers() &&
-               std::any_of(certificates_.begin(), certificates_.end(),
-                           [&there](const FoundCertificate& here) {
-                               return here.certificate->Der() == there.certificate->Der();
-                           });
+        return there.certificate->IsUsers() && Holds(certificates_, *there.certificate);
     });
+}
+
+bool Token::IsAlso(const Token& other) const {
+    return seen_.backend != other.seen_.backend && !seen_.identity.serialNumber.empty() &&
+           seen_.identity == other.seen_.identity && HoldsUsers(certificates_) &&
+           std::all_of(certificates_.begin(), certificates_.end(), [&other](const FoundCertificate& one) {
+               return !one.certificate->IsUsers() || Holds(other.certificates_, *one.certificate);
+           });
 }
 
 void Token::GoneWith(CK_RV answer) {
@@ -75,6 +85,11 @@ void Token::ReadAgain() {
     if (!std::equal(now.begin(), now.end(), certificates_.begin(), certificates_.end(), isSame))
         keys_.reset();
     certificates_ = std::move(now);
+}
+
+void Token::StillAt(const SeenToken& place) {
+    seen_ = place;
+    ReadAgain();
 }
 
 const std::vector<PrivateKey>& Token::ReadKeys() {
@@ -115,7 +130,10 @@ bool Token::IsLoggedIn() const {
 }
 
 bool Token::LookAgain() {
-    if (Session().Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo) != CKR_OK)
+    const CK_RV answer = Session().Module().C_GetTokenInfo(seen_.slot, &seen_.tokenInfo);
+    if (IsGone(answer))
+        throw Pkcs11Error(answer);
+    if (answer != CKR_OK)
         return false;
     if (!(IdentityOf(seen_.tokenInfo) == seen_.identity)) // exchanged, and the module has kept the session
         throw Pkcs11Error(CKR_DEVICE_REMOVED);

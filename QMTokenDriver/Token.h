@@ -55,6 +55,10 @@ public:
     /// Whether one of these certificates is a user's that was on this token.
     bool Knows(const std::vector<FoundCertificate>& certificates) const;
 
+    /// Whether this is `other` through another module, and the other shows all users' certificates of this
+    /// one.
+    bool IsAlso(const Token& other) const;
+
     /// The token is away, as calls answer from now on until it is found again.
     void GoneWith(CK_RV answer);
 
@@ -63,6 +67,9 @@ public:
 
     /// Reads its certificates again. Throws Pkcs11Error, also when the token is gone.
     void ReadAgain();
+
+    /// The same, where it still is, as it was seen there just now.
+    void StillAt(const SeenToken& place);
 
     /// The private keys that show to the user who is logged in: read once in a visit, and again when the
     /// certificates have changed. Throws Pkcs11Error.

@@ -67,7 +67,8 @@ std::string PaddedText(const CK_UTF8CHAR* field, std::size_t length) {
 TokenIdentity IdentityOf(const CK_TOKEN_INFO& info) {
     return {PaddedText(info.label, std::size(info.label)),
             PaddedText(info.serialNumber, std::size(info.serialNumber)),
-            PaddedText(info.model, std::size(info.model))};
+            PaddedText(info.model, std::size(info.model)),
+            PaddedText(info.manufacturerID, std::size(info.manufacturerID))};
 }
 
 SeenToken LookAtToken(const Backend& backend, CK_SLOT_ID slot) {

@@ -11,11 +11,13 @@
 
 namespace tokendriver {
 
-/// PKCS#11's label, serial number and model, padding removed. Two tokens may agree in all of them.
+/// PKCS#11's label, serial number, model and manufacturer, padding removed. Two tokens may agree in all of
+/// them.
 struct TokenIdentity {
     std::string label;
     std::string serialNumber;
     std::string model;
+    std::string manufacturer;
 
     bool operator==(const TokenIdentity&) const = default;
 };

@@ -33,6 +33,7 @@ install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" FILES_MATCHING PATT
 set(data_dir "${CMAKE_INSTALL_DATADIR}/quillmark")
 install(FILES extension/quillmark.js extension/quillmark.d.ts DESTINATION "${data_dir}")
 if(QM_EXTENSION)
+  install(PROGRAMS packaging/pack-extension DESTINATION "${data_dir}")
   install(DIRECTORY "${QM_EXTENSION}/chromium" "${QM_EXTENSION}/firefox" DESTINATION "${data_dir}/extension")
   install(DIRECTORY "${QM_EXTENSION}/example" DESTINATION "${data_dir}")
 endif()

@@ -6,7 +6,7 @@
  *
  *     node extension/make.mjs [FOLDER]      (build/extension when left out)
  */
-import { cp, mkdir, readdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
+import { cp, mkdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
 
@@ -25,17 +25,17 @@ export async function manifest(browser) {
 
 /** Makes the folders below `target`, replacing what is there. */
 export async function make(target) {
-  const firefox = await emptyFolder(join(target, "firefox"));
-  for (const name of EXTENSION_FILES) await cp(join(SOURCE, name), join(firefox, name), { recursive: true });
-  await bundleLibraries(join(firefox, "libraries"));
-
-  // All but the manifest is there once. Chromium follows links out of an extension's folder; Firefox does not.
-  const chromium = await emptyFolder(join(target, "chromium"));
-  for (const name of await readdir(firefox)) await symlink(`../firefox/${name}`, join(chromium, name));
-  await cp(join(SOURCE, "managed-storage.json"), join(chromium, "managed-storage.json"));
-  for (const [browser, folder] of Object.entries({ chromium, firefox })) {
+  for (const browser of ["chromium", "firefox"]) {
+    const folder = await emptyFolder(join(target, browser));
+    for (const name of EXTENSION_FILES) await cp(join(SOURCE, name), join(folder, name), { recursive: true });
     await writeFile(join(folder, "manifest.json"), `${JSON.stringify(await manifest(browser), null, 2)}\n`);
   }
+  await cp(join(SOURCE, "managed-storage.json"), join(target, "chromium", "managed-storage.json"));
+
+  // By far the largest part is there once. Chromium's pages follow a link out of the extension's folder; its content scripts
+  // do not, nor does anything in Firefox.
+  await bundleLibraries(join(target, "firefox/libraries"));
+  await symlink("../firefox/libraries", join(target, "chromium/libraries"));
 
   const example = await emptyFolder(join(target, "example"));
   await cp(join(SOURCE, "example"), example, { recursive: true });

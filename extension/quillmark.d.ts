@@ -165,13 +165,15 @@ export interface PdfOptions extends RequestOptions {
   /**
    * Gets a time stamp for a signature: of its digest (SHA-256), from an authority's answer (RFC 3161, DER). `request` is the
    * request for it, as authorities take it by HTTP: `(digest, request) => fetch(url, { method: "POST", body: request, … })`.
+   * It has a minute to answer.
    */
   timestamp?(digest: Uint8Array, request: Uint8Array): Promise<ArrayBuffer | ArrayBufferView>;
 }
 
 /**
  * Shows the user a PDF document in the extension's own window, and signs it when he wants it: with the certificate that he
- * chooses there. Resolves to the signed file: the document's bytes, and the signature behind them.
+ * chooses there. Resolves to the signed file: the document's bytes, and the signature behind them. Like every question it
+ * follows a click or key of the user's in the page, also on a site that is allowed.
  *
  * `document` is read before the function returns or, a Blob, cannot be changed anyway: what is shown is what is signed.
  * A document that cannot be signed is DOCUMENT_REFUSED, and `message` says why. `options.timeout` is 600,000 when left out.

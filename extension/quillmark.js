@@ -32,7 +32,7 @@ export const ERRORS = Object.freeze({
   NOT_IMPLEMENTED: "The signing program does not offer this kind of signature.",
   TOO_LARGE: "This is too large to be signed in one piece.",
   BAD_REPLY: "The signing program's answer could not be understood.",
-  TIMEOUT: "There was no answer in time, and nothing was signed.",
+  TIMEOUT: "There was no answer in time, and this page got no signature.",
   ABORTED: "This page withdrew its request, and nothing was signed.",
   ORIGIN_DENIED: "This site is not allowed to ask for signatures.",
   NOT_NOW: "Quillmark does not ask you about this page now. Go to the page and use its own button; if you have just refused its request, wait a little first.",
@@ -40,7 +40,7 @@ export const ERRORS = Object.freeze({
   DIGEST_UNSUITABLE: "This document's digest holds a zero byte and cannot be signed as it is. The page has to use another hash algorithm, or change the document slightly (a new time or document ID), and ask again.",
   DOCUMENT_REFUSED: "This document cannot be signed.",
   SIGNATURE_INVALID: "The signed document did not pass its check, and was thrown away. Try again; if this repeats, tell us which token it is.",
-  TIMESTAMP_FAILED: "This page did not get a time stamp for the signature, and nothing was signed. Try again later.",
+  TIMESTAMP_FAILED: "This page did not get a time stamp for the signature. Your token had signed already; that signature was thrown away, and this page did not get it. Try again later.",
   INVALID_ARGUMENT: "This page made a request that is not valid.",
 });
 

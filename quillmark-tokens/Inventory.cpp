@@ -13,14 +13,6 @@ namespace tokendriver::tool {
 
 namespace {
 
-/// Why none of a token's certificates can sign: no one can log in; empty when one can.
-std::string PinObjection(CK_FLAGS flags) {
-    if ((flags & CKF_USER_PIN_LOCKED) != 0)
-        return "its PIN is locked";
-    const bool isUnset = (flags & CKF_LOGIN_REQUIRED) != 0 && (flags & CKF_USER_PIN_INITIALIZED) == 0;
-    return isUnset ? "its PIN is not set" : "";
-}
-
 /// The keys that show, and whether those are all that there are.
 struct KeysSeen {
     std::vector<PrivateKey> keys;
@@ -80,19 +72,21 @@ void LookAtCertificates(TokenEntry& token, const Catalogue& catalogue, const Ask
     for (const FoundCertificate& found : ReadCertificates(session)) {
         CertificateEntry& entry =
             token.certificates.emplace_back(LookAtCertificate(*found.certificate, keys));
-        if (!pinObjection.empty())
-            entry.offer.reasons.push_back(pinObjection);
+        entry.offer.PutBehind(pinObjection);
         const ListedCertificate* listed = InList(catalogue, token.seen, *found.certificate);
         if (listed == nullptr)
             continue;
         entry.id = listed->idText;
-        entry.isFirst = entry.offer.IsOffered() && listed == &catalogue.Certificates().front();
+        entry.isFirst = listed == &catalogue.Certificates().front() &&
+                        found.certificate->Offered(std::time(nullptr)).IsOffered();
     }
 }
 
 TokenEntry LookAtPluggedToken(SeenToken seen, const Catalogue& catalogue, const AskForPin& askForPin) {
     TokenEntry token{std::move(seen), {}, LoginOutcome::NotTried, {}, {}};
     token.objection = ObjectionTo(token.seen);
+    if (const Backend* other = catalogue.ShownBy(token.seen))
+        token.objection = "it is offered by the module " + other->name;
     if (token.seen.verdict == TokenVerdict::NotReadable || token.seen.verdict == TokenVerdict::NotInitialised)
         return token;
     try {

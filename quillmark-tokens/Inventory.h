@@ -22,7 +22,7 @@ struct CertificateEntry {
     std::optional<CertificateFacts> facts; ///< nothing: it could not be read
     Offer offer;                           ///< by the driver's rule
     bool needsLogin = false;               ///< whether its private key is there only shows after login
-    bool isFirst = false;                  ///< the first in the window
+    bool isFirst = false;                  ///< the first in the window, which is filled before any login
 
     /// As far as was seen.
     bool CanSign() const { return offer.IsOffered() && offer.reasons.empty(); }

@@ -43,7 +43,8 @@ void Write(std::ostream& out, const TokenEntry& token, const CertificateEntry& e
     out << "      " << (IsOffered(token, entry) ? standing : "not offered: ")
         << (entry.facts ? Printable(entry.facts->subject) : "a certificate") << '\n';
     if (entry.isFirst)
-        out << "        the first in the window\n";
+        out << "        the first in the window"
+            << (IsOffered(token, entry) ? "\n" : ", which is filled before the login\n");
     if (!entry.offer.reasons.empty())
         out << "        " << (IsOffered(token, entry) ? "but: " : "because: ")
             << Printable(entry.offer.ReasonsText()) << '\n';

@@ -20,7 +20,7 @@ packages_run=(
 # More tokens to test the driver with: the soft token of NSS, a TPM in software, a smart card in software with its reader, and
 # the soft token of openCryptoki.
 packages_test=(
-  valgrind locales faketime strace sway grim wtype
+  valgrind locales faketime strace sway grim wtype pinentry-gtk2
   libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
 )
 packages_bench=(libengine-pkcs11-openssl)
@@ -63,10 +63,11 @@ install_packages() {
   node_is_usable || { echo "Node.js 18 or later and npm are needed, and the packages did not bring them" >&2; return 1; }
 }
 
-# packages_not_installed <package>...: those that dpkg does not know as installed, one per line.
+# packages_not_installed <package>...: those that dpkg does not know as installed, under no name, one per line. Some of Debian
+# 12's names are other names of a package in Debian 13.
 packages_not_installed() {
-  dpkg-query -W -f '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^installed //p' | sort -u |
-    comm -13 - <(printf '%s\n' "$@" | sort -u)
+  dpkg-query -W -f '${db:Status-Status} ${Package}, ${Provides}\n' | sed -n 's/^installed //p' | tr ',' '\n' | sed 's/^ *//; s/ .*//' |
+    sort -u | comm -13 - <(printf '%s\n' "$@" | sort -u)
 }
 
 # run_apt_get <argument>...: as root, without questions; quiet unless it fails.

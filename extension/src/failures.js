@@ -60,7 +60,9 @@ export function classifyFailure(text, { loggedIn }) {
 function classifyCkr(label, value) {
   const ckr = CKR_NAMES.get(value) ?? `0x${value.toString(16).toUpperCase().padStart(8, "0")}`;
   if (TOKEN_IS_GONE.includes(ckr)) return { code: "TOKEN_MISSING", ckr };
-  return { code: label === "C_Login" ? "LOGIN_FAILED" : "TOKEN_ERROR", ckr };
+  // With several tokens the driver tells at the signature that a further one's PIN was wrong, cancelled or locked.
+  const isLogin = label === "C_Login" || ckr === "CKR_USER_NOT_LOGGED_IN";
+  return { code: isLogin ? "LOGIN_FAILED" : "TOKEN_ERROR", ckr };
 }
 
 /**

@@ -31,6 +31,9 @@ export const POLICY_SETTLE_MS = 8 * SECOND;
 /** How long the page around a frame has to say its origin. */
 export const SURROUNDINGS_MS = 1 * SECOND;
 
+/** How long a page has to give a piece of a document, a time stamp, or a sign that it has taken an outcome. */
+export const PAGE_ANSWER_MS = MINUTE;
+
 /** The program needs no user for a sign of life, only the time to start. */
 export const SIGN_OF_LIFE_MS = 15 * SECOND;
 

@@ -1,3 +1,6 @@
+import { QuillmarkError } from "../quillmark.js";
+import { PAGE_ANSWER_MS } from "./limits.js";
+
 /** What the extension asks a page's library within a request, such as for a piece of a document. */
 export class PageQueries {
   #send;
@@ -14,19 +17,26 @@ export class PageQueries {
     });
   }
 
-  /** Resolves to the text that the page answers, null where it failed. */
-  ask(query) {
-    return new Promise((resolve, reject) => {
-      if (this.#signal.aborted) return void reject(this.#signal.reason);
-      const number = ++this.#lastNumber;
-      this.#open.set(number, { resolve, reject });
-      this.#send({ type: "query", number, query });
-    });
+  /** Resolves to the text that the page answers, null where it failed. Rejects with TIMEOUT when it does not answer in time. */
+  async ask(query) {
+    this.#signal.throwIfAborted();
+    const number = ++this.#lastNumber;
+    let timer;
+    try {
+      return await new Promise((resolve, reject) => {
+        this.#open.set(number, { resolve, reject });
+        const late = new QuillmarkError("TIMEOUT", { detail: `The page has not answered the extension (${query.what}).` });
+        timer = setTimeout(() => reject(late), PAGE_ANSWER_MS);
+        this.#send({ type: "query", number, query });
+      });
+    } finally {
+      clearTimeout(timer);
+      this.#open.delete(number);
+    }
   }
 
   /** Takes an answer. One that nobody has asked for, or a second one, has no effect. */
   take({ number, text }) {
     this.#open.get(number)?.resolve(typeof text === "string" ? text : null);
-    this.#open.delete(number);
   }
 }

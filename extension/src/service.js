@@ -121,11 +121,12 @@ export class Service {
 
   async #serve(document, request, progress) {
     if (!request.operation) return this.#status(document, request, progress);
-    const isAllowed = await this.#isAllowed(document);
-    if (!isAllowed) await this.#rules.require(document, request.gestureAt);
+    // Documents are shown, and asked about, each time.
+    const mustAsk = !(await this.#isAllowed(document)) || request.operation.showsDocuments === true;
+    if (mustAsk) await this.#rules.require(document, request.gestureAt);
     request.values = request.operation.check(request.given);
     if (request.operation.showsDocuments) return this.#serveDocuments(document, request, progress);
-    request.grant = isAllowed ? "standing" : await this.#askInTurn(document, request, progress);
+    request.grant = mustAsk ? await this.#askInTurn(document, request, progress) : "standing";
     return this.#atHost(document, request, progress, () => this.#perform(document, request));
   }
 
@@ -184,10 +185,10 @@ export class Service {
       // The answer to an earlier question may have settled this one.
       const isAllowed = await this.#isAllowed(document);
       if (isAllowed && !request.operation.showsDocuments) return "standing";
-      if (!isAllowed) await this.#rules.require(document, request.gestureAt);
+      await this.#rules.require(document, request.gestureAt);
       progress.tell({ state: "consent" });
       request.wasAsked = true;
-      const answer = await (isAllowed ? this.#show(document, request) : this.#ask(document, request));
+      const answer = await this.#ask(document, request);
       if (answer === "deny" && isAllowed) throw new QuillmarkError("USER_CANCELLED");
       if (answer === "deny") {
         document.isDenied = true;

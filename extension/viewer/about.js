@@ -3,7 +3,7 @@
 import { draw } from "../consent/characters.js";
 import { element } from "../src/pages.js";
 
-const numbered = (number, one, many) => `${number.toLocaleString()} ${number === 1 ? one : many}`;
+export const numbered = (number, one, many) => `${number.toLocaleString()} ${number === 1 ? one : many}`;
 
 export const summaryOf = ({ pages, bytes, signatures }) =>
   [

@@ -1,10 +1,13 @@
 /** Draws a document's pages: those in sight and their neighbours, however many there are. */
 
-import { AnnotationMode, getDocument, GlobalWorkerOptions } from "../libraries/pdfjs.js";
+import { AnnotationMode, getDocument, GlobalWorkerOptions, PDFWorker } from "../libraries/pdfjs.js";
 import { refusal } from "../src/pdf/refusal.js";
 
 const LIBRARIES = new URL("../libraries/", import.meta.url).href;
 GlobalWorkerOptions.workerSrc = `${LIBRARIES}pdfjs-worker.js`;
+
+// One for all documents: its start takes longer than to read a short one.
+const worker = new PDFWorker();
 
 /** Above this many dots a page is drawn coarser than the screen is. */
 const MAX_DOTS = 16_000_000;
@@ -19,6 +22,7 @@ const ZOOMS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2, 3, 4];
 async function load(bytes) {
   const loading = getDocument({
     data: bytes,
+    worker,
     cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
     standardFontDataUrl: `${LIBRARIES}pdfjs/standard_fonts/`,
     iccUrl: `${LIBRARIES}pdfjs/iccs/`,
@@ -48,6 +52,7 @@ export async function checkDrawable(bytes, pages) {
 export class PagesView {
   #container;
   #onPage;
+  #onBroken;
   #document;
   #pages = [];
   #observer;
@@ -61,13 +66,17 @@ export class PagesView {
     new ResizeObserver(() => this.#layOut()).observe(container);
   }
 
-  /** Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. */
-  async show(bytes, { keepsPlace = false } = {}) {
+  /**
+   * Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. `onBroken(number)` is
+   * called with a page that cannot be drawn, then or later.
+   */
+  async show(bytes, { keepsPlace = false, onBroken }) {
     const place = keepsPlace ? this.#container.scrollTop : 0;
     this.#container.setAttribute("aria-busy", "true");
     const { document, first } = await load(bytes);
     await this.close();
     this.#document = document;
+    this.#onBroken = onBroken;
     this.#pages = Array.from({ length: document.numPages }, (_, i) => this.#makePage(i, first));
     this.#container.replaceChildren(...this.#pages.map(({ element }) => element));
     this.#observer = new IntersectionObserver((entries) => this.#look(entries), { root: this.#container, rootMargin: MARGIN });
@@ -84,8 +93,9 @@ export class PagesView {
     this.#observer?.disconnect();
     this.#container.replaceChildren();
     this.#pages = [];
-    await this.#document?.loadingTask.destroy();
+    const document = this.#document;
     this.#document = undefined;
+    await document?.loadingTask.destroy();
   }
 
   /** Makes the pages larger (1) or smaller (-1). */
@@ -144,8 +154,9 @@ export class PagesView {
   }
 
   async #drawAnew(page, wanted) {
+    const document = this.#document;
     try {
-      const proxy = await this.#document.getPage(page.index + 1);
+      const proxy = await document.getPage(page.index + 1);
       page.viewport = proxy.getViewport({ scale: 1 });
       const { width, height } = page.viewport;
       if (width !== page.width || height !== page.height) {
@@ -154,7 +165,7 @@ export class PagesView {
         page.element.style.height = `${height * page.scale}px`;
       }
       const viewport = proxy.getViewport({ scale: Math.min(wanted, Math.sqrt(MAX_DOTS / (width * height))) });
-      const canvas = document.createElement("canvas");
+      const canvas = globalThis.document.createElement("canvas");
       canvas.width = Math.round(viewport.width);
       canvas.height = Math.round(viewport.height);
       page.task = proxy.render({ canvas, viewport, annotationMode: AnnotationMode.ENABLE });
@@ -163,8 +174,10 @@ export class PagesView {
       page.canvas = canvas;
       page.element.replaceChildren(canvas);
     } catch (error) {
-      if (error.name === "RenderingCancelledException") return;
+      // A document that was closed meanwhile is broken by that.
+      if (error.name === "RenderingCancelledException" || document !== this.#document) return;
       page.element.textContent = `This page cannot be drawn: ${error.message}`;
+      this.#onBroken(page.index + 1);
     }
   }
 

@@ -1,5 +1,5 @@
 // The window in which the user sees documents, and signs what he has seen. It has the documents' bytes and nobody else in the
-// extension has; they are gone with it.
+// extension has; they are gone with it. It takes a refusal from its first moment on, and "Sign" when a document is drawn.
 
 import { Arming } from "../consent/arming.js";
 import { draw } from "../consent/characters.js";
@@ -11,7 +11,7 @@ import { commonName } from "../src/pdf/cms.js";
 import { factsOf, opened } from "../src/pdf/document.js";
 import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
-import { showAbout, summaryOf } from "./about.js";
+import { numbered, showAbout, summaryOf } from "./about.js";
 import { Background } from "./calls.js";
 import { checkDrawable, PagesView } from "./pages-view.js";
 import { letPlace } from "./placing.js";
@@ -30,29 +30,39 @@ for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) =
 const view = new PagesView(element("pages"), (page, count) => {
   element("page").textContent = `Page ${page.toLocaleString()} of ${count.toLocaleString()}`;
 });
-const background = new Background({ onQuestion: (given) => void begin(given).catch(fail), onGone: showGone });
+const background = new Background({ onQuestion: (given) => void begin(given).catch(fail), onGone });
 
 let question;
 let documents;
 let shown;
 let arming;
+let isSigning = false;
 
 async function begin(given) {
   question = given;
-  checkChain(question.chain);
   showSite();
-  documents = question.documents.map((each) => ({ ...each, place: placeIn(each.visible) }));
   element("documents").hidden = false;
-  for (const [i, document] of documents.entries()) await read(i, document);
-  const first = documents.findIndex(({ error }) => !error);
-  if (documents.length > 1) showList();
-  if (first === -1) {
-    background.answer("none");
-    return background.finish();
-  }
-  await open(first);
-  element("loading").hidden = true;
   arm();
+  checkChain(question.chain);
+  documents = question.documents.map((each) => ({ ...each, place: placeIn(each.visible) }));
+  for (const [i, document] of documents.entries()) await read(i, document);
+  await showRest(-1);
+}
+
+// What is left to sign: the next document that was not opened yet, behind the one of this number.
+async function showRest(i) {
+  if (documents.length > 1) showList();
+  showSign();
+  const signable = documents.findIndex(({ error }) => !error);
+  if (signable !== -1) return openInTurn(nextUnseen(i) ?? signable);
+  background.answer("none");
+  background.finish();
+}
+
+// The number of the next document that can be signed and was not opened, from the one behind `i` on; undefined when there is none.
+function nextUnseen(i) {
+  const numbers = documents.map((_, at) => (i + 1 + at) % documents.length);
+  return numbers.find((at) => !documents[at].error && !documents[at].isSeen);
 }
 
 function checkChain(chain) {
@@ -119,21 +129,45 @@ async function refuse(i, cause) {
 // the name and the time.
 let opening = Promise.resolve();
 function openInTurn(...args) {
-  element("pages").ariaBusy = "true"; // until what was asked for is drawn, nothing is signed
   return (opening = opening.then(() => open(...args)).catch(fail));
 }
 
 async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
+  if (document.error) return;
+  // Until it is drawn, nothing is signed.
+  element("sign").disabled = true;
+  element("pages").ariaBusy = "true";
   const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
   if (!keepsPlace) showAbout(document);
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
-  await view.show(drawn, { keepsPlace });
+  await view.show(drawn, { keepsPlace, onBroken: (page) => void refuseOpened(i, page).catch(fail) });
+  if (document.error) return;
+  document.isSeen = true;
   shown = i;
+  showSign();
+  element("loading").hidden = true;
+  element("sign").disabled = false;
   // What is in sight has changed, and the user has to see it.
-  arming?.restart();
+  arming.restart();
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
+}
+
+// Nobody signs what he cannot see.
+async function refuseOpened(i, page) {
+  if (isSigning || documents[i].error) return;
+  element("sign").disabled = true;
+  await refuse(i, refusal(`its page ${page} cannot be drawn. Save it anew in the program that it comes from.`));
+  await showRest(i);
+}
+
+function showSign() {
+  const signable = documents.filter(({ error }) => !error);
+  const unseen = signable.filter(({ isSeen }) => !isSeen).length;
+  const words = unseen > 0 ? `, ${unseen.toLocaleString()} not opened` : "";
+  if (documents.length > 1) element("sign").textContent = `Sign ${numbered(signable.length, "document", "documents")}${words}`;
+  element("next").hidden = unseen === 0;
 }
 
 function showList() {
@@ -152,10 +186,9 @@ function showList() {
   });
   element("list").replaceChildren(...items);
   element("list").hidden = false;
-  const signable = documents.filter(({ error }) => !error).length;
-  element("sign").textContent = `Sign ${signable.toLocaleString()} ${signable === 1 ? "document" : "documents"}`;
 }
 
+element("next").addEventListener("click", () => void openInTurn(nextUnseen(shown)));
 element("smaller").addEventListener("click", () => showZoom(view.zoom(-1)));
 element("larger").addEventListener("click", () => showZoom(view.zoom(1)));
 const showZoom = (zoom) => (element("zoom").textContent = `${zoom * 100} %`);
@@ -173,17 +206,17 @@ function arm() {
   const waiting = document.title;
   const buttons = [...document.querySelectorAll("footer button")];
   arming = new Arming((isArmed) => {
-    document.title = isArmed ? `Quillmark - Sign for ${question.origin}?` : waiting;
+    document.title = isArmed && shown !== undefined ? `Quillmark - Sign for ${question.origin}?` : waiting;
     document.documentElement.classList.toggle("waits", !isArmed);
     for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
   });
   element("deny").focus();
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
   on("deny", deny);
-  on("sign", () => element("pages").ariaBusy === "false" && void sign().catch(fail));
+  on("sign", () => void sign().catch(fail));
   on("stop", () => void fail(new QuillmarkError("USER_CANCELLED")));
   window.addEventListener("keydown", (event) => {
-    if (event.key === "Escape" && arming.takes(event) && element("working").hidden) deny();
+    if (event.key === "Escape" && arming.takes(event) && !isSigning) deny();
   });
 }
 
@@ -193,6 +226,7 @@ function deny() {
 }
 
 async function sign() {
+  isSigning = true;
   background.answer("sign");
   element("answers").hidden = true;
   element("working").hidden = element("progress").hidden = false;
@@ -209,7 +243,7 @@ async function fail(error) {
   await background.call("fail", plain(error)).catch(() => {});
 }
 
-function showGone() {
-  element("documents").hidden = true;
-  element("gone").hidden = false;
+// Nothing of the documents stays behind: the browser throws this page away.
+function onGone() {
+  location.replace("gone.html");
 }

@@ -89,6 +89,13 @@ test("After what spoils the program's run, and a failed login, it is started ane
   }
 });
 
+test("A further token's login that failed is one, also after another token has signed", () => {
+  for (const loggedIn of [false, true]) {
+    const { code, ckr } = classify("Error  in TokenSignData(): [CKR_ERROR in C_SignInit] ErrCode = 0x00000101.", loggedIn);
+    assert.deepEqual([code, ckr], ["LOGIN_FAILED", "CKR_USER_NOT_LOGGED_IN"]);
+  }
+});
+
 test("A page's own text in an echo is not taken for a failure of the token", () => {
   assert.equal(classify("echo: [CKR_ERROR in C_Login] ErrCode = 0x000000A0.").code, "UNKNOWN_ACTION");
 });

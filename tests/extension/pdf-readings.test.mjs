@@ -2,7 +2,10 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
+import { setFlagsFromString } from "node:v8";
+import { runInNewContext } from "node:vm";
 
+import { factsOf, opened } from "../../extension/src/pdf/document.js";
 import { facts } from "./pdf/sign.mjs";
 
 const PAGE = {
@@ -61,6 +64,41 @@ test("An entry of a kind that nobody knows is refused", async () => {
 test("A reference to another generation than the cross-reference has is refused", async () => {
   await isRead(document({}));
   await isRefused(document({ 2: "<< /Type /Pages /Kids [3 1 R] /Count 1 >>" }));
+});
+
+test("A dictionary in which a key stands twice is refused wherever it is: some readers take the first, others the last", async () => {
+  const page = (resources) => ({ 3: `<< /Type /Page /Parent 2 0 R /MediaBox [0 0 300 300] /Resources ${resources} >>` });
+  await isRead(document({ ...page("<< /XObject << /A 4 0 R /B 5 0 R >> >>"), 4: "<< /Some /Thing >>" }));
+  await isRefused(document({ ...page("<< /XObject << /A 4 0 R /A 5 0 R >> >>"), 4: "<< /Some /Thing >>" }));
+  await isRefused(document({ ...page("<< /XObject << /A 4 0 R /#41 5 0 R >> >>"), 4: "<< /Some /Thing >>" }));
+  await isRefused(document({ ...page("<< /List [ 1 << /A << /B 1 /B 2 >> >> ] >>") }));
+  await isRefused(document({ 4: "<< /Nobody /Refers /To /This /To null >>" }));
+  await isRefused(document({ 4: "<< /Length 3 /Filter /A /Filter /B >>\nstream\nabc\nendstream" }));
+  const twice = (text) => Buffer.from(document({}).toString("latin1").replace("/Root 1 0 R", text), "latin1");
+  await isRead(twice("/Root 1 0 R /Info 2 0 R"));
+  await isRefused(twice("/Root 1 0 R /Root 2 0 R"));
+});
+
+test("A document of very many objects leaves its window to the user while it is read, and nothing of them is kept", async () => {
+  const objects = Object.fromEntries(Array.from({ length: 100_000 }, (_, i) => [i + 4, "<< /A [ << /B (c) >> ] >>"]));
+  const file = opened(new Uint8Array(document(objects)));
+  const read = new WeakRef(file.get(file.pages[0]));
+  let longest = 0;
+  let last = performance.now();
+  const look = () => {
+    longest = Math.max(longest, performance.now() - last);
+    last = performance.now();
+  };
+  const timer = setInterval(look);
+  const start = performance.now();
+  await factsOf(file);
+  look();
+  clearInterval(timer);
+  const whole = performance.now() - start;
+  assert.ok(longest < whole / 3, `busy for ${longest} ms of ${whole}`);
+  setFlagsFromString("--expose-gc");
+  runInNewContext("gc")();
+  assert.equal(read.deref(), undefined);
 });
 
 test("Form fields that branch into the same ones again and again are read once", async () => {

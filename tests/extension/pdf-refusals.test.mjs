@@ -57,24 +57,6 @@ test("Something before the head or behind the end is refused, and blanks at the 
   assert.equal((await facts(Buffer.concat([bytes, Buffer.from("\r\n\0\n")]))).pages, 1);
 });
 
-test("A certification that forbids changes is refused, wherever it is named; one that allows signatures is not", async () => {
-  for (const [permission, isRefused] of [[1, true], [2, false], [3, false]]) {
-    for (const place of ["field", "lock", "catalog"]) {
-      const bytes = await made(({ context, catalog }) => {
-        const reference = { Type: "SigRef", TransformMethod: "DocMDP", TransformParams: { Type: "TransformParams", P: permission } };
-        const signature = context.register(context.obj({ Type: "Sig", Reference: [reference] }));
-        if (place === "catalog") catalog.set(PDFName.of("Perms"), context.obj({ DocMDP: signature }));
-        else if (place === "lock") {
-          const field = context.obj({ FT: "Sig", V: context.obj({ Type: "Sig" }), Lock: { Type: "SigFieldLock", Action: "All", P: permission } });
-          catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(field)] }));
-        } else catalog.set(PDFName.of("AcroForm"), context.obj({ Fields: [context.register(context.obj({ FT: "Sig", V: signature }))] }));
-      });
-      if (isRefused) await refused(bytes, /forbids every change/);
-      else assert.equal((await facts(bytes)).pages, 1);
-    }
-  }
-});
-
 test("More than the limits is refused: bytes, pages, and parts that would fill the memory", async () => {
   await refused(new Uint8Array(MAX_PDF_BYTES + 1), /larger than/);
   await refused(await made(({ context, catalog }) => {

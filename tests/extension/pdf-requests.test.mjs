@@ -3,8 +3,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
-import { MAX_DOCUMENTS, MAX_PDF_BYTES } from "../../extension/src/limits.js";
-import { ALLOWED, browser, DIGEST, portPair, rawChannel, RECORD, settle, SITE, start, until } from "./fakes.mjs";
+import { MAX_DOCUMENTS, MAX_PDF_BYTES, PAGE_ANSWER_MS, REFUSAL_WAITS_MS } from "../../extension/src/limits.js";
+import { ALLOWED, browser, DIGEST, portPair, rawChannel, RECORD, settle, SITE, start, stopClock, until } from "./fakes.mjs";
 
 const actions = () => browser.program.requests.map(({ action }) => action);
 
@@ -118,14 +118,30 @@ test("A site that was never allowed is asked in the same window; a refusal is OR
   assert.equal((await page.status()).permission, "ask");
 });
 
-test("A page without a click, and one out of sight, open no window", async () => {
-  start({});
-  const page = await browser.page(SITE, { clicked: false });
-  await assert.rejects(page.signPdf(new Uint8Array([1])), { code: "NOT_NOW" });
+test("A page without a click, and one out of sight, open no window, allowed for good or not", async () => {
+  for (const setting of [{}, ALLOWED]) {
+    start(setting);
+    const page = await browser.page(SITE, { clicked: false });
+    await assert.rejects(page.signPdf(new Uint8Array([1])), { code: "NOT_NOW" });
+    page.click();
+    browser.isInSight = false;
+    await assert.rejects(page.signPdf(new Uint8Array([1])), { code: "NOT_NOW" });
+    assert.equal(browser.windows.open.size, 0);
+    browser.close();
+  }
+});
+
+test("A site that is allowed for good waits after a refusal before it opens the window again", async (t) => {
+  const clock = stopClock(t);
+  const { page, request, window } = await asked();
+  window.post({ type: "answer", answer: "deny" });
+  await assert.rejects(request, { code: "USER_CANCELLED" });
   page.click();
-  browser.isInSight = false;
   await assert.rejects(page.signPdf(new Uint8Array([1])), { code: "NOT_NOW" });
   assert.equal(browser.windows.open.size, 0);
+  clock.tick(REFUSAL_WAITS_MS[0]);
+  void page.signPdf(new Uint8Array([1])).catch(() => {});
+  await until(() => browser.windows.open.size === 1);
 });
 
 test("The certificate that was chosen for documents in sight does not sign unseen", async () => {
@@ -197,6 +213,33 @@ test("The time stamp is the page's own function, given the digest and a request;
   const failing = await asked(undefined, { timestamp: () => Promise.reject(new Error("no net")) });
   const { error } = await failing.window.call("timeStamp", { digest: "", request: "" });
   assert.equal(error.code, "TIMESTAMP_FAILED");
+  assert.match(error.message, /had signed already/, "what the token has done is not denied");
+});
+
+test("A page that never answers for a document, a time stamp or an outcome ends its request in time, and the window with it", async (t) => {
+  const clock = stopClock(t);
+  for (const [name, values] of [
+    ["piece", { document: 0, at: 0, length: 3 }],
+    ["timeStamp", { digest: "", request: "" }],
+    ["tell", { document: 0, appended: "" }],
+  ]) {
+    start(ALLOWED);
+    const channel = rawChannel(await browser.page(SITE));
+    await until(() => channel.heard.length > 0);
+    channel.send({ type: "request", id: 1, operation: "signPdfs", values: { documents: '[{"size": 3}]' }, timeout: 600_000 });
+    const window = await documentsWindow();
+    const asked = window.call(name, values);
+    await until(() => channel.heard.some(({ type }) => type === "query"));
+    clock.tick(PAGE_ANSWER_MS);
+    const { error } = await asked;
+    assert.equal(error.code, "TIMEOUT", name);
+    void window.call("fail", error);
+    await until(() => channel.heard.some(({ type }) => type === "error"));
+    assert.equal(channel.heard.at(-1).error.code, "TIMEOUT", name);
+    await until(() => browser.windows.open.size === 0);
+    channel.close();
+    browser.close();
+  }
 });
 
 test("Signatures on documents stand in the journal, each with its digest, and are none that nobody saw", async () => {

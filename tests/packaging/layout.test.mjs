@@ -25,7 +25,7 @@ const inFolder = (folder) => files.filter((file) => dirname(file) === folder).ma
 
 test("The program's folder holds the built files and all scripts, without symbols", async () => {
   const { stdout } = await run("find", [join(root, "packaging"), "-maxdepth", "1", "-type", "f", "-printf", "%f\n"]);
-  const scripts = stdout.toString().split("\n").filter(Boolean);
+  const scripts = stdout.toString().split("\n").filter((name) => name && name !== "pack-extension"); // for administrators
   const folder = "usr/libexec/quillmark";
   assert.deepEqual(inFolder(folder), ["QMChromeExtHost", "QMLogo.png", "QMTokenDriver.so", "quillmark-tokens", ...scripts].sort());
   for (const name of ["QMChromeExtHost", "QMTokenDriver.so", "quillmark-tokens"]) {
@@ -51,17 +51,18 @@ test("No link leads nowhere, also where documents name each other", () => {
   assert.deepEqual([...links, ...targets].filter((path) => !existsSync(join(installed, path))), []);
 });
 
-test("The page library, its declarations and the example are there, and the extension once for both browsers", () => {
+test("The page library, its declarations and the example are there, and the extension's libraries once", () => {
   const shared = "usr/share/quillmark";
-  assert.deepEqual(inFolder(shared).sort(), ["quillmark.d.ts", "quillmark.js"]);
+  assert.deepEqual(inFolder(shared).sort(), ["pack-extension", "quillmark.d.ts", "quillmark.js"]);
   const example = readFileSync(join(installed, shared, "example/index.html"), "utf8");
   const named = [...example.matchAll(/(?:src|href)="([\w.-]+)"/g)].map(([, name]) => name);
   assert.ok(named.length > 0);
   assert.deepEqual(named.filter((name) => !existsSync(join(installed, shared, "example", name))), []);
 
-  const own = files.filter((file) => file.startsWith(`${shared}/extension/chromium/`) && lstatSync(join(installed, file)).isFile());
-  assert.deepEqual(own.map((file) => file.replace(/.*\//, "")), ["managed-storage.json", "manifest.json"]);
-  assert.ok(existsSync(join(installed, shared, "extension/firefox/manifest.json")));
+  const [chromium, firefox] = ["chromium", "firefox"].map((name) => `${shared}/extension/${name}`);
+  assert.equal(readlinkSync(join(installed, chromium, "libraries")), "../firefox/libraries");
+  assert.ok(existsSync(join(installed, chromium, "manifest.json")));
+  assert.ok(existsSync(join(installed, firefox, "manifest.json")));
 });
 
 test("install for one user brings a stripped program and the extension, and says what to click", async () => {
@@ -78,4 +79,18 @@ test("install for one user brings a stripped program and the extension, and says
   assert.ok(!/\[\d+\/\d+\]|steps/.test(stdout), "no flood of the build's words");
   await run(product.install, ["--uninstall"], { env: { ...process.env, HOME: home, XDG_CONFIG_HOME: "" } });
   assert.ok(!existsSync(folder));
+});
+
+test("install for all users puts the extension where Debian's browsers look, and uninstall takes it away", async () => {
+  const other = await cleanup.folder("root");
+  await run(product.install, ["--system", "--root", other], { timeout: 300_000 });
+  const folders = { "usr/share/chromium/extensions/quillmark": "chromium",
+    [`usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/${product.extension.ids.firefox}`]: "firefox" };
+  for (const [link, browser] of Object.entries(folders)) {
+    assert.equal(readlinkSync(join(other, link)), `/usr/share/quillmark/extension/${browser}`);
+    assert.ok(existsSync(join(other, "usr/share/quillmark/extension", browser, "src/background.js")));
+  }
+  await run(product.install, ["--system", "--root", other, "--uninstall"]);
+  const { stdout } = await run("find", [other, "!", "-type", "d", "-path", "*quillmark*"]);
+  assert.equal(stdout.toString(), "");
 });

@@ -7,10 +7,11 @@ import { readdir, readFile, stat } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
+import { manifest } from "../../extension/make.mjs";
 import { GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
-import { signatureIn } from "./lib/installed-browser.mjs";
+import { forcedVersion, signatureIn } from "./lib/installed-browser.mjs";
 
 const world = World.forThisFile(product);
 const MINUTES = 60_000;
@@ -45,6 +46,10 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   await run("dpkg", ["--purge", "quillmark"]);
   assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);
   assert.deepEqual(await traces(), before);
+});
+
+test("Packed with an administrator's key and forced by policy, Chromium has the extension", { skip: await reasonToSkip() }, async (t) => {
+  assert.equal(await forcedVersion(t, world), (await manifest("chromium")).version);
 });
 
 test("Made in another folder, time zone and umask, the package is the same bit by bit", async (t) => {

@@ -1,11 +1,13 @@
 // The whole program with three real soft tokens, each with a PIN of its own: any of them signs, one is pulled half way.
 
 import assert from "node:assert/strict";
-import { chmod, mkdir, readFile, rm, writeFile } from "node:fs/promises";
+import { chmod, mkdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
 
+import { classifyFailure } from "../../extension/src/failures.js";
 import { CHOOSE, chooseAndLogIn, chooseFirst, run, SOFTHSM, SoftToken, World } from "../lib/kit.mjs";
+import { FAILURE_PREFIX } from "../lib/program/texts.mjs";
 import { fakes, product } from "../lib/quillmark.mjs";
 import { asUser } from "../lib/token/private-token.mjs";
 
@@ -57,13 +59,25 @@ done
   return { env: { PATH: `${join(folder, "bin")}:${process.env.PATH}` }, asked: () => readFile(asked, "utf8").catch(() => "") };
 }
 
-/** Signs a return with the certificate in this row, and has it verified. The PIN is typed when one is given. */
+/** One of those that people have, the first in PATH. */
+async function realPinentry(folder) {
+  await mkdir(join(folder, "bin"));
+  await symlink("/usr/bin/pinentry-gtk-2", join(folder, "bin/pinentry"));
+  return { env: { PATH: `${join(folder, "bin")}:${process.env.PATH}` } };
+}
+
+/** Signs a return with the certificate in this row, and has it verified. A PIN that is given is typed when asked for. */
 async function signWith(host, row, certificate, pin = null) {
+  return signAnswering(host, row, certificate, () => pin !== null && host.user.enterPin(pin));
+}
+
+/** The same; `answer` is what the user does when asked for a PIN. */
+async function signAnswering(host, row, certificate, answer) {
   const text = JSON.stringify({ gstin: "33AAACQ0000A1Z5", row });
   host.send({ action: "GSTReturnSign", hash: text, hashAlgorithm: "SHA256" });
   await host.user.clickCard(row);
   await host.user.clickOk();
-  if (pin !== null) await host.user.enterPin(pin);
+  await answer();
   const reply = await host.reply();
   if (reply.status_cd !== 1) return reply;
   const der = Buffer.from(reply.result, "base64");
@@ -98,6 +112,25 @@ test("Three tokens with three PINs: each signs, also after one was pulled half w
   await signed(2);
   await signed(1);
   assert.equal(await pinentry.asked(), "Token 1\nToken 3\n", "each further token once, and none again after the pull");
+});
+
+test("A further token's PIN is typed into a real pinentry; cancelled there or wrong, it is a failed login for the page", async (t) => {
+  const folder = await world.cleanupOf(t).folder("real-pinentry");
+  const { token, certificates } = await threeTokens(folder);
+  const { env } = await realPinentry(folder);
+  const host = await world.host(t, { token, wrapper: asUser, env });
+  assert.equal((await signWith(host, 1, certificates[1], PINS[1])).status_cd, 1);
+
+  for (const answer of [() => host.user.cancelPin(), () => host.user.enterPin("4321")]) {
+    const failed = await signAnswering(host, 0, certificates[0], answer);
+    assert.equal(failed.status_cd, 0);
+    const { code } = classifyFailure(failed.result.replace(FAILURE_PREFIX, ""), { loggedIn: true });
+    assert.equal(code, "LOGIN_FAILED", failed.result);
+  }
+  for (const pin of [PINS[0], null]) {
+    const reply = await signWith(host, 0, certificates[0], pin);
+    assert.equal(reply.status_cd, 1, reply.result);
+  }
 });
 
 test("Enter on a token whose first certificate has expired signs with the valid one", async (t) => {

@@ -88,7 +88,7 @@ const driver = {
   "Pinentry.h": ["KeptPin", "TokenScan", pkcs11],
   "Pinentry.cpp": ["Attributes", "TokenLog", openssl, posix],
   "Session.h": ["Attributes", "Catalogue", "GivenObjects", "Logins", pkcs11],
-  "Session.cpp": ["CutShort", "Mechanisms", "Pkcs11Error", "TokenLog", openssl],
+  "Session.cpp": ["Ckr", "CutShort", "Mechanisms", "Pkcs11Error", "TokenLog", openssl],
   "Driver.h": ["Backends", "Catalogue", "GivenObjects", "Logins", "Session", pkcs11],
   "Driver.cpp": ["Pkcs11Error", "TokenLog"],
   "EntryPoints.cpp": ["Backends", "Driver", "KeptPin", "Pinentry", "Pkcs11Error"],

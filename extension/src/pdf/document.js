@@ -5,7 +5,6 @@ import { digestOf } from "../digest.js";
 import { joined, sameBytes } from "./bytes.js";
 import { PdfFile } from "./file.js";
 import { partsNotShown } from "./parts.js";
-import { orRefuse } from "./refusal.js";
 import { checkPermitted, signaturesOf } from "./signed.js";
 
 /** The file of these bytes, which may get a signature. Throws DOCUMENT_REFUSED for any other. */
@@ -17,13 +16,18 @@ export function opened(bytes) {
 
 /** What people are told of a document: {pages, bytes, sha256, signatures, parts}. Throws DOCUMENT_REFUSED. */
 export async function factsOf(file) {
-  return {
-    pages: file.pages.length,
-    bytes: file.bytes.length,
-    sha256: await digestOf("SHA-256", file.bytes),
-    signatures: await signaturesOf(file),
-    parts: orRefuse("it is damaged.", () => partsNotShown(file)),
-  };
+  try {
+    return {
+      pages: file.pages.length,
+      bytes: file.bytes.length,
+      sha256: await digestOf("SHA-256", file.bytes),
+      signatures: await signaturesOf(file),
+      parts: await partsNotShown(file),
+    };
+  } finally {
+    // All of it was looked at. A request may have a hundred documents.
+    file.forget();
+  }
 }
 
 /**

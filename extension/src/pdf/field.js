@@ -6,6 +6,7 @@ import { hex } from "../digest.js";
 import { joined, latin1 } from "./bytes.js";
 import { name } from "./file.js";
 import { refusal } from "./refusal.js";
+import { checkPermitted } from "./signed.js";
 import { bytesOf, Update } from "./update.js";
 
 // Stands for the numbers of the byte range, which are known when the file is complete; no file is as long.
@@ -102,6 +103,7 @@ function signatureBytes(file, { signer, reason, location, time, room }) {
 }
 
 function addField(file, update, signature, { appearance, time }) {
+  checkPermitted(file, { isSeen: appearance !== undefined });
   const page = file.pages[appearance?.page ?? 0];
   if (!page) throw refusal(`it has no page ${appearance.page + 1} for the visible signature.`);
   const field = update.add(

@@ -3,18 +3,16 @@
  * a reader that searches the file for objects instead may find others.
  */
 
-import {
-  PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFObjectParser, PDFRawStream, PDFRef,
-} from "../../libraries/pdf-lib.js";
+import { PDFArray, PDFContext, PDFDict, PDFName, PDFNumber, PDFRawStream, PDFRef } from "../../libraries/pdf-lib.js";
 import { MAX_PDF_BYTES, MAX_PDF_OBJECTS, MAX_PDF_PAGES, MAX_PDF_STREAM_BYTES } from "../limits.js";
 import { latin1 } from "./bytes.js";
-import { orRefuse, refusal } from "./refusal.js";
+import { Parser } from "./parser.js";
+import { AMBIGUOUS, orRefuse, refusal } from "./refusal.js";
 import { inflated } from "./streams.js";
 
 export const name = (text) => PDFName.of(text);
 
 const DAMAGED = "it is damaged. Open it in the program that it comes from, and save it anew.";
-const HIDDEN = "it has parts that some readers show and others do not. Save it anew in the program that it comes from.";
 const CUT_SHORT = "its end is missing, or something stands behind it. Download it or export it once more.";
 
 // Where readers look for the head and the end (ISO 32000-1, annex H.3).
@@ -78,6 +76,13 @@ export class PdfFile {
     return this.#load(number);
   }
 
+  /** Lets go of what was read and unpacked; what is wanted again is read again. */
+  forget() {
+    this.#objects.clear();
+    this.#streams.clear();
+    this.#unpacked = 0;
+  }
+
   /** A dictionary's member, of this type when one is given; undefined when it is missing or of another one. */
   member(dictionary, key, Type) {
     const value = this.get(dictionary?.get(name(key)));
@@ -106,7 +111,7 @@ export class PdfFile {
   }
 
   #parse(bytes) {
-    return PDFObjectParser.forBytes(bytes, this.context).parseObject();
+    return Parser.forBytes(bytes, this.context).parseObject();
   }
 
   #inStream({ stream, index }) {
@@ -196,7 +201,7 @@ export class PdfFile {
         // What a reader makes of other types is its own.
         if (type > 2) throw refusal(DAMAGED);
         // Objects that only newer readers see: others show another document.
-        if (type > 0 && this.#hiddenIn.get(offset)?.has(number)) throw refusal(HIDDEN);
+        if (type > 0 && this.#hiddenIn.get(offset)?.has(number)) throw refusal(AMBIGUOUS);
         this.#note(number, [null, { offset: second, generation: third }, { stream: second, index: third }][type]);
       }
     }

@@ -2,6 +2,7 @@
 
 import { PDFArray, PDFDict, PDFName, PDFRawStream } from "../../libraries/pdf-lib.js";
 import { name } from "./file.js";
+import { orRefuse } from "./refusal.js";
 
 const isOneOf = (file, dictionary, key, values) => values.includes(file.member(dictionary, key, PDFName)?.decodeText());
 
@@ -43,8 +44,11 @@ function isHiddenNote(file, dictionary) {
   return ((file.member(dictionary, "F")?.asNumber?.() ?? 0) & HIDDEN_OR_NO_VIEW) !== 0;
 }
 
+/** How long at a time the objects are looked at: the window takes its user's answer meanwhile. */
+const WORK_MS = 50;
+
 /** The words for each such part of the file. All its objects are looked at, wherever they hang. */
-export function partsNotShown(file) {
+export async function partsNotShown(file) {
   const found = new Set();
   const look = (object) => {
     const dictionary = object instanceof PDFRawStream ? object.dict : object;
@@ -54,6 +58,12 @@ export function partsNotShown(file) {
     }
     if (object instanceof PDFArray) for (const each of object.asArray()) look(each);
   };
-  for (const number of file.numbers) look(file.objectOf(number));
+  let begun = performance.now();
+  for (const number of file.numbers) {
+    orRefuse("it is damaged.", () => look(file.objectOf(number)));
+    if (performance.now() - begun < WORK_MS) continue;
+    await new Promise((resolve) => setTimeout(resolve));
+    begun = performance.now();
+  }
   return PARTS.filter((part) => found.has(part)).map(({ words }) => words);
 }

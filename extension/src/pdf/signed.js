@@ -1,6 +1,6 @@
 /** The signatures that a PDF document has. */
 
-import { PDFArray, PDFDict, PDFHexString, PDFName, PDFNumber, PDFString } from "../../libraries/pdf-lib.js";
+import { PDFArray, PDFDict, PDFHexString, PDFName, PDFString } from "../../libraries/pdf-lib.js";
 import { joined, latin1 } from "./bytes.js";
 import { readSignature, readTimeStamp } from "./cms.js";
 import { name } from "./file.js";
@@ -16,8 +16,12 @@ const READERS = new Map([
 const MAX_SIGNATURES = 200;
 const MAX_DEPTH = 20;
 
-// ISO 32000-1, table 257: what a certifying signature permits.
-const NO_CHANGES = 1;
+// ISO 32000-1, table 254: what a certifying signature permits. Where it does not say, it is the former.
+const SIGNATURES = 2;
+const SIGNATURES_AND_NOTES = 3;
+
+/** What signatures refer to beside a certification; these forbid no signature. */
+const OTHER_METHODS = ["FieldMDP", "UR", "UR3", "Identity"];
 
 /**
  * The signatures in the file's form, in the order of what they cover: [{isWhole, coversAll, signer, certificate, time, kind}].
@@ -29,20 +33,33 @@ export async function signaturesOf(file) {
   return signatures.sort((one, other) => one.end - other.end);
 }
 
-/** Throws DOCUMENT_REFUSED when a signature of the document forbids any change (12.8.2.2). */
-export function checkPermitted(file) {
+/**
+ * Throws DOCUMENT_REFUSED when a signature of the document forbids a further one (12.8.2.2). `isSeen`: that one is to be seen on a
+ * page, which makes it an annotation.
+ */
+export function checkPermitted(file, { isSeen = false } = {}) {
+  const permissions = permissionsOf(file);
+  const isKnown = (permission) => [SIGNATURES, SIGNATURES_AND_NOTES].includes(permission);
+  if (!permissions.every(isKnown)) throw refusal("its author has certified it and forbids every change, also a further signature.");
+  if (isSeen && permissions.includes(SIGNATURES)) {
+    throw refusal("its author has certified it, and permits no signature that is seen on a page. One that is not seen is permitted.");
+  }
+}
+
+function permissionsOf(file) {
   const certification = file.member(file.member(file.catalog, "Perms", PDFDict), "DocMDP", PDFDict);
   const fields = signedFields(file);
-  const references = [...fields.map(({ value }) => value), certification].flatMap(
-    (dictionary) => (dictionary && file.member(dictionary, "Reference", PDFArray)?.asArray()) ?? [],
-  );
+  const references = [...fields.map(({ value }) => value), certification]
+    .flatMap((dictionary) => (dictionary && file.member(dictionary, "Reference", PDFArray)?.asArray()) ?? [])
+    .map((each) => file.get(each))
+    .filter((each) => !OTHER_METHODS.includes(file.member(each, "TransformMethod", PDFName)?.decodeText()));
   // A field's lock says the same for what comes behind its signature (ISO 32000-2, table 236).
-  const rules = [
-    ...references.map((reference) => file.member(file.get(reference), "TransformParams", PDFDict)),
-    ...fields.map(({ field }) => file.member(field, "Lock", PDFDict)),
-  ];
-  const forbids = (rule) => rule !== undefined && file.member(rule, "P", PDFNumber)?.asNumber() === NO_CHANGES;
-  if (rules.some(forbids)) throw refusal("its author has certified it and forbids every change, also a further signature.");
+  const locks = fields.map(({ field }) => file.member(field, "Lock", PDFDict)).filter((lock) => lock?.has(name("P")));
+  const rules = [...references.map((each) => file.member(each, "TransformParams", PDFDict)), ...locks];
+  return rules.map((rule) => {
+    const permission = file.member(rule, "P");
+    return permission === undefined ? SIGNATURES : permission.asNumber?.();
+  });
 }
 
 /** The fields that are signed, and their signatures: [{field, value}]. */

@@ -9,26 +9,26 @@ import { assertStruck, openCover, openRawChannel } from "../lib/attacker.mjs";
 import { askToSign, documentOf, pdfPage, textsIn } from "../uses/pdf.mjs";
 
 export default function ({ name, rig, attack }) {
-  /** A page of its own origin that speaks without the library, and answers pieces from `window.content` (Base64). */
-  async function rawPage(t, content) {
+  /** A page of its own origin that speaks without the library, and answers pieces from `window.content` (Base64), or never. */
+  async function rawPage(t, content, { isSilent = false } = {}) {
     const origin = await rig.freshOrigin(t);
     const page = await rig.page(t, { origin });
     await openRawChannel(page);
-    await page.evaluate((given) => {
+    await page.evaluate((given, isSilentPage) => {
       window.content = given;
       const { port, answers } = window.raw;
       const receive = port.onmessage;
       port.onmessage = (event) => {
         receive(event);
         const { type, id, number, query } = event.data;
-        if (type !== "query") return;
+        if (type !== "query" || isSilentPage) return;
         const text = query.what === "piece" ? window.piece(query) : "";
         port.postMessage({ type: "reply", id, number, text });
       };
       window.piece = ({ at, length }) => btoa(atob(window.content).slice(at, at + length));
       window.outcome = () => answers.find(({ query }) => query?.what === "outcome")?.query;
       window.end = () => answers.find(({ type }) => ["result", "error"].includes(type));
-    }, content);
+    }, content, isSilent);
     await gesture(page);
     const documents = JSON.stringify([{ name: "contract.pdf", size: bytesOf(content).length }]);
     await page.evaluate((text) => {
@@ -119,6 +119,34 @@ export default function ({ name, rig, attack }) {
       assert.deepEqual(await rig.program.running(), []);
     });
   }
+
+  attack("a page that never gives its document does not hold the window: Escape and the button refuse it meanwhile", async (t) => {
+    for (const refuse of [(id) => rig.user.press(id, "Escape"), (id) => rig.user.press(id, "Return")]) {
+      const { page, origin } = await rawPage(t, await documentOf(1), { isSilent: true });
+      const id = await rig.user.documentsSoon(origin);
+      await rig.user.bringToFront(id);
+      await waitFor("the button", () => rig.extension.documents(() => document.querySelector("#deny").ariaDisabled === "false"));
+      assert.equal(await rig.extension.documents(() => document.querySelector("#sign").disabled), true);
+      await rig.screenshot("documents-reading");
+      await refuse(id);
+      assert.equal((await endOf(page)).error.code, "ORIGIN_DENIED");
+      await rig.user.gone(id);
+    }
+  });
+
+  attack("a site that is allowed for good opens no window without a click, and waits after a refusal", async (t) => {
+    const { origin, page } = await rig.freshPage(t, { allowed: true });
+    await page.goto(`${origin}/pdf`);
+    await page.waitForFunction("window.signDocuments");
+    const documents = [{ content: await documentOf(1) }];
+    const ask = (given) => page.evaluate((list) => window.signDocuments(list), given);
+    for (let i = 0; i < 3; i++) assert.equal((await ask(documents))[0].code, "NOT_NOW");
+    const request = askToSign(page, documents);
+    await rig.user.answerDocuments(origin, "deny");
+    assert.equal((await request)[0].code, "USER_CANCELLED");
+    await gesture(page);
+    assert.equal((await ask(documents))[0].code, "NOT_NOW");
+  });
 
   async function openDocuments(t) {
     const origin = await rig.freshOrigin(t);

@@ -149,9 +149,11 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     await rig.user.documentsWindow(origin);
     await rig.screenshot("documents-several");
     assert.match((await textsIn(rig, "list"))[0], /a\.pdf1 page.*cut\.pdfThis document cannot be signed: its end is missing.*b\.pdf1 page/s);
-    assert.deepEqual(await textsIn(rig, "name", "sign"), ["a.pdf", "Sign 2 documents"]);
-    await rig.extension.documents(() => document.querySelectorAll("#list button")[2].click());
-    await waitFor("the other document", async () => (await textsIn(rig, "name"))[0] === "b.pdf");
+    assert.deepEqual(await textsIn(rig, "name", "sign"), ["a.pdf", "Sign 2 documents, 1 not opened"]);
+    await rig.extension.documents(() => document.querySelector("#next").click());
+    await waitFor("the other document", async () => (await textsIn(rig, "sign"))[0] === "Sign 2 documents");
+    assert.deepEqual(await textsIn(rig, "name"), ["b.pdf"]);
+    assert.equal(await rig.extension.documents(() => document.querySelector("#next").hidden), true);
     await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const [a, cut, b] = await request;
@@ -186,6 +188,52 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     const [{ code: ofChain }] = await askToSign(third.page, [{ content: await documentOf(1) }], { chain: [btoa("no certificate")] });
     assert.equal(ofChain, "INVALID_ARGUMENT");
     assert.equal(await rig.extension.documents(() => 1), undefined);
+  });
+
+  browserTest("a document with a page that cannot be drawn is not signed, and the others are", async (t) => {
+    const { page, origin } = await freshPage(t);
+    const document = await PDFDocument.create();
+    for (let i = 0; i < 3; i++) document.addPage([400, 500]).drawText(`Page ${i + 1}`);
+    // No canvas can draw a pattern of dashes that is none.
+    const { context } = document;
+    document.getPage(2).node.set(PDFName.of("Contents"), context.register(context.stream("/Bad gs 0 0 m 100 100 l S")));
+    document.getPage(2).node.set(PDFName.of("Resources"), context.obj({ ExtGState: { Bad: { D: 5 } } }));
+    const toItsEnd = () => rig.extension.documents(() => {
+      const pages = document.querySelector("#pages");
+      pages.scrollTop = pages.scrollHeight;
+    });
+    const broken = Buffer.from(await document.save()).toString("base64");
+    const request = askToSign(page, [{ content: broken, name: "broken.pdf" }, { content: await documentOf(1), name: "good.pdf" }]);
+    await rig.user.documentsWindow(origin);
+    await toItsEnd();
+    await waitFor("the other document", async () => (await textsIn(rig, "sign"))[0] === "Sign 1 document");
+    await rig.screenshot("documents-broken-page");
+    assert.deepEqual(await textsIn(rig, "name"), ["good.pdf"]);
+    const words = /This document cannot be signed: its page 3 cannot be drawn/;
+    assert.match((await textsIn(rig, "list"))[0], words);
+    await rig.user.answerDocuments(origin, "sign");
+    await rig.user.chooseAndLogIn(request);
+    const [refused, { value }] = await request;
+    assert.equal(refused.code, "DOCUMENT_REFUSED");
+    assert.match(refused.message, words);
+    await judge(value);
+    const alone = await freshPage(t);
+    const second = askToSign(alone.page, [{ content: broken }]);
+    await rig.user.documentsWindow(alone.origin);
+    await toItsEnd();
+    assert.match((await second)[0].message, words);
+  });
+
+  browserTest("when the extension is stopped, its window throws the document away, and says that nothing is open", async (t) => {
+    const { page, origin } = await freshPage(t);
+    void askToSign(page, [{ content: await documentOf(1) }]).catch(() => {});
+    const id = await rig.user.documentsWindow(origin);
+    assert.equal(await rig.extension.documents(() => document.querySelectorAll("canvas").length), 1);
+    await rig.extension.stopBackground();
+    await waitFor("the page of the document to go", async () => (await rig.extension.documents(() => true)) === undefined);
+    await rig.screenshot("documents-gone");
+    await rig.user.press(id, "ctrl+w");
+    await rig.user.gone(id);
   });
 
   browserTest("the user draws the place of a visible signature with the mouse, and it is there in the signed file", async (t) => {
@@ -278,8 +326,12 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
   browserTest("a hundred documents in one call, with one PIN", async (t) => {
     const { page, origin } = await freshPage(t);
     const documents = await Promise.all(Array.from({ length: 100 }, async (_, i) => ({ content: await documentOf(1, `Contract ${i}`), name: `${i}.pdf` })));
+    const start = Date.now();
     const request = askToSign(page, documents);
     await rig.user.documentsWindow(origin);
+    process.stderr.write(`${name}: 100 documents: ready for the answer after ${Date.now() - start} ms\n`);
+    await rig.screenshot("documents-hundred");
+    assert.deepEqual(await textsIn(rig, "sign"), ["Sign 100 documents, 99 not opened"]);
     await rig.user.answerDocuments(origin, "sign");
     await rig.user.chooseAndLogIn(request);
     const outcomes = await request;

@@ -103,7 +103,7 @@ CK_RV FakeToken::InSession(CK_SESSION_HANDLE session, const std::function<CK_RV(
 CK_RV FakeToken::Login(Session& session, CK_USER_TYPE user, std::string_view typed) {
     const bool isForKey = user == CKU_CONTEXT_SPECIFIC;
     ++(isForKey ? keyLogins : logins);
-    pinsTried.emplace_back(typed);
+    (exchanged ? pinsTriedAtTheOther : pinsTried).emplace_back(typed);
     if (loginAnswer != CKR_OK)
         return loginAnswer;
     if (!isForKey && user != CKU_USER)
@@ -224,9 +224,12 @@ FakeToken::Object* FakeToken::FindObject(CK_OBJECT_HANDLE handle) {
 }
 
 std::vector<FakeToken::Object>& FakeToken::Objects() {
+    if (exchanged && !othersObjects_)
+        othersObjects_ = {Certificate({0xab, 0xcd, 0x01}, {.name = "Somebody else"}),
+                          PrivateKey({0xab, 0xcd, 0x01})};
     if (!objects_)
         objects_ = MakeObjects();
-    return *objects_;
+    return exchanged ? *othersObjects_ : *objects_;
 }
 
 FakeToken::Object FakeToken::CertificateOf(const Bytes& id, const Bytes& der) {

@@ -123,7 +123,7 @@ private:
     bool IsSlot(CK_SLOT_ID slot);
     std::vector<Object>& Objects();
 
-    std::optional<std::vector<Object>> objects_; ///< made at the first use
+    std::optional<std::vector<Object>> objects_, othersObjects_; ///< made at the first use
     std::map<CK_SESSION_HANDLE, Session> sessions_;
     CK_SESSION_HANDLE lastSession_ = 4710;
     unsigned wrongPins_ = 0;

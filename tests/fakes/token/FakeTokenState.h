@@ -33,4 +33,13 @@ struct FakeTokenState {
     std::atomic<unsigned> listings = 0;    ///< C_GetSlotList calls; read while another thread is in one
     CK_SLOT_ID openedSlot = 0;             ///< of the last C_OpenSession
     bool loggedIn = false;
+
+    /// Another of the same name and number is in its place, and the module has not noticed: its sessions and
+    /// handles go on.
+    void Exchange() {
+        exchanged = !exchanged;
+        loggedIn = false;
+    }
+    bool exchanged = false;
+    std::vector<std::string> pinsTriedAtTheOther;
 };

@@ -30,9 +30,12 @@ const BROWSERS = {
   }),
 };
 
-// What puppeteer sets otherwise, so that no extension of all users is loaded. In Firefox these are Debian's own settings.
+// What puppeteer sets otherwise, so that no extension of all users is loaded or fetched. In Firefox these are Debian's settings.
 const WITH_INSTALLED_EXTENSION = {
-  chromium: ({ ignoreDefaultArgs }) => ({ enableExtensions: false, ignoreDefaultArgs: [...ignoreDefaultArgs, "--disable-extensions"] }),
+  chromium: ({ ignoreDefaultArgs }) => ({
+    enableExtensions: false,
+    ignoreDefaultArgs: [...ignoreDefaultArgs, "--disable-extensions", "--disable-background-networking"],
+  }),
   firefox: ({ extraPrefsFirefox }) => ({
     extraPrefsFirefox: { ...extraPrefsFirefox, "extensions.enabledScopes": 15, "extensions.autoDisableScopes": 3 },
   }),

@@ -112,9 +112,11 @@ export class BrowserUser extends User {
   }
 
   /** The same window as soon as it is there. */
-  documentsSoon(origin) {
+  async documentsSoon(origin) {
     const titles = [DOCUMENTS_TITLE, `Quillmark - Sign for ${origin}?`].map((title) => this.#extensionTitle(title));
-    return waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.desktop.windows(each)))).flat()[0]);
+    const id = await waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.desktop.windows(each)))).flat()[0]);
+    this.questionsSeen.add(id);
+    return id;
   }
 
   /** Answers "sign", "deny" or "stop" in the window that shows documents, by the keyboard. */

@@ -64,9 +64,11 @@ for_window [app_id=".*"] floating enable
     // The window learns of this keyboard only now, and has read all of it only some time after the last key.
     const pause = ["-s", "700"];
     const keys = strokes.flatMap((stroke) => (stroke.key ? ["-k", stroke.key] : ["-d", "15", stroke]));
+    // Some compositors tell the window of this keyboard only with its first key, which GDK then takes for that of the one before.
+    const firstKey = ["-k", "F23"];
     // GDK overlooks the last key of a keyboard when it comes to what keys do.
     const lastKey = ["-k", "F24"];
-    await run("wtype", [...pause, ...keys, ...lastKey, ...pause], this.#options());
+    await run("wtype", [...pause, ...firstKey, ...pause, ...keys, ...lastKey, ...pause], this.#options());
   }
 
   /** Writes a picture of the whole output, in its own pixels. */

@@ -1,9 +1,13 @@
-// A signature in a browser that has the extension from the Debian package, and a home that has nothing of ours.
+// Browsers that have the extension from the Debian package, or from an administrator, and a home that has nothing of ours.
+
+import { mkdir, readFile, rm, writeFile } from "node:fs/promises";
+import { join } from "node:path";
 
 import {
   ask, BINARY_ID, BrowserUser, bytesOf, ExtensionPages, GST_TEXT, PAGE, ready, serve, SoftToken, startBrowser, statusOf, waitFor,
 } from "../../lib/browser-kit.mjs";
-import { product } from "../../lib/quillmark.mjs";
+import { run } from "../../lib/kit.mjs";
+import { product, root } from "../../lib/quillmark.mjs";
 
 /** What the package brings for pages: the page library, and an example that uses it. */
 const EXAMPLE = "/usr/share/quillmark/example";
@@ -37,4 +41,34 @@ export async function signatureIn(name, t, world) {
   const text = (await world.judges.cms(bytesOf(value))).toString();
   await browser.close();
   return text;
+}
+
+/** Packs the extension with a new key, and has an administrator's policy force it. Gives the version that Chromium then has enabled. */
+export async function forcedVersion(t, world) {
+  const cleanup = world.cleanupOf(t);
+  const [home, served] = [await cleanup.folder("home-forced"), await cleanup.folder("packed")];
+  const site = await serve(served);
+  cleanup.add(site.close);
+  const key = join(home, "key.pem");
+  await run("openssl", ["genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-out", key]);
+  await product.extension.make(join(root, "build/extension"));
+  await run(join(root, "packaging/pack-extension"), [key, `http://localhost:${site.port}`, served]);
+  const policy = await readFile(join(served, "chromium-policy.json"), "utf8");
+  const [id] = Object.keys(JSON.parse(policy).ExtensionSettings);
+
+  const file = "/etc/chromium/policies/managed/quillmark-packed.json";
+  await mkdir("/etc/chromium/policies/managed", { recursive: true });
+  cleanup.add(() => rm(file, { force: true }));
+  await writeFile(file, policy);
+  const browser = await startBrowser("chromium", { home, ids: { ...product.extension.ids, chromium: id }, env: world.desktop.env });
+  cleanup.add(() => browser.close());
+  // No debugger sees into an extension that a policy forces; the browser's own page tells of it.
+  const page = await browser.newPage();
+  await page.goto("chrome://extensions");
+  const enabled = () => page.evaluate(async () => {
+    const all = await new Promise((resolve) => chrome.developerPrivate.getExtensionsInfo({}, resolve));
+    return all.map(({ id, state, version }) => (state === "ENABLED" ? [id, version] : []));
+  });
+  const [, version] = await waitFor("the extension", async () => (await enabled()).find(([each]) => each === id), { interval: 500 });
+  return version;
 }

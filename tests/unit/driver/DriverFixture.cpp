@@ -1,8 +1,12 @@
 #include "DriverFixture.h"
 
+#include "TokenLog.h"
+
 #include <dlfcn.h>
 
 #include <array>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -141,6 +145,12 @@ std::optional<std::string> DriverFixture::Sign(CK_MECHANISM_TYPE mechanism, CK_O
         return std::nullopt;
     signature.resize(length);
     return signature;
+}
+
+std::string DriverFixture::Log() {
+    std::ostringstream text;
+    text << std::ifstream(tokendriver::TokenLogPath()).rdbuf();
+    return text.str();
 }
 
 FakeTokenState& DriverFixture::StartFake(const std::string& name) {

@@ -86,6 +86,9 @@ protected:
     FakeTokenState& OpenFake(const std::string& name);
     FakeTokenState& GetFakeReadyToSign(const std::string& name);
 
+    /// What the driver has noted.
+    static std::string Log();
+
     EntryPoints& Driver() { return *driver_; }
 
     P11KitHome home;

@@ -1,11 +1,5 @@
 #include "DriverFixture.h"
 
-#include "TokenLog.h"
-
-#include <algorithm>
-#include <fstream>
-#include <sstream>
-
 // Which certificates the host is handed, in what order, and that each leads to itself.
 
 namespace {
@@ -25,12 +19,6 @@ protected:
         const std::optional<std::string> signature = Sign(CKM_SHA256_RSA_PKCS, key, "text");
         ASSERT_TRUE(signature) << certificate.idText << ": " << std::hex << answer;
         EXPECT_TRUE(Verifies(certificate.der, "SHA256", "text", *signature)) << certificate.idText;
-    }
-
-    static std::string Log() {
-        std::ostringstream text;
-        text << std::ifstream(tokendriver::TokenLogPath()).rdbuf();
-        return text.str();
     }
 };
 
@@ -120,6 +108,26 @@ TEST_F(OrderTest, ATokenPluggedInLater_IsInTheNextList) {
     EXPECT_EQ(Ids(), (Ids_{"08", "04", "ABCD01", "03", "02", "01", "07"})) << "one order over all tokens";
     later.Pull();
     EXPECT_EQ(Ids(), (Ids_{"ABCD01"}));
+}
+
+TEST_F(OrderTest, WithALockedPin_CertificatesComeBehindTheOthersOfTheSameStanding) {
+    FakeTokenState& token = AddFake("holds-an-expired-certificate-first");
+    AddFake("works");
+    Start();
+    OpenFirstToken();
+    EXPECT_EQ(Ids(), (Ids_{"08", "04", "ABCD01", "03", "02", "01", "07"}));
+    token.moreTokenFlags = CKF_USER_PIN_LOCKED; // by wrong tries in another program
+    EXPECT_EQ(Ids(), (Ids_{"ABCD01", "08", "04", "03", "02", "01", "07"}));
+}
+
+TEST_F(OrderTest, WithoutAPinSet_CertificatesComeBehindTheOthersOfTheSameStanding) {
+    AddFake("pin-not-set");
+    FakeTokenState& token = AddFake("works");
+    Start();
+    OpenFirstToken();
+    EXPECT_EQ(Ids(), (Ids_{"ABCD01", "ABCD01-2"}));
+    token.Pull();
+    EXPECT_EQ(Ids(), (Ids_{"ABCD01-2"}));
 }
 
 TEST_F(OrderTest, AModuleThatFails_TakesNoOtherTokenAlong) {

@@ -20,11 +20,21 @@ using namespace tokendriver;
 
 constexpr std::size_t kTokens = 3;
 
-enum class Deed { PullOrPutBack, SignWithRightPin, SignWithWrongPin, StartAnew, Exchange };
+enum class Deed {
+    PullOrPutBack,
+    SignWithRightPin,
+    SignWithWrongPin,
+    Exchange,
+    ExchangeUnnoticed, ///< the module has the old token's sessions go on
+    StartAnew,
+    ReadList
+};
+
+bool IsOfAToken(Deed deed) { return deed < Deed::StartAnew; }
 
 struct Event {
     Deed deed;
-    std::size_t token; ///< of no meaning for StartAnew
+    std::size_t token; ///< of no meaning for some
 };
 
 struct Fake {
@@ -64,6 +74,7 @@ public:
             for (const Fake& fake : *fakes) {
                 fake.state->loggedIn = false;
                 fake.state->pinsTried.clear();
+                fake.state->exchanged = false;
             }
         typed.clear();
         StartAnew();
@@ -77,8 +88,12 @@ public:
             if (tokens[event.token].state->present != doubles[event.token].state->present)
                 Toggle(*tokens[event.token].state);
             return Toggle(*doubles[event.token].state);
+        case Deed::ExchangeUnnoticed:
+            return tokens[event.token].state->Exchange();
         case Deed::StartAnew:
             return StartAnew();
+        case Deed::ReadList:
+            return ReadList();
         case Deed::SignWithRightPin:
         case Deed::SignWithWrongPin:
             return Sign(event.token, event.deed == Deed::SignWithRightPin);
@@ -88,7 +103,7 @@ public:
     /// What is wrong with what the tokens were given; empty: nothing.
     std::string Wrong() const {
         for (std::size_t i = 0; i < kTokens; ++i) {
-            if (!doubles[i].state->pinsTried.empty())
+            if (!doubles[i].state->pinsTried.empty() || !tokens[i].state->pinsTriedAtTheOther.empty())
                 return "the double of token " + std::to_string(i) + " was given a PIN";
             const std::vector<std::string>& tried = tokens[i].state->pinsTried;
             for (const std::string& pin : tried) {
@@ -124,18 +139,26 @@ private:
     void StartAnew() {
         isLoggedIn = false;
         driver.reset();
-        listed.clear();
+        session = 0;
         driver = std::make_unique<Driver>(
             modules, [this](const SeenToken& token, KeptPin& pin) { return Ask(token, pin); });
         CK_SLOT_ID slot = 0;
         CK_ULONG count = 1;
-        if (driver->GetSlotList(&slot, count) != CKR_OK || count == 0)
+        if (driver->GetSlotList(&slot, count) == CKR_OK && count == 1)
+            session = driver->OpenSession(slot);
+        ReadList();
+    }
+
+    void ReadList() {
+        listed.clear();
+        if (session == 0)
             return;
-        session = driver->OpenSession(slot);
         CK_OBJECT_CLASS certificate = CKO_CERTIFICATE;
         const CK_ATTRIBUTE wanted{CKA_CLASS, &certificate, sizeof certificate};
         Session& host = driver->SessionOf(session);
-        host.FindObjectsInit({&wanted, 1});
+        if (AnswerOf([&] { return host.FindObjectsInit({&wanted, 1}); }) != CKR_OK)
+            return;
+        CK_ULONG count = 0;
         for (CK_OBJECT_HANDLE object = 0; host.FindObjects({&object, 1}, count) == CKR_OK && count == 1;) {
             std::string id(32, '\0'), der(4096, '\0');
             std::array values = {CK_ATTRIBUTE{CKA_ID, id.data(), id.size()},
@@ -232,7 +255,7 @@ protected:
             return Try();
         const std::size_t seen = TokensIn(sequence);
         for (const Event& event : events) {
-            const bool comesTooEarly = event.deed != Deed::StartAnew && event.token > seen;
+            const bool comesTooEarly = IsOfAToken(event.deed) && event.token > seen;
             if (comesTooEarly || (left == 1 && !IsSigning(event)))
                 continue;
             sequence.push_back(event);
@@ -244,7 +267,7 @@ protected:
     static std::size_t TokensIn(const std::vector<Event>& events) {
         std::size_t seen = 0;
         for (const Event& event : events)
-            if (event.deed != Deed::StartAnew)
+            if (IsOfAToken(event.deed))
                 seen = std::max(seen, event.token + 1);
         return seen;
     }
@@ -266,7 +289,7 @@ protected:
     static std::vector<Event> Events(std::initializer_list<Deed> deeds) {
         std::vector<Event> events;
         for (const Deed deed : deeds)
-            for (std::size_t token = 0; token < (deed == Deed::StartAnew ? 1 : kTokens); ++token)
+            for (std::size_t token = 0; token < (IsOfAToken(deed) ? kTokens : 1); ++token)
                 events.push_back({deed, token});
         return events;
     }
@@ -287,6 +310,14 @@ TEST_F(PinModelTest, InAllOrdersOfSixEvents_NoPinReachesAnotherTokenOrIsTriedTwi
 TEST_F(PinModelTest, InAllOrdersOfFiveEventsWithDoublesAndNewStarts_NoPinReachesADouble) {
     TryAll(Events({Deed::PullOrPutBack, Deed::SignWithRightPin, Deed::SignWithWrongPin, Deed::Exchange,
                    Deed::StartAnew}),
+           5);
+    EXPECT_GT(tried, 10'000U);
+    EXPECT_GT(desk.signedWith, tried / 2) << "hardly any signature: a test of nothing";
+}
+
+TEST_F(PinModelTest, InAllOrdersOfFiveEventsWithListsReadAgainAndUnnoticedDoubles_NoPinReachesADouble) {
+    TryAll(Events({Deed::PullOrPutBack, Deed::SignWithRightPin, Deed::SignWithWrongPin,
+                   Deed::ExchangeUnnoticed, Deed::ReadList}),
            5);
     EXPECT_GT(tried, 10'000U);
     EXPECT_GT(desk.signedWith, tried / 2) << "hardly any signature: a test of nothing";

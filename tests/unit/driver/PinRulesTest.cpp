@@ -17,12 +17,13 @@ protected:
 class ExchangedTokenTest : public DriverFixture {};
 
 TEST_F(ExchangedTokenTest, WhoseModuleHasKeptTheSession_IsNotGivenThePin) {
-    FakeTokenState& token = OpenFake("exchanged-and-keeps-its-session");
+    FakeTokenState& token = OpenFake("works");
     ListCertificates();
+    token.Exchange();
     std::string pin = "1234";
     EXPECT_NE(Driver().Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR*>(pin.data()), pin.size()),
               CKR_OK);
-    EXPECT_TRUE(token.pinsTried.empty());
+    EXPECT_TRUE(token.pinsTriedAtTheOther.empty());
 }
 
 TEST_P(PinRulesTest, AtALoginAfterAPull_ThePinIsForgotten) {

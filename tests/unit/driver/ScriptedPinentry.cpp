@@ -18,20 +18,21 @@ fs::path MakeFolder(const fs::path& home) {
 ScriptedPinentry::ScriptedPinentry(const P11KitHome& home)
     : folder_(MakeFolder(home.Folder())), path_("PATH", folder_.string() + ":" + std::getenv("PATH")),
       display_("DISPLAY", ":no-display") {
-    std::ofstream(folder_ / "pinentry") << "#!/bin/sh\n"
-                                           "cd '"
-                                        << folder_.string()
-                                        << "'\n"
-                                           "echo 'OK Please go ahead'\n"
-                                           "while read -r line; do\n"
-                                           "  echo \"$line\" >> told\n"
-                                           "  case $line in\n"
-                                           "    GETPIN) cat answer ;;\n"
-                                           "    *) echo OK ;;\n"
-                                           "  esac\n"
-                                           "done\n";
-    fs::permissions(folder_ / "pinentry", fs::perms::owner_all);
+    Behave("while read -r line; do\n"
+           "  echo \"$line\" >> told\n"
+           "  case $line in\n"
+           "    GETPIN) cat answer ;;\n"
+           "    *) echo OK ;;\n"
+           "  esac\n"
+           "done\n");
     Answer("OK");
+}
+
+void ScriptedPinentry::Behave(const std::string& commands) const {
+    std::ofstream(folder_ / "pinentry") << "#!/bin/sh\ncd '" << folder_.string() << "'\n"
+                                        << "echo 'OK Please go ahead'\n"
+                                        << commands;
+    fs::permissions(folder_ / "pinentry", fs::perms::owner_all);
 }
 
 void ScriptedPinentry::Answer(const std::string& lines) const {

@@ -12,6 +12,9 @@ public:
     /// What GETPIN is answered with from now on: lines of the protocol, as "D 1234\nOK".
     void Answer(const std::string& lines) const;
 
+    /// What it does after its greeting from now on, in the shell's words.
+    void Behave(const std::string& commands) const;
+
     /// Everything that it was told, in all its runs.
     std::string Told() const;
 

@@ -65,8 +65,9 @@ CK_SESSION_HANDLE SoftToken::OpenLoggedIn() const {
 
 void SoftToken::Store(const std::string& id, bool alwaysAuthenticate) {
     const Owned<EVP_PKEY> pair(EVP_RSA_gen(2048));
-    TokenObject certificate =
-        CertificateObject(id, CertificateOrder{.subject = {{"CN", "Soft"}}, .ownKey = pair.get()}.der());
+    CertificateOrder order{.subject = {{"CN", "Soft"}}, .ownKey = pair.get()};
+    order.extensions = {Configured("keyUsage", "digitalSignature")};
+    TokenObject certificate = CertificateObject(id, order.der());
     TokenObject key = PrivateKeyObject(id, pair.get());
     key[CKA_ALWAYS_AUTHENTICATE] = std::string(1, alwaysAuthenticate ? CK_TRUE : CK_FALSE);
 

@@ -17,6 +17,7 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
@@ -248,6 +249,28 @@ TEST_F(ToolTest, TheFirstInTheWindow_IsMarked) {
     EXPECT_EQ(report.at("canSign"), 1);
     const Outcome text = Tool("");
     EXPECT_THAT(text.output, HasSubstr("the first in the window"));
+}
+
+TEST_F(ToolTest, TheFirstInTheWindow_IsMarkedAlsoWhereTheLoginShowsThatItHasNoKey) {
+    AddFile("lacks-private-keys");
+    const Outcome run = Tool("--login", "1234\n");
+    EXPECT_THAT(run.output, HasSubstr("not offered: CN=Fake User"));
+    EXPECT_THAT(run.output, HasSubstr("the first in the window, which is filled before the login"));
+    EXPECT_THAT(Tool("").output, HasSubstr("the first in the window\r\n"));
+}
+
+TEST_F(ToolTest, OneTokenThroughTwoModules_IsOfferedOnce) {
+    SoftToken(home).Store("\x01");
+    fs::copy_file(QM_SOFTHSM2, home.Folder() / "copy.so");
+    home.AddModule("zz-copy", home.Folder() / "copy.so");
+    const Json report = Report();
+    EXPECT_EQ(report.at("canSign"), 1);
+    std::vector<std::string> reasons;
+    for (const Json& module : report.at("modules"))
+        if (module.at("used"))
+            reasons.push_back(module.at("slots").at(0).at("token").value("reason", ""));
+    EXPECT_EQ(reasons, (std::vector<std::string>{"", "it is offered by the module softhsm2"}));
+    EXPECT_THAT(Tool("--login", "1234\n").output, HasSubstr("1 certificate can sign"));
 }
 
 TEST_F(ToolTest, AnExpiredCertificate_IsOfferedButCannotSign) {

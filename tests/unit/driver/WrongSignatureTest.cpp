@@ -24,7 +24,7 @@ protected:
 
 } // namespace
 
-TEST_P(WrongSignatureTest, IsADeviceErrorAndLeavesNothingInTheBuffer) {
+TEST_P(WrongSignatureTest, IsADeviceErrorAndLeavesNothingInTheBufferAndIsLoggedByName) {
     AddFake(GetParam());
     GetReadyToSign();
     for (const CK_MECHANISM_TYPE mechanism :
@@ -33,6 +33,9 @@ TEST_P(WrongSignatureTest, IsADeviceErrorAndLeavesNothingInTheBuffer) {
         EXPECT_EQ(answer, CKR_DEVICE_ERROR);
         EXPECT_TRUE(std::all_of(left.begin(), left.end(), [](char byte) { return byte == 0; }));
     }
+    EXPECT_THAT(Log(), testing::HasSubstr(std::string("a signature of the module ") + GetParam() +
+                                          " with the token \"Fake Token\" (serial number 0001) does not "
+                                          "verify with its certificate, id ABCD01,"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modules, WrongSignatureTest,
