@@ -77,7 +77,9 @@ def state_in_chromium(profile, for_all):
         return UNKNOWN, "its file Preferences cannot be read"
     settings = {}
     for content in contents:
-        settings |= object_at(content, "extensions", "settings")
+        found = object_at(content, "extensions", "settings").items()
+        # Of an extension that was taken out Chromium keeps an entry without a location.
+        settings |= {each: entry for each, entry in found if "location" in object_at(entry)}
     known = REGISTRATION["chromiumExtensions"]
     found = next((object_at(settings, each) for each in known if each in settings), None)
     if found is None and any(each in list_of(object_at(contents[0], "extensions").get("external_uninstalls")) for each in known):

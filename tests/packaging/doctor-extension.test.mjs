@@ -85,6 +85,8 @@ test("One profile in which the extension is on is enough; what is wrong in each 
   const second = join(computer.home, ".config/chromium/Profile 1/Preferences");
   await computer.write(second, { extensions: { settings: {} } });
   assert.equal((await examine(computer)).verdict, "can");
+  const takenOut = { extensions: { settings: { [chromiumId]: { account_extension_type: 0 } } } };
+  await computer.write(second, takenOut);
   await computer.write(join(computer.home, CHROMIUM_PROFILE), inChromium({ disable_reasons: 1 }));
   const texts = (await problemsOf(computer)).map(({ text }) => text.replace(/^.*chromium\//, ""));
   assert.deepEqual(texts, ["Default: the extension is switched off", "Profile 1: the extension is missing"]);
