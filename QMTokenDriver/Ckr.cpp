@@ -6,6 +6,10 @@
 #include <array>
 #include <sstream>
 
+#ifndef CKR_OPERATION_CANCEL_FAILED // in p11-kit 0.24 it is not
+#define CKR_OPERATION_CANCEL_FAILED (0x202UL)
+#endif
+
 namespace tokendriver {
 
 namespace {
@@ -111,7 +115,8 @@ constexpr std::array kNames = {N(OK),
                                N(LIBRARY_LOAD_FAILED),
                                N(PIN_TOO_WEAK),
                                N(PUBLIC_KEY_INVALID),
-                               N(FUNCTION_REJECTED)};
+                               N(FUNCTION_REJECTED),
+                               N(OPERATION_CANCEL_FAILED)};
 
 #undef N
 

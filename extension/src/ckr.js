@@ -93,4 +93,5 @@ export const CKR_NAMES = new Map([
   [0x1c3, "CKR_PIN_TOO_WEAK"],
   [0x1c4, "CKR_PUBLIC_KEY_INVALID"],
   [0x200, "CKR_FUNCTION_REJECTED"],
+  [0x202, "CKR_OPERATION_CANCEL_FAILED"],
 ]);

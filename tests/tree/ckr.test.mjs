@@ -17,6 +17,9 @@ const header = [join(folder, "p11-kit-1/p11-kit/pkcs11.h"), join(folder, "p11-ki
 const standard = new Map([...header.matchAll(/^#define\s+(CKR_\w+)\s+\((0x[0-9a-fA-F]+|\d+)UL\)/gm)]
   .map(([, name, code]) => [name, Number(code)]).filter(([name]) => name !== "CKR_OK"));
 
+/** Not in the header of p11-kit 0.24, which Debian 12 has. */
+const NEW_NAME = "CKR_OPERATION_CANCEL_FAILED";
+
 test("the header is read", () => {
   assert.ok(standard.size > 80, `${standard.size} answers were found in the header`);
   assert.equal(standard.get("CKR_PIN_INCORRECT"), 0xa0);
@@ -24,6 +27,7 @@ test("the header is read", () => {
 
 test("the extension names each answer of the standard, and no other", () => {
   const names = new Map([...CKR_NAMES].map(([code, name]) => [name, code]));
+  if (!standard.has(NEW_NAME)) names.delete(NEW_NAME);
   assert.deepEqual(new Map([...names].sort()), new Map([...standard].sort()));
 });
 

@@ -23,6 +23,10 @@ TEST(Ckr, EachAnswerOfTheHeader_HasItsName) {
     EXPECT_GT(found, 80U);
 }
 
+TEST(Ckr, AnAnswerThatAnOlderHeaderLacks_HasItsName) {
+    EXPECT_TRUE(tokendriver::DescribeAnswer(0x202).ends_with("(CKR_OPERATION_CANCEL_FAILED)"));
+}
+
 TEST(Ckr, AMakersOwnAnswer_IsGivenInHex) {
     EXPECT_TRUE(tokendriver::DescribeAnswer(CKR_VENDOR_DEFINED | 1).ends_with("(0x80000001)"));
 }
