@@ -69,9 +69,9 @@ export function doctorPageTests({ rig, browserTest }) {
   });
 
   browserTest("what keeps the computer from signing is shown with its remedy, and a failure in the popup leads there", async (t) => {
-    const driver = join(rig.program.folder, "QMTokenDriver.so");
-    await rename(driver, `${driver}-away`);
-    t.after(() => rename(`${driver}-away`, driver));
+    const program = join(rig.program.folder, "QMChromeExtHost");
+    await rename(program, `${program}-away`);
+    t.after(() => rename(`${program}-away`, program));
     const { page } = await rig.freshPage(t, { allowed: true });
     assert.equal(codeOf(await ask(page, "signAuthToken", ["token"])), "HOST_EXITED");
     const popup = await rig.extension.openPopup();
@@ -79,7 +79,7 @@ export function doctorPageTests({ rig, browserTest }) {
     await popup.evaluate(() => document.querySelector("#signatures button").click());
     const words = await waitFor("what is wrong", async () => {
       const texts = await popup.evaluate(textsIn, "findings");
-      return texts?.find((each) => each.includes("QMTokenDriver.so is not there"));
+      return texts?.find((each) => each.includes("the signing program ends without an answer"));
     });
     assert.match(words, /What helps: /);
     assert.ok(await popup.evaluate(() => document.getElementById("why").textContent));
