@@ -162,6 +162,8 @@ private:
 
     /// Whether there is something to read before the time is over.
     bool HasInput() const {
+        if (socket_ < 0)
+            return false; // poll would wait for it
         pollfd input{socket_, POLLIN, 0};
         int ready = -1;
         do {

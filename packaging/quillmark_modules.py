@@ -165,7 +165,11 @@ def why_unused(machine, module, file):
     reason = module.get("reason", "it failed")
     if not file or not reason.startswith(NOT_ENABLED):
         return reason
-    found = re.search(r"^\s*module:\s*(.+?)\s*$", file.read_text(encoding="utf-8", errors="replace"), re.MULTILINE)
+    try:
+        content = file.read_text(encoding="utf-8", errors="replace")
+    except OSError as error:
+        return f"{file} cannot be read: {error.strerror}"
+    found = re.search(r"^\s*module:\s*(.+?)\s*$", content, re.MULTILINE)
     if not found:
         return f"{file} has no line that begins with module:"
     places = [Path(found[1])] if found[1].startswith("/") else machine.path("/usr/lib").glob(f"*/pkcs11/{found[1]}")

@@ -5,7 +5,7 @@ import { test } from "node:test";
 
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "../../extension/doctor/report.js";
 
-const SECRETS = ["Asha Rao", "CN=Asha Rao, O=Rao & Sons", "4f2a1bc9", "9B11C2D3", "00A1", "/home/asha/token.so", "HYP-7788", "asha-module"];
+const SECRETS = ["Asha Rao", "CN=Asha Rao, O=Rao & Sons", "4f2a1bc9", "9B11C2D3", "00A1", "/home/user/token.so", "HYP-7788", "asha-module"];
 const [LABEL, SUBJECT, SERIAL, THUMBPRINT, ID, PATH, MODEL, MODULE] = SECRETS;
 
 const CERTIFICATE = {

@@ -1,6 +1,7 @@
 // The logs that the launcher keeps and cuts.
 
 import assert from "node:assert/strict";
+import { spawn } from "node:child_process";
 import { once } from "node:events";
 import { existsSync, statSync } from "node:fs";
 import { chmod, mkdir, readdir, readFile, writeFile } from "node:fs/promises";
@@ -79,6 +80,15 @@ test("A log is not cut while a program runs that writes it, and is at the next s
   assert.ok(all.length > 2_000_000);
   await start("fifth");
   assert.ok(statSync(log).size < 300_000);
+});
+
+test("A lock that somebody else holds on the folder keeps nobody from signing", async (t) => {
+  const { folder, start } = await running(t, "echo started");
+  const holder = spawn("flock", [folder, "sh", "-c", "echo locked; exec sleep 60"], { stdio: ["ignore", "pipe", "ignore"] });
+  t.after(() => holder.kill());
+  await once(holder.stdout, "data");
+  assert.equal((await start()).out, "started\n");
+  assert.equal(holder.exitCode, null);
 });
 
 test("Programs that start at once cut a log once, and lose no line of each other", async (t) => {

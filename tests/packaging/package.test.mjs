@@ -117,8 +117,8 @@ async function makePackage(folder, { umask = "022", env = {} } = {}) {
 
 /** What on this machine belongs to the package, or lies in folders that it makes. */
 async function traces() {
-  const { stdout } = await run("find", ["/etc", "/opt", "/usr", "/var/lib/dpkg/info", "(", "-path", "*quillmark*", "-o",
-    "-path", "/etc/opt*", "-o", "-path", "*native-messaging-hosts*", ")"]);
+  const { stdout } = await run("find", ["/etc", "/opt", "/usr", "/var/lib/dpkg/info", "-path", root, "-prune", "-o", "(", "-path", "*quillmark*", "-o",
+    "-path", "/etc/opt*", "-o", "-path", "*native-messaging-hosts*", ")", "-print"]);
   return stdout.toString().split("\n").sort();
 }
 
