@@ -8,8 +8,8 @@ const api = globalThis.browser ?? globalThis.chrome;
 /** The name under which it is registered with the browsers. */
 export const DOCTOR_NAME = "quillmark.doctor";
 
-// A token on a slow reader may take a minute, and the signing program some seconds for each browser.
-const ANSWER_MS = 240_000;
+// The doctor's program gives up after four minutes, and tells why.
+const ANSWER_MS = 250_000;
 
 /**
  * @typedef {{verdict: "can" | "unknown" | "cannot", findings: Finding[], tokens: object | null}} Diagnosis `tokens` is what

@@ -33,12 +33,15 @@ export function wordsForCertificate({ offered, canSign, first, needsLogin, reaso
 export function reportOf(diagnosis, { version, browser }) {
   const findings = diagnosis.findings.map(({ level, check, browser: which }) => listed(level, [check, which]));
   const tokens = tokensOf(diagnosis).flatMap(({ hardware, offered, reason, pin, certificates }) => [
-    listed("token", [hardware ? "hardware" : "software", offered ? "offered" : `not offered: ${reason}`, pin]),
+    listed("token", [hardware ? "hardware" : "software", offered ? "offered" : `not offered: ${withoutName(reason)}`, pin]),
     ...certificates.map(({ offered: isOffered, canSign, reasons }) =>
       listed("  certificate", [isOffered ? "offered" : "not offered", canSign ? "can sign" : "cannot sign", ...reasons])),
   ]);
   const head = [`Quillmark ${version}`, browser, `a signature can be made: ${diagnosis.verdict}`];
   return `${[...head, ...findings, ...tokens].join("\n")}\n`;
 }
+
+// A reason may name a module, whose file anybody may have named.
+const withoutName = (reason) => reason?.replace(/\b(by the module) .*/s, "$1 …");
 
 const listed = (what, words) => `${what}: ${words.filter(Boolean).join(", ")}`;

@@ -17,12 +17,17 @@ let diagnosis;
 element("examine").addEventListener("click", () => findOut());
 element("copy-report").addEventListener("click", async () => {
   const { version } = api.runtime.getManifest();
-  await navigator.clipboard.writeText(reportOf(diagnosis, { version, browser: navigator.userAgent }));
-  say("The report is in the clipboard.");
+  try {
+    await navigator.clipboard.writeText(reportOf(diagnosis, { version, browser: navigator.userAgent }));
+    say("The report is in the clipboard.");
+  } catch (error) {
+    say(`The report could not be copied: ${error.message}`);
+  }
 });
 
 /** Has the doctor look, and shows what it finds. `why`: the words of the failure that is looked into, if there is one. */
 export async function findOut(why = "") {
+  if (element("examine").disabled) return; // it looks already
   element("why").textContent = why;
   element("why").hidden = why === "";
   element("examine").disabled = true;

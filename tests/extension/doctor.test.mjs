@@ -25,6 +25,9 @@ const DIAGNOSIS = {
   ],
   tokens: { canSign: 1, modules: [
     { name: MODULE, path: PATH, used: true, slots: [{ description: LABEL, token: TOKEN }, { description: LABEL }] },
+    { name: MODULE, path: PATH, used: true, slots: [
+      { description: LABEL, token: { ...TOKEN, offered: false, reason: `it is offered by the module ${MODULE}\n${LABEL}`, certificates: [] } },
+    ] },
     { name: "p11-kit-trust", path: PATH, used: true, slots: [{ description: LABEL, token: { ...TOKEN, offered: false } }] },
     { name: MODULE, path: PATH, used: false, reason: `it cannot be loaded: ${PATH}`, slots: [] },
   ] },
@@ -41,6 +44,7 @@ test("A report for others tells what was found, and holds no name, number or pat
     "token: hardware, offered, one try is left",
     "  certificate: offered, can sign",
     "  certificate: offered, cannot sign, expired",
+    "token: hardware, not offered: it is offered by the module …, one try is left",
     "",
   ].join("\n"));
   for (const secret of SECRETS) assert.ok(!report.includes(secret), secret);

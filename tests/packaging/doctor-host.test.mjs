@@ -66,6 +66,12 @@ for (const [what, input] of [
   });
 }
 
+test("Where the tokens are more than a browser takes, the findings come alone", async (t) => {
+  const computer = await laidOut(t);
+  await useDoctor(computer, `printf '{"verdict":"can","tokens":{"modules":["%1048576s"]},"findings":[1]}' x`);
+  assert.deepEqual(await answersTo(computer, frame('{"nonce":"n"}')), [{ nonce: "n", verdict: "can", findings: [1], tokens: null }]);
+});
+
 for (const [what, script, problem] of [
   ["does not run", "exit 3", /^the doctor did not end well: /],
   ["says something else", "echo '{}'", /^the doctor did not end well: /],

@@ -26,8 +26,8 @@ export function doctorTests({ name, rig, browserTest, allowedPage }) {
     const page = await rig.browser.newPage();
     await page.goto("chrome://extensions");
     await page.evaluate((identifier) => chrome.management.setEnabled(identifier, false), id);
+    t.after(() => rig.restartBrowser());
     await rig.browser.close();
-    t.after(() => rig.startBrowser());
     assert.match(await findings(), /^failure: Chromium, profile .*\/Default: the extension is switched off$/m);
     await rig.startBrowser();
     await rig.browser.uninstallExtension(id);

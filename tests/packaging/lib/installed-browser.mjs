@@ -1,10 +1,10 @@
 // Browsers that have the extension from the Debian package, or from an administrator, and a home that has nothing of ours.
 
 import { mkdir, readFile, rm, writeFile } from "node:fs/promises";
-import { join } from "node:path";
+import { dirname, join } from "node:path";
 
 import {
-  ask, BINARY_ID, BrowserUser, bytesOf, ExtensionPages, GST_TEXT, PAGE, ready, serve, SoftToken, startBrowser, statusOf, waitFor,
+  ask, BINARY_ID, BrowserUser, bytesOf, CHROMIUM_POLICY, ExtensionPages, GST_TEXT, PAGE, ready, serve, SoftToken, startBrowser, statusOf, waitFor,
 } from "../../lib/browser-kit.mjs";
 import { run } from "../../lib/kit.mjs";
 import { product, root } from "../../lib/quillmark.mjs";
@@ -22,6 +22,7 @@ export async function signatureIn(name, t, world) {
   cleanup.add(site.close);
   const origin = `http://localhost:${site.port}`;
 
+  if (name === "chromium") await rm(CHROMIUM_POLICY, { force: true }); // of a run that was killed
   const env = { ...world.desktop.env, ...token.env, XDG_DATA_HOME: "" };
   const browser = await startBrowser(name, { home, ids: product.extension.ids, env });
   cleanup.add(() => browser.close());
@@ -56,10 +57,9 @@ export async function forcedVersion(t, world) {
   const policy = await readFile(join(served, "chromium-policy.json"), "utf8");
   const [id] = Object.keys(JSON.parse(policy).ExtensionSettings);
 
-  const file = "/etc/chromium/policies/managed/quillmark-packed.json";
-  await mkdir("/etc/chromium/policies/managed", { recursive: true });
-  cleanup.add(() => rm(file, { force: true }));
-  await writeFile(file, policy);
+  await mkdir(dirname(CHROMIUM_POLICY), { recursive: true });
+  cleanup.add(() => rm(CHROMIUM_POLICY, { force: true }));
+  await writeFile(CHROMIUM_POLICY, policy);
   const browser = await startBrowser("chromium", { home, ids: { ...product.extension.ids, chromium: id }, env: world.desktop.env });
   cleanup.add(() => browser.close());
   // No debugger sees into an extension that a policy forces; the browser's own page tells of it.
