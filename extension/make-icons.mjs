@@ -1,5 +1,5 @@
 #!/usr/bin/env node
-/** Draws the extension's icons from the program's logo: `node extension/make-icons.mjs`. They are kept in the repository. */
+/** Draws the extension's icons from the host's logo: `node extension/make-icons.mjs`. They are kept in the repository. */
 import { readFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { fileURLToPath } from "node:url";

@@ -93,7 +93,7 @@ def check_program(report, machine, commands):
 def echo(launcher, args):
     """Sends one request that needs neither window nor token. None when it is answered, else what happened.
 
-    All that the program writes goes to a folder that is removed afterwards.
+    All that the host writes goes to a folder that is removed afterwards.
     """
     with tempfile.TemporaryDirectory(prefix="quillmark-") as scratch:
         try:
@@ -116,7 +116,7 @@ def request():
 
 
 def run_in(scratch, launcher, args):
-    """(what the program writes, its status); (None, None) when it has not ended in time."""
+    """(what the host writes, its status); (None, None) when it has not ended in time."""
     env = {**os.environ, "XDG_STATE_HOME": str(scratch / "state"), "XDG_CACHE_HOME": str(scratch / "cache")}
     process = subprocess.Popen(
         [launcher, "--try", scratch, *args],

@@ -1,6 +1,6 @@
 // The whole job in a browser, as `./demo --browser` shows it: node tools/demo-browser.mjs [chromium | firefox] [--auto]
 //
-// The program is installed into a home of its own under build/, the browser runs with that home, and the example page is
+// The host is installed into a home of its own under build/, the browser runs with that home, and the example page is
 // open. A person does the rest; with --auto, or without a display, the page's PDF document is signed by itself.
 
 import { mkdir, rm, writeFile } from "node:fs/promises";

@@ -38,7 +38,7 @@ Shown ToldByReference(const std::string& reply) {
     return {json.at("shown"), json.at("paused"), json.at("cards")};
 }
 
-/// Starts the program, has it show the token's certificates, and returns the milliseconds less the pauses.
+/// Starts the host, has it show the token's certificates, and returns the milliseconds less the pauses.
 double ShowCards(const Program& program, Shown (*told)(const std::string&), int certificates) {
     Child child(program);
     child.Ask(FrameOf("{}")); // now it is up

@@ -1,4 +1,4 @@
-// The toolbar's popup: whether the program runs, who waits, and what was signed lately.
+// The toolbar's popup: whether the host runs, who waits, and what was signed lately.
 
 import { findOut } from "../doctor/section.js";
 import { ERRORS } from "../quillmark.js";

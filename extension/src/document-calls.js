@@ -9,7 +9,7 @@ const SIGNATURE = operationOf("signPdfHash");
 
 /**
  * The calls for a request, by their names. `program`: {choose(operation), sign({operation, values, run, subject}), run()}.
- * Signatures are made when the user has answered, and with the certificate that was chosen in this very run of the program.
+ * Signatures are made when the user has answered, and with the certificate that was chosen in this very run of the host.
  */
 export function callsOf(request, program) {
   const { queries } = request;
@@ -27,7 +27,7 @@ export function callsOf(request, program) {
       return text;
     },
 
-    /** The certificate that the user chooses for all documents: the program's record of it. */
+    /** The certificate that the user chooses for all documents: the host's record of it. */
     async choose() {
       await requireAnswer();
       const record = await program.choose(CHOICE);

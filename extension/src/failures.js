@@ -2,13 +2,13 @@
 
 import { CKR_NAMES } from "./ckr.js";
 
-// Each layer of the program may put "Error  in Name(): " in front of the text of the layer below.
+// Each layer of the host may put "Error  in Name(): " in front of the text of the layer below.
 const LAYER = /^Error {1,2}in \w+\(\): /;
 
 /**
- * The program's failure texts, without the layers' prefixes; the first rule that matches counts.
+ * The host's failure texts, without the layers' prefixes; the first rule that matches counts.
  *
- * `restart` marks the failures after which the program's run is of no more use: it keeps its session and its list of
+ * `restart` marks the failures after which the host's run is of no more use: it keeps its session and its list of
  * certificates to its end, and with some tokens an unsuccessful search stays open and spoils the next one. After a login that
  * failed it may hold a PIN that the driver has forgotten, and would not ask the user again.
  */
@@ -36,7 +36,7 @@ const TOKEN_IS_GONE = ["CKR_TOKEN_NOT_PRESENT", "CKR_TOKEN_NOT_RECOGNIZED", "CKR
 /**
  * Classifies the text of a failed reply, the one behind "QMHost Error: ".
  *
- * `loggedIn` tells whether the token has already signed in this run of the program. The program gives no reason when it
+ * `loggedIn` tells whether the token has already signed in this run of the host. The host gives no reason when it
  * cannot get at the private key. Before the login that is nearly always the login itself; after it, the PIN is not
  * asked for again, so the token must have failed.
  *
@@ -66,8 +66,8 @@ function classifyCkr(label, value) {
 }
 
 /**
- * Classifies the browser's text for a port to the program that closed by itself; the text may be missing. `answered`
- * tells whether the program has answered anything: Firefox has one text for a program that it cannot start and for
+ * Classifies the browser's text for a port to the host that closed by itself; the text may be missing. `answered`
+ * tells whether the host has answered anything: Firefox has one text for a program that it cannot start and for
  * several things that happen later.
  */
 export function classifyDisconnect(text = "", { answered }) {

@@ -5,7 +5,7 @@ import { classifyDisconnect, classifyFailure } from "./failures.js";
 import { MINUTE_MS } from "./limits.js";
 import { Sites } from "./sites.js";
 
-/** The name under which the program is registered with the browsers. */
+/** The name under which the host is registered with the browsers. */
 export const HOST_NAME = "quillmark.host";
 
 // A program that is closed while its window is open does not notice; the browser kills it, Chromium after 2 seconds,
@@ -24,15 +24,15 @@ export class Host {
   #gone = Promise.resolve();
 
   /**
-   * What this run of the program has seen: whether it has answered, the sites that it has served, whether the token has
-   * signed, and the times of its start and its last use. Undefined while the program is not running.
+   * What this run of the host has seen: whether it has answered, the sites that it has served, whether the token has
+   * signed, and the times of its start and its last use. Undefined while the host is not running.
    * @type {{answered: boolean, sites: Sites, loggedIn: boolean, started: number, used: number} | undefined}
    */
   run;
 
   /**
-   * `connectNative(name)` opens a port to the program; `lastError(port)` tells why the browser closed one; `pinLife()`
-   * resolves to the minutes that the program may be quiet, and run: {quietMinutes, longestMinutes}.
+   * `connectNative(name)` opens a port to the host; `lastError(port)` tells why the browser closed one; `pinLife()`
+   * resolves to the minutes that the host may be quiet, and run: {quietMinutes, longestMinutes}.
    */
   constructor({ connectNative, lastError, pinLife }) {
     this.#connectNative = connectNative;
@@ -41,10 +41,10 @@ export class Host {
   }
 
   /**
-   * Sends one request, starting the program if needed, and resolves to the text of its successful reply. Only one
-   * request may be open at a time. Rejects with a QuillmarkError; an abort of the signal ends the program, because it
+   * Sends one request, starting the host if needed, and resolves to the text of its successful reply. Only one
+   * request may be open at a time. Rejects with a QuillmarkError; an abort of the signal ends the host, because it
    * has no other way to close its window, and rejects with the signal's reason. `isUse`: false for a sign of life, which
-   * does not lengthen the life of the PIN. `run`: the run of the program that is meant; HOST_EXITED when there is another.
+   * does not lengthen the life of the PIN. `run`: the run of the host that is meant; HOST_EXITED when there is another.
    */
   async request(message, signal, { isUse = true, run } = {}) {
     await this.keepTime();
@@ -71,13 +71,13 @@ export class Host {
     }
   }
 
-  /** Ends the program if it runs; a request that is open rejects with this code. */
+  /** Ends the host if it runs; a request that is open rejects with this code. */
   close(code = "HOST_EXITED", detail) {
     this.#end(new QuillmarkError(code, { detail }));
   }
 
   /**
-   * Ends the program, which remembers the PIN for as long as it runs, when its time is over and it is not at work; and looks
+   * Ends the host, which remembers the PIN for as long as it runs, when its time is over and it is not at work; and looks
    * again when it will be. By the clock on the wall, for a computer may have slept meanwhile.
    */
   async keepTime() {

@@ -34,7 +34,7 @@ export const SURROUNDINGS_MS = 1 * SECOND;
 /** How long a page has to give a piece of a document, a time stamp, or a sign that it has taken an outcome. */
 export const PAGE_ANSWER_MS = MINUTE;
 
-/** The program needs no user for a sign of life, only the time to start. */
+/** The host needs no user for a sign of life, only the time to start. */
 export const SIGN_OF_LIFE_MS = 15 * SECOND;
 
 /** A text travels to the extension's own windows in pieces, for a browser's message has at most 64 MiB. */

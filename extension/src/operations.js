@@ -7,7 +7,7 @@
  *   answer; it throws BAD_REPLY when the text is not what was asked for.
  * - `asks` and `consequence` are the words of the question to the user, `shows(request)` what the question shows: a `text`
  *   in full, or `facts`, each a name and a value.
- * - `userChooses`: the program has the user choose a certificate for each such request.
+ * - `userChooses`: the host has the user choose a certificate for each such request.
  * - `showsDocuments`: the request is served by the window that shows its documents, which the user is asked in each time.
  * - `signs(request)`: what is signed, as {algorithm, digest in hexadecimal}. Absent where nothing is signed.
  * - `certificate(request, result)`: the SHA-1 thumbprint of the certificate that was chosen or has signed, where it can be known.
@@ -164,7 +164,7 @@ export function operationOf(name) {
 
 const sha256 = async (text) => ({ algorithm: "SHA-256", digest: await sha256Hex(text) });
 
-// The program knows the algorithms by their names without the dash.
+// The host knows the algorithms by their names without the dash.
 const algorithmOf = ({ hashAlgorithm }) => ({ hashAlgorithm: hashAlgorithm.replace("-", "") });
 
 // ---- what travels inward

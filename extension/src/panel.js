@@ -33,7 +33,7 @@ const ANSWERS = new Map(
 
     stopHost: async ({ host }) => host.close("USER_CANCELLED", "The user has ended the signing program."),
 
-    /** The program reads the tokens when it starts. False, and nothing is done, while a request is under way. */
+    /** The host reads the tokens when it starts. False, and nothing is done, while a request is under way. */
     readTokensAgain: async ({ service, host }) => {
       if (service.isAtWork) return false;
       host.close();

@@ -147,7 +147,7 @@ export class Service {
     };
   }
 
-  // A request without an action touches neither window nor token; the program answers it by its echo.
+  // A request without an action touches neither window nor token; the host answers it by its echo.
   async #signOfLife(limit) {
     const timer = setTimeout(() => limit.abort("TIMEOUT"), SIGN_OF_LIFE_MS);
     try {
@@ -318,8 +318,8 @@ export class Service {
     }
   }
 
-  // The program signs with any certificate of the token, and remembers a PIN that may have been typed for another site: the user
-  // has to have chosen this very certificate for this site, in this run of the program.
+  // The host signs with any certificate of the token, and remembers a PIN that may have been typed for another site: the user
+  // has to have chosen this very certificate for this site, in this run of the host.
   async #chooseIfNeeded(document, request) {
     const { operation, values } = request;
     if (operation.userChooses || request.run) return false;
@@ -332,7 +332,7 @@ export class Service {
   }
 
   async #request(document, { limit, run: chosenIn }, operation, values) {
-    // Where the user does not choose, another run of the program is another choice.
+    // Where the user does not choose, another run of the host is another choice.
     const run = operation.userChooses ? undefined : (chosenIn ?? this.#host.run);
     const result = operation.result(await this.#host.request(operation.toProgram(values), limit.signal, { run }));
     if (operation.userChooses) document.engagedAt = Date.now();

@@ -1,4 +1,4 @@
-/** The settings that are not about sites: how long the program may remember the PIN. The administrator's word counts first. */
+/** The settings that are not about sites: how long the host may remember the PIN. The administrator's word counts first. */
 
 import { PIN_LIFE } from "./limits.js";
 

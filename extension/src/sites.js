@@ -4,7 +4,7 @@ export class Sites {
   #choices = new Set();
   #subjects = new Map();
 
-  /** Notes that the program was asked for the document. */
+  /** Notes that the host was asked for the document. */
   add({ origin }) {
     this.#origins.add(origin);
   }

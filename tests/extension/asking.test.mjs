@@ -220,7 +220,7 @@ test("What a page says of its origin, nonce or action counts for nothing", async
   assert.equal(channel.heard.at(-1).error.code, "ORIGIN_DENIED");
 });
 
-test("Taking a permission back ends what waits and what runs, and the program that had the PIN for the site", async () => {
+test("Taking a permission back ends what waits and what runs, and the host that had the PIN for the site", async () => {
   const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (request.authToken === "1" ? undefined : willing(request))) });
   await page.signAuthToken("0");
   const codes = ["1", "2", "3"].map((text) => page.signAuthToken(text).catch(({ code }) => code));
@@ -232,7 +232,7 @@ test("Taking a permission back ends what waits and what runs, and the program th
   assert.equal(browser.host.run, undefined);
 });
 
-test("A permission that is taken back while nothing runs ends the program that has the PIN for the site", async () => {
+test("A permission that is taken back while nothing runs ends the host that has the PIN for the site", async () => {
   const page = await visit(ALLOWED);
   await page.signAuthToken("token");
   await browser.service.revoke("https://other.example");
@@ -300,7 +300,7 @@ test("A denial by the administrator ends what a site has asked before it", async
   await request;
 });
 
-test("The text that an allowed site has signed is on the screen before the program is asked, and Stop signs nothing", async () => {
+test("The text that an allowed site has signed is on the screen before the host is asked, and Stop signs nothing", async () => {
   const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const create = browser.windows.create;
   browser.windows.create = () => new Promise(() => {});

@@ -1,4 +1,4 @@
-// The failure texts against the codes: the documentation is the list, and the program has to know each text in it.
+// The failure texts against the codes: the documentation is the list, and the host has to know each text in it.
 
 import assert from "node:assert/strict";
 import { readdirSync, readFileSync } from "node:fs";
@@ -53,7 +53,7 @@ test("Every rule of the code stands in the documentation", () => {
   }
 });
 
-test("Every text of the documentation is one that the program's sources have", () => {
+test("Every text of the documentation is one that the host's sources have", () => {
   const folder = new URL("QMChromeExtHost/", root);
   const sources = readdirSync(folder).filter((name) => /\.(cpp|h)$/.test(name)).map((name) => read(`QMChromeExtHost/${name}`));
   const fixed = hostTexts.map(([text]) => text).filter((text) => !/^\(|^\[|^any /.test(text));
@@ -78,7 +78,7 @@ test("A token's error has the PKCS#11 name of its code, and the number where the
   assert.equal(ckr("80000001"), "0x80000001");
 });
 
-test("After what spoils the program's run, and a failed login, it is started anew; after what else the user did it is not", () => {
+test("After what spoils the host's run, and a failed login, it is started anew; after what else the user did it is not", () => {
   const login = ["", "[CKR_ERROR in C_Login] ErrCode = 0x000000A0.", "Token User PIN required for Token Login, but given empty."];
   for (const text of ["[CKR_ERROR in C_Sign] ErrCode = 0x00000030.", "Private Key NOT Found", "std::bad_alloc", ...login]) {
     assert.equal(classify(text).restart, true, text);

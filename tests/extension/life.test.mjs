@@ -8,7 +8,7 @@ import {
   ALLOWED, browser, DIGEST, FakeProgram, RECORD, settle, start, stopClock, until, visit, willing, withdrawable,
 } from "./fakes.mjs";
 
-test("An abort ends the program and its window, and the next request waits until they are gone", async (t) => {
+test("An abort ends the host and its window, and the next request waits until they are gone", async (t) => {
   let silent = true;
   const page = await visit({ ...ALLOWED, program: new FakeProgram((request) => (silent ? undefined : willing(request))) });
   const clock = stopClock(t);
@@ -31,7 +31,7 @@ test("An abort ends the program and its window, and the next request waits until
   assert.equal(browser.program.starts, 2);
 });
 
-test("The time limit ends also a request that waits until the program before it is gone", async (t) => {
+test("The time limit ends also a request that waits until the host before it is gone", async (t) => {
   const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   const clock = stopClock(t);
   const withdraw = await withdrawable(page);
@@ -75,7 +75,7 @@ test("An abort closes the consent window", async () => {
   assert.equal(browser.windows.open.size, 0);
 });
 
-test("The time limit ends the program with TIMEOUT", async () => {
+test("The time limit ends the host with TIMEOUT", async () => {
   const page = await visit({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   await assert.rejects(page.signAuthToken("token", { timeout: 50 }), { code: "TIMEOUT" });
   assert.equal(browser.program.running, false);
@@ -108,7 +108,7 @@ test("A page that is closed in the middle withdraws its request", async () => {
   assert.equal(browser.program.running, false);
 });
 
-test("The program ends with the last page that has used it", async () => {
+test("The host ends with the last page that has used it", async () => {
   start(ALLOWED);
   const [one, two, idle] = [await browser.page(), await browser.page(), await browser.page()];
   await one.signAuthToken("token");
@@ -120,7 +120,7 @@ test("The program ends with the last page that has used it", async () => {
   assert.equal(browser.program.running, false);
 });
 
-test("The program ends after ten minutes of quiet, and every request begins them anew", async (t) => {
+test("The host ends after ten minutes of quiet, and every request begins them anew", async (t) => {
   const page = await visit(ALLOWED);
   await page.status();
   const clock = stopClock(t);
@@ -212,7 +212,7 @@ test("The PIN's times are settings, the administrator's before the user's; what 
   assert.deepEqual(await life({ quietMinutes: 0, longestMinutes: "30" }, { quietMinutes: 900 }), [1, 240]);
 });
 
-test("To read the tokens again ends the program, and the next request starts it anew", async () => {
+test("To read the tokens again ends the host, and the next request starts it anew", async () => {
   const page = await visit(ALLOWED);
   const panel = new Panel(browser);
   await page.signAuthToken("first");
@@ -240,7 +240,7 @@ test("To read the tokens again disturbs no request under way, nor the steps of o
   assert.equal(program.starts, 1);
 });
 
-test("After a login that failed the program is started anew, so that the user is asked for the PIN again", async () => {
+test("After a login that failed the host is started anew, so that the user is asked for the PIN again", async () => {
   const program = new FakeProgram((request) => (program.starts === 1 ? { ok: false, text: "" } : willing(request)));
   const page = await visit({ ...ALLOWED, program });
   await assert.rejects(page.signAuthToken("first"), { code: "LOGIN_FAILED" });

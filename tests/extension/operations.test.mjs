@@ -1,4 +1,4 @@
-// What a page's request has to look like, and what goes to the program and into the journal for it.
+// What a page's request has to look like, and what goes to the host and into the journal for it.
 
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
@@ -20,7 +20,7 @@ test("A hash algorithm is taken in its usual spellings and travels in one", () =
   assert.equal(check("signGstReturn", { text: "a" }).hashAlgorithm, "SHA-256");
 });
 
-test("A hash algorithm that the program would take for another is refused", () => {
+test("A hash algorithm that the host would take for another is refused", () => {
   for (const hashAlgorithm of ["SHA1", "SHA-1", "MD5", "", "SHA-224", "SHA2-56x"]) {
     fails("signAuthToken", { authToken: "a", hashAlgorithm }, "UNSUPPORTED_HASH");
   }

@@ -17,7 +17,7 @@ async function siteWithFailure(text, options) {
 
 // ---- requests and replies
 
-test("Every operation reaches the program with the values that it wants", async () => {
+test("Every operation reaches the host with the values that it wants", async () => {
   const page = await visit(ALLOWED);
   assert.deepEqual(await page.selectCertificate(), RECORD);
   await page.signGstReturn("a text", { hashAlgorithm: "SHA-512" });
@@ -34,14 +34,14 @@ test("Every operation reaches the program with the values that it wants", async 
   assert.equal(new Set(browser.program.requests.map(({ nonce }) => nonce)).size, 5);
 });
 
-test("The program is started once, by the first request", async () => {
+test("The host is started once, by the first request", async () => {
   const page = await visit(ALLOWED);
   assert.equal(browser.program.starts, 0);
   for (let i = 0; i < 3; i++) await page.signAuthToken(`token ${i}`);
   assert.equal(browser.program.starts, 1);
 });
 
-test("A reply with another nonce is BAD_REPLY, and ends the program", async () => {
+test("A reply with another nonce is BAD_REPLY, and ends the host", async () => {
   start(ALLOWED);
   browser.program.answer = () => browser.program.reply("another", { text: "QUJD" });
   const page = await browser.page();
@@ -65,9 +65,9 @@ test("An answer that is no signature, or no certificate record, is BAD_REPLY", a
   await assert.rejects(page.selectCertificate(), { code: "BAD_REPLY" });
 });
 
-// ---- the program's failures
+// ---- the host's failures
 
-test("A failure reaches the page as its code, with the program's text as detail", async () => {
+test("A failure reaches the page as its code, with the host's text as detail", async () => {
   const page = await siteWithFailure("User Canceled without Selecting Certificate.");
   await assert.rejects(page.signAuthToken("token"), {
     code: "USER_CANCELLED",
@@ -118,7 +118,7 @@ test("A program that died is started anew by the next request", async () => {
 
 // ---- certificates and PDF digests
 
-test("signPdfHash lets the user choose first when the program has just been started", async () => {
+test("signPdfHash lets the user choose first when the host has just been started", async () => {
   const page = await visit(ALLOWED);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
   await page.signPdfHash(DIGEST, RECORD.CertThumbPrint);
@@ -264,7 +264,7 @@ test("Requests of several pages are served one at a time, and each is told how m
 
 // ---- status
 
-test("status tells a page that is not allowed neither what others do nor whether the program runs", async () => {
+test("status tells a page that is not allowed neither what others do nor whether the host runs", async () => {
   start({ ...ALLOWED, program: new FakeProgram(() => undefined) });
   (await browser.page()).selectCertificate().catch(() => {});
   await settle();
@@ -273,7 +273,7 @@ test("status tells a page that is not allowed neither what others do nor whether
   assert.equal((await (await browser.page()).status()).waiting, 1);
 });
 
-test("status tells the permission without asking, and without starting the program", async () => {
+test("status tells the permission without asking, and without starting the host", async () => {
   start({ ...ALLOWED, managed: { deniedOrigins: ["https://bad.example"] } });
   const permissionOf = async (origin) => (await (await browser.page(origin)).status()).permission;
   assert.equal(await permissionOf(SITE), "allowed");
@@ -283,7 +283,7 @@ test("status tells the permission without asking, and without starting the progr
   assert.deepEqual(browser.questions, []);
 });
 
-test("status with checkHost starts the program for an allowed site only", async () => {
+test("status with checkHost starts the host for an allowed site only", async () => {
   start(ALLOWED);
   await assert.rejects((await browser.page("https://new.example")).status({ checkHost: true }), { code: "ORIGIN_DENIED" });
   assert.equal(browser.program.starts, 0);

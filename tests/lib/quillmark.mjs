@@ -1,4 +1,4 @@
-// What this project's tests tell the harness of the project: where the program under test lies, and what goes with it. No
+// What this project's tests tell the harness of the project: where the host under test lies, and what goes with it. No
 // other file of this folder knows a path of it.
 
 import { readFile } from "node:fs/promises";

@@ -120,7 +120,7 @@ test("A manifest whose path is no text is found, and stops nothing", onHealthy({
   }
 }));
 
-test("Policies that forbid the program are found, and those that allow it are not", onHealthy({ browsers: ["chromium"] }, async (computer) => {
+test("Policies that forbid the host are found, and those that allow it are not", onHealthy({ browsers: ["chromium"] }, async (computer) => {
   const policy = join(computer.root, "etc/chromium/policies/managed/company.json");
   await computer.write(policy, { NativeMessagingBlocklist: ["*"] });
   assert.match((await onlyProblem(computer)).text, /company\.json forbids the signing program/);
@@ -204,7 +204,7 @@ test("No token, no certificate that can sign, and a listing that fails are failu
   assert.match((await onlyProblem(computer)).text, /The tokens could not be listed/);
 });
 
-test("What the program has written into its log is told, where it does not answer", async (t) => {
+test("What the host has written into its log is told, where it does not answer", async (t) => {
   for (const [command, end] of [["", /with status 3$/], ["echo a line >QMSignerExtHostLog.txt", /with status 3; its log ends with "a line"$/]]) {
     const computer = await healthy(t, { browsers: ["chromium"], program: `#!/bin/sh\n${command}\nexit 3\n` });
     await assertProblem(computer, { text: end, command: "./install" });
@@ -238,7 +238,7 @@ for (const [what, program, words] of [
 
 const TELLING = ECHOING.replace('open("started"', 'open(os.environ["HOME"] + "/started"');
 
-test("The program is started as each browser would start it", onHealthy({ browsers: ["firefox"], program: TELLING }, async (computer) => {
+test("The host is started as each browser would start it", onHealthy({ browsers: ["firefox"], program: TELLING }, async (computer) => {
   await examine(computer);
   const { arguments: given, folder } = await computer.read(join(computer.home, "started"));
   assert.deepEqual(given, [computer.userManifest("firefox"), "extension@quillmark.example"]);
@@ -255,7 +255,7 @@ const WRITING = ECHOING.replace("while", 'open("QMSignerExtHostLog.txt", "a").wr
 
 const TRIALS = /^tmp /;
 
-test("The doctor makes, changes and removes no file, though the program that it starts writes some", async (t) => {
+test("The doctor makes, changes and removes no file, though the host that it starts writes some", async (t) => {
   const forOne = await healthy(t, { program: WRITING });
   const forAll = await Computer.make(t, { program: WRITING, more: { DISPLAY: ":stand-in" } });
   await forAll.install("--system", "--root", forAll.root);

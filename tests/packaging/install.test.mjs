@@ -44,7 +44,7 @@ test("A folder that others could write is closed by the install", withChromium(a
   assert.equal(statSync(computer.userFolder).mode & 0o777, 0o700);
 }));
 
-test("uninstall takes all of it away, with the program's own log and settings", withChromium(async (computer) => {
+test("uninstall takes all of it away, with the host's own log and settings", withChromium(async (computer) => {
   await computer.install();
   await writeFile(join(computer.userFolder, "QMSignerExtHostLog.txt"), "a line\n");
   await writeFile(join(computer.userFolder, "modules.log"), "a line\n");
@@ -75,7 +75,7 @@ test("uninstall without an installation is one clear line", withChromium(async (
   assert.match(err, /^Quillmark is not installed in .*\n$/);
 }));
 
-test("A second install renews the files, also while the program runs", withChromium(async (computer) => {
+test("A second install renews the files, also while the host runs", withChromium(async (computer) => {
   await computer.install();
   await computer.setProgram("#!/bin/sh\necho renewed\n");
   assert.equal((await computer.install()).code, 0);

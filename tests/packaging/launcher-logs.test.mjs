@@ -13,7 +13,7 @@ import { running } from "./lib/launching.mjs";
 
 // ---- what modules write to stderr
 
-test("What is written to stderr while the program runs is kept for this user alone, and is not in the browser's own log", async (t) => {
+test("What is written to stderr while the host runs is kept for this user alone, and is not in the browser's own log", async (t) => {
   const { log, start } = await running(t, "echo module: hello >&2");
   for (const times of [1, 2]) {
     assert.deepEqual(await start(), { code: 0, out: "", err: "" });
@@ -22,7 +22,7 @@ test("What is written to stderr while the program runs is kept for this user alo
   assert.equal(statSync(log).mode & 0o777, 0o600);
 });
 
-test("More than 256 KiB of it is cut when the program starts, and what came last stays", async (t) => {
+test("More than 256 KiB of it is cut when the host starts, and what came last stays", async (t) => {
   const { log, start } = await running(t, "echo module: last >&2");
   await writeFile(log, "0123456789abcde\n".repeat(16_384));
   await start();
@@ -33,25 +33,25 @@ test("More than 256 KiB of it is cut when the program starts, and what came last
   assert.ok(kept.length < 131_072, `${kept.length} bytes`);
 });
 
-test("Where it cannot be kept, it goes nowhere, and the program is started all the same", async (t) => {
+test("Where it cannot be kept, it goes nowhere, and the host is started all the same", async (t) => {
   const { log, start } = await running(t, "echo module: hello >&2; echo started");
   await mkdir(log);
   assert.deepEqual(await start(), { code: 0, out: "started\n", err: "" });
 });
 
-test("Whoever starts the program on a terminal sees what is written to stderr", async (t) => {
+test("Whoever starts the host on a terminal sees what is written to stderr", async (t) => {
   const { log, start } = await running(t, "echo module: hello >&2");
   const { out } = await start.as("script", "--quiet", "--log-out", "/dev/null", "--command");
   assert.equal(out, "module: hello\r\n");
   assert.equal(existsSync(log), false);
 });
 
-// ---- the program's log
+// ---- the host's log
 
 const HOST_LOG = "QMSignerExtHostLog.txt";
 const LINES = Array.from({ length: 70_000 }, (_, i) => `line ${String(i).padStart(10, "0")}\n`).join("");
 
-test("A log of more than 1 MiB is cut when the program starts: its last quarter MiB stays, in whole lines", async (t) => {
+test("A log of more than 1 MiB is cut when the host starts: its last quarter MiB stays, in whole lines", async (t) => {
   const { folder, start } = await running(t, `echo new >>${HOST_LOG}`);
   const log = join(folder, HOST_LOG);
   await writeFile(log, LINES.slice(0, 1_048_576));

@@ -1,4 +1,4 @@
-// The launcher: where it starts the program, and where it refuses to.
+// The launcher: where it starts the host, and where it refuses to.
 
 import assert from "node:assert/strict";
 import { existsSync, lstatSync, readlinkSync, statSync } from "node:fs";
@@ -16,7 +16,7 @@ const REFUSED = 77;
 
 const needsRoot = process.getuid() === 0 ? false : "only root makes folders of another user";
 
-test("Installed for one user, the launcher runs the program in its own folder, wherever it is started", async (t) => {
+test("Installed for one user, the launcher runs the host in its own folder, wherever it is started", async (t) => {
   const { computer, folder, start } = await forOneUser(t);
   assert.equal((await start("chrome-extension://abc/")).code, 0);
   const seen = await started(folder, computer);
@@ -78,7 +78,7 @@ test("Asked for the folder only, the launcher says it, makes nothing, and starts
   assert.match(err, /can be changed by others/);
 });
 
-test("For a trial the program gets what lies in the working folder, and writes nothing there", installed(forOneUser, async (setting) => {
+test("For a trial the host gets what lies in the working folder, and writes nothing there", installed(forOneUser, async (setting) => {
   const { computer, folder, start } = setting;
   await computer.write(join(folder, "QMHostSettings.json"), {});
   await writeFile(join(folder, "QMSignerExtHostLog.txt"), "a line\n");
@@ -94,11 +94,11 @@ test("For a trial the program gets what lies in the working folder, and writes n
 
 // ---- working folders that are not the user's alone
 
-/** Starts, and holds that the program did not run anywhere, that the words name `culprit`, and that they are one line. */
+/** Starts, and holds that the host did not run anywhere, that the words name `culprit`, and that they are one line. */
 async function refuses({ computer, start }, culprit) {
   const { code, err } = await start();
   const { stdout: files } = await run("find", [computer.folder, "-name", "started"]);
-  assert.equal(files.toString(), "", "the program was started");
+  assert.equal(files.toString(), "", "the host was started");
   assert.equal(code, REFUSED, err);
   assert.match(err, /^quillmark-host: .+\n$/);
   assert.ok(err.includes(culprit), `${err} names ${culprit}`);

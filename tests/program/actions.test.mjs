@@ -1,4 +1,4 @@
-// The whole job with a real token: SoftHSM behind the program's own driver.
+// The whole job with a real token: SoftHSM behind the host's own driver.
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
@@ -100,6 +100,6 @@ test("An income-tax return without the chosen key is a missing key", async (t) =
   const host = await hostWithSoftToken(t);
   const { result } = await chooseAndLogIn(host, { action: "ITReturnSign", hash: "AAAA", PAN: "ABCDE1234F" });
   assert.equal(result, "QMHost Error: Private Key NOT Found");
-  // The search that the program leaves open does not get in the way of the next one: the driver ends it.
+  // The search that the host leaves open does not get in the way of the next one: the driver ends it.
   assert.equal((await chooseFirst(host, { action: "SignAuthToken", authToken: "x" })).status_cd, 1);
 });

@@ -102,7 +102,7 @@ test("A module without C_SignFinal signs", withFake({ without: "C_SignFinal" }, 
   await world.judges.rsa(bytesOf(reply.result), "x", (await world.certificate()).pem);
 }));
 
-test("Each of the program's entry points has its test with a module that lacks it", () => {
+test("Each of the host's entry points has its test with a module that lacks it", () => {
   const tested = [...Object.keys(withoutFunction), "C_SignInit", "C_Sign", "C_Login", "C_Finalize", "C_SignFinal"];
   assert.deepEqual(tested.sort(), [...ENTRY_POINTS].sort());
 });

@@ -1,4 +1,4 @@
-// From the start of the program to its end.
+// From the start of the host to its end.
 
 import assert from "node:assert/strict";
 import { chmod, copyFile, mkdir, rm, writeFile } from "node:fs/promises";

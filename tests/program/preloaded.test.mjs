@@ -1,4 +1,4 @@
-// What cannot be brought about from outside: libraries in front of the program's own, of tests/fakes/preload.
+// What cannot be brought about from outside: libraries in front of the host's own, of tests/fakes/preload.
 
 import assert from "node:assert/strict";
 import { join } from "node:path";
@@ -61,7 +61,7 @@ test("The box says what is logged, with its line breaks", async (t) => {
 exiting Quillmark Extension Host... \n\nPut the file in application folder with name 'QMTokenDriver.so' and try again.`);
 });
 
-test("A window that cannot be made ends the program, and the log has the reason alone", async (t) => {
+test("A window that cannot be made ends the host, and the log has the reason alone", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("fails-to-make-a-window"));
   const { code, signal } = await host.exit();
   assert.notEqual(code, 0);
@@ -70,7 +70,7 @@ test("A window that cannot be made ends the program, and the log has the reason 
   assert.equal((await host.logLines()).at(-1), "no window");
 });
 
-test("Without memory for a frame the program ends in its own words, and a smaller one is served before", async (t) => {
+test("Without memory for a frame the host ends in its own words, and a smaller one is served before", async (t) => {
   const { host } = await world.hostWithFake(t, {}, preloaded("fails-to-allocate-a-large-frame"));
   assert.equal((await host.request({ text: "small" })).result, `${FAILURE_PREFIX}echo: small`);
   host.sendBytes(prefix(1 << 23)); // the buffer is eight times as large

@@ -182,5 +182,5 @@ test("No copy of a PIN stays in memory but the one that is needed for the next l
   assert.equal((await chooseAndLogIn(host, SIGN_TOKEN, pin)).status_cd, 1);
   const copies = await copiesInMemory(host.pid, pin);
   assert.deepEqual(copies.filter(({ encoding }) => encoding !== "UTF-8"), [], "none in the windows' encodings");
-  assert.ok([1, 2].includes(copies.length), `the program's, and the driver's if it keeps one, not ${copies.length}`);
+  assert.ok([1, 2].includes(copies.length), `the host's, and the driver's if it keeps one, not ${copies.length}`);
 });

@@ -100,7 +100,7 @@ test("Three tokens with three PINs: each signs, also after one was pulled half w
     assert.equal(reply.status_cd, 1, reply.result);
   };
   await signed(1, PINS[1]);
-  assert.equal(await pinentry.asked(), "", "the PIN of the first token that signs is asked for by the program");
+  assert.equal(await pinentry.asked(), "", "the PIN of the first token that signs is asked for by the host");
   await signed(0);
   await pull(1);
   const failed = await signWith(host, 0, certificates[0]);

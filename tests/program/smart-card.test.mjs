@@ -1,4 +1,4 @@
-// What people do with a smart card while the program runs. Reader, card service and OpenSC are those of every desktop; the
+// What people do with a smart card while the host runs. Reader, card service and OpenSC are those of every desktop; the
 // card is software.
 
 import assert from "node:assert/strict";

@@ -1,4 +1,4 @@
-// The program on Wayland, at the scales of common screens, with the keyboard alone.
+// The host on Wayland, at the scales of common screens, with the keyboard alone.
 
 import assert from "node:assert/strict";
 import { mkdir } from "node:fs/promises";

@@ -1,6 +1,6 @@
-// The selection flow without a window, linked in place of the program's: the user chooses the token's first
+// The selection flow without a window, linked in place of the host's: the user chooses the token's first
 // certificate, cancels when there is none, and stays with what has been chosen before. His PIN is in
-// QM_USER_PIN, when that is set. What the program does besides can so be tested, fuzzed and measured without
+// QM_USER_PIN, when that is set. What the host does besides can so be tested, fuzzed and measured without
 // a display.
 
 #include "QMNativeMessagingHost.h"

@@ -21,7 +21,7 @@ export default function ({ rig, attack }) {
     assert.deepEqual(await rig.program.running(), []);
   });
 
-  attack("an extension that is loaded anew takes the program and its window with it", async (t) => {
+  attack("an extension that is loaded anew takes the host and its window with it", async (t) => {
     const { page } = await rig.freshPage(t, { allowed: true });
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();

@@ -8,7 +8,7 @@ const TABS = 3;
 const WAITING = 51;
 
 export default function ({ rig, attack }) {
-  attack(`taking "always" back ends the ${WAITING} signatures that wait, and the program with the PIN`, async (t) => {
+  attack(`taking "always" back ends the ${WAITING} signatures that wait, and the host with the PIN`, async (t) => {
     const origin = await rig.freshOrigin(t);
     await rig.allow(origin);
     const pages = [];
@@ -16,7 +16,7 @@ export default function ({ rig, attack }) {
     const first = await rig.user.chooseAndLogIn(ask(pages[0], "signAuthToken", ["token"]));
     assert.ok(first.value);
 
-    // A window holds the program; the PDF documents behind it would need none.
+    // A window holds the host; the PDF documents behind it would need none.
     const holding = askWithoutGesture(pages[0], "selectCertificate");
     await rig.user.certificateWindow();
     const requests = pages.map((page) => page.evaluate(

@@ -1,11 +1,11 @@
-// What would keep the PIN longer than the user wants: a site that asks nothing but whether the program lives, a locked screen.
+// What would keep the PIN longer than the user wants: a site that asks nothing but whether the host lives, a locked screen.
 
 import assert from "node:assert/strict";
 
 import { ask, askWithoutGesture, sleep } from "../../lib/browser-kit.mjs";
 
 export default function ({ name, rig, attack }) {
-  attack("signs of life do not keep the PIN: the program ends after a quiet minute, where one is set", async (t) => {
+  attack("signs of life do not keep the PIN: the host ends after a quiet minute, where one is set", async (t) => {
     const origin = await rig.freshOrigin(t);
     await rig.allow(origin);
     const setQuietTime = (minutes) => rig.extension.evaluate(async (quietMinutes) => {
@@ -20,7 +20,7 @@ export default function ({ name, rig, attack }) {
     const end = Date.now() + 75_000;
     // After the end a sign of life starts a program anew, which knows no PIN.
     while ((await rig.program.running()).includes(program)) {
-      if (Date.now() > end) throw new Error("The program that knows the PIN still runs after 75 seconds of signs of life");
+      if (Date.now() > end) throw new Error("The host that knows the PIN still runs after 75 seconds of signs of life");
       await askWithoutGesture(page, "status", [{ checkHost: true }]);
       await sleep(3_000);
     }
@@ -28,7 +28,7 @@ export default function ({ name, rig, attack }) {
 
   // Firefox does not tell of a locked screen.
   if (name === "chromium") {
-    attack("a locked screen ends the program and its PIN", async (t) => {
+    attack("a locked screen ends the host and its PIN", async (t) => {
       const { page } = await rig.freshPage(t, { allowed: true });
       assert.equal((await ask(page, "status", [], { checkHost: true })).value.host, "running");
       await rig.world.desktop.run("xset", ["s", "activate"]);

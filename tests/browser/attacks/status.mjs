@@ -1,11 +1,11 @@
-// When to strike: what a page learns of the program and of others' requests.
+// When to strike: what a page learns of the host and of others' requests.
 
 import assert from "node:assert/strict";
 
 import { ask, askWithoutGesture, codeOf, statusOf, waitFor } from "../../lib/browser-kit.mjs";
 
 export default function ({ rig, attack }) {
-  attack("a page that is not allowed learns neither whether the program runs nor how many requests wait", async (t) => {
+  attack("a page that is not allowed learns neither whether the host runs nor how many requests wait", async (t) => {
     const [allowed, curious] = [await rig.freshOrigin(t), await rig.freshOrigin(t)];
     await rig.allow(allowed);
     const spy = await rig.page(t, { origin: curious });

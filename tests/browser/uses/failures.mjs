@@ -65,7 +65,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
   });
 
   browserTest("an income-tax return is signed by the key that its hash names", async (t) => {
-    // The program reads the hash as the key's name, and what it decodes to as Base64 once more.
+    // The host reads the hash as the key's name, and what it decodes to as Base64 once more.
     const digest = Buffer.alloc(33, "digest-").toString("base64");
     const hash = Buffer.from(digest).toString("base64");
     await rig.program.useToken(t, await rig.world.fakeToken({ certificates: [{ certificate: rig.certificate, id: Buffer.from(hash) }] }));
@@ -75,7 +75,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.equal(signed.subarray(-33).toString(), bytesOf(digest).toString());
   });
 
-  browserTest("a token's failure is TOKEN_ERROR with its PKCS#11 name, a pulled one TOKEN_MISSING, and the program starts anew", async (t) => {
+  browserTest("a token's failure is TOKEN_ERROR with its PKCS#11 name, a pulled one TOKEN_MISSING, and the host starts anew", async (t) => {
     const failing = (rv, nth) => ({ call: "C_Sign", rv, nth });
     await rig.program.useToken(t, await rig.world.fakeToken({
       certificates: [{ certificate: rig.certificate, id: "01" }],
@@ -107,7 +107,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.notDeepEqual(await rig.program.running(), [program]);
   });
 
-  browserTest("an abort closes the program's window, and the next request is served by a new program", async (t) => {
+  browserTest("an abort closes the host's window, and the next request is served by a new host", async (t) => {
     const page = await allowedPage(t);
     const request = ask(page, "selectCertificate");
     await rig.user.certificateWindow();
@@ -119,7 +119,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.equal(again.value.CertThumbPrint, rig.certificate.thumbprint);
   });
 
-  browserTest("the end of the user's time is TIMEOUT, and closes the program's window", async (t) => {
+  browserTest("the end of the user's time is TIMEOUT, and closes the host's window", async (t) => {
     const page = await allowedPage(t);
     const request = ask(page, "selectCertificate", [], { timeout: 2_500 });
     await rig.user.certificateWindow();
@@ -128,7 +128,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.equal(await rig.user.seesAWindow(), false);
   });
 
-  browserTest("a page that is closed takes the program with it", async (t) => {
+  browserTest("a page that is closed takes the host with it", async (t) => {
     const page = await allowedPage(t);
     const request = ask(page, "selectCertificate");
     request.catch(() => {});
@@ -151,7 +151,7 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
     assert.equal((await rig.program.running()).length, 1);
     const waited = (await Promise.all(pages.map((page) => page.evaluate(() => window.progress)))).flat();
     assert.ok(waited.some((state) => state > 0), `told to wait: ${waited}`);
-    // One tab still uses the program when the other is closed.
+    // One tab still uses the host when the other is closed.
     await pages[0].close();
     await sleep(500);
     assert.equal((await rig.program.running()).length, 1);

@@ -31,7 +31,7 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");
   });
 
-  browserTest("a browser that is killed takes the program with it within 3 seconds, with its window open once that is answered", async (t) => {
+  browserTest("a browser that is killed takes the host with it within 3 seconds, with its window open once that is answered", async (t) => {
     const page = await allowedPage(t);
     assert.equal((await askWithoutGesture(page, "status", [], { checkHost: true })).value.host, "running");
     rig.browser.process().kill("SIGKILL");
@@ -51,7 +51,7 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
     assert.match(stdout.toString(), /PDF signed: pdfsig says that the signature is valid/);
   });
 
-  browserTest("without a registration the program is HOST_MISSING, also after an uninstall", async (t) => {
+  browserTest("without a registration the host is HOST_MISSING, also after an uninstall", async (t) => {
     const page = await allowedPage(t);
     await rm(rig.program.manifest(name));
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");

@@ -74,7 +74,7 @@ export function signingTests({ name, rig, browserTest, check, pdfIsValid, allowe
     assert.equal(codeOf(await strange.evaluate((n) => window.ask("signGstReturn", ["x".repeat(n)]), limit + 1)), "TOO_LARGE");
   });
 
-  browserTest("the longest token text reaches the program in one piece, and one byte more is TOO_LARGE", async (t) => {
+  browserTest("the longest token text reaches the host in one piece, and one byte more is TOO_LARGE", async (t) => {
     const page = await allowedPage(t);
     const sign = (length) => page.evaluate((n) => window.ask("signAuthToken", ["y".repeat(n)]), length);
     const limit = 64 * 1024 * 1024 - 4096 - JSON.stringify({ authToken: "" }).length;

@@ -1,4 +1,4 @@
-// Holds the program for two seconds where it starts its timer: before it hides the window of its start.
+// Holds the host for two seconds where it starts its timer: before it hides the window of its start.
 
 #include <dlfcn.h>
 #include <wx/timer.h>

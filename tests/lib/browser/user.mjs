@@ -70,7 +70,7 @@ export class BrowserUser extends User {
     await this.gone(id);
   }
 
-  // Another window may have the keyboard, or take it while this one waits, as the program's does when its list is there.
+  // Another window may have the keyboard, or take it while this one waits, as the host's does when its list is there.
   async #inFront(id, whenReady) {
     await waitFor("the question to take an answer", async () => {
       await this.desktop.focus(id);

@@ -110,7 +110,7 @@ export class Desktop {
   /** Gives the window the keyboard, then types the text with real keys. */
   async type(id, text) {
     await this.focus(id);
-    // For a letter that no key has, a key is given to it for a moment: the program must look within that moment.
+    // For a letter that no key has, a key is given to it for a moment: the host must look within that moment.
     const delay = /^[ -~]*$/.test(text) ? "15" : "400";
     await this.#xdotool("type", "--delay", delay, "--", text);
   }

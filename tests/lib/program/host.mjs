@@ -23,7 +23,7 @@ export class Host {
    * - `settings`: "QMHostSettings.json", as an object or as the file's text or bytes; null for none. By default all is logged.
    * - `logo`: whether "QMLogo.png" is there
    * - `prepare(folder)`: whatever else the folder needs
-   * - `wrapper`: a command in front of the program, such as valgrind with its options
+   * - `wrapper`: a command in front of the host, such as valgrind with its options
    * - `folder`: a folder of an earlier host, to go on in
    * - `program`: another program than that in the folder, as a path; it is started in its own folder
    */

@@ -1,4 +1,4 @@
-// The program as it is installed in a home, where browsers find and start it.
+// The host as it is installed in a home, where browsers find and start it.
 
 import { copyFile, readdir, readlink, rm, symlink, writeFile } from "node:fs/promises";
 import { basename, join } from "node:path";
@@ -49,7 +49,7 @@ export class InstalledProgram {
     await token.prepare(this.folder);
   }
 
-  /** Puts a script in the program's place until the test `t` ends. It answers each request by what it is given here. */
+  /** Puts a script in the host's place until the test `t` ends. It answers each request by what it is given here. */
   async useBrokenProgram(t, answer) {
     const script = BROKEN_PROGRAM.replace("ANSWER", answer);
     await this.#replace(t, this.#product.program, (file) => writeFile(file, script, { mode: 0o755 }));

@@ -15,7 +15,7 @@ export const CK = {
   CKR_CRYPTOKI_ALREADY_INITIALIZED: 0x191,
 };
 
-/** The entry points that the program resolves, in its order. */
+/** The entry points that the host resolves, in its order. */
 export const ENTRY_POINTS = ["C_Initialize", "C_Finalize", "C_GetSlotList", "C_OpenSession", "C_Login",
   "C_GetAttributeValue", "C_FindObjectsInit", "C_FindObjects", "C_FindObjectsFinal", "C_SignInit", "C_Sign",
   "C_SignFinal"];

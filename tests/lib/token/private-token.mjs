@@ -21,7 +21,7 @@ export function asUserInGroup(group) {
 
 /**
  * The token of one module, whose .module file has these lines, for a program that runs with its `env`, behind `asUser`.
- * `folder` becomes the program's home; `certificate` is the user's certificate on the token.
+ * `folder` becomes the host's home; `certificate` is the user's certificate on the token.
  */
 export async function privateToken(folder, lines, { pin, certificate, env = {} }) {
   const home = await p11KitHome(folder, lines);

@@ -1,4 +1,4 @@
-// The n-th allocation of a request fails, for every n until none does: one reply or the end of the program,
+// The n-th allocation of a request fails, for every n until none does: one reply or the end of the host,
 // never half a request, never a crash, and the next request is served.
 
 #include "FailingAllocations.h"

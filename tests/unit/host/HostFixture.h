@@ -8,7 +8,7 @@
 
 #include <string>
 
-/// A test in a new working directory of its own, with the program's globals at their initial values.
+/// A test in a new working directory of its own, with the host's globals at their initial values.
 class HostFixture : public ::testing::Test {
 protected:
     HostFixture() {

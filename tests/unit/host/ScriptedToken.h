@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// The program's token manager on the scripted PKCS#11 module of tests/fakes/program. One key and its
+/// The host's token manager on the scripted PKCS#11 module of tests/fakes/program. One key and its
 /// certificate, whose CKA_ID is "01"; a test may add more to `script` before it loads the module.
 class ScriptedToken : public HostFixture {
 protected:
