@@ -60,7 +60,8 @@ Outcome RunCommand(const std::string& command, const std::optional<std::string>&
         if (!typed || !run.output.ends_with("): "))
             continue;
         WaitUntilSilent(terminal);
-        // A key that interrupts has no effect between the question and libcrypto's read; who sees nothing happen presses it again.
+        // A key that interrupts has no effect between the question and libcrypto's read; who sees nothing
+        // happen presses it again.
         do {
             if (write(terminal, typed->data(), typed->size()) < 0)
                 ADD_FAILURE() << "the terminal takes no input";
