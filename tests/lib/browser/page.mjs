@@ -40,8 +40,28 @@ export async function ready(page) {
 
 /** Clicks in the page or frame, at a place where a click does nothing. */
 export async function gesture(page) {
-  await ("page" in page ? page.page() : page).bringToFront();
-  await page.click("#gesture");
+  const top = "page" in page ? page.page() : page;
+  await top.bringToFront();
+  if (top === page) return page.click("#gesture");
+  const { x, y } = await middleOf(page);
+  return top.mouse.click(x, y);
+}
+
+// In the whole page. Firefox before 153 does not tell where a frame is.
+async function middleOf(frame) {
+  const places = [await frame.evaluate(() => {
+    const { x, y, width, height } = document.getElementById("gesture").getBoundingClientRect();
+    return { x: x + width / 2, y: y + height / 2 };
+  })];
+  for (let inner = frame, outer; (outer = inner.parentFrame()); inner = outer) {
+    const index = outer.childFrames().indexOf(inner);
+    places.push(await outer.evaluate((i) => {
+      const element = document.querySelectorAll("iframe")[i];
+      const { x, y } = element.getBoundingClientRect();
+      return { x: x + element.clientLeft, y: y + element.clientTop };
+    }, index));
+  }
+  return { x: places.reduce((sum, place) => sum + place.x, 0), y: places.reduce((sum, place) => sum + place.y, 0) };
 }
 
 /** Calls an operation of the page library in a page or frame: { value } or { code, message, detail, ckr }. */
