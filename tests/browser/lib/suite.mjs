@@ -73,7 +73,7 @@ export function browserTests(name) {
   before(() => rig.addPage("/cover", COVER));
   for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
-  registrationTests(suite);
   doctorTests(suite);
+  registrationTests(suite);
   policyAttacks({ name, rig, attack: browserTest });
 }

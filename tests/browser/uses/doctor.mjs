@@ -1,4 +1,4 @@
-// What the doctor says of a browser is what the browser does. The tests start the browser anew, so they come last.
+// What the doctor says of a browser is what the browser does. The tests start the browser anew, so they come late.
 
 import assert from "node:assert/strict";
 import { readFile, writeFile } from "node:fs/promises";
