@@ -33,6 +33,7 @@ export async function load(bytes) {
     useSystemFonts: false,
     // It does not go on behind what it cannot read: see `checkComplete`.
     stopAtErrors: true,
+    verbosity: 0,
   });
   try {
     const document = await loading.promise;
