@@ -13,7 +13,7 @@ export class Arming {
   #onChange;
   #place = "";
   #calmSince = Infinity;
-  #pressedTooEarly = false;
+  #pressedAt = -Infinity;
   isArmed = false;
 
   /** `onChange(isArmed)` is called with each change, and once at the beginning with false. */
@@ -30,7 +30,7 @@ export class Arming {
 
   /** Whether a click or key counts: it is the user's, and was begun and ended while the window was armed. */
   takes(event) {
-    return event.isTrusted && this.isArmed && !this.#pressedTooEarly;
+    return event.isTrusted && this.isArmed && this.#pressedAt > this.#calmSince;
   }
 
   restart() {
@@ -41,8 +41,9 @@ export class Arming {
 
   // A key that is held down repeats; it was pressed before.
   #press(event) {
-    this.#pressedTooEarly = !this.isArmed || event.repeat;
-    if (this.#pressedTooEarly) this.restart();
+    const isTooEarly = !this.isArmed || event.repeat;
+    this.#pressedAt = isTooEarly ? -Infinity : performance.now();
+    if (isTooEarly) this.restart();
   }
 
   #look() {

@@ -1,16 +1,13 @@
 /** Draws a document's pages: those in sight and their neighbours, however many there are. */
 
-import { AnnotationMode, getDocument, GlobalWorkerOptions, PDFWorker } from "../libraries/pdfjs.js";
-import { refusal } from "../src/pdf/refusal.js";
-
-const LIBRARIES = new URL("../libraries/", import.meta.url).href;
-GlobalWorkerOptions.workerSrc = `${LIBRARIES}pdfjs-worker.js`;
-
-// One for all documents: its start takes longer than to read a short one.
-const worker = new PDFWorker();
+import { AnnotationMode } from "../libraries/pdfjs.js";
+import { checkComplete, load } from "./drawing.js";
 
 /** Above this many dots a page is drawn coarser than the screen is. */
 const MAX_DOTS = 16_000_000;
+
+/** What every browser's canvas can have at a side. */
+const MAX_SIDE = 16_384;
 
 /** How far around the window pages are drawn already. */
 const MARGIN = "600px";
@@ -18,56 +15,32 @@ const MARGIN = "600px";
 const MARGIN_OF_PAGE = 10;
 const ZOOMS = [0.25, 0.5, 0.75, 1, 1.25, 1.5, 2, 3, 4];
 
-/** Reads the document of these bytes, which are taken away. Throws DOCUMENT_REFUSED for one that cannot be drawn. */
-async function load(bytes) {
-  const loading = getDocument({
-    data: bytes,
-    worker,
-    cMapUrl: `${LIBRARIES}pdfjs/cmaps/`,
-    standardFontDataUrl: `${LIBRARIES}pdfjs/standard_fonts/`,
-    iccUrl: `${LIBRARIES}pdfjs/iccs/`,
-    wasmUrl: `${LIBRARIES}pdfjs/wasm/`,
-    useWasm: false,
-    isEvalSupported: false,
-    enableXfa: false,
-    useSystemFonts: false,
-  });
-  try {
-    const document = await loading.promise;
-    return { document, first: (await document.getPage(1)).getViewport({ scale: 1 }) };
-  } catch (error) {
-    await loading.destroy();
-    throw refusal(`it cannot be drawn (${error.message}).`);
-  }
-}
-
-/** Throws DOCUMENT_REFUSED for a document that cannot be drawn, or has other pages than these for pdf.js. */
-export async function checkDrawable(bytes, pages) {
-  const { document } = await load(bytes);
-  const { numPages } = document;
-  await document.loadingTask.destroy();
-  if (numPages !== pages) throw refusal("readers find different pages in it. Export it once more.");
-}
-
 export class PagesView {
   #container;
-  #onPage;
+  #onSight;
   #onBroken;
   #document;
   #pages = [];
   #observer;
   #zoom = 1;
+  #width;
 
-  /** `onPage(number, count)` is called with the page in sight. */
-  constructor(container, onPage) {
+  /** `onSight(number, count)` is called with the page in the middle, and also when more or fewer of those in sight are drawn. */
+  constructor(container, onSight) {
     this.#container = container;
-    this.#onPage = onPage;
-    container.addEventListener("scroll", () => this.#tellPage());
+    this.#onSight = onSight;
+    container.addEventListener("scroll", () => this.#tellSight());
     new ResizeObserver(() => this.#layOut()).observe(container);
   }
 
+  /** Whether everything in sight is drawn. */
+  get isDrawn() {
+    const inSight = this.#inSight();
+    return inSight.length > 0 && inSight.every(({ canvas }) => canvas);
+  }
+
   /**
-   * Shows the document of these bytes, which are taken away; resolves when its first pages are drawn. `onBroken(number)` is
+   * Shows the document of these bytes, which are taken away; resolves when its page in sight is drawn. `onBroken(number)` is
    * called with a page that cannot be drawn, then or later.
    */
   async show(bytes, { keepsPlace = false, onBroken }) {
@@ -86,7 +59,7 @@ export class PagesView {
     for (const { element } of this.#pages) this.#observer.observe(element);
     await this.#draw(start);
     this.#container.setAttribute("aria-busy", "false");
-    this.#tellPage();
+    this.#tellSight();
   }
 
   async close() {
@@ -122,16 +95,19 @@ export class PagesView {
     return { index, element, width, height };
   }
 
+  // Each page is as wide as there is room: beside a very wide one others can be read too.
   #layOut() {
-    const room = this.#container.clientWidth - 2 * MARGIN_OF_PAGE;
-    const widest = Math.max(1, ...this.#pages.map(({ width }) => width));
-    const scale = (room / widest) * this.#zoom;
+    this.#width = Math.max(1, this.#container.clientWidth - 2 * MARGIN_OF_PAGE) * this.#zoom;
     for (const page of this.#pages) {
-      page.scale = scale;
-      page.element.style.width = `${page.width * scale}px`;
-      page.element.style.height = `${page.height * scale}px`;
+      this.#fit(page);
       if (page.canvas) void this.#draw(page);
     }
+    this.#tellSight();
+  }
+
+  #fit({ element, width, height }) {
+    element.style.width = `${this.#width}px`;
+    element.style.height = `${(this.#width * height) / width}px`;
   }
 
   #look(entries) {
@@ -140,42 +116,44 @@ export class PagesView {
       if (isIntersecting) void this.#draw(page);
       else this.#forget(page);
     }
+    this.#tellSight();
   }
 
   /** Resolves when the page is drawn in the size that it has. */
   #draw(page) {
-    const wanted = page.scale * devicePixelRatio;
-    if (this.#document && page.drawing !== wanted) {
-      page.drawing = wanted;
+    const dots = this.#width * devicePixelRatio;
+    if (this.#document && page.drawing !== dots) {
+      page.drawing = dots;
       page.task?.cancel();
-      page.drawn = this.#drawAnew(page, wanted);
+      page.drawn = this.#drawAnew(page, dots);
     }
     return page.drawn;
   }
 
-  async #drawAnew(page, wanted) {
+  async #drawAnew(page, dots) {
     const document = this.#document;
     try {
       const proxy = await document.getPage(page.index + 1);
       page.viewport = proxy.getViewport({ scale: 1 });
       const { width, height } = page.viewport;
-      if (width !== page.width || height !== page.height) {
-        Object.assign(page, { width, height });
-        page.element.style.width = `${width * page.scale}px`;
-        page.element.style.height = `${height * page.scale}px`;
-      }
-      const viewport = proxy.getViewport({ scale: Math.min(wanted, Math.sqrt(MAX_DOTS / (width * height))) });
+      if (width !== page.width || height !== page.height) this.#fit(Object.assign(page, { width, height }));
+      await checkComplete(document, proxy);
+      if (page.drawing !== dots) return;
+      const scale = Math.min(dots / width, Math.sqrt(MAX_DOTS / (width * height)), MAX_SIDE / Math.max(width, height));
+      const viewport = proxy.getViewport({ scale });
       const canvas = globalThis.document.createElement("canvas");
-      canvas.width = Math.round(viewport.width);
-      canvas.height = Math.round(viewport.height);
+      canvas.width = Math.max(1, Math.round(viewport.width));
+      canvas.height = Math.max(1, Math.round(viewport.height));
       page.task = proxy.render({ canvas, viewport, annotationMode: AnnotationMode.ENABLE });
       await page.task.promise;
-      if (page.drawing !== wanted) return;
+      if (page.drawing !== dots) return;
       page.canvas = canvas;
       page.element.replaceChildren(canvas);
+      this.#tellSight();
     } catch (error) {
       // A document that was closed meanwhile is broken by that.
       if (error.name === "RenderingCancelledException" || document !== this.#document) return;
+      page.canvas = undefined;
       page.element.textContent = `This page cannot be drawn: ${error.message}`;
       this.#onBroken(page.index + 1);
     }
@@ -193,7 +171,13 @@ export class PagesView {
     return after === -1 ? this.#pages.length : Math.max(1, after);
   }
 
-  #tellPage() {
-    if (this.#pages.length > 0) this.#onPage(this.#pageInSight(), this.#pages.length);
+  #inSight() {
+    const top = this.#container.scrollTop;
+    const bottom = top + this.#container.clientHeight;
+    return this.#pages.filter(({ element: { offsetTop, offsetHeight } }) => offsetTop < bottom && offsetTop + offsetHeight > top);
+  }
+
+  #tellSight() {
+    if (this.#pages.length > 0) this.#onSight(this.#pageInSight(), this.#pages.length);
   }
 }

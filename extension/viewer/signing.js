@@ -40,6 +40,8 @@ export async function signAll(background, documents, { chain, timestamp }, onPro
     if (token || others.length > 0) signature = extended(signature, { chain: others, token });
     const appended = made.insert(signature);
     await checkFinished(document.file, appended, certificate);
+    // A page of it has turned out meanwhile not to be drawable.
+    if (document.broken) throw document.broken;
     return appended;
   };
 

@@ -13,7 +13,8 @@ import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
 import { numbered, showAbout, summaryOf } from "./about.js";
 import { Background } from "./calls.js";
-import { checkDrawable, PagesView } from "./pages-view.js";
+import { checkDrawable } from "./drawing.js";
+import { PagesView } from "./pages-view.js";
 import { letPlace } from "./placing.js";
 import { signAll, withField } from "./signing.js";
 
@@ -29,6 +30,7 @@ for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) =
 
 const view = new PagesView(element("pages"), (page, count) => {
   element("page").textContent = `Page ${page.toLocaleString()} of ${count.toLocaleString()}`;
+  showReady();
 });
 const background = new Background({ onQuestion: (given) => void begin(given).catch(fail), onGone });
 
@@ -36,6 +38,7 @@ let question;
 let documents;
 let shown;
 let arming;
+let isOpen = false;
 let isSigning = false;
 
 async function begin(given) {
@@ -136,7 +139,7 @@ async function open(i, { keepsPlace = false } = {}) {
   const document = documents[i];
   if (document.error) return;
   // Until it is drawn, nothing is signed.
-  element("sign").disabled = true;
+  setOpen(false);
   element("pages").ariaBusy = "true";
   const { file: drawn } = await withField(document, { signer: NAME_TO_COME });
   if (!keepsPlace) showAbout(document);
@@ -148,17 +151,34 @@ async function open(i, { keepsPlace = false } = {}) {
   shown = i;
   showSign();
   element("loading").hidden = true;
-  element("sign").disabled = false;
-  // What is in sight has changed, and the user has to see it.
-  arming.restart();
+  setOpen(true);
   for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
+}
+
+function setOpen(value) {
+  isOpen = value;
+  showReady();
+}
+
+// "Sign" is there while all that is in sight is drawn. Each time that it comes, what is in sight has changed, and the user has to
+// see it.
+function showReady() {
+  const isReady = isOpen && view.isDrawn;
+  if (element("sign").disabled === !isReady) return;
+  element("sign").disabled = !isReady;
+  if (isReady) arming.restart();
 }
 
 // Nobody signs what he cannot see.
 async function refuseOpened(i, page) {
-  if (isSigning || documents[i].error) return;
-  element("sign").disabled = true;
-  await refuse(i, refusal(`its page ${page} cannot be drawn. Save it anew in the program that it comes from.`));
+  if (documents[i].error) return;
+  const error = refusal(`its page ${page} cannot be drawn. Save it anew in the program that it comes from.`);
+  if (isSigning) {
+    documents[i].broken = error;
+    return;
+  }
+  setOpen(false);
+  await refuse(i, error);
   await showRest(i);
 }
 
@@ -167,7 +187,7 @@ function showSign() {
   const unseen = signable.filter(({ isSeen }) => !isSeen).length;
   const words = unseen > 0 ? `, ${unseen.toLocaleString()} not opened` : "";
   if (documents.length > 1) element("sign").textContent = `Sign ${numbered(signable.length, "document", "documents")}${words}`;
-  element("next").hidden = unseen === 0;
+  element("next").hidden = unseen === 0 || documents.length === 1;
 }
 
 function showList() {
@@ -221,7 +241,8 @@ function arm() {
 }
 
 function deny() {
-  element("deny").disabled = element("sign").disabled = true;
+  setOpen(false);
+  element("deny").disabled = true;
   background.answer("deny");
 }
 

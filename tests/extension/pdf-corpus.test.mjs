@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 
+import { checkComplete, load } from "../../extension/viewer/drawing.js";
 import { makeCorpus } from "./pdf/corpus.mjs";
 import { facts, Signer } from "./pdf/sign.mjs";
 
@@ -37,4 +38,14 @@ test("A document of every maker is signed once and twice, and the judges find ev
   }
   process.stderr.write(`${table.join("\n")}\n${2 * table.length} signed files judged\n`);
   assert.deepEqual(failures, []);
+});
+
+test("Every page of theirs can be drawn whole", async () => {
+  for (const { maker, bytes } of documents) {
+    const { document } = await load(new Uint8Array(bytes));
+    for (let page = 1; page <= document.numPages; page++) {
+      await assert.doesNotReject(async () => checkComplete(document, await document.getPage(page)), `${maker}, page ${page}`);
+    }
+    await document.loadingTask.destroy();
+  }
 });

@@ -70,6 +70,28 @@ test("More than the limits is refused: bytes, pages, and parts that would fill t
   await refused(fromLatin1(`${head}${stream}startxref\n${head.length}\n%%EOF`), /larger than those of a document/);
 });
 
+test("A page that is too thin or too large to be seen is refused, and the largest that there can be is not", async () => {
+  const page = (box) => made((document) => document.addPage().node.set(PDFName.of("MediaBox"), document.context.obj(box)));
+  for (const [box, words] of [
+    [[0, 0, 2_000_000, 5], /its page 2 is larger/],
+    [[0, 0, 5, 14_401], /its page 2 is larger/],
+    [[0, 0, 400, 2], /its page 2 is too thin/],
+    [[300, 0, 302, 400], /its page 2 is too thin/],
+    [[0, 0, 400], /its page 2 is too thin/],
+  ]) await refused(await page(box), words);
+  for (const box of [[0, 0, 14_400, 3], [400, 500, 0, 0]]) assert.equal((await facts(await page(box))).pages, 2);
+  // What is shown of a page is what its two boxes have in common.
+  const cropped = (box) => made((document) => document.getPage(0).node.set(PDFName.of("CropBox"), document.context.obj(box)));
+  await refused(await cropped([0, 0, 400, 1]), /its page 1 is too thin/);
+  await refused(await cropped([594, 0, 9_000, 800]), /its page 1 is too thin/);
+  assert.equal((await facts(await cropped([-50, -50, 9_000, 9_000]))).pages, 1);
+  // And a box can be that of all pages.
+  await refused(await made((document) => {
+    document.getPage(0).node.delete(PDFName.of("MediaBox"));
+    document.catalog.Pages().set(PDFName.of("MediaBox"), document.context.obj([0, 0, 2_000_000, 5]));
+  }), /its page 1 is larger/);
+});
+
 test("A cross-reference that leads nowhere, in a circle or to another object is refused", async () => {
   const text = latin1(await made());
   await refused(fromLatin1(text.replace(/startxref\s+\d+/, "startxref\n5")), /damaged/);

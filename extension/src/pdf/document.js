@@ -5,12 +5,14 @@ import { digestOf } from "../digest.js";
 import { joined, sameBytes } from "./bytes.js";
 import { PdfFile } from "./file.js";
 import { partsNotShown } from "./parts.js";
+import { checkShapes } from "./shapes.js";
 import { checkPermitted, signaturesOf } from "./signed.js";
 
 /** The file of these bytes, which may get a signature. Throws DOCUMENT_REFUSED for any other. */
 export function opened(bytes) {
   const file = new PdfFile(bytes);
   checkPermitted(file);
+  checkShapes(file);
   return file;
 }
 

@@ -185,14 +185,8 @@ function appearanceStream(file, update, page, { rectangle, picture }, time) {
   );
 }
 
-// A page has it from the nodes above when it has none of its own (7.7.3.4).
 function rotationOf(file, page) {
-  let node = file.get(page);
-  for (let hops = 0; node && hops < 50; hops++) {
-    const rotation = file.member(node, "Rotate", PDFNumber)?.asNumber();
-    if (rotation !== undefined) return (((Math.round(rotation / 90) * 90) % 360) + 360) % 360;
-    node = file.member(node, "Parent", PDFDict);
-  }
-  return 0;
+  const rotation = file.inherited(page, "Rotate");
+  return rotation instanceof PDFNumber ? (((Math.round(rotation.asNumber() / 90) * 90) % 360) + 360) % 360 : 0;
 }
 

@@ -89,6 +89,17 @@ export class PdfFile {
     return Type && !(value instanceof Type) ? undefined : value;
   }
 
+  /** A page's member, which it has from the nodes above when it has none of its own (7.7.3.4). */
+  inherited(page, key) {
+    let node = this.get(page);
+    for (let hops = 0; node && hops < 50; hops++) {
+      const value = this.member(node, key);
+      if (value !== undefined) return value;
+      node = this.member(node, "Parent", PDFDict);
+    }
+    return undefined;
+  }
+
   get catalog() {
     const catalog = this.get(this.trailer.get(name("Root")));
     if (!(catalog instanceof PDFDict)) throw refusal(DAMAGED);

@@ -4,6 +4,9 @@ import assert from "node:assert/strict";
 import { writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
+import { PDFDocument, PDFName } from "pdf-lib";
+
+import { jbig2 } from "../../extension/pdf/pictures.mjs";
 import { bytesOf, gesture, run, sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { assertStruck, openCover, openRawChannel } from "../lib/attacker.mjs";
 import { askToSign, documentOf, pdfPage, textsIn } from "../uses/pdf.mjs";
@@ -185,10 +188,89 @@ export default function ({ name, rig, attack }) {
     await assertUnanswered(question);
   });
 
+  /** A document of two pages, of which the second has this content and these resources. */
+  async function documentWith(height, content, resources = () => ({})) {
+    const document = await PDFDocument.create();
+    document.addPage([600, height]).drawText("Harmless", { x: 20, y: 20 });
+    const { context } = document;
+    const { node } = document.addPage([600, 700]);
+    node.set(PDFName.of("Contents"), context.register(context.flateStream(content)));
+    node.set(PDFName.of("Resources"), context.obj(resources(context)));
+    return Buffer.from(await document.save()).toString("base64");
+  }
+
+  async function refusedAsDrawn(t, content, words) {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    const [{ code, message }] = await askToSign(page, [{ content }]);
+    assert.equal(code, "DOCUMENT_REFUSED");
+    assert.match(message, words);
+  }
+
+  attack("a document with a picture that is not drawn is not signed", async (t) => {
+    const picture = { Subtype: "Image", Width: 128, Height: 128, ColorSpace: "DeviceGray", BitsPerComponent: 1, Filter: "JBIG2Decode" };
+    const content = await documentWith(100, "q 200 0 0 200 20 20 cm /I Do Q", (context) => ({
+      XObject: { I: context.register(context.stream(jbig2(4), picture)) },
+    }));
+    await refusedAsDrawn(t, content, /its page 2 cannot be drawn/);
+  });
+
+  attack("a document of which a part is left out by the drawing is not signed", async (t) => {
+    await refusedAsDrawn(t, await documentWith(100, "BT /F 12 Tf 10 10 Td (Pay 99999) Tj ET"), /its page [12] cannot be drawn/);
+    const inline = "q 200 0 0 200 20 20 cm BI /W 16 /H 16 /CS /G /BPC 8 /F /DCT ID nothing EI Q";
+    await refusedAsDrawn(t, await documentWith(100, inline), /its page [12] cannot be drawn/);
+  });
+
+  const signState = () => rig.extension.documents(() => ({
+    canSign: !document.querySelector("#sign").disabled,
+    isArmed: document.querySelector("#sign").ariaDisabled === "false",
+    drawn: document.querySelectorAll("#pages canvas").length,
+  }));
+
+  attack("a document cannot be signed while a page in sight is not drawn yet", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    // It takes seconds until its text is drawn.
+    const heavy = `1 g\n${"0 0 600 700 re f\n".repeat(80_000)}0 g 50 300 500 100 re f\n`;
+    const request = askToSign(page, [{ content: await documentWith(100, heavy) }]);
+    await rig.user.documentsSoon(origin);
+    const early = await waitFor("the first page", async () => {
+      const state = await signState();
+      return state?.drawn > 0 && state;
+    });
+    await rig.screenshot("documents-being-drawn");
+    assert.equal(early.drawn, 1, "the second page is still being drawn");
+    assert.equal(early.canSign, false);
+    const after = await waitFor("Sign", async () => {
+      const state = await signState();
+      return state.canSign && state;
+    }, { timeout: 120_000 });
+    assert.equal(after.drawn, 2);
+    assert.equal(after.isArmed, false, "it waits once more");
+    await rig.user.answerDocuments(origin, "deny");
+    await request;
+  });
+
+  attack("a very wide page leaves the others to be read", async (t) => {
+    const origin = await rig.freshOrigin(t);
+    const page = await pdfPage(rig, t, { origin });
+    const document = await PDFDocument.create();
+    document.addPage([14_400, 20]);
+    document.addPage([600, 700]).drawText("I owe you 99,999", { x: 50, y: 400, size: 40 });
+    const request = askToSign(page, [{ content: Buffer.from(await document.save()).toString("base64") }]);
+    await rig.user.documentsWindow(origin);
+    await rig.screenshot("documents-wide");
+    const sizes = await rig.extension.documents(() =>
+      [...document.querySelectorAll("#pages canvas")].map((canvas) => [canvas.width, canvas.height, canvas.getBoundingClientRect().width]));
+    assert.equal(sizes.length, 2);
+    for (const [width, height, shown] of sizes) assert.ok(width >= 300 && height >= 1 && shown >= 300, JSON.stringify(sizes));
+    await rig.user.answerDocuments(origin, "deny");
+    await request;
+  });
+
   attack("a script in a document does not run, and is told of", async (t) => {
     const origin = await rig.freshOrigin(t);
     const page = await pdfPage(rig, t, { origin });
-    const { PDFDocument } = await import("pdf-lib");
     const document = await PDFDocument.create();
     document.addPage();
     document.addJavaScript("open", "app.alert('x'); this.submitForm('http://localhost/');");
