@@ -7,7 +7,7 @@ const LIBRARIES = new URL("../libraries/", import.meta.url).href;
 GlobalWorkerOptions.workerSrc = `${LIBRARIES}pdfjs-worker.js`;
 
 // One for all documents: its start takes longer than to read a short one.
-const worker = new PDFWorker();
+const worker = new PDFWorker({ verbosity: 0 });
 
 // Where the worker stops in the middle of a page, pdf.js draws what there is until then and tells nobody. Its message says so:
 // {stream: 5, targetName: the document's id}.
@@ -33,7 +33,6 @@ export async function load(bytes) {
     useSystemFonts: false,
     // It does not go on behind what it cannot read: see `checkComplete`.
     stopAtErrors: true,
-    verbosity: 0,
   });
   try {
     const document = await loading.promise;
@@ -59,6 +58,10 @@ export async function checkDrawable(bytes, pages) {
 export async function checkComplete(document, proxy) {
   const { fnArray, argsArray } = await proxy.getOperatorList();
   if (stopped.has(document.loadingTask.docId)) throw new Error("something in it cannot be read.");
+  // A note with an error is left out as a whole.
+  const notes = new Set(argsArray.filter((_, i) => fnArray[i] === OPS.beginAnnotation).map(([id]) => id));
+  const annotations = await proxy.getAnnotations({ intent: "display" });
+  if (annotations.some(({ id, hasAppearance }) => hasAppearance && !notes.has(id))) throw new Error("a note in it cannot be read.");
   const needed = argsArray.filter((_, i) => fnArray[i] === OPS.dependency).flat();
   for (const id of needed) {
     const objects = id.startsWith("g_") ? proxy.commonObjs : proxy.objs;

@@ -50,6 +50,22 @@ for (const [what, words, content, objects] of [
   });
 }
 
+/** A document with a stamp, whose appearance has this content. */
+async function stamped(content) {
+  const document = await PDFDocument.create();
+  const { context } = document;
+  const normal = context.register(context.stream(content, { Subtype: "Form", BBox: [0, 0, 100, 100] }));
+  const stamp = { Type: "Annot", Subtype: "Stamp", Rect: [0, 0, 100, 100], F: 4, AP: { N: normal } };
+  document.addPage([300, 300]).node.set(PDFName.of("Annots"), context.obj([context.register(context.obj(stamp))]));
+  return document.save();
+}
+
+test("A page with a note or stamp that cannot be read is not whole, and with one that can be it is", async () => {
+  await check(await stamped("0 0 50 50 re f"));
+  const bytes = await stamped(`0 0 50 50 re f ${inline("DCT", "nothing")}`);
+  await assert.rejects(check(bytes), /^Error: a note in it cannot be read/);
+});
+
 test("A page with a picture that pdf.js can decode is whole", async () => {
   await check(await made(PAINT, picture(jbig2(0), "JBIG2Decode")));
 });
