@@ -74,6 +74,8 @@ export default function ({ rig, attack }) {
       outcomes.push(await codeOrQuestion(rig, origin, request));
       await withdraw(page);
       await request;
+      // Firefox opens the next page in the window in front, also when that is just closing.
+      await waitFor("the question to go", async () => (await rig.user.questions(origin)).length === 0);
       await page.close();
       if (outcomes.at(-1) === "NOT_NOW") break;
     }
