@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 
+import "./pdf/pdfjs-in-node.mjs";
 import { checkComplete, load } from "../../extension/viewer/drawing.js";
 import { makeCorpus } from "./pdf/corpus.mjs";
 import { facts, Signer } from "./pdf/sign.mjs";

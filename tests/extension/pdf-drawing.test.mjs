@@ -5,6 +5,7 @@ import { test } from "node:test";
 
 import { PDFDocument, PDFName } from "pdf-lib";
 
+import "./pdf/pdfjs-in-node.mjs";
 import { checkComplete, load } from "../../extension/viewer/drawing.js";
 import { jbig2 } from "./pdf/pictures.mjs";
 
