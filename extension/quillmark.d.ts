@@ -222,6 +222,22 @@ export function signPdfHash(
  */
 export function signAuthToken(token: string, options?: SignOptions): Promise<string>;
 
+/** A signature of `signAuthTokenWithCertificate`, raw RSA (PKCS#1 v1.5) in Base64, and who has made it. */
+export interface SignatureWithCertificate {
+  signature: string;
+  certificate: Certificate;
+}
+
+/**
+ * The same with the certificate that has signed, which a server needs to verify. The user chooses it first, unless
+ * `options.certificate` is one that `selectCertificate` gave, and once more when it signs: with another choice there the error
+ * is CERTIFICATE_NOT_FOUND.
+ */
+export function signAuthTokenWithCertificate(
+  token: string,
+  options?: SignOptions & { certificate?: Certificate },
+): Promise<SignatureWithCertificate>;
+
 /** A digest without a zero byte, and the bytes that it is of. */
 export interface SuitableDigest<Bytes> {
   /** The digest in Base64. */

@@ -177,6 +177,30 @@ export function signAuthToken(token, options) {
   return ask("signAuthToken", { authToken: token, hashAlgorithm: options?.hashAlgorithm }, options);
 }
 
+export async function signAuthTokenWithCertificate(token, { certificate, ...options } = {}) {
+  const signer = certificate ?? (await selectCertificate(options));
+  const signature = await signAuthToken(token, options);
+  if (!(await hasSigned(signer, token, signature, options.hashAlgorithm))) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
+  return { signature, certificate: signer };
+}
+
+async function hasSigned({ PublicKey }, text, signature, name = "SHA-256") {
+  const algorithm = { name: "RSASSA-PKCS1-v1_5", hash: name.toUpperCase().replace(/^SHA-?/, "SHA-") };
+  const key = await crypto.subtle.importKey("spki", publicKeyInfo(fromBase64(PublicKey)), algorithm, false, ["verify"]);
+  return crypto.subtle.verify(algorithm, key, fromBase64(signature), new TextEncoder().encode(text));
+}
+
+// DER of rsaEncryption without parameters of its own (RFC 8017 appendix A.1).
+const RSA_ENCRYPTION = [0x30, 13, 6, 9, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 1, 1, 1, 5, 0];
+
+/** The SubjectPublicKeyInfo (RFC 5280 section 4.1) around a PKCS#1 key, as WebCrypto takes it. */
+const publicKeyInfo = (pkcs1) => der(0x30, [...RSA_ENCRYPTION, ...der(0x03, [0, ...pkcs1])]);
+
+function der(tag, body) {
+  const size = body.length < 0x80 ? [body.length] : body.length < 0x100 ? [0x81, body.length] : [0x82, body.length >> 8, body.length & 0xff];
+  return Uint8Array.of(tag, ...size, ...body);
+}
+
 export async function suitableDigest(makeBytes, { maxAttempts = 20 } = {}) {
   const make = typeof makeBytes === "function" ? makeBytes : (attempt) => (attempt === 0 ? makeBytes : null);
   for (let attempt = 0; attempt < maxAttempts; attempt++) {
