@@ -2,7 +2,6 @@
 
 import { counted, message, messageAround } from "../src/messages.js";
 import { element, english, nodesOf, row } from "../src/pages.js";
-import { plain } from "../src/plain-error.js";
 import { examine } from "./doctor.js";
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
 
@@ -40,7 +39,7 @@ export async function findOut(why = "") {
     diagnosis = await examine();
     show(diagnosis);
   } catch (error) {
-    const { code, message: words, detail } = plain(error);
+    const { code, message: words, detail } = error;
     say(code === "BAD_REPLY" && detail ? messageAround("doctor_problem", english(detail)) : words);
   } finally {
     element("examine").disabled = false;

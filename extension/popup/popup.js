@@ -1,7 +1,7 @@
 // The toolbar's popup: whether the host runs, who waits, and what was signed lately.
 
 import { findOut } from "../doctor/section.js";
-import { ERRORS } from "../quillmark.js";
+import { messageOf } from "../quillmark.js";
 import { locale, message } from "../src/messages.js";
 import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
@@ -59,5 +59,5 @@ async function showSignatures() {
 function whyButton({ outcome, time }) {
   if (outcome === "signed") return undefined;
   const name = message("popup_why_at", new Date(time).toLocaleTimeString(locale()));
-  return rowButton(message("popup_why"), name, () => findOut(ERRORS[outcome] ?? outcome));
+  return rowButton(message("popup_why"), name, () => findOut(messageOf(outcome) ?? outcome));
 }

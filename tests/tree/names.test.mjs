@@ -45,7 +45,7 @@ test("Documents for developers, and the code, say \"host\"", () => {
 });
 
 test("Texts for users say \"signing program\"", () => {
-  const files = filesOfTree("*.md", "packaging/man/*", "packaging/debian/control", "extension/*.html", "extension/managed-storage.json").filter(forUsers);
+  const files = filesOfTree("*.md", "packaging/man/*", "packaging/debian/control", "extension/*.html", "extension/_locales/en/messages.json", "extension/managed-storage.json").filter(forUsers);
   assert.ok(files.length > 0);
   assert.deepEqual(naming(files.map((file) => [file, read(file)]), /\b(the\s+(program|host)|native-messaging\s+host)\b/gi), []);
 });
