@@ -6,6 +6,7 @@ import { test } from "node:test";
 import { PDFDocument, PDFName } from "pdf-lib";
 
 import { checkComplete, load } from "../../extension/viewer/drawing.js";
+import "./catalogue.mjs";
 import { jbig2 } from "./pdf/pictures.mjs";
 
 /** A document with this content and resources, made with `objects(context)`, on its only page. */
