@@ -5,7 +5,7 @@ import { test } from "node:test";
 
 import { verifyGstReturn, verifyPdfHash } from "quillmark-verify";
 
-import { certificate, hashAlgorithm, integer, octets, personal, sequence, withRsa } from "./lib/issuing.mjs";
+import { certificate, hashAlgorithm, integer, nameOf, octets, personal, sequence, withRsa } from "./lib/issuing.mjs";
 import { attribute, contentType, der, digestOf, gstReturn, messageDigest, pdfSignature, people, signedData } from "./lib/signing.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
@@ -129,6 +129,7 @@ test("Certificates beside the signer's make a chain, or do nothing", async () =>
 test("The signer's certificate has to be there, and only one may be by its issuer and number", async () => {
   assert.equal(await ofReturn(gstReturn(asha, "a text", { certificates: [] })), "MALFORMED");
   assert.equal(await ofReturn(gstReturn(asha, "a text", { certificates: [mallory] })), "MALFORMED");
+  assert.equal(await ofReturn(gstReturn({ ...asha, issuerName: nameOf("Another") }, "a text")), "MALFORMED");
   const twin = certificate("Twin", { issuer: issuing, serial: asha.serial });
   for (const certificates of [[asha, twin], [twin, asha]]) assert.equal(await ofReturn(gstReturn(asha, "a text", { certificates })), "MALFORMED");
 });

@@ -7,8 +7,8 @@ import { VerificationError } from "./error.js";
 /** The structures here nest some twenty deep. The library's parser calls itself for each level. */
 const MAX_DEPTH = 64;
 
-/** Each element is an object of the library, of about a kilobyte. A revocation list of a megabyte has 120,000. */
-const MAX_ELEMENTS = 1_000_000;
+/** The largest revocation lists of public authorities have so many, in some megabytes. */
+const MAX_ELEMENTS = 2_000_000;
 
 const refuse = (detail) => new VerificationError("MALFORMED", detail);
 
@@ -52,6 +52,17 @@ export function elementOf(bytes, { padded = false } = {}) {
   return bytes.subarray(0, length);
 }
 
+/** The elements in a constructed one, that is known to be DER: [{ tag, bytes, content }]. For what is too long for the library. */
+export function childrenOf(bytes) {
+  const children = [];
+  for (let { begin: at, end } = headAt(bytes, 0, bytes.length); at < end; ) {
+    const child = headAt(bytes, at, end);
+    children.push({ tag: child.tag, bytes: bytes.subarray(at, child.end), content: bytes.subarray(child.begin, child.end) });
+    at = child.end;
+  }
+  return children;
+}
+
 /** A DER element of pkijs's `Type`, or as asn1js has it. */
 export function parsed(bytes, Type = null, options = {}) {
   // A copy: the library's views are into the buffer from its begin.
@@ -60,8 +71,12 @@ export function parsed(bytes, Type = null, options = {}) {
   return Type === null ? result : new Type({ schema: result });
 }
 
-/** The bytes of an element as they came. */
-export const rawOf = (element) => new Uint8Array(element.valueBeforeDecodeView);
+/** The bytes of an element of asn1js, or of a Name of pkijs, as they came. */
+export function rawOf({ valueBeforeDecodeView, valueBeforeDecode }) {
+  const bytes = new Uint8Array(valueBeforeDecodeView ?? valueBeforeDecode);
+  if (bytes.length === 0) throw refuse("An element is missing.");
+  return bytes;
+}
 
 /** The content of an OCTET STRING or of a BIT STRING of whole bytes, which DER has in one piece. */
 export function octetsOf(element) {
