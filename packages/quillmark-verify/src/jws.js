@@ -11,6 +11,9 @@ import { bytesOf, settingsOf, textOf } from "./settings.js";
 import { verdictOn } from "./verdict.js";
 
 const HASHES = new Map([["RS256", "SHA-256"], ["RS384", "SHA-384"], ["RS512", "SHA-512"]]);
+/** The library would pass over blanks. */
+const COMPACT = /^[\w-]+\.[\w-]*\.[\w-]*$/;
+
 const MAX_LENGTH = 1024 * 1024;
 const MAX_CERTIFICATE_BYTES = 64 * 1024;
 const MAX_CERTIFICATES = 20;
@@ -21,6 +24,7 @@ const malformed = (detail) => new VerificationError("MALFORMED", detail);
 export const verifyJws = guarded(async ({ jws, ...options }) => {
   const settings = settingsOf(options);
   if (textOf(jws, "jws").length > MAX_LENGTH) throw malformed(`"jws" has more than ${MAX_LENGTH} characters.`);
+  if (!COMPACT.test(jws)) throw malformed("It is no compact JWS.");
   const header = translated("MALFORMED", "the header", () => decodeProtectedHeader(jws));
   if (!HASHES.has(header.alg)) throw new VerificationError("WEAK_ALGORITHM", `the algorithm ${String(header.alg).slice(0, 40)}`);
   if (header.crit !== undefined) throw malformed("Its header has a critical member.");
