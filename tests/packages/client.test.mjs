@@ -3,10 +3,8 @@
 import assert from "node:assert/strict";
 import { createHash, createVerify, webcrypto, X509Certificate } from "node:crypto";
 import { writeFile } from "node:fs/promises";
-import { createRequire } from "node:module";
 import { join } from "node:path";
 import { before, test } from "node:test";
-import { pathToFileURL } from "node:url";
 
 import { DOMImplementation, DOMParser, XMLSerializer } from "@xmldom/xmldom";
 import { compactVerify, importX509 } from "jose";
@@ -14,10 +12,9 @@ import { Application } from "xadesjs";
 import { setNodeDependencies } from "xml-core";
 import * as xpath from "xpath";
 
-import { operationOf } from "../../extension/src/operations.js";
-import { bytesOf, runUnchecked, waitFor, World } from "../lib/kit.mjs";
+import { bytesOf, runUnchecked, World } from "../lib/kit.mjs";
 import { product } from "../lib/quillmark.mjs";
-import { installPacked } from "./lib/packed.mjs";
+import { Page } from "./lib/page.mjs";
 
 globalThis.crypto ??= webcrypto;
 
@@ -25,26 +22,6 @@ const world = World.forThisFile(product);
 const XML = '<?xml version="1.0"?><!-- an order --><order xmlns="urn:x" xmlns:y="urn:y"><item y:n="1">Tea &amp; नमस्ते</item>\n<total>100</total></order>';
 const HASHES = ["SHA-256", "SHA-384", "SHA-512"];
 
-
-let library, jws, xml;
-/** What the page's requests are answered by: (message to the host) => its reply. */
-let answer;
-
-before(async () => {
-  await waitFor("the authority", () => world.judges);
-  await installPacked("quillmark", world.folder, { others: ["xadesjs"] });
-  const load = (name) => import(pathToFileURL(createRequire(join(world.folder, "page.js")).resolve(name)));
-  await readXmlAsBrowsersDo();
-  globalThis.window = { postMessage: (greeting, target, [port]) => attend(port) };
-  [library, jws, xml] = await Promise.all(["quillmark", "quillmark/jws", "quillmark/xml"].map(load));
-});
-
-// What every browser has.
-async function readXmlAsBrowsersDo() {
-  Object.assign(globalThis, { DOMParser: TellingDOMParser, XMLSerializer });
-  setNodeDependencies({ DOMParser, XMLSerializer, DOMImplementation, xpath });
-  Application.setEngine("Node.js", webcrypto);
-}
 
 // Browsers give a document that tells of the error, where xmldom throws or only warns.
 class TellingDOMParser {
@@ -57,42 +34,22 @@ class TellingDOMParser {
   }
 }
 
-// The extension, without its questions: the same messages to the host, and the same reading of its answers.
-function attend(port) {
-  port.unref();
-  port.onmessage = async ({ data: { id, operation, values } }) => {
-    const { check, toProgram, result } = operationOf(operation);
-    try {
-      const { status_cd: succeeded, result: text } = await answer(toProgram(check(values)));
-      if (!succeeded) throw new Error(text);
-      port.postMessage({ type: "result", id, value: await result(text) });
-    } catch ({ code = "BAD_REPLY", message }) {
-      port.postMessage({ type: "error", id, error: { code, message } });
-    }
-  };
-  port.postMessage({ type: "ready" });
-}
+let library, jws, xml;
 
-/** A host on a soft token, whose user takes the first certificate always, or the one at `rows[i]` in the i-th window. */
-async function useHost(t, rows = []) {
-  const token = await world.softToken(t);
-  const host = await world.host(t, { token });
-  let isLoggedIn = false;
-  answer = async (message) => {
-    host.send(message);
-    const row = rows.shift() ?? 0;
-    await host.user.clickCard(row);
-    await host.user.clickOk();
-    if (message.action !== "GetSelCertFromToken" && !isLoggedIn) {
-      await host.user.enterPin(token.pin);
-      isLoggedIn = true;
-    }
-    return host.reply();
-  };
+before(async () => {
+  readXmlAsBrowsersDo();
+  [library, jws, xml] = await Page.load(world, { others: ["xadesjs"], names: ["quillmark", "quillmark/jws", "quillmark/xml"] });
+});
+
+// What every browser has.
+function readXmlAsBrowsersDo() {
+  Object.assign(globalThis, { DOMParser: TellingDOMParser, XMLSerializer });
+  setNodeDependencies({ DOMParser, XMLSerializer, DOMImplementation, xpath });
+  Application.setEngine("Node.js", webcrypto);
 }
 
 test("A signature with its certificate verifies with that certificate's key", async (t) => {
-  await useHost(t);
+  await Page.open(t, world);
   for (const hashAlgorithm of HASHES) {
     const { signature, certificate } = await library.signAuthTokenWithCertificate("log me in", { hashAlgorithm });
     const { publicKey } = new X509Certificate(bytesOf(certificate.Cert));
@@ -102,12 +59,12 @@ test("A signature with its certificate verifies with that certificate's key", as
 });
 
 test("Another certificate chosen for the signature than before is told as such, and gives no signature", async (t) => {
-  await useHost(t, [0, 1]);
+  await Page.open(t, world, { rows: [0, 1] });
   await assert.rejects(library.signAuthTokenWithCertificate("log me in"), { code: "CERTIFICATE_NOT_FOUND" });
 });
 
 test("A JWS verifies with the certificate in its header, whose thumbprint it names", async (t) => {
-  await useHost(t);
+  await Page.open(t, world);
   for (const [hashAlgorithm, alg] of [["SHA-256", "RS256"], ["SHA-384", "RS384"], ["SHA-512", "RS512"]]) {
     const signed = await jws.signJws({ amount: 1250, to: "नमस्ते" }, { hashAlgorithm, header: { typ: "order+jws", alg: "none" } });
     const header = JSON.parse(Buffer.from(signed.split(".")[0], "base64url"));
@@ -121,13 +78,13 @@ test("A JWS verifies with the certificate in its header, whose thumbprint it nam
 });
 
 test("A hash algorithm that JWS has no name for here is refused before the user is asked", async () => {
-  answer = () => assert.fail("the user was asked");
+  Page.close();
   await assert.rejects(jws.signJws("text", { hashAlgorithm: "SHA-1" }), { code: "UNSUPPORTED_HASH" });
   await assert.rejects(xml.signXml("<a/>", { hashAlgorithm: "SHA-1" }), { code: "UNSUPPORTED_HASH" });
 });
 
 test("xmlsec1 finds a signed XML document valid, and one with a changed amount, time or certificate not", async (t) => {
-  await useHost(t);
+  await Page.open(t, world);
   for (const hashAlgorithm of HASHES) {
     const signed = await xml.signXml(XML, { hashAlgorithm });
     assert.equal(await xmlsec(signed), 0, hashAlgorithm);
@@ -140,7 +97,7 @@ test("xmlsec1 finds a signed XML document valid, and one with a changed amount, 
 });
 
 test("What is no XML document, or has a document type, is refused before the user is asked", async () => {
-  answer = () => assert.fail("the user was asked");
+  Page.close();
   for (const text of ["", "no XML", "<a>", '<!DOCTYPE a [<!ENTITY e "100">]><a>&e;</a>', "<!DOCTYPE a><a/>"]) {
     await assert.rejects(xml.signXml(text), { code: "INVALID_ARGUMENT" }, text);
   }
