@@ -52,11 +52,11 @@ export class Page {
   async #signPdfs({ documents }, ask) {
     const { Cert, CertThumbPrint: certThumbPrint } = await this.perform("selectCertificate", {});
     for (const [document, { size, reason }] of documents.entries()) {
-      const bytes = new Uint8Array(bytesOf(await ask({ what: "piece", document, at: 0, length: size })));
-      const details = { signer: commonName(bytesOf(Cert)), reason, time: new Date(), room: 8192 };
+      const bytes = octetsOf(await ask({ what: "piece", document, at: 0, length: size }));
+      const details = { signer: commonName(octetsOf(Cert)), reason, time: new Date(), room: 8192 };
       const { digest, insert } = await prepared(bytes, details);
       const hash = Buffer.from(digest).toString("base64");
-      const signature = bytesOf(await this.perform("signPdfHash", { hash, certThumbPrint }));
+      const signature = octetsOf(await this.perform("signPdfHash", { hash, certThumbPrint }));
       await ask({ what: "outcome", document, appended: Buffer.from(insert(signature)).toString("base64") });
     }
   }
@@ -76,6 +76,9 @@ export class Page {
     return result;
   }
 }
+
+/** In a buffer of their own, as browsers have them. */
+const octetsOf = (base64) => new Uint8Array(bytesOf(base64));
 
 function attend(port) {
   port.unref();
