@@ -15,7 +15,7 @@ import { bundleLibraries } from "./libraries.mjs";
 const SOURCE = dirname(fileURLToPath(import.meta.url));
 const PDF_LIBRARY = join(SOURCE, "../node_modules/@cantoo/pdf-lib");
 
-const EXTENSION_FILES = ["consent", "doctor", "icons", "options", "popup", "src", "viewer", "quillmark.js", "ui.css"];
+const EXTENSION_FILES = ["_locales", "consent", "doctor", "icons", "options", "popup", "src", "viewer", "quillmark.js", "ui.css"];
 
 /** The manifest for "chromium" or "firefox": what both have in common, and what is the browser's own. */
 export async function manifest(browser) {

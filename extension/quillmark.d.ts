@@ -27,10 +27,20 @@ export type ErrorCode =
   | "DOCUMENT_REFUSED"
   | "SIGNATURE_INVALID"
   | "TIMESTAMP_FAILED"
+  | "INSECURE_PAGE"
   | "INVALID_ARGUMENT";
 
-/** What the user is told, by error code. The codes are stable; the words may be improved. */
+/** Why, where a code alone does not tell: no PIN was typed (LOGIN_FAILED); the administrator has denied it (ORIGIN_DENIED). */
+export type ErrorReason = "empty" | "policy";
+
+/** What the user is told in English, by error code. The codes are stable; the words may be improved. */
 export const ERRORS: Readonly<Record<ErrorCode, string>>;
+
+/**
+ * What the user is told about an error, in a language that a BCP 47 tag such as "hi-IN" names: English, Hindi, Tamil or German,
+ * and English in the place of others. When left out it is that of the page, `document.documentElement.lang`.
+ */
+export function messageOf(code: ErrorCode, lang?: string, reason?: ErrorReason): string;
 
 /** 120,000 ms: the time that the user has for a request when `options.timeout` does not say otherwise. */
 export const DEFAULT_TIMEOUT_MS: number;
@@ -43,9 +53,10 @@ export const MAX_GST_TEXT_BYTES: number;
 
 /** Why a request failed: `code` for programs, `message` in words for people. */
 export class QuillmarkError extends Error {
-  constructor(code: ErrorCode, more?: { message?: string; detail?: string; ckr?: string; cause?: unknown });
+  constructor(code: ErrorCode, more?: { message?: string; reason?: ErrorReason; detail?: string; ckr?: string; cause?: unknown; lang?: string });
   readonly name: "QuillmarkError";
   readonly code: ErrorCode;
+  readonly reason?: ErrorReason;
   /** Technical: the signing program's or the browser's own text, or what is wrong with an argument. */
   readonly detail?: string;
   /** Where there is one: the token's error by its PKCS#11 name, such as "CKR_DEVICE_ERROR". */
@@ -71,6 +82,11 @@ export interface RequestOptions {
    * asked and the signing program works, not while other requests come first. Its end is the error TIMEOUT.
    */
   timeout?: number;
+  /**
+   * The language of an error's `message`, as of `messageOf`. Only what the extension has found in a document comes in the
+   * language of the browser.
+   */
+  lang?: string;
   onProgress?(progress: Progress): void;
 }
 
@@ -118,7 +134,7 @@ export interface Status {
  * With `checkHost` it also starts the signing program and waits for a sign of life, and rejects with HOST_MISSING,
  * HOST_FORBIDDEN, HOST_EXITED or TIMEOUT when there is none; ORIGIN_DENIED when the user has not allowed this origin yet.
  */
-export function status(options?: { checkHost?: boolean; signal?: AbortSignal }): Promise<Status>;
+export function status(options?: { checkHost?: boolean; signal?: AbortSignal; lang?: string }): Promise<Status>;
 
 /** Lets the user choose one of the token's certificates. */
 export function selectCertificate(options?: RequestOptions): Promise<Certificate>;
@@ -222,6 +238,22 @@ export function signPdfHash(
  */
 export function signAuthToken(token: string, options?: SignOptions): Promise<string>;
 
+/** A signature of `signAuthTokenWithCertificate`, raw RSA (PKCS#1 v1.5) in Base64, and who has made it. */
+export interface SignatureWithCertificate {
+  signature: string;
+  certificate: Certificate;
+}
+
+/**
+ * The same with the certificate that has signed, which a server needs to verify. The user chooses it first, unless
+ * `options.certificate` is one that `selectCertificate` gave, and once more when it signs: with another choice there the error
+ * is CERTIFICATE_NOT_FOUND.
+ */
+export function signAuthTokenWithCertificate(
+  token: string,
+  options?: SignOptions & { certificate?: Certificate },
+): Promise<SignatureWithCertificate>;
+
 /** A digest without a zero byte, and the bytes that it is of. */
 export interface SuitableDigest<Bytes> {
   /** The digest in Base64. */
@@ -239,7 +271,7 @@ export interface SuitableDigest<Bytes> {
  * of them (a fresh /ID or time in the signature's dictionary is enough) and returns null when there are no more. Without
  * a variant, about one document in 220 has no suitable digest; the error is then DIGEST_UNSUITABLE.
  */
-export function suitableDigest<Bytes extends BufferSource>(
+export function suitableDigest<Bytes extends ArrayBuffer | ArrayBufferView>(
   makeBytes: Bytes | ((attempt: number) => Bytes | null | Promise<Bytes | null>),
-  options?: { maxAttempts?: number },
+  options?: { maxAttempts?: number; lang?: string },
 ): Promise<SuitableDigest<Bytes>>;

@@ -31,7 +31,11 @@ packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
   qpdf texlive-latex-base weasyprint
 )
-packages_browser=(chromium firefox-esr qpdf x11-xserver-utils)
+# With the languages of the extension in Firefox, which Chromium has itself, and their letters.
+packages_browser=(
+  chromium firefox-esr firefox-esr-l10n-de firefox-esr-l10n-hi-in firefox-esr-l10n-ta fonts-lohit-deva fonts-lohit-taml
+  qpdf x11-xserver-utils
+)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)
 # Left out when a Node.js that is new enough is installed in another way.

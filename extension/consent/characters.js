@@ -1,5 +1,7 @@
 /** Which characters of a text would hide, reorder others, or look like nothing, when they are drawn as they are. */
 
+import { counted } from "../src/messages.js";
+
 // Control, format, private and unassigned characters, all blanks but the plain one, those that fonts ignore, the blank Braille
 // pattern. Line feed and tab are drawn as what they are.
 const HIDDEN = "(?![ \\n\\t])[\\p{C}\\p{Z}\\p{Default_Ignorable_Code_Point}\\u2800]";
@@ -27,7 +29,7 @@ export function piecesOf(text) {
   for (const { 0: marked, index, groups } of text.matchAll(MARKED)) {
     if (index > end) pieces.push({ text: text.slice(end, index) });
     const number = `U+${marked.codePointAt(0).toString(16).toUpperCase().padStart(4, "0")}`;
-    const mark = groups.blanks ? `${marked.length} blanks` : number;
+    const mark = groups.blanks ? counted("text_blanks", marked.length) : number;
     pieces.push({ text: marked, mark, isLetter: groups.letter !== undefined && !IS_HIDDEN.test(marked) });
     end = index + marked.length;
   }

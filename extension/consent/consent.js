@@ -2,6 +2,7 @@
 // a site that is allowed, what it has signed.
 
 import { sha256Hex } from "../src/digest.js";
+import { locale, message } from "../src/messages.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
 import { Arming } from "./arming.js";
@@ -20,10 +21,10 @@ for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) =
 
 let question;
 let text = "";
-port.onMessage.addListener(async (message) => {
-  if (message.type === "gone") return showGone();
-  if (message.type === "question") question = message.question;
-  if (message.type === "text") text += message.piece;
+port.onMessage.addListener(async ({ type, question: given, piece }) => {
+  if (type === "gone") return showGone();
+  if (type === "question") question = given;
+  if (type === "text") text += piece;
   if (text.length === question.characters) await show();
 });
 port.postMessage({ type: "ready", id });
@@ -32,17 +33,17 @@ async function show() {
   const { origin, operation, kind } = question;
   const isQuestion = kind === "question";
   const { asks, consequence } = operationOf(operation);
-  element("title").textContent = isQuestion ? "Allow this site to use your crypto token?" : "This is what you sign";
+  element("title").textContent = message(isQuestion ? "consent_heading" : "consent_heading_statement");
   element("origin").textContent = origin;
   showSite();
-  element("asks").textContent = asks;
-  element("consequence").textContent = consequence;
+  element("asks").textContent = message(asks);
+  element("consequence").textContent = message(consequence);
   showFacts(question.facts ?? []);
   if (text !== "") showText(text, await sha256Hex(text));
   for (const part of document.querySelectorAll("[data-kind]")) part.hidden = part.dataset.kind !== kind;
   element("question").hidden = false;
-  if (!isQuestion) document.title = "Quillmark - What is signed";
-  armWith(isQuestion ? `Quillmark - Allow ${origin}?` : document.title);
+  if (!isQuestion) document.title = message("consent_title_statement");
+  armWith(isQuestion ? message("consent_title_ready", origin) : document.title);
   // It is on the screen behind the next frame.
   requestAnimationFrame(() => requestAnimationFrame(() => port.postMessage({ type: "shown", id })));
 }
@@ -50,16 +51,14 @@ async function show() {
 function showSite() {
   const { origin, isFramed, isPrivate, surroundings, firstAllowed } = question;
   element("framed").hidden = !isFramed;
-  element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
+  element("surroundings").textContent = surroundings ?? message("site_unknown");
   const isOwn = surroundings === origin;
   element("framed-warning").hidden = isOwn;
   // A private window leaves no trace, so it cannot add to the list.
   element("always").hidden = isPrivate;
   element("history").hidden = isPrivate;
-  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
-  element("history").textContent = date
-    ? `You have allowed this site before, on ${date} for the first time.`
-    : "You have never allowed this site before.";
+  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(locale(), { dateStyle: "long" });
+  element("history").textContent = date ? message("site_allowed_before", date) : message("site_never_allowed");
 }
 
 function showFacts(facts) {

@@ -1,18 +1,16 @@
 // The part of the window that shows the text: as it is signed or laid out, its size and hash, and the search in it.
 
+import { counted, message } from "../src/messages.js";
 import { element } from "../src/pages.js";
 import { layOut } from "./json-layout.js";
 import { TextView } from "./text-view.js";
-
-const numbered = (number, one, many) => `${number.toLocaleString()} ${number === 1 ? one : many}`;
 
 /** Fills the section for a text with this SHA-256 and brings it into sight. */
 export function showText(text, sha256) {
   const view = new TextView(element("text"));
   const bytes = new TextEncoder().encode(text).length;
   const characters = text.length - (text.match(/[\uD800-\uDBFF]/g)?.length ?? 0);
-  element("size").textContent =
-    `The whole text: ${numbered(characters, "character", "characters")}, ${numbered(bytes, "byte", "bytes")}.`;
+  element("size").textContent = message("text_size", counted("count_characters", characters), counted("count_bytes", bytes));
   element("sha256").textContent = sha256;
   const layout = layOut(text);
   element("layouts").hidden = layout === null;
@@ -31,12 +29,9 @@ export function showText(text, sha256) {
 }
 
 function noticeOn(text, layout) {
-  if (layout?.duplicates) {
-    const repeats = numbered(layout.duplicates, "member repeats", "members repeat");
-    return `${repeats} a name that its object has already; readers differ on which one counts.`;
-  }
+  if (layout?.duplicates) return counted("text_duplicates", layout.duplicates);
   const isTooMuch = layout === null && /^\s*[{[]/.test(text);
-  return isTooMuch ? "This is no JSON, or too much of it: it is not laid out, and names that repeat are not looked for." : "";
+  return isTooMuch ? message("text_no_layout") : "";
 }
 
 function searchIn(view) {
@@ -46,7 +41,7 @@ function searchIn(view) {
     at = matches.length === 0 ? 0 : (next + matches.length) % matches.length;
     view.go(matches[at]);
     const wanted = element("wanted").value;
-    element("found").textContent = wanted && (matches.length > 0 ? `${at + 1} of ${matches.length}` : "not in the text");
+    element("found").textContent = wanted && (matches.length > 0 ? message("text_found", at + 1, matches.length) : message("text_not_found"));
   };
   const again = () => {
     matches = view.find(element("wanted").value);

@@ -2,6 +2,7 @@
 
 import { QuillmarkError } from "../quillmark.js";
 import { classifyDisconnect } from "../src/failures.js";
+import { message } from "../src/messages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
@@ -26,12 +27,12 @@ export async function examine() {
   const nonce = crypto.randomUUID();
   let timer;
   const late = new Promise((_, reject) => {
-    timer = setTimeout(() => reject(new QuillmarkError("TIMEOUT", { message: "The doctor did not answer in time." })), ANSWER_MS);
+    timer = setTimeout(() => reject(new QuillmarkError("TIMEOUT", { message: message("doctor_late") })), ANSWER_MS);
   });
   try {
     const answer = await Promise.race([api.runtime.sendNativeMessage(DOCTOR_NAME, { nonce }).catch(rejected), late]);
     if (answer?.nonce !== nonce || !Array.isArray(answer.findings)) {
-      throw new QuillmarkError("BAD_REPLY", { message: `The doctor could not tell: ${answer?.problem ?? "it answers something else"}.` });
+      throw new QuillmarkError("BAD_REPLY", { message: message("doctor_no_answer"), detail: answer?.problem });
     }
     return answer;
   } finally {

@@ -1,5 +1,8 @@
 /** What the doctor has found, in rows for the user and as a report for others. */
 
+import { locale, message, messageAround } from "../src/messages.js";
+import { english } from "../src/pages.js";
+
 // A module of p11-kit's own that knows certificates and no token.
 const TRUST_MODULE = "p11-kit-trust";
 
@@ -9,25 +12,32 @@ export function tokensOf({ tokens }) {
   return modules.flatMap(({ slots }) => slots).flatMap(({ token }) => token ?? []);
 }
 
-/** What is said of a token behind its name. */
+/** What is said of a token behind its name, as of `nodesOf`. */
 export function wordsForToken({ model, serialNumber, offered, reason, pin }) {
-  const standing = offered ? "offered" : `not offered: ${reason}`;
-  return [model, serialNumber && `serial number ${serialNumber}`, pin && `its PIN: ${pin}`, standing].filter(Boolean).join(", ");
+  return inOneLine(
+    model,
+    serialNumber && message("token_number", serialNumber),
+    pin && messageAround("token_pin", english(pin)),
+    offered ? message("token_offered") : messageAround("token_not_offered", english(String(reason))),
+  );
 }
 
-/** What is said of a certificate behind its name. */
+/** What is said of a certificate behind its name, as of `nodesOf`. */
 export function wordsForCertificate({ offered, canSign, first, needsLogin, reasons, notAfter }) {
-  const standing = canSign ? "can sign" : `${offered ? "offered, but cannot sign" : "not offered"}: ${reasons.join(", ")}`;
-  return [
-    standing,
-    first && "the first in the window",
-    canSign && needsLogin && "as far as can be seen without the PIN",
-    notAfter && `valid until ${new Date(notAfter).toLocaleDateString()}`,
-  ].filter(Boolean).join(", ");
+  const key = offered ? "certificate_cannot_sign" : "certificate_not_offered";
+  return inOneLine(
+    canSign ? message("certificate_can_sign") : messageAround(key, english(reasons.join(", "))),
+    first && message("certificate_first"),
+    canSign && needsLogin && message("certificate_needs_login"),
+    notAfter && message("certificate_valid", new Date(notAfter).toLocaleDateString(locale())),
+  );
 }
+
+// What there is of these, with commas between.
+const inOneLine = (...given) => given.filter(Boolean).flatMap((words, i) => (i === 0 ? words : [", ", ...[words].flat()]));
 
 /**
- * A text for whoever helps, without a name or number of a person, a token or a certificate, and without a path: of the findings
+ * A text in English for whoever helps, without a name or number of a person, a token or a certificate, and without a path: of the findings
  * only what was looked at and how it is, of tokens and certificates only the tools' own words.
  */
 export function reportOf(diagnosis, { version, browser }) {

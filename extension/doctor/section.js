@@ -1,14 +1,14 @@
 /** The part of a page that shows what the doctor finds. */
 
-import { element, row } from "../src/pages.js";
-import { plain } from "../src/plain-error.js";
+import { counted, message, messageAround } from "../src/messages.js";
+import { element, english, nodesOf, row } from "../src/pages.js";
 import { examine } from "./doctor.js";
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
 
 const VERDICTS = {
-  can: "A signature can be made, as far as can be seen.",
-  unknown: "Whether a signature can be made cannot be told.",
-  cannot: "No signature can be made yet.",
+  can: "doctor_can",
+  unknown: "doctor_unknown",
+  cannot: "doctor_cannot",
 };
 
 const api = globalThis.browser ?? globalThis.chrome;
@@ -19,9 +19,9 @@ element("copy-report").addEventListener("click", async () => {
   const { version } = api.runtime.getManifest();
   try {
     await navigator.clipboard.writeText(reportOf(diagnosis, { version, browser: navigator.userAgent }));
-    say("The report is in the clipboard.");
+    say(message("doctor_copied"));
   } catch (error) {
-    say(`The report could not be copied: ${error.message}`);
+    say(messageAround("doctor_not_copied", english(error.message)));
   }
 });
 
@@ -32,14 +32,15 @@ export async function findOut(why = "") {
   element("why").hidden = why === "";
   element("examine").disabled = true;
   element("copy-report").hidden = true;
-  say("The doctor looks. This may take a minute.");
+  say(message("doctor_looks"));
   showRows("findings", []);
   showRows("tokens", []);
   try {
     diagnosis = await examine();
     show(diagnosis);
   } catch (error) {
-    say(plain(error).message);
+    const { code, message: words, detail } = error;
+    say(code === "BAD_REPLY" && detail ? messageAround("doctor_problem", english(detail)) : words);
   } finally {
     element("examine").disabled = false;
   }
@@ -48,18 +49,18 @@ export async function findOut(why = "") {
 function show({ verdict, findings }) {
   const wrong = ["failure", "unknown", "warning"].flatMap((level) => findings.filter((finding) => finding.level === level));
   const fine = findings.length - wrong.length;
-  say(`${VERDICTS[verdict]} ${fine === 1 ? "1 thing is" : `${fine.toLocaleString()} things are`} in order.`);
-  showRows("findings", wrong.map(({ text, remedy, command }) => row(text, wordsForRemedy(remedy, command))));
+  say(message("doctor_verdict", message(VERDICTS[verdict]), counted("doctor_fine", fine)));
+  showRows("findings", wrong.map(({ text, remedy, command }) => row(english(text), wordsForRemedy(remedy, command))));
   showRows("tokens", tokensOf(diagnosis).flatMap((token) => [
-    row(token.label || "A token without a name", wordsForToken(token)),
-    ...token.certificates.map((each) => row(each.subject ?? "A certificate that cannot be read", wordsForCertificate(each))),
+    row(token.label || message("token_unnamed"), wordsForToken(token)),
+    ...token.certificates.map((each) => row(each.subject ?? message("certificate_unreadable"), wordsForCertificate(each))),
   ]));
   element("copy-report").hidden = false;
 }
 
 function wordsForRemedy(...given) {
   const words = given.filter(Boolean);
-  return words.length > 0 ? `What helps: ${words.join(": ")}` : "";
+  return words.length > 0 ? messageAround("doctor_helps", english(words.join(": "))) : "";
 }
 
 function showRows(id, rows) {
@@ -67,4 +68,4 @@ function showRows(id, rows) {
   element(id).hidden = rows.length === 0;
 }
 
-const say = (words) => (element("diagnosis").textContent = words);
+const say = (words) => element("diagnosis").replaceChildren(...nodesOf(words));

@@ -1,6 +1,7 @@
 // The settings page: who may ask, what the administrator has set, how long the PIN is remembered, and the journal.
 
 import "../doctor/section.js";
+import { counted, message } from "../src/messages.js";
 import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
@@ -40,15 +41,15 @@ function showPolicy({ allowed, denied, onlyAllowed, deniesAll, pinLife, problems
   const nameOf = ({ key, entry }) => (entry === null ? key : `${key}: ${JSON.stringify(entry)}`);
   element("policy-problems").replaceChildren(...problems.map((problem) => row(nameOf(problem), problem.why)));
   element("policy-sites").replaceChildren(
-    ...allowed.map((site) => row(site, "allowed")),
-    ...denied.map((site) => row(site, "denied")),
+    ...allowed.map((site) => row(site, message("policy_allowed"))),
+    ...denied.map((site) => row(site, message("policy_denied"))),
   );
 }
 
 function removeButton(origin) {
-  return rowButton("Remove", `Remove ${origin}`, async () => {
+  return rowButton(message("settings_remove"), message("settings_remove_site", origin), async () => {
     await tellBackground("revoke", { origin });
-    element("announcement").textContent = `${origin} was removed. It will be asked about again.`;
+    element("announcement").textContent = message("settings_removed", origin);
   });
 }
 
@@ -65,8 +66,8 @@ async function showJournal() {
   element("journal").replaceChildren(...newest.map(({ title, words }) => row(title, words)));
   element("journal").hidden = element("export").hidden = element("head").hidden = lines.length === 0;
   element("no-journal").hidden = lines.length > 0;
-  const shown = lines.length > newest.length ? `, the newest ${newest.length} shown` : "";
-  element("head").textContent = `${lines.length} entries${shown}. Hash of the last one: ${head}`;
+  const isAll = lines.length === newest.length;
+  element("head").textContent = isAll ? counted("journal_head", lines.length, head) : counted("journal_head_newest", lines.length, newest.length, head);
 }
 
 async function exportJournal() {

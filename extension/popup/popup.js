@@ -1,22 +1,19 @@
 // The toolbar's popup: whether the host runs, who waits, and what was signed lately.
 
 import { findOut } from "../doctor/section.js";
-import { ERRORS } from "../quillmark.js";
+import { messageOf } from "../quillmark.js";
+import { locale, message } from "../src/messages.js";
 import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
 element("forget").addEventListener("click", async () => {
   await tellBackground("stopHost");
-  await announce("The signing program was ended. It has forgotten your PIN.");
+  await announce(message("popup_forgotten"));
 });
 element("reread").addEventListener("click", async () => {
   const isDone = await tellBackground("readTokensAgain");
-  await announce(
-    isDone
-      ? "The signing program was ended. The next request starts it anew, and it reads the tokens that are there then."
-      : "A request is under way. Answer or cancel it first, then try again.",
-  );
+  await announce(message(isDone ? "popup_reads_again" : "popup_under_way"));
 });
 element("settings").addEventListener("click", async () => {
   await api.runtime.openOptionsPage();
@@ -47,7 +44,7 @@ function list(id, rows) {
 }
 
 function takeBackButton(origin) {
-  return rowButton("Take back", `Take back the permission of ${origin}`, async () => {
+  return rowButton(message("popup_take_back"), message("popup_take_back_site", origin), async () => {
     await tellBackground("revoke", { origin });
     await showState();
   });
@@ -61,6 +58,6 @@ async function showSignatures() {
 
 function whyButton({ outcome, time }) {
   if (outcome === "signed") return undefined;
-  const name = `Find out why nothing was signed at ${new Date(time).toLocaleTimeString()}`;
-  return rowButton("Find out why", name, () => findOut(ERRORS[outcome] ?? outcome));
+  const name = message("popup_why_at", new Date(time).toLocaleTimeString(locale()));
+  return rowButton(message("popup_why"), name, () => findOut(messageOf(outcome) ?? outcome));
 }

@@ -17,7 +17,7 @@ const RULES = [
   { text: /^Not Implimented\.$/, code: "NOT_IMPLEMENTED" },
   { text: /^User Canceled without Selecting Certificate\.$/, code: "USER_CANCELLED" },
   { text: /^No slot with token attached\.$/, code: "TOKEN_MISSING" },
-  { text: /^Token User PIN required for Token Login, but given empty\.$/, code: "LOGIN_FAILED", restart: true },
+  { text: /^Token User PIN required for Token Login, but given empty\.$/, code: "LOGIN_FAILED", reason: "empty", restart: true },
   { text: /^Unsupported hash algorithm$/, code: "UNSUPPORTED_HASH" },
   { text: /^Private Key NOT Found$/, code: "KEY_NOT_FOUND", restart: true },
   // The chosen certificate has no CKA_ID, so no private key can be found by it.
@@ -40,21 +40,21 @@ const TOKEN_IS_GONE = ["CKR_TOKEN_NOT_PRESENT", "CKR_TOKEN_NOT_RECOGNIZED", "CKR
  * cannot get at the private key. Before the login that is nearly always the login itself; after it, the PIN is not
  * asked for again, so the token must have failed.
  *
- * @returns {{code: string, detail: string, ckr?: string, restart: boolean}}
+ * @returns {{code: string, reason?: string, detail: string, ckr?: string, restart: boolean}}
  */
 export function classifyFailure(text, { loggedIn }) {
-  let reason = text;
-  while (LAYER.test(reason)) reason = reason.replace(LAYER, "");
+  let inner = text;
+  while (LAYER.test(inner)) inner = inner.replace(LAYER, "");
 
-  if (reason === "") {
+  if (inner === "") {
     const detail = "The signing program gave no reason; its log file has it.";
     return { code: loggedIn ? "TOKEN_ERROR" : "LOGIN_FAILED", detail, restart: true };
   }
-  const ckr = CKR_LINE.exec(reason);
+  const ckr = CKR_LINE.exec(inner);
   if (ckr) return { ...classifyCkr(ckr[1], Number.parseInt(ckr[2], 16)), detail: text, restart: true };
 
-  const { code, restart = false } = RULES.find((rule) => rule.text.test(reason)) ?? { code: "BAD_REPLY", restart: true };
-  return { code, detail: text, restart };
+  const rule = RULES.find((each) => each.text.test(inner)) ?? { code: "BAD_REPLY", restart: true };
+  return { code: rule.code, reason: rule.reason, detail: text, restart: rule.restart ?? false };
 }
 
 function classifyCkr(label, value) {

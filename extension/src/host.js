@@ -119,9 +119,9 @@ export class Host {
   #textOf({ status_cd: succeeded, result }) {
     if (succeeded) return result;
     const text = result.startsWith(FAILURE_PREFIX) ? result.slice(FAILURE_PREFIX.length) : result;
-    const { code, detail, ckr, restart } = classifyFailure(text, this.run);
+    const { code, restart, ...more } = classifyFailure(text, this.run);
     if (restart) this.close();
-    throw new QuillmarkError(code, { detail, ckr });
+    throw new QuillmarkError(code, more);
   }
 
   #end(reason) {

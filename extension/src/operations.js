@@ -5,8 +5,8 @@
  *   page sends is validated here, once; behind it the request is one of ours.
  * - `toProgram(request)` is the message to the signing program, and `result(text)` what the page gets for the text of its
  *   answer; it throws BAD_REPLY when the text is not what was asked for.
- * - `asks` and `consequence` are the words of the question to the user, `shows(request)` what the question shows: a `text`
- *   in full, or `facts`, each a name and a value.
+ * - `asks` and `consequence` are the question to the user, by the keys of its messages; `shows(request)` is what it shows: a
+ *   `text` in full, or `facts`, each a name and a value.
  * - `userChooses`: the host has the user choose a certificate for each such request.
  * - `showsDocuments`: the request is served by the window that shows its documents, which the user is asked in each time.
  * - `signs(request)`: what is signed, as {algorithm, digest in hexadecimal}. Absent where nothing is signed.
@@ -18,6 +18,7 @@ import { fromBase64, isBase64, toBase64 } from "./base64.js";
 import { certificateIn } from "./cms.js";
 import { checkDocuments } from "./document-request.js";
 import { digestOf, hex, sha256Hex } from "./digest.js";
+import { message } from "./messages.js";
 
 const DIGEST_BYTES = new Map([
   ["SHA-256", 32],
@@ -30,7 +31,7 @@ const MAX_PDF_DIGEST = 200;
 const MAX_IT_DIGEST = 8192;
 const MAX_NAME = 100;
 
-const CHOOSE_NEXT = "You choose the certificate and type your PIN next.";
+const CHOOSE_NEXT = "asks_choose_next";
 
 const OPERATIONS = new Map(
   Object.entries({
@@ -38,9 +39,8 @@ const OPERATIONS = new Map(
       check: () => ({}),
       toProgram: () => ({ action: "GetSelCertFromToken" }),
       result: certificate,
-      asks: "It asks you to choose a certificate",
-      consequence:
-        "The site then reads the certificate: your name, your e-mail address if it is in it, and your public key.",
+      asks: "asks_certificate",
+      consequence: "asks_certificate_means",
       shows: () => ({}),
       userChooses: true,
       certificate: (request, record) => record.CertThumbPrint,
@@ -57,7 +57,7 @@ const OPERATIONS = new Map(
       },
       toProgram: (request) => ({ action: "GSTReturnSign", hash: request.text, ...algorithmOf(request) }),
       result: signature,
-      asks: "It asks you to sign this text, for a GST return",
+      asks: "asks_gst",
       consequence: CHOOSE_NEXT,
       shows: ({ text }) => ({ text }),
       userChooses: true,
@@ -81,14 +81,12 @@ const OPERATIONS = new Map(
         ...algorithmOf(request),
       }),
       result: signature,
-      asks: "It asks you to sign the digest of an income-tax return",
-      consequence:
-        "You are shown your certificates next, but the one you choose has no effect here: the signing program uses the key " +
-        "whose name on the token is the text of the digest.",
+      asks: "asks_it",
+      consequence: "asks_it_means",
       shows: ({ hash, pan }) => ({
         facts: [
           ["PAN", pan],
-          ["Digest, as the site gave it", hash],
+          [message("asks_it_digest"), hash],
         ],
       }),
       userChooses: true,
@@ -117,13 +115,12 @@ const OPERATIONS = new Map(
         ...algorithmOf(request),
       }),
       result: signature,
-      asks: "It asks you to sign a PDF document",
-      consequence:
-        "Only the document's digest is signed, so the document cannot be shown here. Read it on the site first.",
+      asks: "asks_pdf_digest",
+      consequence: "asks_pdf_digest_means",
       shows: ({ hash, hashAlgorithm, certThumbPrint }) => ({
         facts: [
-          [`Digest (${hashAlgorithm})`, hex(fromBase64(hash))],
-          ["Certificate (SHA-1 thumbprint)", certThumbPrint],
+          [message("asks_digest", hashAlgorithm), hex(fromBase64(hash))],
+          [message("asks_thumbprint"), certThumbPrint],
         ],
       }),
       userChooses: false,
@@ -133,7 +130,7 @@ const OPERATIONS = new Map(
 
     signPdfs: {
       check: checkDocuments,
-      asks: "It asks you to sign what you see here",
+      asks: "asks_documents",
       shows: (request) => request,
       showsDocuments: true,
       userChooses: true,
@@ -146,7 +143,7 @@ const OPERATIONS = new Map(
       },
       toProgram: (request) => ({ action: "SignAuthToken", authToken: request.authToken, ...algorithmOf(request) }),
       result: signature,
-      asks: "It asks you to sign this text, to prove who you are",
+      asks: "asks_auth",
       consequence: CHOOSE_NEXT,
       shows: ({ authToken }) => ({ text: authToken }),
       userChooses: true,

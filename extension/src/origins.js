@@ -1,5 +1,7 @@
 /** Which origins can ask for signatures at all, and which of them an administrator's list means. */
 
+import { message } from "./messages.js";
+
 const LOCAL_HOSTS = ["localhost", "127.0.0.1"];
 
 // Scheme, perhaps "*.", host, perhaps a port, perhaps one slash. What a URL parser would drop or decode is not let in.
@@ -31,16 +33,16 @@ const isProtected = ({ protocol, hostname }) =>
  * @returns {{protocol: string, hostname: string, port: string, isPattern: boolean}}
  */
 export function parseEntry(text) {
-  if (typeof text !== "string") throw new Error("it is no text");
+  if (typeof text !== "string") throw new Error(message("policy_no_text"));
   const [, scheme, star, host, ownPort = ""] = ENTRY.exec(trimmed(text).toLowerCase()) ?? [];
   const url = scheme ? parsed(scheme + host + ownPort) : null;
   if (!url || !isOrdinary(host, url.hostname)) {
-    throw new Error("it is no origin: https://, a host, perhaps a port, and nothing else");
+    throw new Error(message("policy_no_origin"));
   }
   const { protocol, hostname, port } = url;
-  if (!isProtected({ protocol, hostname })) throw new Error("http:// can only be localhost or 127.0.0.1");
+  if (!isProtected({ protocol, hostname })) throw new Error(message("policy_http"));
   if (star && (protocol !== "https:" || !hasTwoLabels(hostname))) {
-    throw new Error("behind https://*. there have to be two names, such as example.org");
+    throw new Error(message("policy_pattern"));
   }
   return { protocol, hostname, port, isPattern: star !== undefined };
 }

@@ -1,5 +1,7 @@
 /** What the extension's own pages have in common. */
 
+import { locale, message } from "./messages.js";
+
 const api = globalThis.browser ?? globalThis.chrome;
 
 export const element = (id) => document.getElementById(id);
@@ -11,23 +13,32 @@ export async function tellBackground(type, values = {}) {
   return answer;
 }
 
-/** A row of a list: an origin or a name, what is said of it, and perhaps a button. */
+/** A row of a list: an origin or a name, what is said of it, both as of `nodesOf`, and perhaps a button. */
 export function row(name, words = "", button) {
   const item = document.createElement("li");
   const text = document.createElement("div");
   const title = document.createElement("span");
   title.className = "origin";
-  title.textContent = name;
+  title.append(...nodesOf(name));
   text.append(title);
-  if (words) {
+  if (words.length > 0) {
     const more = document.createElement("div");
     more.className = "quiet";
-    more.textContent = words;
+    more.append(...nodesOf(words));
     text.append(more);
   }
   item.append(text, ...(button ? [button] : []));
   return item;
 }
+
+/** What the doctor says, and what it has read: it has no other language. */
+export const english = (text) => ({ english: text });
+
+/** What can be put into an element of words: a text, or a list of texts and those of `english`. */
+export const nodesOf = (words) => [words].flat().map((piece) => {
+  if (typeof piece === "string") return piece;
+  return Object.assign(document.createElement("span"), { lang: "en", textContent: piece.english });
+});
 
 /** A button with a word on it, and a longer name for those who do not see the row. */
 export function rowButton(word, name, onClick) {
@@ -40,19 +51,24 @@ export function rowButton(word, name, onClick) {
 }
 
 const OPERATIONS = {
-  signGstReturn: "GST return",
-  signItReturn: "Income-tax return",
-  signPdfHash: "PDF document",
-  signPdfs: "PDF document, shown before",
-  signAuthToken: "Authentication token",
+  signGstReturn: "journal_gst",
+  signItReturn: "journal_it",
+  signPdfHash: "journal_pdf_digest",
+  signPdfs: "journal_pdf",
+  signAuthToken: "journal_auth",
 };
 
 /** A signature of the journal in words: {title, words}. */
 export function describe({ time, origin, operation, algorithm, digest, subject, certificate, outcome }) {
-  const who = subject ?? (certificate ? `certificate ${certificate}` : "a certificate chosen in the signing program's window");
-  const became = outcome === "signed" ? `signed with ${who}` : `not signed: ${outcome}`;
+  const key =
+    outcome !== "signed" ? "journal_not_signed"
+    : subject ? "journal_signed"
+    : certificate ? "journal_signed_certificate"
+    : "journal_signed_chosen";
+  const what = Object.hasOwn(OPERATIONS, operation) ? message(OPERATIONS[operation]) : operation;
+  const by = outcome === "signed" ? (subject ?? certificate ?? "") : outcome;
   return {
-    title: origin ?? "A site in a private window",
-    words: `${new Date(time).toLocaleString()} – ${OPERATIONS[operation] ?? operation}, ${became}. ${algorithm} ${digest}`,
+    title: origin ?? message("journal_private"),
+    words: message(key, new Date(time).toLocaleString(locale()), what, `${algorithm} ${digest}`, by),
   };
 }

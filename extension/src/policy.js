@@ -1,6 +1,7 @@
 /** What the administrator has set, from the browser's managed storage. What cannot be understood denies. */
 
 import { PIN_LIFE, POLICY_SETTLE_MS } from "./limits.js";
+import { message } from "./messages.js";
 import { isMeant, parseEntry } from "./origins.js";
 
 const KEYS = ["allowedOrigins", "deniedOrigins", "onlyAllowedOrigins", ...Object.keys(PIN_LIFE)];
@@ -22,18 +23,18 @@ export class Policy {
     this.allowed = this.#entries(set, "allowedOrigins", () => (this.onlyAllowed = true));
     const { onlyAllowedOrigins } = set;
     if (onlyAllowedOrigins !== undefined && typeof onlyAllowedOrigins !== "boolean") {
-      this.#problem("onlyAllowedOrigins", null, "it is neither true nor false, and counts as true");
+      this.#problem("onlyAllowedOrigins", null, message("policy_not_boolean"));
     }
     if (![undefined, false].includes(onlyAllowedOrigins)) this.onlyAllowed = true;
     for (const [key, { least, most }] of Object.entries(PIN_LIFE)) if (key in set) this.#minutes(key, set[key], least, most);
-    for (const key of Object.keys(set)) if (!KEYS.includes(key)) this.#problem(key, null, "there is no such setting");
+    for (const key of Object.keys(set)) if (!KEYS.includes(key)) this.#problem(key, null, message("policy_no_setting"));
   }
 
   /** The policy of a browser that could not tell it: nobody may ask. */
   static unreadable(error) {
     const policy = new Policy({});
     policy.deniesAll = true;
-    policy.#problem("*", null, `the browser could not read the administrator's settings: ${error?.message ?? error}`);
+    policy.#problem("*", null, message("policy_unreadable", String(error?.message ?? error)));
     return policy;
   }
 
@@ -48,15 +49,15 @@ export class Policy {
     if (!(key in set)) return [];
     if (!Array.isArray(set[key])) {
       failClosed();
-      this.#problem(key, null, "it is no list");
+      this.#problem(key, null, message("policy_no_list"));
       return [];
     }
     return set[key].flatMap((text) => {
       try {
         return [{ ...parseEntry(text), text }];
-      } catch ({ message }) {
+      } catch (error) {
         failClosed();
-        this.#problem(key, text, message);
+        this.#problem(key, text, error.message);
         return [];
       }
     });
@@ -65,7 +66,7 @@ export class Policy {
   #minutes(key, value, least, most) {
     const isValid = Number.isInteger(value) && value >= least && value <= most;
     this.pinLife[key] = isValid ? value : least;
-    if (!isValid) this.#problem(key, null, `it is no whole number from ${least} to ${most}, and counts as ${least}`);
+    if (!isValid) this.#problem(key, null, message("policy_no_minutes", least, most));
   }
 
   #problem(key, entry, why) {

@@ -79,7 +79,7 @@ export class Service {
   async recheck() {
     for (const document of this.#documents) {
       for (const request of document.open.values()) {
-        if (request.grant && !(await this.#stillMay(document, request))) request.limit.abort("ORIGIN_DENIED");
+        if (request.grant && !(await this.#stillMay(document, request))) request.limit.abort(await this.#denialOf(document));
       }
     }
   }
@@ -172,10 +172,15 @@ export class Service {
     return permission === "allowed" || (grant === "once" && permission === "ask");
   }
 
+  async #denialOf({ origin }) {
+    const decision = await this.#permissions.decide(origin);
+    return new QuillmarkError("ORIGIN_DENIED", decision === "denied" ? { reason: "policy" } : {});
+  }
+
   // Whether the site is allowed; false where the user has to be asked.
   async #isAllowed(document) {
     const permission = await this.#permissionOf(document);
-    if (permission === "denied") throw new QuillmarkError("ORIGIN_DENIED");
+    if (permission === "denied") throw await this.#denialOf(document);
     return permission === "allowed";
   }
 
@@ -276,7 +281,7 @@ export class Service {
     const onWaiting = (ahead) => progress.tell({ state: "waiting", ahead });
     return this.#inTurn(this.#hostQueue, request.limit, onWaiting, async () => {
       // The permission has to hold now, not only when the request came.
-      if (!(await this.#stillMay(document, request))) throw new QuillmarkError("ORIGIN_DENIED");
+      if (!(await this.#stillMay(document, request))) throw await this.#denialOf(document);
       progress.tell({ state: "working" });
       return work();
     });

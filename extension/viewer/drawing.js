@@ -1,6 +1,7 @@
 /** What pdf.js draws of a document, and what it would leave out without a word. */
 
 import { getDocument, GlobalWorkerOptions, OPS, PDFWorker } from "../libraries/pdfjs.js";
+import { message } from "../src/messages.js";
 import { refusal } from "../src/pdf/refusal.js";
 
 const LIBRARIES = new URL("../libraries/", import.meta.url).href;
@@ -39,7 +40,7 @@ export async function load(bytes) {
     return { document, first: (await document.getPage(1)).getViewport({ scale: 1 }) };
   } catch (error) {
     await loading.destroy();
-    throw refusal(`it cannot be drawn (${error.message}).`);
+    throw refusal("refusal_drawing", error.message);
   }
 }
 
@@ -48,7 +49,7 @@ export async function checkDrawable(bytes, pages) {
   const { document } = await load(bytes);
   const { numPages } = document;
   await document.loadingTask.destroy();
-  if (numPages !== pages) throw refusal("readers find different pages in it. Export it once more.");
+  if (numPages !== pages) throw refusal("refusal_other_pages");
 }
 
 /**
@@ -57,17 +58,17 @@ export async function checkDrawable(bytes, pages) {
  */
 export async function checkComplete(document, proxy) {
   const { fnArray, argsArray } = await proxy.getOperatorList();
-  if (stopped.has(document.loadingTask.docId)) throw new Error("something in it cannot be read.");
+  if (stopped.has(document.loadingTask.docId)) throw new Error(message("drawing_something"));
   // A note with an error is left out as a whole.
   const notes = new Set(argsArray.filter((_, i) => fnArray[i] === OPS.beginAnnotation).map(([id]) => id));
   const annotations = await proxy.getAnnotations({ intent: "display" });
-  if (annotations.some(({ id, hasAppearance }) => hasAppearance && !notes.has(id))) throw new Error("a note in it cannot be read.");
+  if (annotations.some(({ id, hasAppearance }) => hasAppearance && !notes.has(id))) throw new Error(message("drawing_note"));
   const needed = argsArray.filter((_, i) => fnArray[i] === OPS.dependency).flat();
   for (const id of needed) {
     const objects = id.startsWith("g_") ? proxy.commonObjs : proxy.objs;
     const object = await new Promise((resolve) => objects.get(id, resolve));
-    if (object === null) throw new Error("a picture in it cannot be read.");
+    if (object === null) throw new Error(message("drawing_picture"));
     // In the place of a font there are the words of an error.
-    if (typeof object === "string") throw new Error("a font in it cannot be read.");
+    if (typeof object === "string") throw new Error(message("drawing_font"));
   }
 }

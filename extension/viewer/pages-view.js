@@ -1,6 +1,7 @@
 /** Draws a document's pages: those in sight and their neighbours, however many there are. */
 
 import { AnnotationMode } from "../libraries/pdfjs.js";
+import { message } from "../src/messages.js";
 import { checkComplete, load } from "./drawing.js";
 
 /** Above this many dots a page is drawn coarser than the screen is. */
@@ -154,7 +155,7 @@ export class PagesView {
       // A document that was closed meanwhile is broken by that.
       if (error.name === "RenderingCancelledException" || document !== this.#document) return;
       page.canvas = undefined;
-      page.element.textContent = `This page cannot be drawn: ${error.message}`;
+      page.element.textContent = message("documents_page_broken", error.message);
       this.#onBroken(page.index + 1);
     }
   }

@@ -5,13 +5,14 @@ import { Arming } from "../consent/arming.js";
 import { draw } from "../consent/characters.js";
 import { QuillmarkError } from "../quillmark.js";
 import { fromBase64 } from "../src/base64.js";
+import { counted, locale, message } from "../src/messages.js";
 import { operationOf } from "../src/operations.js";
 import { element } from "../src/pages.js";
 import { commonName } from "../src/pdf/cms.js";
 import { factsOf, opened } from "../src/pdf/document.js";
 import { refusal } from "../src/pdf/refusal.js";
 import { plain } from "../src/plain-error.js";
-import { numbered, showAbout, summaryOf } from "./about.js";
+import { showAbout, summaryOf } from "./about.js";
 import { Background } from "./calls.js";
 import { checkDrawable } from "./drawing.js";
 import { PagesView } from "./pages-view.js";
@@ -29,7 +30,7 @@ const NAME_TO_COME = "(your name)";
 for (const type of ["dragover", "drop"]) window.addEventListener(type, (event) => event.preventDefault());
 
 const view = new PagesView(element("pages"), (page, count) => {
-  element("page").textContent = `Page ${page.toLocaleString()} of ${count.toLocaleString()}`;
+  element("page").textContent = message("documents_page", page, count);
   showReady();
 });
 const background = new Background({ onQuestion: (given) => void begin(given).catch(fail), onGone });
@@ -78,13 +79,13 @@ function checkChain(chain) {
 
 function showSite() {
   const { origin, operation, isFramed, isPrivate, surroundings, firstAllowed } = question;
-  element("asks").textContent = operationOf(operation).asks;
+  element("asks").textContent = message(operationOf(operation).asks);
   element("origin").textContent = origin;
-  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(undefined, { dateStyle: "long" });
+  const date = firstAllowed && new Date(firstAllowed).toLocaleDateString(locale(), { dateStyle: "long" });
   element("history").hidden = isPrivate;
-  element("history").textContent = date ? `First allowed on ${date}.` : "You have never allowed this site before.";
+  element("history").textContent = date ? message("documents_first_allowed", date) : message("site_never_allowed");
   element("framed").hidden = !isFramed;
-  element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
+  element("surroundings").textContent = surroundings ?? message("site_unknown");
 }
 
 function placeIn(visible) {
@@ -95,7 +96,8 @@ function placeIn(visible) {
 
 // A document that cannot be signed is told to the page, and does not keep the others from it.
 async function read(i, document) {
-  element("loading").textContent = documents.length > 1 ? `Reading document ${i + 1} of ${documents.length}…` : "Reading…";
+  const { length: count } = documents;
+  element("loading").textContent = count > 1 ? message("documents_reading_of", i + 1, count) : message("documents_reading");
   const bytes = new Uint8Array(document.size);
   for (let at = 0; at < document.size; at += PIECE_BYTES) {
     const length = Math.min(PIECE_BYTES, document.size - at);
@@ -122,7 +124,7 @@ function pieceOf(length, text) {
 }
 
 async function refuse(i, cause) {
-  const damaged = refusal("it is damaged. Save it anew in the program that it comes from.");
+  const damaged = refusal("refusal_unreadable");
   const error = cause instanceof QuillmarkError ? cause : damaged;
   Object.assign(documents[i], { error, file: undefined });
   await background.call("tell", { document: i, error: plain(error) });
@@ -172,7 +174,7 @@ function showReady() {
 // Nobody signs what he cannot see.
 async function refuseOpened(i, page) {
   if (documents[i].error) return;
-  const error = refusal(`its page ${page} cannot be drawn. Save it anew in the program that it comes from.`);
+  const error = refusal("refusal_page_drawing", page);
   if (isSigning) {
     documents[i].broken = error;
     return;
@@ -185,8 +187,10 @@ async function refuseOpened(i, page) {
 function showSign() {
   const signable = documents.filter(({ error }) => !error);
   const unseen = signable.filter(({ isSeen }) => !isSeen).length;
-  const words = unseen > 0 ? `, ${unseen.toLocaleString()} not opened` : "";
-  if (documents.length > 1) element("sign").textContent = `Sign ${numbered(signable.length, "document", "documents")}${words}`;
+  const words = counted("documents_sign_all", signable.length);
+  if (documents.length > 1) {
+    element("sign").textContent = unseen > 0 ? message("documents_sign_unopened", words, counted("documents_unopened", unseen)) : words;
+  }
   element("next").hidden = unseen === 0 || documents.length === 1;
 }
 
@@ -211,7 +215,7 @@ function showList() {
 element("next").addEventListener("click", () => void openInTurn(nextUnseen(shown)));
 element("smaller").addEventListener("click", () => showZoom(view.zoom(-1)));
 element("larger").addEventListener("click", () => showZoom(view.zoom(1)));
-const showZoom = (zoom) => (element("zoom").textContent = `${zoom * 100} %`);
+const showZoom = (zoom) => (element("zoom").textContent = message("documents_zoom", zoom * 100));
 showZoom(1);
 
 letPlace(element("pages"), view, (place) => {
@@ -226,7 +230,7 @@ function arm() {
   const waiting = document.title;
   const buttons = [...document.querySelectorAll("footer button")];
   arming = new Arming((isArmed) => {
-    document.title = isArmed && shown !== undefined ? `Quillmark - Sign for ${question.origin}?` : waiting;
+    document.title = isArmed && shown !== undefined ? message("documents_title_ready", question.origin) : waiting;
     document.documentElement.classList.toggle("waits", !isArmed);
     for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
   });
@@ -251,10 +255,10 @@ async function sign() {
   background.answer("sign");
   element("answers").hidden = true;
   element("working").hidden = element("progress").hidden = false;
-  element("progress").textContent = "Choose your certificate and type your PIN in Quillmark's own window.";
+  element("progress").textContent = message("documents_choose");
   element("list").inert = element("document").inert = true;
   await signAll(background, documents, question, (i) => {
-    element("progress").textContent = `Signing ${i + 1} of ${documents.length}…`;
+    element("progress").textContent = message("documents_signing", i + 1, documents.length);
   });
   background.finish();
 }

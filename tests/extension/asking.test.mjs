@@ -32,7 +32,7 @@ test("Until the page closes is for this document, and for no other of the site",
   for (let i = 0; i < 3; i++) await page.signAuthToken("token");
   assert.deepEqual(browser.questions.map(({ kind }) => kind), ["question", "statement", "statement"]);
   assert.equal(browser.user.values.allowedOrigins, undefined);
-  await assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED" });
+  await assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED", reason: undefined });
   assert.equal((await page.status()).permission, "allowed");
 });
 
@@ -290,9 +290,9 @@ test("A window that is closed while it opens denies, and keeps nobody waiting", 
   assert.deepEqual(await (await browser.page("https://second.example")).selectCertificate(), RECORD);
 });
 
-test("A denial by the administrator ends what a site has asked before it", async () => {
+test("A denial by the administrator ends what a site has asked before it, and says who has denied", async () => {
   start({ answers: ["once"], program: new FakeProgram(() => undefined) });
-  const request = assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED" });
+  const request = assert.rejects((await browser.page()).signAuthToken("token"), { code: "ORIGIN_DENIED", reason: "policy" });
   await settle();
   assert.equal(browser.program.requests.length, 1);
   browser.managed.values.deniedOrigins = [SITE];

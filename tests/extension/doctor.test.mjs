@@ -4,6 +4,7 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "../../extension/doctor/report.js";
+import "./catalogue.mjs";
 
 const SECRETS = ["Asha Rao", "CN=Asha Rao, O=Rao & Sons", "4f2a1bc9", "9B11C2D3", "00A1", "/home/user/token.so", "HYP-7788", "asha-module"];
 const [LABEL, SUBJECT, SERIAL, THUMBPRINT, ID, PATH, MODEL, MODULE] = SECRETS;
@@ -50,13 +51,17 @@ test("A report for others tells what was found, and holds no name, number or pat
   for (const secret of SECRETS) assert.ok(!report.includes(secret), secret);
 });
 
+const inEnglish = (words) => words.filter((piece) => typeof piece !== "string").map(({ english }) => english);
+const textOf = (words) => words.map((piece) => piece.english ?? piece).join("");
+
 test("Tokens and certificates are told with the tries that are left, and with the reason why one is not offered", () => {
   const [token] = tokensOf(DIAGNOSIS);
-  assert.equal(wordsForToken(token), `${MODEL}, serial number ${SERIAL}, its PIN: one try is left, offered`);
-  assert.equal(wordsForToken({ offered: false, reason: "not enabled for QMTokenDriver" }), "not offered: not enabled for QMTokenDriver");
-  assert.match(wordsForCertificate(CERTIFICATE), /^can sign, the first in the window, as far as can be seen without the PIN, valid until /);
-  assert.match(wordsForCertificate(EXPIRED), /^offered, but cannot sign: expired, valid until /);
-  assert.equal(wordsForCertificate({ offered: false, canSign: false, reasons: ["it cannot be read"] }), "not offered: it cannot be read");
+  assert.equal(textOf(wordsForToken(token)), `${MODEL}, serial number ${SERIAL}, its PIN: one try is left, offered`);
+  assert.equal(textOf(wordsForToken({ offered: false, reason: "not enabled for QMTokenDriver" })), "not offered: not enabled for QMTokenDriver");
+  assert.match(textOf(wordsForCertificate(CERTIFICATE)), /^can sign, the first in the window, as far as can be seen without the PIN, valid until /);
+  assert.match(textOf(wordsForCertificate(EXPIRED)), /^offered, but cannot sign: expired, valid until /);
+  assert.equal(textOf(wordsForCertificate({ offered: false, canSign: false, reasons: ["it cannot be read"] })), "not offered: it cannot be read");
+  assert.deepEqual(inEnglish(wordsForToken(token)), ["one try is left"], "what the tool says is marked as English");
 });
 
 test("A computer whose tokens could not be listed has a report without tokens", () => {

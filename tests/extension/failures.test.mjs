@@ -89,6 +89,11 @@ test("After what spoils the host's run, and a failed login, it is started anew; 
   }
 });
 
+test("A PIN that was not typed is told from a wrong one", () => {
+  assert.equal(classify("Token User PIN required for Token Login, but given empty.").reason, "empty");
+  assert.equal(classify("[CKR_ERROR in C_Login] ErrCode = 0x000000A0.").reason, undefined);
+});
+
 test("A further token's login that failed is one, also after another token has signed", () => {
   for (const loggedIn of [false, true]) {
     const { code, ckr } = classify("Error  in TokenSignData(): [CKR_ERROR in C_SignInit] ErrCode = 0x00000101.", loggedIn);

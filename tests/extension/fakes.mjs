@@ -17,6 +17,7 @@ import { PolicySource } from "../../extension/src/policy.js";
 import { Service } from "../../extension/src/service.js";
 import { Settings } from "../../extension/src/settings.js";
 import { Signatures } from "../../extension/src/signatures.js";
+import "./catalogue.mjs";
 
 globalThis.crypto ??= webcrypto;
 

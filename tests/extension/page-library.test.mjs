@@ -4,8 +4,9 @@ import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
 import { test } from "node:test";
 
-import { ERRORS, MAX_GST_TEXT_BYTES, QuillmarkError, suitableDigest } from "../../extension/quillmark.js";
-import { browser, stopClock, visit } from "./fakes.mjs"; // also gives Node.js 18 the global crypto that browsers have
+import { ERRORS, MAX_GST_TEXT_BYTES, messageOf, QuillmarkError, selectCertificate, suitableDigest } from "../../extension/quillmark.js";
+import { plain } from "../../extension/src/plain-error.js";
+import { ALLOWED, browser, stopClock, visit } from "./fakes.mjs"; // also gives Node.js 18 the global crypto that browsers have
 
 const THUMBPRINT = "0123456789ABCDEF0123456789ABCDEF01234567";
 
@@ -88,4 +89,77 @@ test("What the checks find reaches the page as a rejection, before anyone is ask
   await assert.rejects(page.signGstReturn("a", { timeout: 0 }), { code: "INVALID_ARGUMENT" });
   assert.equal(browser.questions.length, 0);
   assert.equal(browser.program.starts, 0);
+});
+
+test("A page without protection is told of its address, and not to install what is there", async (t) => {
+  globalThis.isSecureContext = false;
+  t.after(() => delete globalThis.isSecureContext);
+  const page = await visit(undefined, "http://site.example", { extension: false });
+  for (const ask of [page.status, page.selectCertificate, () => suitableDigest(new Uint8Array([1]))]) {
+    await assert.rejects(ask(), { code: "INSECURE_PAGE", message: /https:/ });
+  }
+});
+
+test("A worker is told where to ask", async () => {
+  await assert.rejects(selectCertificate(), { code: "INVALID_ARGUMENT", detail: /worker/ });
+});
+
+/** Has the page declare a language until the test ends. */
+function declare(t, lang) {
+  globalThis.document = { documentElement: { lang } };
+  t.after(() => delete globalThis.document);
+}
+
+test("An error speaks the language that is asked for, or the page's, and English where there is no other", (t) => {
+  const said = (lang) => new QuillmarkError("TOKEN_MISSING", { lang }).message;
+  assert.equal(said(), ERRORS.TOKEN_MISSING, "without a page");
+  declare(t, "hi-IN");
+  assert.match(said(), /टोकन/);
+  assert.match(said("ta"), /டோக்கன்/);
+  assert.match(said("DE-at"), /Krypto-Token/);
+  for (const lang of ["en", "en-GB", "fr", "", "constructor", "x"]) assert.equal(said(lang), ERRORS.TOKEN_MISSING, lang);
+  assert.equal(messageOf("TOKEN_MISSING"), said());
+});
+
+test("Each call takes a language, and speaks the page's without one", async (t) => {
+  const page = await visit();
+  const [bytes, gone] = [new Uint8Array(32), AbortSignal.abort()];
+  const calls = [
+    (lang) => page.selectCertificate({ lang, signal: gone }),
+    (lang) => page.signAuthToken("", { lang }),
+    (lang) => page.signGstReturn("a", { lang, timeout: 0 }),
+    (lang) => page.signItReturn("", "", { lang }),
+    (lang) => page.signPdfHash(bytes, THUMBPRINT, { lang }),
+    (lang) => page.signPdfHash(42, THUMBPRINT, { lang }),
+    (lang) => page.signPdf("no bytes", { lang }),
+    (lang) => page.signPdfs([], { lang }),
+    (lang) => page.signPdfs([{ document: bytes }], { lang, chain: ["no bytes"] }),
+    (lang) => page.status({ lang, checkHost: true }),
+    (lang) => page.suitableDigest(() => null, { lang }),
+  ];
+  declare(t, "ta");
+  for (const call of calls) {
+    for (const [lang, script] of [["hi", /[\u0900-\u097f]/], ["de", /(ß|[äöü]|nicht|wurde)/], [undefined, /[\u0b80-\u0bff]/], ["en", /^[\x20-\x7e]+$/]]) {
+      await assert.rejects(call(lang), ({ message }) => script.test(message), `${call}, ${lang}`);
+    }
+  }
+});
+
+test("What the extension says of an error's code comes in the page's language, what it says beyond that as it is", async () => {
+  const page = await visit(ALLOWED);
+  browser.program.answer = () => ({ ok: false, text: "No slot with token attached." });
+  await assert.rejects(page.signAuthToken("token", { lang: "de" }), { message: messageOf("TOKEN_MISSING", "de") });
+  const special = plain(new QuillmarkError("DOCUMENT_REFUSED", { message: "It is encrypted." }));
+  assert.equal(new QuillmarkError(special.code, { ...special, lang: "de" }).message, "It is encrypted.");
+  const unknown = plain(Object.assign(new QuillmarkError("TIMEOUT"), { code: "BRAND_NEW" }));
+  assert.equal(new QuillmarkError(unknown.code, { ...unknown, lang: "de" }).message, ERRORS.TIMEOUT, "of a newer extension");
+});
+
+test("Without the extension a page hears of that in the language of each of its calls", async (t) => {
+  const page = await visit(undefined, "https://site.example", { extension: false });
+  const clock = stopClock(t);
+  const both = Promise.allSettled(["hi", "de"].map((lang) => page.selectCertificate({ lang })));
+  await Promise.resolve();
+  clock.tick(2_000);
+  assert.deepEqual((await both).map(({ reason }) => reason.message), ["hi", "de"].map((lang) => messageOf("EXTENSION_MISSING", lang)));
 });

@@ -7,6 +7,7 @@ import { PDFDocument, PDFName } from "pdf-lib";
 
 import "./pdf/pdfjs-in-node.mjs";
 import { checkComplete, load } from "../../extension/viewer/drawing.js";
+import "./catalogue.mjs";
 import { jbig2 } from "./pdf/pictures.mjs";
 
 /** A document with this content and resources, made with `objects(context)`, on its only page. */

@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
+import { QuillmarkError } from "../../extension/quillmark.js";
 import { MAX_DOCUMENTS, MAX_PDF_BYTES, PAGE_ANSWER_MS, REFUSAL_WAITS_MS } from "../../extension/src/limits.js";
 import { ALLOWED, browser, DIGEST, portPair, rawChannel, RECORD, settle, SITE, start, stopClock, until } from "./fakes.mjs";
 
@@ -213,7 +214,7 @@ test("The time stamp is the page's own function, given the digest and a request;
   const failing = await asked(undefined, { timestamp: () => Promise.reject(new Error("no net")) });
   const { error } = await failing.window.call("timeStamp", { digest: "", request: "" });
   assert.equal(error.code, "TIMESTAMP_FAILED");
-  assert.match(error.message, /had signed already/, "what the token has done is not denied");
+  assert.match(new QuillmarkError(error.code, error).message, /had signed already/, "what the token has done is not denied");
 });
 
 test("A page that never answers for a document, a time stamp or an outcome ends its request in time, and the window with it", async (t) => {

@@ -5,6 +5,7 @@ import { test } from "node:test";
 
 import { piecesOf } from "../../extension/consent/characters.js";
 import { layOut } from "../../extension/consent/json-layout.js";
+import "./catalogue.mjs";
 
 const marks = (text) => piecesOf(text).filter(({ mark }) => mark).map(({ mark }) => mark);
 
@@ -40,7 +41,7 @@ test("Marks that strike out or cover a letter are marked themselves", () => {
 
 test("What would be pushed out of sight by blanks is not", () => {
   assert.deepEqual(marks(`a${" ".repeat(99)}b`), []);
-  assert.deepEqual(marks(`"tax": 1${"\n".repeat(5000)}"tax": 2`), ["5000 blanks"]);
+  assert.deepEqual(marks(`"tax": 1${"\n".repeat(5000)}"tax": 2`), ["5,000 blanks"]);
 });
 
 test("The pieces put together are the text", () => {

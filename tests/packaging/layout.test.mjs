@@ -75,7 +75,7 @@ test("install for one user brings a stripped program and the extension, and says
   for (const path of ["chromium", "firefox/manifest.json"].map((each) => join(folder, "extension", each))) {
     assert.ok(existsSync(path) && stdout.toString().includes(`type ${path} and press Enter`), path);
   }
-  assert.ok(existsSync(join(folder, "extension/chromium/src/background.js")));
+  for (const file of ["src/background.js", "_locales/hi/messages.json"]) assert.ok(existsSync(join(folder, "extension/chromium", file)));
   assert.ok(!/\[\d+\/\d+\]|steps/.test(stdout), "no flood of the build's words");
   await run(product.install, ["--uninstall"], { env: { ...process.env, HOME: home, XDG_CONFIG_HOME: "" } });
   assert.ok(!existsSync(folder));

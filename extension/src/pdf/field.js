@@ -40,7 +40,7 @@ export async function withSignatureField(file, details) {
     const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", prepared.covered));
     if (!digest.includes(0)) return { ...prepared, digest };
   }
-  throw refusal("no digest of it can be signed. Try it once more.");
+  throw refusal("refusal_digest");
 }
 
 function prepare(file, details) {
@@ -60,7 +60,7 @@ function prepare(file, details) {
   appended.set(new TextEncoder().encode(text.padEnd(BYTE_RANGE.length)), range);
 
   const insert = (der) => {
-    if (der.length > details.room) throw refusal("the signature is longer than the room for it.");
+    if (der.length > details.room) throw refusal("refusal_room");
     const signed = appended.slice();
     signed.set(new TextEncoder().encode(hex(der)), room + 1);
     return signed;
@@ -105,7 +105,7 @@ function signatureBytes(file, { signer, reason, location, time, room }) {
 function addField(file, update, signature, { appearance, time }) {
   checkPermitted(file, { isSeen: appearance !== undefined });
   const page = file.pages[appearance?.page ?? 0];
-  if (!page) throw refusal(`it has no page ${appearance.page + 1} for the visible signature.`);
+  if (!page) throw refusal("refusal_no_page", appearance.page + 1);
   const field = update.add(
     dictionary(file, {
       Type: name("Annot"),

@@ -12,8 +12,8 @@ import { inflated } from "./streams.js";
 
 export const name = (text) => PDFName.of(text);
 
-const DAMAGED = "it is damaged. Open it in the program that it comes from, and save it anew.";
-const CUT_SHORT = "its end is missing, or something stands behind it. Download it or export it once more.";
+const DAMAGED = "refusal_damaged";
+const CUT_SHORT = "refusal_cut_short";
 
 // Where readers look for the head and the end (ISO 32000-1, annex H.3).
 const SEARCHED = 1024;
@@ -40,12 +40,12 @@ export class PdfFile {
   /** Reads the bytes of a file. Throws DOCUMENT_REFUSED for one that cannot be extended. */
   constructor(bytes) {
     this.bytes = bytes;
-    if (bytes.length > MAX_PDF_BYTES) throw refusal(`it is larger than ${MAX_PDF_BYTES / 1024 / 1024} MiB.`);
+    if (bytes.length > MAX_PDF_BYTES) throw refusal("refusal_large", MAX_PDF_BYTES / 1024 / 1024);
     checkHead(bytes);
     checkLinearization(bytes);
     this.startxref = startxrefOf(bytes);
     orRefuse(DAMAGED, () => this.#readSections());
-    if (this.trailer.has(name("Encrypt"))) throw refusal("it is encrypted. Save it without a password or restrictions first.");
+    if (this.trailer.has(name("Encrypt"))) throw refusal("refusal_encrypted");
     if (!(this.trailer.get(name("Root")) instanceof PDFRef)) throw refusal(DAMAGED);
   }
 
@@ -138,7 +138,7 @@ export class PdfFile {
     const stream = this.#at(entry.offset, { number, generation: entry.generation });
     const content = inflated(stream, this);
     this.#unpacked += content.length;
-    if (this.#unpacked > MAX_PDF_STREAM_BYTES) throw refusal("its parts are larger than those of a document.");
+    if (this.#unpacked > MAX_PDF_STREAM_BYTES) throw refusal("refusal_large_parts");
     const first = this.member(stream.dict, "First", PDFNumber).asNumber();
     const pairs = latin1(content.subarray(0, first)).trim().split(/\s+/).map(Number);
     return { content, offsets: pairs.filter((_, i) => i % 2 === 1).map((offset) => first + offset) };
@@ -220,7 +220,7 @@ export class PdfFile {
   }
 
   #checkNumber(number) {
-    if (!(number <= MAX_PDF_OBJECTS)) throw refusal("it has more parts than a document has.");
+    if (!(number <= MAX_PDF_OBJECTS)) throw refusal("refusal_many_parts");
   }
 
   #note(number, entry) {
@@ -249,10 +249,10 @@ export class PdfFile {
       const kids = this.member(node, "Kids", PDFArray);
       if (kids) for (const kid of kids.asArray()) visit(kid);
       else pages.push(ref);
-      if (pages.length > MAX_PDF_PAGES) throw refusal(`it has more than ${MAX_PDF_PAGES} pages.`);
+      if (pages.length > MAX_PDF_PAGES) throw refusal("refusal_many_pages", MAX_PDF_PAGES);
     };
     orRefuse(DAMAGED, () => visit(this.catalog.get(name("Pages"))));
-    if (pages.length === 0) throw refusal("it has no pages.");
+    if (pages.length === 0) throw refusal("refusal_no_pages");
     return pages;
   }
 }
@@ -260,8 +260,8 @@ export class PdfFile {
 function checkHead(bytes) {
   const head = latin1(bytes.subarray(0, SEARCHED));
   if (/^%PDF-[12]\.\d/.test(head)) return;
-  if (head.includes("%PDF-")) throw refusal("something stands before its beginning. Export it once more.");
-  throw refusal("it is no PDF document.");
+  if (head.includes("%PDF-")) throw refusal("refusal_before_beginning");
+  throw refusal("refusal_no_pdf");
 }
 
 // Readers take a file whose first object says that it is linearised, and as long as it is, from its begin instead of its end

@@ -1,37 +1,38 @@
 /** What is in a PDF document and not in the drawing of its pages, or may look different elsewhere. */
 
 import { PDFArray, PDFDict, PDFName, PDFRawStream } from "../../libraries/pdf-lib.js";
+import { message } from "../messages.js";
 import { name } from "./file.js";
 import { orRefuse } from "./refusal.js";
 
 const isOneOf = (file, dictionary, key, values) => values.includes(file.member(dictionary, key, PDFName)?.decodeText());
 
-/** Each: the words for people, and whether a dictionary is such a part. */
+/** Each: the key of the words for people, and whether a dictionary is such a part. */
 const PARTS = [
-  { words: "attached files", isIt: (file, each) => file.member(each, "EF", PDFDict) !== undefined },
+  { words: "part_files", isIt: (file, each) => file.member(each, "EF", PDFDict) !== undefined },
   {
-    words: "scripts",
+    words: "part_scripts",
     isIt: (file, each) => isOneOf(file, each, "S", ["JavaScript", "Rendition"]) || each.has(name("JS")),
   },
   {
-    words: "actions that start programs or send the form away",
+    words: "part_actions",
     isIt: (file, each) => isOneOf(file, each, "S", ["Launch", "SubmitForm", "ImportData", "GoToR", "GoToE", "Hide", "SetOCGState", "Sound"]),
   },
-  { words: "layers, which can be hidden or shown", isIt: (file, each) => isOneOf(file, each, "Type", ["OCG", "OCMD"]) || each.has(name("OCGs")) || each.has(name("OC")) },
+  { words: "part_layers", isIt: (file, each) => isOneOf(file, each, "Type", ["OCG", "OCMD"]) || each.has(name("OCGs")) || each.has(name("OC")) },
   {
-    words: "form fields, whose content can be changed",
+    words: "part_fields",
     isIt: (file, each) => isOneOf(file, each, "FT", ["Tx", "Btn", "Ch"]),
   },
-  { words: "a form that another program draws (XFA)", isIt: (file, each) => each.has(name("XFA")) },
+  { words: "part_xfa", isIt: (file, each) => each.has(name("XFA")) },
   {
-    words: "films, sounds or three-dimensional pictures",
+    words: "part_films",
     isIt: (file, each) => isOneOf(file, each, "Subtype", ["Movie", "Sound", "Screen", "RichMedia", "3D"]),
   },
-  { words: "notes whose text is not on the page", isIt: (file, each) => isOneOf(file, each, "Subtype", ["Text", "Popup"]) && each.has(name("Rect")) },
-  { words: "notes that are hidden", isIt: (file, each) => isHiddenNote(file, each) },
-  { words: "pictures with another version for printing", isIt: (file, each) => each.has(name("Alternates")) },
+  { words: "part_notes", isIt: (file, each) => isOneOf(file, each, "Subtype", ["Text", "Popup"]) && each.has(name("Rect")) },
+  { words: "part_hidden_notes", isIt: (file, each) => isHiddenNote(file, each) },
+  { words: "part_alternates", isIt: (file, each) => each.has(name("Alternates")) },
   {
-    words: "content that is in another file",
+    words: "part_elsewhere",
     isIt: (file, each) => isOneOf(file, each, "Subtype", ["Form"]) && each.has(name("Ref")),
   },
 ];
@@ -60,10 +61,10 @@ export async function partsNotShown(file) {
   };
   let begun = performance.now();
   for (const number of file.numbers) {
-    orRefuse("it is damaged.", () => look(file.objectOf(number)));
+    orRefuse("refusal_broken", () => look(file.objectOf(number)));
     if (performance.now() - begun < WORK_MS) continue;
     await new Promise((resolve) => setTimeout(resolve));
     begun = performance.now();
   }
-  return PARTS.filter((part) => found.has(part)).map(({ words }) => words);
+  return PARTS.filter((part) => found.has(part)).map(({ words }) => message(words));
 }

@@ -1,11 +1,12 @@
 import { QuillmarkError } from "../../quillmark.js";
+import { message } from "../messages.js";
 
-/** The error for a document that is not signed, with a reason in words for people. */
-export const refusal = (reason) =>
-  new QuillmarkError("DOCUMENT_REFUSED", { message: `This document cannot be signed: ${reason}` });
+/** The error for a document that is not signed, with the message of a reason. */
+export const refusal = (reason, ...values) =>
+  new QuillmarkError("DOCUMENT_REFUSED", { message: message("refusal_document", message(reason, ...values)) });
 
 /** The reason for a document that one reader draws otherwise than another. */
-export const AMBIGUOUS = "it has parts that some readers show and others do not. Save it anew in the program that it comes from.";
+export const AMBIGUOUS = "refusal_ambiguous";
 
 /** Calls `work`; what a damaged file makes of it becomes a refusal. */
 export function orRefuse(reason, work) {

@@ -18,8 +18,8 @@ export function checkShapes(file) {
     const shown = media.map((value, at) => (at < 2 ? Math.max : Math.min)(value, crop[at]));
     for (const [left, bottom, right, top] of [media, shown]) {
       for (const side of [right - left, top - bottom]) {
-        if (!(side >= LEAST_SIDE)) throw refusal(`its page ${i + 1} is too thin to be seen.`);
-        if (side > LONGEST_SIDE) throw refusal(`its page ${i + 1} is larger than a page can be.`);
+        if (!(side >= LEAST_SIDE)) throw refusal("refusal_page_thin", i + 1);
+        if (side > LONGEST_SIDE) throw refusal("refusal_page_large", i + 1);
       }
     }
   }

@@ -40,9 +40,9 @@ export async function signaturesOf(file) {
 export function checkPermitted(file, { isSeen = false } = {}) {
   const permissions = permissionsOf(file);
   const isKnown = (permission) => [SIGNATURES, SIGNATURES_AND_NOTES].includes(permission);
-  if (!permissions.every(isKnown)) throw refusal("its author has certified it and forbids every change, also a further signature.");
+  if (!permissions.every(isKnown)) throw refusal("refusal_certified");
   if (isSeen && permissions.includes(SIGNATURES)) {
-    throw refusal("its author has certified it, and permits no signature that is seen on a page. One that is not seen is permitted.");
+    throw refusal("refusal_certified_seen");
   }
 }
 
@@ -70,7 +70,7 @@ function signedFields(file) {
     const field = file.get(given);
     if (!(field instanceof PDFDict) || seen.has(field)) return;
     seen.add(field);
-    if (depth > MAX_DEPTH || found.length > MAX_SIGNATURES) throw refusal("it has more form fields than a document has.");
+    if (depth > MAX_DEPTH || found.length > MAX_SIGNATURES) throw refusal("refusal_many_fields");
     const type = file.member(field, "FT", PDFName) ?? inherited;
     const value = type === name("Sig") && file.member(field, "V", PDFDict);
     if (value) found.push({ field, value });

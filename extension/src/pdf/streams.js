@@ -16,7 +16,7 @@ export function inflated(stream, file) {
   };
   const filter = one("Filter");
   if (filter === undefined) return stream.contents;
-  if (filter !== name("FlateDecode")) throw refusal("its parts are packed in a way that Quillmark does not know.");
+  if (filter !== name("FlateDecode")) throw refusal("refusal_packing");
   return unpredicted(unzipped(stream.contents), one("DecodeParms"));
 }
 
@@ -25,7 +25,7 @@ function unzipped(bytes) {
   let length = 0;
   const unzlib = new Unzlib((piece) => {
     length += piece.length;
-    if (length > MAX_PDF_STREAM_BYTES) throw refusal("its parts are larger than those of a document.");
+    if (length > MAX_PDF_STREAM_BYTES) throw refusal("refusal_large_parts");
     pieces.push(piece);
   });
   // In small pieces, so that the limit is seen before the memory is used.
@@ -40,7 +40,7 @@ function unpredicted(bytes, parameters) {
     return value instanceof PDFNumber ? value.asNumber() : missing;
   };
   if (number("Predictor", 1) === 1) return bytes;
-  if (number("Predictor", 1) < 10) throw refusal("its parts are packed in a way that Quillmark does not know.");
+  if (number("Predictor", 1) < 10) throw refusal("refusal_packing");
   const perPixel = Math.max(1, (number("Colors", 1) * number("BitsPerComponent", 8)) >> 3);
   const row = Math.ceil((number("Columns", 1) * number("Colors", 1) * number("BitsPerComponent", 8)) / 8);
   const rows = Math.ceil(bytes.length / (row + 1));

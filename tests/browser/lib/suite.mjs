@@ -10,6 +10,7 @@ import { consentTests } from "../uses/consent.mjs";
 import { doctorPageTests } from "../uses/doctor-pages.mjs";
 import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
+import { languageTests } from "../uses/languages.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
 import { signingTests } from "../uses/signing.mjs";
@@ -75,5 +76,6 @@ export function browserTests(name) {
   for (const define of attacks) define({ name, rig, attack: browserTest });
   doctorTests(suite);
   registrationTests(suite);
+  languageTests(suite);
   policyAttacks({ name, rig, attack: browserTest });
 }

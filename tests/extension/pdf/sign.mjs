@@ -10,6 +10,7 @@ import { checkFinished, factsOf, opened } from "../../../extension/src/pdf/docum
 import { withSignatureField } from "../../../extension/src/pdf/field.js";
 import { joined } from "../../../extension/src/pdf/bytes.js";
 import { Authority, run } from "../../lib/kit.mjs";
+import "../catalogue.mjs";
 
 globalThis.crypto ??= webcrypto;
 

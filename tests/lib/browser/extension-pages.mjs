@@ -53,11 +53,16 @@ export class ExtensionPages {
     throw new Error("The user sees no settings page");
   }
 
-  /** Opens the toolbar's popup, in a tab behind the others: { evaluate(body, ...args), close() }. */
-  async openPopup() {
-    const popup = await this.#pages.open(POPUP);
-    const evaluate = (body, ...args) => this.#pages.evaluate(popup, called(body, args)).catch(() => undefined);
-    return { evaluate, close: () => this.#pages.close(popup) };
+  /** Opens the toolbar's popup in a tab, as openTab does. */
+  openPopup() {
+    return this.openTab(POPUP);
+  }
+
+  /** Opens a page of the extension in a tab behind the others: { evaluate(body, ...args), show(), close() }. */
+  async openTab(path) {
+    const page = await this.#pages.open(path);
+    const evaluate = (body, ...args) => this.#pages.evaluate(page, called(body, args)).catch(() => undefined);
+    return { evaluate, show: () => this.#pages.show(page), close: () => this.#pages.close(page) };
   }
 
   /** Clicks a button of the popup when it can be clicked; gives what is said then. */
@@ -77,7 +82,7 @@ export class ExtensionPages {
 
   async #open() {
     const page = await this.#pages.open(OPTIONS);
-    await waitFor("the settings page", () => this.#pages.evaluate(page, "document.title.includes('Settings')").catch(() => false), {
+    await waitFor("the settings page", () => this.#pages.evaluate(page, "document.documentElement.lang !== ''").catch(() => false), {
       timeout: 5_000,
     });
     return page;
@@ -120,6 +125,10 @@ class ChromiumPages {
 
   evaluate(page, expression) {
     return page.evaluate(expression);
+  }
+
+  show(page) {
+    return page.bringToFront();
   }
 
   close(page) {
@@ -175,6 +184,10 @@ class FirefoxPages {
     });
     if (exceptionDetails) throw new Error(exceptionDetails.text);
     return JSON.parse(result.value);
+  }
+
+  show(context) {
+    return this.#send("browsingContext.activate", { context });
   }
 
   close(context) {

@@ -87,8 +87,9 @@ export class Rig {
     return setPolicy(this.name, { ids: this.#product.extension.ids, home: this.home, data, cleanup: this.#cleanup });
   }
 
-  async startBrowser() {
+  async startBrowser({ language } = {}) {
     this.browser = await startBrowser(this.name, {
+      language,
       home: this.home,
       extension: join(this.extensions, this.name),
       ids: this.#product.extension.ids,
@@ -102,10 +103,10 @@ export class Rig {
     return this.user.extension;
   }
 
-  /** Ends the browser and starts it anew, with the profile that it has in Chromium, and a new one in Firefox. */
-  async restartBrowser() {
+  /** Ends the browser and starts it anew, in this language or English, with the profile that it has in Chromium, and a new one in Firefox. */
+  async restartBrowser(options) {
     await this.browser.close();
-    await this.startBrowser();
+    await this.startBrowser(options);
     this.user.questionsSeen.clear();
   }
 

@@ -66,6 +66,16 @@ export class Authority {
     return described(certificate);
   }
 
+  /** A revocation list (DER) of this authority that revokes nobody. */
+  async revocationList() {
+    const config = await this.#file("crl.cnf", [
+      `[ca]\ndefault_ca = one\n[one]\ndatabase = ${await this.#file("crl.index", [""])}`,
+      `certificate = ${this.certificate}\nprivate_key = ${this.key}\ndefault_md = sha256\ndefault_crl_days = 30`,
+    ]);
+    const { stdout: pem } = await run("openssl", ["ca", "-gencrl", "-config", config]);
+    return (await run("openssl", ["crl", "-outform", "DER"], { input: pem })).stdout;
+  }
+
   /** A certificate for a public key (a DER file) whose private key is elsewhere: as from issue, without a key. */
   async certify(name, publicKey) {
     const certificate = { pem: join(this.folder, `${name}.pem`), der: join(this.folder, `${name}.der`) };
