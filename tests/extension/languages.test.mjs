@@ -99,6 +99,15 @@ test("What a page of the extension says is a message", () => {
   }
 });
 
+test("What the code puts into a page is a message", () => {
+  const statements = code.match(/(?:\.(?:textContent|title|ariaLabel|ariaDescription|placeholder) =(?!=)|setAttribute\("aria-(?:label|description)",)[^;]*;/g);
+  assert.ok(statements.length > 20);
+  const keys = new Set(namedKeys());
+  const texts = statements.flatMap((each) => matches(each.replace(/^setAttribute\("[^"]*"/, ""), /["`]((?:[^"`\\]|\\.)*)["`]/g));
+  const isText = (text) => !keys.has(text) && /\p{L}/u.test(text.replace(/\$\{[^}]*\}|SHA-256/g, ""));
+  assert.deepEqual(texts.filter(isText), []);
+});
+
 test("The page library knows the languages of the extension, and each of its errors in each of them", () => {
   const library = read("quillmark.js");
   for (const key of Object.keys(ERRORS)) {
