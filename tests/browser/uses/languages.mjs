@@ -53,6 +53,22 @@ function crampedIn() {
   return problems;
 }
 
+/** Which addresses, digests and texts that are signed are drawn in letters of different widths. To be called in the page. */
+function unevenIn() {
+  const all = [...document.querySelectorAll(".origin, #sha256, #facts dd, #text")];
+  const shown = all.filter((element) => element.getClientRects().length > 0 && element.textContent !== "" && !element.closest(".sentences"));
+  return shown.map((element) => element.querySelector("[lang]") ?? element).filter((element) => {
+    const [narrow, wide] = ["i", "W"].map((letter) => {
+      const probe = element.appendChild(document.createElement("span"));
+      probe.textContent = letter.repeat(9);
+      const { width } = probe.getBoundingClientRect();
+      probe.remove();
+      return width;
+    });
+    return Math.abs(narrow - wide) > 0.5;
+  }).map(({ textContent }) => textContent.slice(0, 60));
+}
+
 /** The words of a page, those left out that are marked as English. To be called in the page. */
 function wordsIn() {
   const copy = document.documentElement.cloneNode(true);
@@ -78,6 +94,7 @@ export function languageTests({ name, rig, browserTest }) {
       await sleep(300); // until it is drawn
       await rig.screenshot(`language-${language}-${what}`);
       assert.deepEqual(await evaluate(crampedIn), [], what);
+      assert.deepEqual(await evaluate(unevenIn), [], `letters of different widths in ${what}`);
     }
 
     const consent = (body, ...args) => rig.extension.consent(body, ...args);
