@@ -31,10 +31,10 @@ packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
   qpdf texlive-latex-base weasyprint
 )
-# With the languages of the extension in Firefox, which Chromium has itself, and their letters.
+# With the languages of the extension, and their letters.
 packages_browser=(
-  chromium firefox-esr firefox-esr-l10n-de firefox-esr-l10n-hi-in firefox-esr-l10n-ta fonts-lohit-deva fonts-lohit-taml
-  qpdf x11-xserver-utils
+  chromium chromium-l10n firefox-esr firefox-esr-l10n-de firefox-esr-l10n-hi-in firefox-esr-l10n-ta
+  fonts-lohit-deva fonts-lohit-taml qpdf x11-xserver-utils
 )
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)

@@ -4,7 +4,7 @@
 import { sha256Hex } from "../src/digest.js";
 import { locale, message } from "../src/messages.js";
 import { operationOf } from "../src/operations.js";
-import { element } from "../src/pages.js";
+import { element, showSurroundings } from "../src/pages.js";
 import { Arming } from "./arming.js";
 import { draw } from "./characters.js";
 import { showText } from "./text-section.js";
@@ -51,7 +51,7 @@ async function show() {
 function showSite() {
   const { origin, isFramed, isPrivate, surroundings, firstAllowed } = question;
   element("framed").hidden = !isFramed;
-  element("surroundings").textContent = surroundings ?? message("site_unknown");
+  showSurroundings(surroundings);
   const isOwn = surroundings === origin;
   element("framed-warning").hidden = isOwn;
   // A private window leaves no trace, so it cannot add to the list.
@@ -66,6 +66,7 @@ function showFacts(facts) {
     const term = document.createElement("dt");
     const definition = document.createElement("dd");
     term.textContent = name;
+    definition.lang = "en";
     draw(definition, value);
     return [term, definition];
   });

@@ -37,8 +37,8 @@ export function wordsForCertificate({ offered, canSign, first, needsLogin, reaso
 const inOneLine = (...given) => given.filter(Boolean).flatMap((words, i) => (i === 0 ? words : [", ", ...[words].flat()]));
 
 /**
- * A text in English for whoever helps, without a name or number of a person, a token or a certificate, and without a path: of the findings
- * only what was looked at and how it is, of tokens and certificates only the tools' own words.
+ * A text for whoever helps, in English, without a name or number of a person, a token or a certificate, and without a path: of
+ * the findings only what was looked at and how it is, of tokens and certificates only the tools' own words.
  */
 export function reportOf(diagnosis, { version, browser }) {
   const findings = diagnosis.findings.map(({ level, check, browser: which }) => listed(level, [check, which]));

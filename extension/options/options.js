@@ -2,7 +2,7 @@
 
 import "../doctor/section.js";
 import { counted, message } from "../src/messages.js";
-import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
+import { describe, element, english, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 const MINUTES = ["quietMinutes", "longestMinutes"];
@@ -21,7 +21,7 @@ await show();
 
 async function show() {
   const { hostRuns, sites, pinLife, policy } = await tellBackground("state");
-  element("sites").replaceChildren(...sites.always.map((origin) => row(origin, "", removeButton(origin))));
+  element("sites").replaceChildren(...sites.always.map((origin) => row(english(origin), "", removeButton(origin))));
   element("no-sites").hidden = sites.always.length > 0;
   showPolicy(policy);
   element("runs").hidden = element("stop").hidden = !hostRuns;
@@ -39,10 +39,10 @@ function showPolicy({ allowed, denied, onlyAllowed, deniesAll, pinLife, problems
   element("denies-all").hidden = !deniesAll;
   element("only-allowed").hidden = !onlyAllowed || deniesAll;
   const nameOf = ({ key, entry }) => (entry === null ? key : `${key}: ${JSON.stringify(entry)}`);
-  element("policy-problems").replaceChildren(...problems.map((problem) => row(nameOf(problem), problem.why)));
+  element("policy-problems").replaceChildren(...problems.map((problem) => row(english(nameOf(problem)), problem.why)));
   element("policy-sites").replaceChildren(
-    ...allowed.map((site) => row(site, message("policy_allowed"))),
-    ...denied.map((site) => row(site, message("policy_denied"))),
+    ...allowed.map((site) => row(english(site), message("policy_allowed"))),
+    ...denied.map((site) => row(english(site), message("policy_denied"))),
   );
 }
 

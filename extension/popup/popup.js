@@ -3,7 +3,7 @@
 import { findOut } from "../doctor/section.js";
 import { messageOf } from "../quillmark.js";
 import { locale, message } from "../src/messages.js";
-import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
+import { describe, element, english, row, rowButton, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
@@ -34,8 +34,8 @@ async function showState() {
   element("runs").hidden = !hostRuns;
   element("rests").hidden = hostRuns;
   element("forget").disabled = element("reread").disabled = !hostRuns;
-  list("waiting", sites.waiting.map((origin) => row(origin)));
-  list("allowed", sites.allowed.map((origin) => row(origin, "", takeBackButton(origin))));
+  list("waiting", sites.waiting.map((origin) => row(english(origin))));
+  list("allowed", sites.allowed.map((origin) => row(english(origin), "", takeBackButton(origin))));
 }
 
 function list(id, rows) {

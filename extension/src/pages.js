@@ -31,7 +31,16 @@ export function row(name, words = "", button) {
   return item;
 }
 
-/** What the doctor says, and what it has read: it has no other language. */
+/** Shows the address of the page around a frame, or says that nobody knows it. */
+export function showSurroundings(origin) {
+  element("surroundings").textContent = origin ?? message("site_unknown");
+  if (origin === null) element("surroundings").removeAttribute("lang");
+}
+
+/**
+ * What is the same in each language: addresses, and what the doctor says. For some languages browsers have no letters of one
+ * width, and in others a letter can be taken for another one.
+ */
 export const english = (text) => ({ english: text });
 
 /** What can be put into an element of words: a text, or a list of texts and those of `english`. */
@@ -68,7 +77,7 @@ export function describe({ time, origin, operation, algorithm, digest, subject, 
   const what = Object.hasOwn(OPERATIONS, operation) ? message(OPERATIONS[operation]) : operation;
   const by = outcome === "signed" ? (subject ?? certificate ?? "") : outcome;
   return {
-    title: origin ?? message("journal_private"),
+    title: origin ? english(origin) : message("journal_private"),
     words: message(key, new Date(time).toLocaleString(locale()), what, `${algorithm} ${digest}`, by),
   };
 }

@@ -7,7 +7,7 @@ import { QuillmarkError } from "../quillmark.js";
 import { fromBase64 } from "../src/base64.js";
 import { counted, locale, message } from "../src/messages.js";
 import { operationOf } from "../src/operations.js";
-import { element } from "../src/pages.js";
+import { element, showSurroundings } from "../src/pages.js";
 import { commonName } from "../src/pdf/cms.js";
 import { factsOf, opened } from "../src/pdf/document.js";
 import { refusal } from "../src/pdf/refusal.js";
@@ -85,7 +85,7 @@ function showSite() {
   element("history").hidden = isPrivate;
   element("history").textContent = date ? message("documents_first_allowed", date) : message("site_never_allowed");
   element("framed").hidden = !isFramed;
-  element("surroundings").textContent = surroundings ?? message("site_unknown");
+  showSurroundings(surroundings);
 }
 
 function placeIn(visible) {

@@ -71,8 +71,8 @@ for (const name of LANGUAGES) {
       const [count, category] = splitKey(key);
       const places = (given) => matches(given, /\$(\d)/g).sort();
       assert.deepEqual(places(text), places(english.get(category ? `${count}_other` : key)), key);
-      // "$name$" is a placeholder of another kind.
-      assert.ok(!/\$(?!\d)|\$\d\w*\$/.test(text), key);
+      // "$name$" is a placeholder of another kind, and "$12" none of the second digit.
+      assert.ok(!/\$(?!\d)|\$\d\w*\$|\$\d\d/.test(text), key);
     }
   });
 }
@@ -97,6 +97,15 @@ test("What a page of the extension says is a message", () => {
     assert.doesNotMatch(body, /\s(aria-label|alt|title|placeholder)="[^"]*\p{L}/u, page);
     assert.match(body, /<html>[^]*<script type="module" src="\.\.\/src\/localize\.js">/, page);
   }
+});
+
+test("What the code puts into a page is a message", () => {
+  const statements = code.match(/(?:\.(?:textContent|title|ariaLabel|ariaDescription|placeholder) =(?!=)|setAttribute\("aria-(?:label|description)",)[^;]*;/g);
+  assert.ok(statements.length > 20);
+  const keys = new Set(namedKeys());
+  const texts = statements.flatMap((each) => matches(each.replace(/^setAttribute\("[^"]*"/, ""), /["`]((?:[^"`\\]|\\.)*)["`]/g));
+  const isText = (text) => !keys.has(text) && /\p{L}/u.test(text.replace(/\$\{[^}]*\}|SHA-256/g, ""));
+  assert.deepEqual(texts.filter(isText), []);
 });
 
 test("The page library knows the languages of the extension, and each of its errors in each of them", () => {

@@ -47,11 +47,11 @@ test("Every file that the manifests and pages name is in the folders that are ma
       const made = await manifest(browser);
       const named = [
         ...Object.values(made.icons), ...made.content_scripts[0].js, made.options_ui.page, "consent/consent.html",
-        made.action.default_popup,
+        made.action.default_popup, `_locales/${made.default_locale}/messages.json`,
         made.background.service_worker ?? made.background.scripts[0], ...(made.storage ? [made.storage.managed_schema] : []),
       ];
       for (const path of named) assert.ok(existsSync(join(folder, browser, path)), `${browser}/${path}`);
-      for (const page of ["consent/consent.html", "options/options.html", "popup/popup.html"]) {
+      for (const page of ["consent/consent.html", "options/options.html", "popup/popup.html", "viewer/viewer.html", "viewer/gone.html"]) {
         const html = readFileSync(join(folder, browser, page), "utf8");
         for (const [, path] of html.matchAll(/(?:src|href)="([^"]+)"/g)) {
           assert.ok(existsSync(join(folder, browser, page, "..", path)), `${page}: ${path}`);
