@@ -57,7 +57,7 @@ export interface Options {
    * without redirects. The global `fetch` does. Where an address leads is yours to limit: authorities that you trust have written it,
    * but nothing here keeps it from naming a computer in your own network.
    */
-  fetch?(url: string, init: { method: string; headers?: Record<string, string>; body?: Uint8Array; redirect: "error"; signal: AbortSignal }): Promise<Response>;
+  fetch?(url: string, init: { method: string; headers?: Record<string, string>; body?: ArrayBuffer; redirect: "error"; signal: AbortSignal }): Promise<Response>;
   /**
    * Of the purposes that the signer's certificate names, one has to be among these (object identifiers). When left out: those for
    * logins, mail and documents. A certificate that names none is for all.

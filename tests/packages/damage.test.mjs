@@ -11,8 +11,8 @@ import { verdictOf } from "./lib/verdicts.mjs";
 
 const { root, issuing, asha } = people();
 const trust = { roots: root.der, intermediates: issuing.der, revocation: "none" };
-const site = "https://portal.example.com";
-const challenge = newChallenge({ site });
+const SITE = "https://portal.example.com";
+const challenge = newChallenge({ site: SITE });
 const digest = digestOf("a document");
 const header = Buffer.from(JSON.stringify({ alg: "RS256", x5c: [asha.der.toString("base64")] })).toString("base64url");
 const signingInput = `${header}.${Buffer.from("a payload").toString("base64url")}`;
@@ -21,11 +21,11 @@ const signingInput = `${header}.${Buffer.from("a payload").toString("base64url")
 const KINDS = {
   "a login's signature": {
     bytes: sign("sha256", Buffer.from(challenge), asha.privateKey),
-    verify: (signature) => verifyAuthToken({ ...trust, signature, challenge, site, certificate: asha.der }),
+    verify: (signature) => verifyAuthToken({ ...trust, signature, challenge, site: SITE, certificate: asha.der }),
   },
   "a login's certificate": {
     bytes: asha.der,
-    verify: (certificate) => verifyAuthToken({ ...trust, signature: sign("sha256", Buffer.from(challenge), asha.privateKey), challenge, site, certificate }),
+    verify: (certificate) => verifyAuthToken({ ...trust, signature: sign("sha256", Buffer.from(challenge), asha.privateKey), challenge, site: SITE, certificate }),
   },
   "a return": { bytes: gstReturn(asha, "a text"), verify: (cms) => verifyGstReturn({ ...trust, cms }), told: ({ text }) => text },
   "a digest's signature": { bytes: pdfSignature(asha, digest), verify: (pkcs7) => verifyPdfHash({ ...trust, pkcs7, hash: digest }) },

@@ -15,7 +15,7 @@ import { product } from "../lib/quillmark.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
 const world = World.forThisFile(product);
-const site = "https://portal.example.com";
+const SITE = "https://portal.example.com";
 const HASHES = ["SHA-256", "SHA-384", "SHA-512"];
 
 const person = () => world.certificate("Asha Rao", { email: "asha@example.com" });
@@ -37,12 +37,12 @@ async function signingHost(t) {
 test("Logins, returns and JWS of the host are accepted", async (t) => {
   const sign = await signingHost(t);
   for (const hashAlgorithm of HASHES) {
-    const challenge = newChallenge({ site });
+    const challenge = newChallenge({ site: SITE });
     const signature = await sign({ action: "SignAuthToken", authToken: challenge, hashAlgorithm });
-    const login = { ...trust(), signature, challenge, site, certificate: (await person()).bytes, hashAlgorithm };
+    const login = { ...trust(), signature, challenge, site: SITE, certificate: (await person()).bytes, hashAlgorithm };
     const { signer } = await verifyAuthToken(login);
     assert.deepEqual([signer.name, signer.email, signer.thumbprint], ["Asha Rao", "asha@example.com", (await person()).thumbprint]);
-    assert.equal(await verdictOf(verifyAuthToken({ ...login, challenge: newChallenge({ site }) })), "SIGNATURE_INVALID");
+    assert.equal(await verdictOf(verifyAuthToken({ ...login, challenge: newChallenge({ site: SITE }) })), "SIGNATURE_INVALID");
     assert.equal(await verdictOf(verifyAuthToken({ ...login, site: "https://other.example.com" })), "CHALLENGE_INVALID");
 
     const text = `{"name": "Gewürze €", "hash": "${hashAlgorithm}"}`;

@@ -214,7 +214,7 @@ test("Lists and responses are fetched from the addresses in the certificate, the
   assert.deepEqual([asked.method, asked.redirect, asked.headers["content-type"]], ["POST", "error", "application/ocsp-request"]);
   const folder = await mkdtemp(join(tmpdir(), "quillmark-revocation-"));
   t.after(() => rm(folder, { recursive: true }));
-  await writeFile(join(folder, "request"), asked.body);
+  await writeFile(join(folder, "request"), Buffer.from(asked.body));
   const { stdout } = await runUnchecked("openssl", ["ocsp", "-reqin", join(folder, "request"), "-req_text"]);
   assert.match(stdout.toString(), new RegExp(`Serial Number: ${Buffer.from(signer.serial).toString("hex")}`, "i"));
 

@@ -65,7 +65,7 @@ function statusOf({ certStatus }, { at }) {
   return revokedAt.toDate() > at ? "good" : "revoked";
 }
 
-/** A request for one certificate's status (4.1.1), DER. */
+/** A request for one certificate's status (4.1.1), DER as an ArrayBuffer. */
 export function ocspRequest(certificate, issuer) {
   const sequence = (...value) => new Sequence({ value });
   const octets = (bytes) => new OctetString({ valueHex: Uint8Array.from(bytes).buffer });
@@ -74,5 +74,5 @@ export function ocspRequest(certificate, issuer) {
     octets(digest("sha1", issuer.subject)), octets(digest("sha1", issuer.keyBits)),
     new Integer({ valueHex: Uint8Array.from(certificate.serial).buffer }),
   );
-  return new Uint8Array(sequence(sequence(sequence(sequence(id)))).toBER());
+  return sequence(sequence(sequence(sequence(id)))).toBER();
 }
