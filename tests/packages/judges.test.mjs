@@ -9,7 +9,20 @@ import { after, test } from "node:test";
 import { verifyGstReturn, verifyPdf, verifyPdfHash } from "quillmark-verify";
 
 import { Judges, makeSignedPdf, runUnchecked } from "../lib/kit.mjs";
-import { addresses, authority, certificate, crl, extension, inDays, integer, ocsp, pemOf, personal, usage, withRsa } from "./lib/issuing.mjs";
+import {
+  addresses,
+  authority,
+  certificate,
+  crl,
+  extension,
+  inDays,
+  integer,
+  ocsp,
+  pemOf,
+  personal,
+  usage,
+  withRsa,
+} from "./lib/issuing.mjs";
 import { contentType, digestOf, gstReturn, messageDigest, pdfSignature } from "./lib/signing.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
@@ -43,7 +56,16 @@ const middleFlipped = (bytes, at = bytes.length >> 1) => Buffer.from(bytes.map((
 /** What is handed in: [what it is, { signer, options, change, verify, only }]. `only`: of which kinds there is such a thing. */
 const INPUTS = [
   ["as the host makes it", {}],
-  ["other content", { change: { text: inText(TEXT, "A text"), digest: () => pdfSignature(asha, digestOf("A text")), pdf: inText("Approval", "approval") } }],
+  [
+    "other content",
+    {
+      change: {
+        text: inText(TEXT, "A text"),
+        digest: () => pdfSignature(asha, digestOf("A text")),
+        pdf: inText("Approval", "approval"),
+      },
+    },
+  ],
   ["by another key", { options: { key: ravi.privateKey } }],
   ["of another root of the same name", { signer: by({ issuer: authority("Root", { keyLabel: "other" }) }) }],
   ["signed by itself, with the root's name", { signer: certificate("Root", { keyLabel: "own", extensions: personal({ more }) }) }],
@@ -57,22 +79,47 @@ const INPUTS = [
   ["a key of 1024 bits", { signer: by({ keyLabel: "small", keySize: 1024 }) }],
   ["no key usage for signing", { signer: by({ extensions: personal({ more, use: usage(0x20) }) }) }],
   ["an unknown critical extension", { signer: by({ extensions: personal({ more: [...more, unknown] }) }) }],
-  ["an intermediate that is no authority", (() => {
-    const signer = by({ issuer: notAuthority });
-    return { signer, options: { certificates: [signer, notAuthority] } };
-  })()],
+  [
+    "an intermediate that is no authority",
+    (() => {
+      const signer = by({ issuer: notAuthority });
+      return { signer, options: { certificates: [signer, notAuthority] } };
+    })(),
+  ],
   ["certificates beside the chain", { options: { certificates: [ravi, asha, root] } }],
   ["the same signer twice", { options: { signers: (one) => [one, one] } }],
   ["no digest in the signed attributes", { only: ["digest", "pdf"], options: { attributes: [contentType()] } }],
   ["the digest twice in them", { only: ["digest"], options: { attributes: twice(digest) } }],
   ["two hash algorithms", { options: { algorithm: withRsa("sha512") } }],
   ["cut in half", { change: { text: cutInHalf, digest: cutInHalf, pdf: cutInHalf } }],
-  ["a flipped bit in the signature", { change: { text: (b) => middleFlipped(b, b.length - 9), digest: (b) => middleFlipped(b, b.length - 9),
-    pdf: inText(/(?<=04820100.{40})./, (digit) => (digit === "0" ? "1" : "0")) } }],
-  ["something behind it", { change: { text: (b) => Buffer.concat([b, Buffer.from("\n")]), digest: (b) => Buffer.concat([b, Buffer.from("\n")]),
-    pdf: (b) => Buffer.concat([b, Buffer.from("\n3 0 obj\n<< >>\nendobj\n")]) } }],
-  ["another byte range", { only: ["pdf"], change: { pdf: inText(/(?<=ByteRange \[ ?0 )\d+/, (gap) => String(gap - 20).padEnd(gap.length)) } }],
-  ["a byte range that leaves out the end", { only: ["pdf"], change: { pdf: inText(/(?<=ByteRange \[ ?0 \d+ \d+ )\d+/, (rest) => String(rest - 20).padEnd(rest.length)) } }],
+  [
+    "a flipped bit in the signature",
+    {
+      change: {
+        text: (b) => middleFlipped(b, b.length - 9),
+        digest: (b) => middleFlipped(b, b.length - 9),
+        pdf: inText(/(?<=04820100.{40})./, (digit) => (digit === "0" ? "1" : "0")),
+      },
+    },
+  ],
+  [
+    "something behind it",
+    {
+      change: {
+        text: (b) => Buffer.concat([b, Buffer.from("\n")]),
+        digest: (b) => Buffer.concat([b, Buffer.from("\n")]),
+        pdf: (b) => Buffer.concat([b, Buffer.from("\n3 0 obj\n<< >>\nendobj\n")]),
+      },
+    },
+  ],
+  [
+    "another byte range",
+    { only: ["pdf"], change: { pdf: inText(/(?<=ByteRange \[ ?0 )\d+/, (gap) => String(gap - 20).padEnd(gap.length)) } },
+  ],
+  [
+    "a byte range that leaves out the end",
+    { only: ["pdf"], change: { pdf: inText(/(?<=ByteRange \[ ?0 \d+ \d+ )\d+/, (rest) => String(rest - 20).padEnd(rest.length)) } },
+  ],
 ];
 
 const accepts = async (command, args) => ((await runUnchecked(command, args)).code === 0 ? "yes" : "no");
@@ -84,24 +131,59 @@ const ours = async (promise) => {
 /** Openssl's word, by the newer command and the older one. */
 async function byOpenssl(der, { detached = false, list = false } = {}) {
   const content = detached ? ["-content", await file("content", TEXT)] : [];
-  const args = ["-verify", "-binary", "-inform", "DER", "-purpose", "any", "-in", await file("in.der", der), ...content,
-    "-CAfile", list ? withList : judges.caPem, ...(list ? ["-crl_check"] : [])];
+  const args = [
+    "-verify",
+    "-binary",
+    "-inform",
+    "DER",
+    "-purpose",
+    "any",
+    "-in",
+    await file("in.der", der),
+    ...content,
+    "-CAfile",
+    list ? withList : judges.caPem,
+    ...(list ? ["-crl_check"] : []),
+  ];
   return [await accepts("openssl", ["cms", ...args]), await accepts("openssl", ["smime", ...args])];
 }
 
-async function rowOf(what, { signer = asha, options = {}, change = {}, verify = {}, openssl = {}, only = ["text", "digest", "pdf"] }) {
+async function rowOf(
+  what,
+  { signer = asha, options = {}, change = {}, verify = {}, openssl = {}, only = ["text", "digest", "pdf"] },
+) {
   const made = {
     text: () => gstReturn(signer, TEXT, options),
     digest: () => pdfSignature(signer, options.hash ? digestOf(TEXT, options.hash) : digest, options),
-    pdf: () => makeSignedPdf(["A contract"], (hash) => pdfSignature(signer, Buffer.from(hash, "base64"), options).toString("base64")),
+    pdf: () =>
+      makeSignedPdf(["A contract"], (hash) => pdfSignature(signer, Buffer.from(hash, "base64"), options).toString("base64")),
   };
   const handed = {};
   for (const kind of only) handed[kind] = (change[kind] ?? ((bytes) => bytes))(await made[kind]());
   const none = ["", "", ""];
-  const text = handed.text ? [await ours(verifyGstReturn({ ...trust, ...verify, cms: handed.text, text: TEXT })), ...(await byOpenssl(handed.text, openssl))] : none;
-  const hashed = handed.digest ? [await ours(verifyPdfHash({ ...trust, ...verify, pkcs7: handed.digest, hash: options.hash ? digestOf(TEXT, options.hash) : digest })),
-    ...(await byOpenssl(handed.digest, { ...openssl, detached: true }))] : none;
-  const pdf = handed.pdf ? [await ours(verifyPdf({ ...trust, ...verify, pdf: handed.pdf })), await judges.pdf(handed.pdf).then(() => "yes", () => "no")] : ["", ""];
+  const text = handed.text
+    ? [
+        await ours(verifyGstReturn({ ...trust, ...verify, cms: handed.text, text: TEXT })),
+        ...(await byOpenssl(handed.text, openssl)),
+      ]
+    : none;
+  const hashed = handed.digest
+    ? [
+        await ours(
+          verifyPdfHash({ ...trust, ...verify, pkcs7: handed.digest, hash: options.hash ? digestOf(TEXT, options.hash) : digest }),
+        ),
+        ...(await byOpenssl(handed.digest, { ...openssl, detached: true })),
+      ]
+    : none;
+  const pdf = handed.pdf
+    ? [
+        await ours(verifyPdf({ ...trust, ...verify, pdf: handed.pdf })),
+        await judges.pdf(handed.pdf).then(
+          () => "yes",
+          () => "no",
+        ),
+      ]
+    : ["", ""];
   return `| ${[what, ...text, ...hashed, ...pdf].join(" | ")} |`;
 }
 
@@ -109,5 +191,9 @@ test("The table of docs/verifying.md is what the judges say", async () => {
   const rows = [];
   for (const [what, input] of INPUTS) rows.push(await rowOf(what, input));
   const document = await readFile(new URL("../../docs/verifying.md", import.meta.url), "utf8");
-  assert.equal(document.slice(document.indexOf("|---")).split("\n").slice(1).join("\n").trim(), rows.join("\n"), `The judges say:\n${rows.join("\n")}`);
+  assert.equal(
+    document.slice(document.indexOf("|---")).split("\n").slice(1).join("\n").trim(),
+    rows.join("\n"),
+    `The judges say:\n${rows.join("\n")}`,
+  );
 });

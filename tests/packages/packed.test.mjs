@@ -19,10 +19,15 @@ let folder;
 
 before(async () => {
   folder = await mkdtemp(join(tmpdir(), "quillmark-packed-"));
-  const [{ filename }] = JSON.parse((await run("npm", ["pack", "--json", "--pack-destination", folder, "--workspace", "quillmark-verify"], { cwd: tree })).stdout);
+  const [{ filename }] = JSON.parse(
+    (await run("npm", ["pack", "--json", "--pack-destination", folder, "--workspace", "quillmark-verify"], { cwd: tree })).stdout,
+  );
   await mkdir(join(folder, "app"));
   await writeFile(join(folder, "app/package.json"), '{ "type": "module" }');
-  await run("npm", ["install", "--prefer-offline", "--no-audit", "--no-fund", join(folder, filename)], { cwd: join(folder, "app"), timeout: 120_000 });
+  await run("npm", ["install", "--prefer-offline", "--no-audit", "--no-fund", join(folder, filename)], {
+    cwd: join(folder, "app"),
+    timeout: 120_000,
+  });
 });
 after(() => rm(folder, { recursive: true }));
 
@@ -32,34 +37,35 @@ test("The package has its code, its types, the example and the README, and nothi
   const { stdout } = await run("find", [inApp("node_modules/quillmark-verify"), "-type", "f", "-printf", "%P\\n"]);
   const files = stdout.toString().trim().split("\n");
   const isMeant = (file) => /^(src\/[a-z-]+\.js|example\/[a-z.]+|index\.d\.ts|README\.md|package\.json)$/.test(file);
-  assert.deepEqual(files.filter((file) => !isMeant(file)), []);
+  assert.deepEqual(
+    files.filter((file) => !isMeant(file)),
+    [],
+  );
   for (const file of ["src/index.js", "example/server.mjs", "index.d.ts", "README.md"]) assert.ok(files.includes(file), file);
 });
 
 test("The types describe the functions, each of them and no other", async () => {
   const types = await readFile(inApp("node_modules/quillmark-verify/index.d.ts"), "utf8");
-  const exported = (await run("node", ["-e", 'import("quillmark-verify").then((all) => console.log(Object.keys(all).sort().join()))'], { cwd: inApp() })).stdout.toString().trim();
-  const described = [...types.matchAll(/^export (?:function|const|class) (\w+)/gm)].map(([, name]) => name).sort().join();
+  const exported = (
+    await run("node", ["-e", 'import("quillmark-verify").then((all) => console.log(Object.keys(all).sort().join()))'], {
+      cwd: inApp(),
+    })
+  ).stdout
+    .toString()
+    .trim();
+  const described = [...types.matchAll(/^export (?:function|const|class) (\w+)/gm)]
+    .map(([, name]) => name)
+    .sort()
+    .join();
   assert.equal(described, exported);
   const codes = [...types.slice(types.indexOf("ErrorCode"), types.indexOf(";")).matchAll(/"(\w+)"/g)].map(([, code]) => code);
   assert.deepEqual(codes, Object.keys(ERRORS));
 });
 
 test("A program in TypeScript that uses it compiles, and one that uses it wrongly does not", async () => {
-  const compile = (file) => run(join(tree, "node_modules/.bin/tsc"), ["--noEmit", "--strict", "--target", "es2022", "--module", "nodenext",
-    "--lib", "es2022,dom", inApp(file)]);
-  await writeFile(inApp("right.ts"), [
-    'import { newChallenge, verifyAuthToken, verifyPdf, VerificationError, type ErrorCode } from "quillmark-verify";',
-    'const challenge: string = newChallenge({ site: "a" });',
-    'const { signer, issuedAt } = await verifyAuthToken({ challenge, site: "a", signature: "", certificate: new Uint8Array(), roots: [""], fetch });',
-    "const name: string = signer.name; const at: Date = issuedAt; console.log(name, at);",
-    'const { signatures } = await verifyPdf({ pdf: new ArrayBuffer(1), roots: "", revocation: "none" });',
-    "console.log(signatures[0]?.timestamp?.trusted);",
-    "const code = (error: unknown): ErrorCode | null => (error instanceof VerificationError ? error.code : null); code(1);",
-  ].join("\n"));
-  await compile("right.ts");
-  await writeFile(inApp("wrong.ts"), 'import { verifyPdf } from "quillmark-verify";\nawait verifyPdf({ pdf: "text", roots: "" });');
-  await assert.rejects(compile("wrong.ts"));
+  await writeFile(inApp("program.ts"), PROGRAM);
+  const options = ["--noEmit", "--strict", "--target", "es2022", "--module", "nodenext", "--lib", "es2022,dom"];
+  await run(join(tree, "node_modules/.bin/tsc"), [...options, inApp("program.ts")], { timeout: 300_000 });
 });
 
 test("The README's table of codes is complete", async () => {
@@ -69,17 +75,28 @@ test("The README's table of codes is complete", async () => {
 
 test("The README's examples run as they stand", async () => {
   const root = authority("Root");
-  const asha = certificate("Asha Rao", { issuer: root, extensions: personal({ more: addresses({ crl: ["http://crl.example/ca"] }) }) });
+  const asha = certificate("Asha Rao", {
+    issuer: root,
+    extensions: personal({ more: addresses({ crl: ["http://crl.example/ca"] }) }),
+  });
   const given = {
-    key: asha.privateKey.export({ type: "pkcs8", format: "pem" }), certificate: asha.der.toString("base64"), roots: root.pem, timestampRoots: root.pem,
-    crl: crl(root).toString("base64"), cms: gstReturn(asha, '{"gstin": "33ABCDE1234F1Z5"}').toString("base64"), pdf: signedPdf(asha).toString("base64"),
+    key: asha.privateKey.export({ type: "pkcs8", format: "pem" }),
+    certificate: asha.der.toString("base64"),
+    roots: root.pem,
+    timestampRoots: root.pem,
+    crl: crl(root).toString("base64"),
+    cms: gstReturn(asha, '{"gstin": "33ABCDE1234F1Z5"}').toString("base64"),
+    pdf: signedPdf(asha).toString("base64"),
   };
   await writeFile(inApp("given.json"), JSON.stringify(given));
   await writeFile(inApp("prelude.mjs"), PRELUDE);
   const examples = (await blocksOf(README)).filter(({ info }) => info === "js example");
   const printed = [];
   for (const [i, { content }] of examples.entries()) {
-    await writeFile(inApp(`example-${i}.mjs`), `import { answerOfPage, cms, fetch, jws, pdf, roots, timestampRoots } from "./prelude.mjs";\n${content}`);
+    await writeFile(
+      inApp(`example-${i}.mjs`),
+      `import { answerOfPage, cms, fetch, jws, pdf, roots, timestampRoots } from "./prelude.mjs";\n${content}`,
+    );
     printed.push((await run("node", [inApp(`example-${i}.mjs`)])).stdout.toString().trim());
   }
   assert.match(printed[0], /^Asha Rao [0-9A-F]{64}$/);
@@ -88,6 +105,24 @@ test("The README's examples run as they stand", async () => {
   assert.equal(printed[3], "Asha Rao read");
   assert.equal(printed.length, 4);
 });
+
+const PROGRAM = `
+import { newChallenge, verifyAuthToken, verifyPdf, VerificationError, type ErrorCode } from "quillmark-verify";
+
+const challenge: string = newChallenge({ site: "a" });
+const login = { challenge, site: "a", signature: "", certificate: new Uint8Array(), roots: [""] };
+const { signer, issuedAt } = await verifyAuthToken({ ...login, fetch });
+export const told: [string, Date] = [signer.name, issuedAt];
+const { signatures } = await verifyPdf({ pdf: new ArrayBuffer(1), roots: "", revocation: "none" });
+export const isTrusted: boolean | undefined = signatures[0]?.timestamp?.trusted;
+export const codeOf = (error: unknown): ErrorCode | null => (error instanceof VerificationError ? error.code : null);
+// @ts-expect-error: a file is no text
+await verifyPdf({ pdf: "text", roots: "" });
+// @ts-expect-error: without roots nothing is verified
+await verifyPdf({ pdf: new ArrayBuffer(1) });
+// @ts-expect-error: a policy that is none
+await verifyPdf({ pdf: new ArrayBuffer(1), roots: "", revocation: "maybe" });
+`;
 
 /** What the examples have from their surroundings. */
 const PRELUDE = `

@@ -7,7 +7,11 @@ import { pathToFileURL } from "node:url";
 
 import { newChallenge, VerificationError, verifyAuthToken } from "quillmark-verify";
 
-const FILES = { "/": ["index.html", "text/html"], "/login.js": ["login.js", "text/javascript"], "/quillmark.js": ["quillmark.js", "text/javascript"] };
+const FILES = {
+  "/": ["index.html", "text/html"],
+  "/login.js": ["login.js", "text/javascript"],
+  "/quillmark.js": ["quillmark.js", "text/javascript"],
+};
 const MAX_BODY_BYTES = 64 * 1024;
 const MAX_SESSIONS = 10_000;
 

@@ -27,17 +27,49 @@ export const messageDigest = (digest) => attribute(MESSAGE_DIGEST, octets(digest
  * A SignedData (DER). `content` null: detached. `attributes` null: the signature is over `signed`. Everything that a test may want
  * to be wrong has a name of its own.
  */
-export function signedData(signer, { content = null, attributes = null, signed = content, hash = "sha256", signedHash = hash, listedHash = hash,
-  type = DATA, certificates = [signer], algorithm = rsaEncryption, key = signer.privateKey, contentElement = octets, version = 1,
-  unsigned = [], signers = (one) => [one] } = {}) {
+export function signedData(
+  signer,
+  {
+    content = null,
+    attributes = null,
+    signed = content,
+    hash = "sha256",
+    signedHash = hash,
+    listedHash = hash,
+    type = DATA,
+    certificates = [signer],
+    algorithm = rsaEncryption,
+    key = signer.privateKey,
+    contentElement = octets,
+    version = 1,
+    unsigned = [],
+    signers = (one) => [one],
+  } = {},
+) {
   const toSign = attributes === null ? signed : set(...attributes);
   const signature = sign(signedHash, toSign, key);
-  const one = sequence(integer([1]), sequence(signer.issuerName, integer(signer.serial)), hashAlgorithm(hash),
-    ...(attributes === null ? [] : [context(0, ...attributes)]), algorithm, octets(signature),
-    ...(unsigned.length > 0 ? [context(1, ...unsigned.map((each) => (typeof each === "function" ? each(signature) : each)))] : []));
-  return sequence(oid(SIGNED_DATA), context(0, sequence(integer([version]), set(hashAlgorithm(listedHash)),
-    sequence(oid(type), ...(content === null ? [] : [context(0, contentElement(content))])),
-    context(0, ...certificates.map((each) => each.der)), set(...signers(one)))));
+  const one = sequence(
+    integer([1]),
+    sequence(signer.issuerName, integer(signer.serial)),
+    hashAlgorithm(hash),
+    ...(attributes === null ? [] : [context(0, ...attributes)]),
+    algorithm,
+    octets(signature),
+    ...(unsigned.length > 0 ? [context(1, ...unsigned.map((each) => (typeof each === "function" ? each(signature) : each)))] : []),
+  );
+  return sequence(
+    oid(SIGNED_DATA),
+    context(
+      0,
+      sequence(
+        integer([version]),
+        set(hashAlgorithm(listedHash)),
+        sequence(oid(type), ...(content === null ? [] : [context(0, contentElement(content))])),
+        context(0, ...certificates.map((each) => each.der)),
+        set(...signers(one)),
+      ),
+    ),
+  );
 }
 
 /** As `signGstReturn` gives it. */
