@@ -151,6 +151,11 @@ test("In the hole is nothing but the signature and zeros", async () => {
   for (const [i, each] of cases.entries()) assert.equal(await withHole(each), "MALFORMED", `case ${i}`);
 });
 
+test("The hole is the value of a signature's Contents", async () => {
+  assert.equal(await ofPdf(signedPdf(asha, { entry: "/Contents\n" })), "accepted");
+  for (const entry of ["/Cert ", "/Contents %\n", "/Contents 1 "]) assert.equal(await ofPdf(signedPdf(asha, { entry })), "MALFORMED");
+});
+
 test("A signature that is no detached one over a digest is refused", async () => {
   assert.equal(await ofPdf(signedPdf(asha, { attributes: null, signed: Buffer.from("a text") })), "MALFORMED");
   assert.equal(await ofPdf(signedPdf(asha, { attributes: [contentType()] })), "MALFORMED");

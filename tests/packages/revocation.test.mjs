@@ -88,6 +88,7 @@ const uselessLists = [
   ["of a time to come", crl(issuing, [], { from: inDays(1), to: inDays(2) })],
   ["without an end, of yesterday", crl(issuing, [], { to: null })],
   ["signed with SHA-1", crl(issuing, [], { hash: "sha1" })],
+  ["that names two algorithms", crl(issuing, [], { innerHash: "sha512" })],
   ["with a critical extension that nobody knows", crl(issuing, [], { extensions: [critical("1.2.3.4")] })],
   ["that is only a change of another", crl(issuing, [], { extensions: [critical("2.5.29.27")] })],
   ["of authorities alone", crl(issuing, [], { extensions: [point(der(0x82, [0xff]))] })],
@@ -145,6 +146,9 @@ const uselessResponses = [
   ["without an end, of yesterday", ocsp(asha, issuing, { to: null })],
   ["signed with SHA-1", ocsp(asha, issuing, { hash: "sha1" })],
   ["that is cut off", ocsp(asha, issuing).subarray(0, 200)],
+  ["that says it is an error", ocsp(asha, issuing, { outcome: 1 })],
+  ["with a critical extension", ocsp(asha, issuing, { extensions: [critical("1.2.3.4")] })],
+  ["with a critical extension of the answer", ocsp(asha, issuing, { answerExtensions: [critical("1.2.3.4")] })],
   ["that is an error", sequence(der(0x0a, [6]))],
   ["that is no ASN.1", Buffer.from("nonsense")],
 ];
@@ -154,6 +158,14 @@ for (const [what, response] of uselessResponses) {
     assert.equal(await withOcsp(response, { revocation: "if-available" }), "accepted");
   });
 }
+
+test("Extensions that are not critical change nothing", async () => {
+  const nonce = extension("1.3.6.1.5.5.7.48.1.2", integer([1]));
+  assert.equal(await withOcsp(ocsp(asha, issuing, { extensions: [nonce], answerExtensions: [nonce] })), "accepted");
+  const reason = extension("2.5.29.21", der(0x0a, [1]));
+  const others = [[certificate("Other", { issuer: issuing }), inDays(-5)]];
+  assert.equal(await withCrl(crl(issuing, others, { extensions: [nonce], entryExtensions: [reason] })), "accepted");
+});
 
 test("What was revoked later was good before", async () => {
   const before = { at: inDays(-10) };

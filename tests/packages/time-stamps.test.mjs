@@ -15,8 +15,10 @@ import {
   authority,
   certificate,
   constraints,
+  context,
   crl,
   DAY,
+  extension,
   hashAlgorithm,
   inDays,
   integer,
@@ -45,10 +47,13 @@ const digest = digestOf("a document");
 const trust = { roots: root.der, intermediates: issuing.der, timestampRoots: stampRoot.der, revocation: "none" };
 
 /** A token over a signature (RFC 3161, section 2.4.2). */
-function token(signature, { by = stampAuthority(), time = inDays(0), hash = "sha256", stamped = signature, ...more } = {}) {
+function token(
+  signature,
+  { by = stampAuthority(), time = inDays(0), hash = "sha256", stamped = signature, extensions = [], ...more } = {},
+) {
   const at = der(0x18, Buffer.from(time.toISOString().replace(/[-:T]|\.\d+/g, "")));
   const imprint = octets(createHash(hash).update(stamped).digest());
-  const info = sequence(integer([1]), oid("1.2.3.4.1"), sequence(hashAlgorithm(hash), imprint), integer([7]), at);
+  const info = sequence(integer([1]), oid("1.2.3.4.1"), sequence(hashAlgorithm(hash), imprint), integer([7]), at, ...extensions);
   const attributes = [contentType(TST_INFO), messageDigest(digestOf(info))];
   return signedData(by, { content: info, attributes, type: TST_INFO, version: 3, ...more });
 }
@@ -126,6 +131,7 @@ test("The authority's own certificate is asked for, too", async () => {
 
 const bad = [
   ["of another signature", { stamped: Buffer.from("another") }],
+  ["with a critical extension", { extensions: [context(1, extension("1.2.3.4", integer([1]), { critical: true }))] }],
   ["with a digest by SHA-1", { hash: "sha1" }],
   ["signed with SHA-1", { listedHash: "sha1" }],
   ["signed by another key", { key: asha.privateKey }],

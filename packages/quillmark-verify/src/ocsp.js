@@ -12,6 +12,7 @@ import { isCurrent } from "./revocation-time.js";
 
 const BASIC_RESPONSE = "1.3.6.1.5.5.7.48.1.1";
 const OCSP_SIGNING = "1.3.6.1.5.5.7.3.9";
+const SUCCESSFUL = 0;
 const MAX_CERTIFICATES = 10;
 
 // Names of certificates, not promises about them: SHA-1, which all responders know, does.
@@ -28,8 +29,8 @@ const digest = (hash, bytes) => createHash(hash).update(bytes).digest();
 
 /** "good" or "revoked" of a certificate by this response (DER); null when it does not say. */
 export function statusInOcsp(der, certificate, issuer, time) {
-  const { responseBytes } = parsed(der, OCSPResponse);
-  if (responseBytes?.responseType !== BASIC_RESPONSE) return null;
+  const { responseStatus, responseBytes } = parsed(der, OCSPResponse);
+  if (responseStatus.valueBlock.valueDec !== SUCCESSFUL || responseBytes?.responseType !== BASIC_RESPONSE) return null;
   const response = parsed(octetsOf(responseBytes.response), BasicOCSPResponse);
   const { tbsResponseData: data, signatureAlgorithm, signature, certs = [] } = response;
   const algorithm = signatureOf(signatureAlgorithm);

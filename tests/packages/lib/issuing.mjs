@@ -124,14 +124,22 @@ export const pemOf = (bytes, what = "CERTIFICATE") =>
 export function crl(
   issuer,
   revoked = [],
-  { from = inDays(-1), to = inDays(1), hash = "sha256", extensions = [], entryExtensions = [], signedBy = issuer } = {},
+  {
+    from = inDays(-1),
+    to = inDays(1),
+    hash = "sha256",
+    innerHash = hash,
+    extensions = [],
+    entryExtensions = [],
+    signedBy = issuer,
+  } = {},
 ) {
   const entries = revoked.map(([{ serial }, at]) =>
     sequence(integer(serial), generalizedTime(at), ...(entryExtensions.length > 0 ? [sequence(...entryExtensions)] : [])),
   );
   const body = sequence(
     integer([1]),
-    withRsa(hash),
+    withRsa(innerHash),
     issuer.name,
     generalizedTime(from),
     ...(to ? [generalizedTime(to)] : []),
@@ -157,6 +165,8 @@ export function ocsp(
     responder = issuer,
     certificates = [],
     outcome = 0,
+    extensions = [],
+    answerExtensions = [],
   } = {},
 ) {
   const digest = (bytes) => octets(createHash(idHash).update(bytes).digest());
@@ -166,8 +176,10 @@ export function ocsp(
     digest(issuer.publicKey.export({ type: "pkcs1", format: "der" })),
     integer(subject.serial),
   );
-  const answer = sequence(id, STATUSES[status](at), generalizedTime(from), ...(to ? [context(0, generalizedTime(to))] : []));
-  const body = sequence(context(1, responder.name), generalizedTime(from), sequence(answer));
+  const more = (list) => (list.length > 0 ? [context(1, sequence(...list))] : []);
+  const end = to ? [context(0, generalizedTime(to))] : [];
+  const answer = sequence(id, STATUSES[status](at), generalizedTime(from), ...end, ...more(answerExtensions));
+  const body = sequence(context(1, responder.name), generalizedTime(from), sequence(answer), ...more(extensions));
   const response = sequence(
     body,
     withRsa(hash),

@@ -88,14 +88,18 @@ export function signedPdf(signer, { text = "%PDF-1.7\n1 0 obj\n<< /Type /Catalog
 }
 
 /** The file with one more signature behind it. */
-export function signAgain(signer, file, { hash = "sha256", hole = HOLE, rangeOf = (range) => range, ...more } = {}) {
+export function signAgain(
+  signer,
+  file,
+  { hash = "sha256", hole = HOLE, rangeOf = (range) => range, entry = "/Contents ", ...more } = {},
+) {
   const head = Buffer.from("\n2 0 obj\n<< /Type /Sig /SubFilter /adbe.pkcs7.detached /ByteRange ");
   const width = "[0 0000000000 0000000000 0000000000]".length;
-  const gap = file.length + head.length + width + " /Contents ".length;
+  const gap = file.length + head.length + width + ` ${entry}`.length;
   const behind = gap + hole + 2;
   const tail = Buffer.from(" >>\nendobj\n%%EOF\n");
   const range = `[${rangeOf([0, gap, behind, tail.length]).join(" ")}]`.padEnd(width);
-  const front = Buffer.concat([file, head, Buffer.from(`${range} /Contents `)]);
+  const front = Buffer.concat([file, head, Buffer.from(`${range} ${entry}`)]);
   const signature = pdfSignature(signer, digestOf(Buffer.concat([front, tail]), hash), { hash, ...more });
   return Buffer.concat([front, Buffer.from(`<${signature.toString("hex").padEnd(hole, "0")}>`), tail]);
 }
