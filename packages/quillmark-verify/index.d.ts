@@ -57,7 +57,10 @@ export interface Options {
    * without redirects. The global `fetch` does. Where an address leads is yours to limit: authorities that you trust have written it,
    * but nothing here keeps it from naming a computer in your own network.
    */
-  fetch?(url: string, init: { method: string; headers?: Record<string, string>; body?: Uint8Array; redirect: "error"; signal: AbortSignal }): Promise<Response>;
+  fetch?(
+    url: string,
+    init: { method: string; headers?: Record<string, string>; body?: ArrayBuffer; redirect: "error"; signal: AbortSignal },
+  ): Promise<Response>;
   /**
    * Of the purposes that the signer's certificate names, one has to be among these (object identifiers). When left out: those for
    * logins, mail and documents. A certificate that names none is for all.
@@ -166,11 +169,14 @@ export function verifyPdf(
 
 /** Verifies what `signPdfHash` gave for a digest. With `hashAlgorithm` it has to be by this one. */
 export function verifyPdfHash(
-  options: Options & TimeStampOptions & { pkcs7: Bytes; hash: Bytes; hashAlgorithm?: HashAlgorithm | "SHA256" | "SHA384" | "SHA512" },
+  options: Options &
+    TimeStampOptions & { pkcs7: Bytes; hash: Bytes; hashAlgorithm?: HashAlgorithm | "SHA256" | "SHA384" | "SHA512" },
 ): Promise<DigestVerdict>;
 
 /**
  * Verifies a compact JWS (RS256, RS384, RS512) whose header has the signer's certificate first in `x5c`; "x5t#S256" has to be its
  * thumbprint where it is there. What the payload is for, and for whom and when it was made, is yours to check.
  */
-export function verifyJws(options: Options & { jws: string }): Promise<Verdict & { payload: Uint8Array; header: Record<string, unknown> }>;
+export function verifyJws(
+  options: Options & { jws: string },
+): Promise<Verdict & { payload: Uint8Array; header: Record<string, unknown> }>;

@@ -15,7 +15,7 @@ import { product } from "../lib/quillmark.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
 const world = World.forThisFile(product);
-const site = "https://portal.example.com";
+const SITE = "https://portal.example.com";
 const HASHES = ["SHA-256", "SHA-384", "SHA-512"];
 
 const person = () => world.certificate("Asha Rao", { email: "asha@example.com" });
@@ -37,12 +37,12 @@ async function signingHost(t) {
 test("Logins, returns and JWS of the host are accepted", async (t) => {
   const sign = await signingHost(t);
   for (const hashAlgorithm of HASHES) {
-    const challenge = newChallenge({ site });
+    const challenge = newChallenge({ site: SITE });
     const signature = await sign({ action: "SignAuthToken", authToken: challenge, hashAlgorithm });
-    const login = { ...trust(), signature, challenge, site, certificate: (await person()).bytes, hashAlgorithm };
+    const login = { ...trust(), signature, challenge, site: SITE, certificate: (await person()).bytes, hashAlgorithm };
     const { signer } = await verifyAuthToken(login);
     assert.deepEqual([signer.name, signer.email, signer.thumbprint], ["Asha Rao", "asha@example.com", (await person()).thumbprint]);
-    assert.equal(await verdictOf(verifyAuthToken({ ...login, challenge: newChallenge({ site }) })), "SIGNATURE_INVALID");
+    assert.equal(await verdictOf(verifyAuthToken({ ...login, challenge: newChallenge({ site: SITE }) })), "SIGNATURE_INVALID");
     assert.equal(await verdictOf(verifyAuthToken({ ...login, site: "https://other.example.com" })), "CHALLENGE_INVALID");
 
     const text = `{"name": "Gewürze €", "hash": "${hashAlgorithm}"}`;
@@ -53,7 +53,10 @@ test("Logins, returns and JWS of the host are accepted", async (t) => {
     const header = { alg: hashAlgorithm.replace("SHA-", "RS"), x5c: [(await person()).bytes.toString("base64")] };
     const input = [JSON.stringify(header), "a payload"].map((part) => Buffer.from(part).toString("base64url")).join(".");
     const raw = Buffer.from(await sign({ action: "SignAuthToken", authToken: input, hashAlgorithm }), "base64");
-    assert.equal(Buffer.from((await verifyJws({ ...trust(), jws: `${input}.${raw.toString("base64url")}` })).payload).toString(), "a payload");
+    assert.equal(
+      Buffer.from((await verifyJws({ ...trust(), jws: `${input}.${raw.toString("base64url")}` })).payload).toString(),
+      "a payload",
+    );
   }
 });
 
@@ -70,7 +73,9 @@ test("The host's signatures of digests, and a PDF file with one, are accepted", 
     assert.equal((await verifyPdfHash({ ...trust(), pkcs7, hash, hashAlgorithm })).signer.name, "Asha Rao");
   }
   const pdf = await makeSignedPdf(["A contract"], (hash) => sign({ action: "PdfSignFromToken", hash, certThumbPrint }));
-  const { signatures: [{ signer, coversWholeFile }] } = await verifyPdf({ ...trust(), pdf });
+  const {
+    signatures: [{ signer, coversWholeFile }],
+  } = await verifyPdf({ ...trust(), pdf });
   assert.deepEqual([signer.thumbprint, coversWholeFile], [certThumbPrint, true]);
 });
 
@@ -93,9 +98,14 @@ test("A file of the extension with a chain and a time stamp is accepted, with th
   };
   const once = await signer.sign(await document.save(), {}, stampedAndChained);
   const roots = signer.authority.own.bytes;
-  const { signatures: [{ timestamp, coversWholeFile }] } = await verifyPdf({ roots, timestampRoots: roots, revocation: "none", pdf: once });
+  const {
+    signatures: [{ timestamp, coversWholeFile }],
+  } = await verifyPdf({ roots, timestampRoots: roots, revocation: "none", pdf: once });
   assert.deepEqual([timestamp.trusted, timestamp.authority.name, coversWholeFile], [true, "Test TSA", true]);
   const twice = await signer.sign(once);
   const { signatures } = await verifyPdf({ roots, revocation: "none", pdf: twice });
-  assert.deepEqual(signatures.map((each) => each.coversWholeFile), [false, true]);
+  assert.deepEqual(
+    signatures.map((each) => each.coversWholeFile),
+    [false, true],
+  );
 });

@@ -25,7 +25,11 @@ function jwsOf({ header = {}, payload = '{"sub":"asha"}', hash = "sha256", key =
 const verified = (jws, more = {}) => verifyJws({ ...trust, jws, ...more });
 const verdict = (jws, more) => verdictOf(verified(jws, more));
 
-for (const [alg, hash] of [["RS256", "sha256"], ["RS384", "sha384"], ["RS512", "sha512"]]) {
+for (const [alg, hash] of [
+  ["RS256", "sha256"],
+  ["RS384", "sha384"],
+  ["RS512", "sha512"],
+]) {
   test(`${alg} is accepted, and says the payload and its signer`, async () => {
     const { payload, header, signer } = await verified(jwsOf({ header: { alg, "x5t#S256": thumbprint(asha) }, hash }));
     assert.deepEqual([Buffer.from(payload).toString(), header.alg, signer.name], ['{"sub":"asha"}', alg, "Asha Rao"]);
@@ -39,7 +43,8 @@ test("The chain may be in the header", async () => {
 });
 
 test("Other algorithms than these three are refused", async () => {
-  for (const alg of ["none", "HS256", "RS1", "PS256", "ES256", "rs256", "", null, 5]) assert.equal(await verdict(jwsOf({ header: { alg } })), "WEAK_ALGORITHM");
+  for (const alg of ["none", "HS256", "RS1", "PS256", "ES256", "rs256", "", null, 5])
+    assert.equal(await verdict(jwsOf({ header: { alg } })), "WEAK_ALGORITHM");
   assert.equal(await verdict(jwsOf().replace(/\.[^.]*$/, ".")), "SIGNATURE_INVALID");
 });
 
@@ -50,7 +55,10 @@ test("Another key, hash, payload or certificate does not hold", async () => {
   assert.equal(await verdict(jwsOf({ header: { x5c: [base64(mallory)] } })), "SIGNATURE_INVALID");
   assert.equal(await verdict(jwsOf({ header: { "x5t#S256": thumbprint(mallory) } })), "SIGNATURE_INVALID");
   const [header, , signature] = jwsOf().split(".");
-  assert.equal(await verdict([header, Buffer.from('{"sub":"ravi"}').toString("base64url"), signature].join(".")), "SIGNATURE_INVALID");
+  assert.equal(
+    await verdict([header, Buffer.from('{"sub":"ravi"}').toString("base64url"), signature].join(".")),
+    "SIGNATURE_INVALID",
+  );
 });
 
 test("Keys in the header do not count", async () => {
@@ -60,7 +68,17 @@ test("Keys in the header do not count", async () => {
 });
 
 test("A header without certificates, or with something else in their place, is refused", async () => {
-  const cases = [undefined, [], "text", [5], [""], ["?"], [asha.pem], Array.from({ length: 21 }, () => base64(asha)), { length: 1, 0: base64(asha) }];
+  const cases = [
+    undefined,
+    [],
+    "text",
+    [5],
+    [""],
+    ["?"],
+    [asha.pem],
+    Array.from({ length: 21 }, () => base64(asha)),
+    { length: 1, 0: base64(asha) },
+  ];
   for (const x5c of cases) assert.equal(await verdict(jwsOf({ header: { x5c } })), "MALFORMED");
 });
 
@@ -71,7 +89,17 @@ test("Critical members of the header are refused", async () => {
 
 test("What is no compact JWS is refused", async () => {
   const whole = jwsOf();
-  for (const jws of ["", "a", "a.b.c", `${whole}.`, `${whole}.x`, whole.split(".").slice(0, 2).join("."), whole.replace(".", ""), "x".repeat(2_000_000), ` ${whole}`]) {
+  for (const jws of [
+    "",
+    "a",
+    "a.b.c",
+    `${whole}.`,
+    `${whole}.x`,
+    whole.split(".").slice(0, 2).join("."),
+    whole.replace(".", ""),
+    "x".repeat(2_000_000),
+    ` ${whole}`,
+  ]) {
     assert.equal(await verdict(jws), "MALFORMED", jws.slice(0, 20));
   }
   for (const jws of [undefined, {}, Buffer.from(whole)]) assert.equal(await verdict(jws), "INVALID_ARGUMENT");

@@ -15,7 +15,9 @@ const SITE = "https://portal.example.com";
 /** A browser at a server: post(path, body) gives { status, ...answer } and keeps the cookie. */
 async function visit(t, options = {}) {
   const server = loginServer({ site: SITE, roots: world.authority.own.bytes, revocation: "none", ...options });
-  await new Promise((resolve) => { server.listen(0, "127.0.0.1", resolve); });
+  await new Promise((resolve) => {
+    server.listen(0, "127.0.0.1", resolve);
+  });
   t.after(() => server.close());
   const origin = `http://127.0.0.1:${server.address().port}`;
   const browser = () => {
@@ -29,7 +31,12 @@ async function visit(t, options = {}) {
       const { status, text } = await ask(...args);
       return { status, ...JSON.parse(text) };
     };
-    return { ask, cookie: () => cookie, get: (path) => json("GET", path), post: (path, body = {}) => json("POST", path, JSON.stringify(body)) };
+    return {
+      ask,
+      cookie: () => cookie,
+      get: (path) => json("GET", path),
+      post: (path, body = {}) => json("POST", path, JSON.stringify(body)),
+    };
   };
   return { browser };
 }
@@ -65,7 +72,10 @@ test("A challenge is another session's no more than it is used twice", async (t)
   const login = { certificate: await certificate(), signature: await signature(challenge) };
   assert.deepEqual(await mallory.post("/login", login), { status: 401, error: "SIGNATURE_INVALID" });
   assert.deepEqual(await browser().post("/login", login), { status: 401, error: "CHALLENGE_INVALID" });
-  assert.deepEqual(await asha.post("/login", { ...login, signature: await signature("other") }), { status: 401, error: "SIGNATURE_INVALID" });
+  assert.deepEqual(await asha.post("/login", { ...login, signature: await signature("other") }), {
+    status: 401,
+    error: "SIGNATURE_INVALID",
+  });
   assert.deepEqual(await asha.post("/login", login), { status: 401, error: "CHALLENGE_INVALID" });
 });
 

@@ -9,15 +9,30 @@ import { test } from "node:test";
 import { verifyGstReturn } from "quillmark-verify";
 
 import { runUnchecked } from "../lib/kit.mjs";
-import { addresses, authority, authoritys, certificate, crl, extension, inDays, integer, ocsp, personal, purposes, sequence, usage } from "./lib/issuing.mjs";
+import {
+  addresses,
+  authority,
+  authoritys,
+  certificate,
+  crl,
+  extension,
+  inDays,
+  integer,
+  ocsp,
+  personal,
+  purposes,
+  sequence,
+  usage,
+} from "./lib/issuing.mjs";
 import { der, gstReturn, people } from "./lib/signing.mjs";
-import { verdictOf } from "./lib/verdicts.mjs";
+import { secondsOf, verdictOf } from "./lib/verdicts.mjs";
 
 const { root, issuing, asha } = people();
 const ofRoot = crl(root);
 const [REVOKED, UNKNOWN] = ["CERTIFICATE_REVOKED", "REVOCATION_UNKNOWN"];
 
-const verified = ({ signer = asha, ...options }) => verifyGstReturn({ roots: root.der, intermediates: issuing.der, cms: gstReturn(signer, "a text"), ...options });
+const verified = ({ signer = asha, ...options }) =>
+  verifyGstReturn({ roots: root.der, intermediates: issuing.der, cms: gstReturn(signer, "a text"), ...options });
 const verdict = (options) => verdictOf(verified(options));
 
 /** The verdict with a good list about the authority, and this about the signer. */
@@ -73,6 +88,7 @@ const uselessLists = [
   ["of a time to come", crl(issuing, [], { from: inDays(1), to: inDays(2) })],
   ["without an end, of yesterday", crl(issuing, [], { to: null })],
   ["signed with SHA-1", crl(issuing, [], { hash: "sha1" })],
+  ["that names two algorithms", crl(issuing, [], { innerHash: "sha512" })],
   ["with a critical extension that nobody knows", crl(issuing, [], { extensions: [critical("1.2.3.4")] })],
   ["that is only a change of another", crl(issuing, [], { extensions: [critical("2.5.29.27")] })],
   ["of authorities alone", crl(issuing, [], { extensions: [point(der(0x82, [0xff]))] })],
@@ -80,7 +96,10 @@ const uselessLists = [
   ["for some reasons alone", crl(issuing, [], { extensions: [point(der(0x83, [0, 0x40]))] })],
   ["of other issuers, too", crl(issuing, [], { extensions: [point(der(0x84, [0xff]))] })],
   ["of another distribution point", crl(issuing, [], { extensions: [pointAt("http://crl.example/other")] })],
-  ["with an entry of another issuer's", crl(issuing, [[certificate("Other"), inDays(-5)]], { entryExtensions: [critical("2.5.29.29", sequence())] })],
+  [
+    "with an entry of another issuer's",
+    crl(issuing, [[certificate("Other"), inDays(-5)]], { entryExtensions: [critical("2.5.29.29", sequence())] }),
+  ],
   ["that is cut off", crl(issuing).subarray(0, 200)],
   ["that is none", asha.der],
   ["that is no ASN.1", Buffer.from("nonsense")],
@@ -106,7 +125,8 @@ test("A list for a part of the certificates counts for these", async () => {
   assert.equal(await withCrl(crl(issuing, [[signer, inDays(-1)]], { extensions: [pointAt(address)] }), { signer }), REVOKED);
 });
 
-const responder = (more = {}) => certificate("Responder", { issuer: issuing, extensions: personal({ purpose: purposes(["1.3.6.1.5.5.7.3.9"]) }), ...more });
+const responder = (more = {}) =>
+  certificate("Responder", { issuer: issuing, extensions: personal({ purpose: purposes(["1.3.6.1.5.5.7.3.9"]) }), ...more });
 const by = (one) => ocsp(asha, issuing, { responder: one, certificates: [one] });
 
 test("An OCSP response by somebody whom the issuer has certified for it is one of the issuer's", async () => {
@@ -126,6 +146,9 @@ const uselessResponses = [
   ["without an end, of yesterday", ocsp(asha, issuing, { to: null })],
   ["signed with SHA-1", ocsp(asha, issuing, { hash: "sha1" })],
   ["that is cut off", ocsp(asha, issuing).subarray(0, 200)],
+  ["that says it is an error", ocsp(asha, issuing, { outcome: 1 })],
+  ["with a critical extension", ocsp(asha, issuing, { extensions: [critical("1.2.3.4")] })],
+  ["with a critical extension of the answer", ocsp(asha, issuing, { answerExtensions: [critical("1.2.3.4")] })],
   ["that is an error", sequence(der(0x0a, [6]))],
   ["that is no ASN.1", Buffer.from("nonsense")],
 ];
@@ -135,6 +158,14 @@ for (const [what, response] of uselessResponses) {
     assert.equal(await withOcsp(response, { revocation: "if-available" }), "accepted");
   });
 }
+
+test("Extensions that are not critical change nothing", async () => {
+  const nonce = extension("1.3.6.1.5.5.7.48.1.2", integer([1]));
+  assert.equal(await withOcsp(ocsp(asha, issuing, { extensions: [nonce], answerExtensions: [nonce] })), "accepted");
+  const reason = extension("2.5.29.21", der(0x0a, [1]));
+  const others = [[certificate("Other", { issuer: issuing }), inDays(-5)]];
+  assert.equal(await withCrl(crl(issuing, others, { extensions: [nonce], entryExtensions: [reason] })), "accepted");
+});
 
 test("What was revoked later was good before", async () => {
   const before = { at: inDays(-10) };
@@ -150,11 +181,17 @@ test("A list that was made when the certificate had expired says nothing of it",
 });
 
 test("Bits that are flipped in what says that a certificate was revoked never make it good", async () => {
-  for (const [option, bytes] of [["crls", revoked()], ["ocspResponses", ocsp(asha, issuing, { status: "revoked" })]]) {
+  for (const [option, bytes] of [
+    ["crls", revoked()],
+    ["ocspResponses", ocsp(asha, issuing, { status: "revoked" })],
+  ]) {
     for (let bit = 0; bit < bytes.length * 8; bit += 61) {
       const flipped = Buffer.from(bytes);
       flipped[bit >> 3] ^= 1 << (bit & 7);
-      const answer = await verdict({ crls: [ofRoot], ...(option === "crls" ? { crls: [ofRoot, flipped] } : { [option]: [flipped] }) });
+      const answer = await verdict({
+        crls: [ofRoot],
+        ...(option === "crls" ? { crls: [ofRoot, flipped] } : { [option]: [flipped] }),
+      });
       assert.ok([REVOKED, UNKNOWN].includes(answer), `${option}, bit ${bit}: ${answer}`);
     }
   }
@@ -167,17 +204,51 @@ test("Openssl reads these lists and responses as we do", async (t) => {
     await writeFile(join(folder, name), bytes);
     return join(folder, name);
   };
-  const [rootPem, issuingPem, ashaPem] = [await file("root", root.pem), await file("issuing", issuing.pem), await file("asha", asha.pem)];
-  for (const [bytes, revokedOne] of [[crl(issuing), false], [revoked(), true]]) {
+  const [rootPem, issuingPem, ashaPem] = [
+    await file("root", root.pem),
+    await file("issuing", issuing.pem),
+    await file("asha", asha.pem),
+  ];
+  for (const [bytes, revokedOne] of [
+    [crl(issuing), false],
+    [revoked(), true],
+  ]) {
     const lists = await file("lists", `${pem(ofRoot)}\n${pem(bytes)}`);
-    const { stderr } = await runUnchecked("openssl", ["verify", "-crl_check_all", "-CAfile", rootPem, "-untrusted", issuingPem, "-CRLfile", lists, ashaPem]);
+    const { stderr } = await runUnchecked("openssl", [
+      "verify",
+      "-crl_check_all",
+      "-CAfile",
+      rootPem,
+      "-untrusted",
+      issuingPem,
+      "-CRLfile",
+      lists,
+      ashaPem,
+    ]);
     assert.equal(stderr.includes("certificate revoked"), revokedOne, stderr);
     assert.equal(stderr === "", !revokedOne, stderr);
   }
-  for (const [status, words] of [["good", /: good/], ["revoked", /: revoked/]]) {
-    for (const one of [ocsp(asha, issuing, { status }), ocsp(asha, issuing, { status, responder: responder(), certificates: [responder()] })]) {
-      const { stdout, stderr } = await runUnchecked("openssl", ["ocsp", "-respin", await file("response", one), "-issuer", issuingPem, "-cert", ashaPem,
-        "-CAfile", rootPem, "-verify_other", issuingPem]);
+  for (const [status, words] of [
+    ["good", /: good/],
+    ["revoked", /: revoked/],
+  ]) {
+    for (const one of [
+      ocsp(asha, issuing, { status }),
+      ocsp(asha, issuing, { status, responder: responder(), certificates: [responder()] }),
+    ]) {
+      const { stdout, stderr } = await runUnchecked("openssl", [
+        "ocsp",
+        "-respin",
+        await file("response", one),
+        "-issuer",
+        issuingPem,
+        "-cert",
+        ashaPem,
+        "-CAfile",
+        rootPem,
+        "-verify_other",
+        issuingPem,
+      ]);
       assert.match(`${stdout}${stderr}`, /Response verify OK/);
       assert.match(`${stdout}`, words);
     }
@@ -190,7 +261,10 @@ const pem = (bytes) => `-----BEGIN X509 CRL-----\n${bytes.toString("base64").rep
 
 const OCSP_ADDRESS = "http://ocsp.example/";
 const CRL_ADDRESS = "http://crl.example/issuing.crl";
-const online = authority("Issuing", { issuer: root, extensions: authoritys({ more: addresses({ crl: ["http://crl.example/root.crl"] }) }) });
+const online = authority("Issuing", {
+  issuer: root,
+  extensions: authoritys({ more: addresses({ crl: ["http://crl.example/root.crl"] }) }),
+});
 const signerWith = (where) => certificate("Asha Rao", { issuer: online, extensions: personal({ more: addresses(where) }) });
 
 /** A fetch that answers with these bytes by address, and writes down what was asked. */
@@ -214,7 +288,7 @@ test("Lists and responses are fetched from the addresses in the certificate, the
   assert.deepEqual([asked.method, asked.redirect, asked.headers["content-type"]], ["POST", "error", "application/ocsp-request"]);
   const folder = await mkdtemp(join(tmpdir(), "quillmark-revocation-"));
   t.after(() => rm(folder, { recursive: true }));
-  await writeFile(join(folder, "request"), asked.body);
+  await writeFile(join(folder, "request"), Buffer.from(asked.body));
   const { stdout } = await runUnchecked("openssl", ["ocsp", "-reqin", join(folder, "request"), "-req_text"]);
   assert.match(stdout.toString(), new RegExp(`Serial Number: ${Buffer.from(signer.serial).toString("hex")}`, "i"));
 
@@ -233,7 +307,14 @@ test("Nothing is fetched for a certificate that leads to no root, nor where the 
 });
 
 test("Only http is asked, and of each kind two addresses", async () => {
-  const crls = ["ldap://crl.example/", "https://crl.example/", "file:///etc/passwd", "http://one.example/", "http://two.example/", "http://three.example/"];
+  const crls = [
+    "ldap://crl.example/",
+    "https://crl.example/",
+    "file:///etc/passwd",
+    "http://one.example/",
+    "http://two.example/",
+    "http://three.example/",
+  ];
   const { urls, fetch } = web({});
   assert.equal(await verdict({ signer: signerWith({ crl: crls }), intermediates: online.der, fetch }), UNKNOWN);
   assert.deepEqual(urls(), ["http://crl.example/root.crl", "http://one.example/", "http://two.example/"]);
@@ -242,28 +323,40 @@ test("Only http is asked, and of each kind two addresses", async () => {
 test("An answer that is too long, fails or is no answer is none", async () => {
   const signer = signerWith({ crl: [CRL_ADDRESS] });
   const endless = () => new Response(new ReadableStream({ pull: (controller) => controller.enqueue(new Uint8Array(1024 * 1024)) }));
-  const answers = [endless, () => { throw new Error("no network"); }, () => null, () => ({ ok: true }), () => new Response("nonsense"), () => new Response(crl(online), { status: 500 })];
+  const answers = [
+    endless,
+    () => {
+      throw new Error("no network");
+    },
+    () => null,
+    () => ({ ok: true }),
+    () => new Response("nonsense"),
+    () => new Response(crl(online), { status: 500 }),
+  ];
   for (const answer of answers) {
     const { fetch } = web({ [CRL_ADDRESS]: answer });
     assert.equal(await verdict({ signer, intermediates: online.der, fetch }), UNKNOWN);
   }
 });
 
-test("An answer that does not come is waited for ten seconds", { timeout: 30_000 }, async (t) => {
-  t.mock.timers.enable({ apis: ["setTimeout"] });
-  const { fetch } = web({ [CRL_ADDRESS]: ({ signal }) => new Promise(() => { signals.push(signal); }) });
-  const signals = [];
-  const waiting = verdict({ signer: signerWith({ crl: [CRL_ADDRESS] }), intermediates: online.der, fetch });
-  while (signals.length === 0) await new Promise((resolve) => { setImmediate(resolve); });
-  t.mock.timers.tick(10_000);
-  assert.equal(await waiting, UNKNOWN);
-  assert.ok(signals[0].aborted);
+test("An answer that does not come is waited for ten seconds", async (t) => {
+  const { setTimeout: realTimeout } = globalThis;
+  t.after(() => Object.assign(globalThis, { setTimeout: realTimeout }));
+  const waits = [];
+  globalThis.setTimeout = (act, milliseconds) => {
+    waits.push(milliseconds);
+    return realTimeout(act, 10);
+  };
+  let asked;
+  const { fetch } = web({ [CRL_ADDRESS]: ({ signal }) => new Promise(() => (asked = signal)) });
+  assert.equal(await verdict({ signer: signerWith({ crl: [CRL_ADDRESS] }), intermediates: online.der, fetch }), UNKNOWN);
+  assert.deepEqual([waits.at(-1), asked.aborted], [10_000, true]);
 });
 
-test("A list of 40,000 entries is read", async () => {
-  const entries = Array.from({ length: 40_000 }, (_, i) => [{ serial: [0x55, i >> 16, (i >> 8) & 255, i & 255] }, inDays(-5)]);
-  const begin = Date.now();
+test("A list of 20,000 entries is read", async () => {
+  const entries = Array.from({ length: 20_000 }, (_, i) => [{ serial: [0x55, i >> 16, (i >> 8) & 255, i & 255] }, inDays(-5)]);
+  const list = crl(issuing, [...entries, [asha, inDays(-5)]]);
+  const seconds = await secondsOf(async () => assert.equal(await withCrl(list), REVOKED));
+  assert.ok(seconds < 4, `${seconds} s`);
   assert.equal(await withCrl(crl(issuing, entries)), "accepted");
-  assert.equal(await withCrl(crl(issuing, [...entries, [asha, inDays(-5)]])), REVOKED);
-  assert.ok(Date.now() - begin < 20_000, `${Date.now() - begin} ms`);
 });

@@ -7,7 +7,7 @@ import { pathToFileURL } from "node:url";
 
 import { newChallenge, VerificationError, verifyAuthToken } from "quillmark-verify";
 
-const FILES = { "/": ["index.html", "text/html"], "/login.js": ["login.js", "text/javascript"], "/quillmark.js": ["quillmark.js", "text/javascript"] };
+const FILES = { "/index.html": "text/html", "/login.js": "text/javascript", "/quillmark.js": "text/javascript" };
 const MAX_BODY_BYTES = 64 * 1024;
 const MAX_SESSIONS = 10_000;
 
@@ -31,8 +31,9 @@ export function loginServer({ site, folder = new URL("./", import.meta.url), ...
   return createServer(async (request, response) => {
     const answer = (status, headers, body) => response.writeHead(status, headers).end(body);
     try {
-      const file = request.method === "GET" && FILES[request.url];
-      if (file) return answer(200, { "content-type": file[1] }, await readFile(new URL(file[0], folder)));
+      const path = request.url === "/" ? "/index.html" : request.url;
+      const type = request.method === "GET" && FILES[path];
+      if (type) return answer(200, { "content-type": type }, await readFile(new URL(`.${path}`, folder)));
       const action = actions[`${request.method} ${request.url}`];
       if (!action) return answer(404, {}, "");
       const id = /\bsession=([\w-]+)/.exec(request.headers.cookie)?.[1];

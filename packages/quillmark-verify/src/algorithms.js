@@ -28,7 +28,11 @@ const MIN_RSA_BITS = 2048;
 /** One signature by a key of this size takes some milliseconds to verify; it grows with the square. */
 const MAX_RSA_BITS = 8192;
 
-const NAMES = new Map([["SHA-256", "sha256"], ["SHA-384", "sha384"], ["SHA-512", "sha512"]]);
+const NAMES = new Map([
+  ["SHA-256", "sha256"],
+  ["SHA-384", "sha384"],
+  ["SHA-512", "sha512"],
+]);
 export const HASH_LENGTHS = { sha256: 32, sha384: 48, sha512: 64 };
 
 const weak = (detail) => new VerificationError("WEAK_ALGORITHM", detail);

@@ -29,20 +29,24 @@ export function newChallenge(options) {
 export const looksLikeChallenge = (text) => /^\s*log in to\s/i.test(text);
 
 /** Verifies the signature over a challenge that was given out; see index.d.ts. */
-export const verifyAuthToken = guarded(async ({ signature, challenge, site, certificate, hashAlgorithm = "SHA-256", maxAge = DEFAULT_MAX_AGE_MS, ...options }) => {
-  const settings = settingsOf(options);
-  const issuedAt = checkChallenge(textOf(challenge, "challenge"), checkedSite(site), maxAge, settings.at);
-  const hash = hashNamed(hashAlgorithm);
-  const der = bytesOf(certificate, "certificate", MAX_CERTIFICATE_BYTES);
-  const signer = translated("MALFORMED", "the certificate", () => new Certificate(der));
-  const bytes = bytesOf(signature, "signature", MAX_SIGNATURE_BYTES);
-  checkKey(signer.publicKey);
-  if (!isSigned({ hash, keyType: "rsa" }, Buffer.from(challenge), signer.publicKey, bytes)) throw new VerificationError("SIGNATURE_INVALID");
-  return { ...(await verdictOn(signer, settings)), issuedAt, hashAlgorithm: nameOfHash(hash) };
-});
+export const verifyAuthToken = guarded(
+  async ({ signature, challenge, site, certificate, hashAlgorithm = "SHA-256", maxAge = DEFAULT_MAX_AGE_MS, ...options }) => {
+    const settings = settingsOf(options);
+    const issuedAt = checkChallenge(textOf(challenge, "challenge"), checkedSite(site), maxAge, settings.at);
+    const hash = hashNamed(hashAlgorithm);
+    const der = bytesOf(certificate, "certificate", MAX_CERTIFICATE_BYTES);
+    const signer = translated("MALFORMED", "the certificate", () => new Certificate(der));
+    const bytes = bytesOf(signature, "signature", MAX_SIGNATURE_BYTES);
+    checkKey(signer.publicKey);
+    if (!isSigned({ hash, keyType: "rsa" }, Buffer.from(challenge), signer.publicKey, bytes))
+      throw new VerificationError("SIGNATURE_INVALID");
+    return { ...(await verdictOn(signer, settings)), issuedAt, hashAlgorithm: nameOfHash(hash) };
+  },
+);
 
 function checkedSite(site) {
-  if (typeof site !== "string" || !SITE.test(site)) throw new VerificationError("INVALID_ARGUMENT", '"site" has to be a name without blanks.');
+  if (typeof site !== "string" || !SITE.test(site))
+    throw new VerificationError("INVALID_ARGUMENT", '"site" has to be a name without blanks.');
   return site;
 }
 

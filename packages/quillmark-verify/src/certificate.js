@@ -9,9 +9,17 @@ import { elementOf, octetsOf, parsed, rawOf, sameBytes } from "./der.js";
 import { VerificationError } from "./error.js";
 
 const ID = {
-  commonName: "2.5.4.3", organization: "2.5.4.10", emailAddress: "1.2.840.113549.1.9.1",
-  keyUsage: "2.5.29.15", subjectAltName: "2.5.29.17", basicConstraints: "2.5.29.19", nameConstraints: "2.5.29.30",
-  distributionPoints: "2.5.29.31", policies: "2.5.29.32", extendedKeyUsage: "2.5.29.37", information: "1.3.6.1.5.5.7.1.1",
+  commonName: "2.5.4.3",
+  organization: "2.5.4.10",
+  emailAddress: "1.2.840.113549.1.9.1",
+  keyUsage: "2.5.29.15",
+  subjectAltName: "2.5.29.17",
+  basicConstraints: "2.5.29.19",
+  nameConstraints: "2.5.29.30",
+  distributionPoints: "2.5.29.31",
+  policies: "2.5.29.32",
+  extendedKeyUsage: "2.5.29.37",
+  information: "1.3.6.1.5.5.7.1.1",
   ocsp: "1.3.6.1.5.5.7.48.1",
 };
 
@@ -86,13 +94,15 @@ export class Certificate {
     const { cA, pathLenConstraint } = this.#value(ID.basicConstraints) ?? {};
     if (cA !== true) throw this.#unsuitable("is not an authority's");
     if (!this.mayDo("keyCertSign")) throw this.#unsuitable("is not for issuing certificates");
-    if (pathLenConstraint !== undefined && !(below <= Number(pathLenConstraint))) throw this.#unsuitable("does not allow so long a chain");
+    if (pathLenConstraint !== undefined && !(below <= Number(pathLenConstraint)))
+      throw this.#unsuitable("does not allow so long a chain");
   }
 
   /** Throws unless a person may sign with it. */
   checkSigner(purposes) {
     const usage = this.#usage();
-    if (usage === null || (usage & (USAGES.digitalSignature | USAGES.nonRepudiation)) === 0) throw this.#unsuitable("is not for signing");
+    if (usage === null || (usage & (USAGES.digitalSignature | USAGES.nonRepudiation)) === 0)
+      throw this.#unsuitable("is not for signing");
     if (this.#value(ID.basicConstraints)?.cA) throw this.#unsuitable("is an authority's");
     const own = this.purposes();
     if (own !== null && !own.some((each) => purposes.includes(each))) throw this.#unsuitable("is for other purposes");
@@ -125,9 +135,11 @@ export class Certificate {
 
   /** Where its revocation can be asked for: { ocsp: [address], crl: [address] }. */
   get addresses() {
-    const names = (points) => points.flatMap(({ distributionPoint }) => (Array.isArray(distributionPoint) ? distributionPoint : []));
+    const names = (points) =>
+      points.flatMap(({ distributionPoint }) => (Array.isArray(distributionPoint) ? distributionPoint : []));
     const locations = (this.#value(ID.information)?.accessDescriptions ?? [])
-      .filter(({ accessMethod }) => accessMethod === ID.ocsp).map(({ accessLocation }) => accessLocation);
+      .filter(({ accessMethod }) => accessMethod === ID.ocsp)
+      .map(({ accessLocation }) => accessLocation);
     const addressesIn = (list) => list.filter(({ type }) => type === URI).map(({ value }) => value);
     return { ocsp: addressesIn(locations), crl: addressesIn(names(this.#value(ID.distributionPoints)?.distributionPoints ?? [])) };
   }
@@ -163,7 +175,7 @@ export class Certificate {
 
   #usage() {
     const usage = this.#value(ID.keyUsage);
-    return usage === undefined ? null : usage.valueBlock.valueHexView[0] ?? 0;
+    return usage === undefined ? null : (usage.valueBlock.valueHexView[0] ?? 0);
   }
 
   #unsuitable(what) {

@@ -53,17 +53,22 @@ function read(der) {
 const timeOf = ({ bytes }) => parsed(bytes, Time).value;
 
 /** Whether an entry has a critical extension: one with a BOOLEAN behind its name. */
-const hasCritical = ([, , extensions]) => extensions !== undefined &&
-  childrenOf(extensions.bytes).some(({ bytes }) => childrenOf(bytes)[1]?.tag === BOOLEAN);
+const hasCritical = ([, , extensions]) =>
+  extensions !== undefined && childrenOf(extensions.bytes).some(({ bytes }) => childrenOf(bytes)[1]?.tag === BOOLEAN);
 
 /** Whether the list is one of all certificates of the kind, for all reasons. A delta has another critical extension. */
 function isAbout({ extensions }, certificate) {
-  return extensions.filter(({ critical }) => critical).every(({ extnID, parsedValue: point }) => {
-    if (extnID !== ISSUING_DISTRIBUTION_POINT || !point || point.parsingError) return false;
-    if (point.indirectCRL || point.onlySomeReasons !== undefined || point.onlyContainsAttributeCerts) return false;
-    if (point.onlyContainsUserCerts && certificate.isAuthority) return false;
-    if (point.onlyContainsCACerts && !certificate.isAuthority) return false;
-    if (point.distributionPoint === undefined) return true;
-    return Array.isArray(point.distributionPoint) && point.distributionPoint.some(({ value }) => certificate.addresses.crl.includes(value));
-  });
+  return extensions
+    .filter(({ critical }) => critical)
+    .every(({ extnID, parsedValue: point }) => {
+      if (extnID !== ISSUING_DISTRIBUTION_POINT || !point || point.parsingError) return false;
+      if (point.indirectCRL || point.onlySomeReasons !== undefined || point.onlyContainsAttributeCerts) return false;
+      if (point.onlyContainsUserCerts && certificate.isAuthority) return false;
+      if (point.onlyContainsCACerts && !certificate.isAuthority) return false;
+      if (point.distributionPoint === undefined) return true;
+      return (
+        Array.isArray(point.distributionPoint) &&
+        point.distributionPoint.some(({ value }) => certificate.addresses.crl.includes(value))
+      );
+    });
 }

@@ -55,7 +55,7 @@ export function elementOf(bytes, { padded = false } = {}) {
 /** The elements in a constructed one, that is known to be DER: [{ tag, bytes, content }]. For what is too long for the library. */
 export function childrenOf(bytes) {
   const children = [];
-  for (let { begin: at, end } = headAt(bytes, 0, bytes.length); at < end; ) {
+  for (let { begin: at, end } = headAt(bytes, 0, bytes.length); at < end;) {
     const child = headAt(bytes, at, end);
     children.push({ tag: child.tag, bytes: bytes.subarray(at, child.end), content: bytes.subarray(child.begin, child.end) });
     at = child.end;

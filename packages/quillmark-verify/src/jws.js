@@ -10,7 +10,11 @@ import { guarded, translated, VerificationError } from "./error.js";
 import { bytesOf, settingsOf, textOf } from "./settings.js";
 import { verdictOn } from "./verdict.js";
 
-const HASHES = new Map([["RS256", "SHA-256"], ["RS384", "SHA-384"], ["RS512", "SHA-512"]]);
+const HASHES = new Map([
+  ["RS256", "SHA-256"],
+  ["RS384", "SHA-384"],
+  ["RS512", "SHA-512"],
+]);
 /** The library would pass over blanks. */
 const COMPACT = /^[\w-]+\.[\w-]*\.[\w-]*$/;
 
@@ -32,17 +36,21 @@ export const verifyJws = guarded(async ({ jws, ...options }) => {
   const [signer] = certificates;
   checkKey(signer.publicKey);
   const { payload } = await compactVerify(jws, signer.publicKey, { algorithms: [header.alg] }).catch((cause) => {
-    throw new VerificationError(cause.code === "ERR_JWS_SIGNATURE_VERIFICATION_FAILED" ? "SIGNATURE_INVALID" : "MALFORMED", "", { cause });
+    throw new VerificationError(cause.code === "ERR_JWS_SIGNATURE_VERIFICATION_FAILED" ? "SIGNATURE_INVALID" : "MALFORMED", "", {
+      cause,
+    });
   });
   return { ...(await verdictOn(signer, settings, certificates.slice(1))), payload, header, hashAlgorithm: HASHES.get(header.alg) };
 });
 
 /** RFC 7515, section 4.1.6: the signer's is the first. */
 function certificatesIn({ x5c, "x5t#S256": thumbprint }) {
-  const isList = Array.isArray(x5c) && x5c.length > 0 && x5c.length <= MAX_CERTIFICATES && x5c.every((each) => typeof each === "string");
+  const isList =
+    Array.isArray(x5c) && x5c.length > 0 && x5c.length <= MAX_CERTIFICATES && x5c.every((each) => typeof each === "string");
   if (!isList) throw malformed("Its header has no certificates.");
   const certificates = x5c.map((each) => new Certificate(bytesOf(each, "x5c", MAX_CERTIFICATE_BYTES)));
   const own = createHash("sha256").update(certificates[0].der).digest("base64url");
-  if (thumbprint !== undefined && thumbprint !== own) throw new VerificationError("SIGNATURE_INVALID", "It is by another certificate.");
+  if (thumbprint !== undefined && thumbprint !== own)
+    throw new VerificationError("SIGNATURE_INVALID", "It is by another certificate.");
   return certificates;
 }

@@ -12,10 +12,14 @@ import { isCurrent } from "./revocation-time.js";
 
 const BASIC_RESPONSE = "1.3.6.1.5.5.7.48.1.1";
 const OCSP_SIGNING = "1.3.6.1.5.5.7.3.9";
+const SUCCESSFUL = 0;
 const MAX_CERTIFICATES = 10;
 
 // Names of certificates, not promises about them: SHA-1, which all responders know, does.
-const ID_HASHES = new Map([["1.3.14.3.2.26", "sha1"], ["2.16.840.1.101.3.4.2.1", "sha256"]]);
+const ID_HASHES = new Map([
+  ["1.3.14.3.2.26", "sha1"],
+  ["2.16.840.1.101.3.4.2.1", "sha256"],
+]);
 const SHA1 = "1.3.14.3.2.26";
 
 // 4.2.1: the tags of CertStatus.
@@ -25,8 +29,8 @@ const digest = (hash, bytes) => createHash(hash).update(bytes).digest();
 
 /** "good" or "revoked" of a certificate by this response (DER); null when it does not say. */
 export function statusInOcsp(der, certificate, issuer, time) {
-  const { responseBytes } = parsed(der, OCSPResponse);
-  if (responseBytes?.responseType !== BASIC_RESPONSE) return null;
+  const { responseStatus, responseBytes } = parsed(der, OCSPResponse);
+  if (responseStatus.valueBlock.valueDec !== SUCCESSFUL || responseBytes?.responseType !== BASIC_RESPONSE) return null;
   const response = parsed(octetsOf(responseBytes.response), BasicOCSPResponse);
   const { tbsResponseData: data, signatureAlgorithm, signature, certs = [] } = response;
   const algorithm = signatureOf(signatureAlgorithm);
@@ -36,16 +40,19 @@ export function statusInOcsp(der, certificate, issuer, time) {
   const answers = data.responses.filter(({ certID }) => isOf(certID, certificate, issuer));
   const current = answers.filter((answer) => isCurrent(answer, certificate, time) && !hasCritical(answer.singleExtensions));
   const statuses = current.map((answer) => statusOf(answer, time));
-  return statuses.includes("revoked") ? "revoked" : statuses[0] ?? null;
+  return statuses.includes("revoked") ? "revoked" : (statuses[0] ?? null);
 }
 
 /** Who may answer for the issuer (4.2.2.2): itself, and those whom it has certified for that. */
 function respondersIn(certs, issuer, { now }) {
-  const certified = certs.slice(0, MAX_CERTIFICATES).map((each) => new Certificate(each.toSchema().toBER())).filter((each) => {
-    if (!each.isNamedAfter(issuer) || !each.isSignedBy(issuer) || !each.purposes()?.includes(OCSP_SIGNING)) return false;
-    each.check(now);
-    return each.mayDo("digitalSignature");
-  });
+  const certified = certs
+    .slice(0, MAX_CERTIFICATES)
+    .map((each) => new Certificate(each.toSchema().toBER()))
+    .filter((each) => {
+      if (!each.isNamedAfter(issuer) || !each.isSignedBy(issuer) || !each.purposes()?.includes(OCSP_SIGNING)) return false;
+      each.check(now);
+      return each.mayDo("digitalSignature");
+    });
   checkKey(issuer.publicKey);
   return [issuer, ...certified];
 }
@@ -54,8 +61,12 @@ const hasCritical = (extensions = []) => extensions.some(({ critical }) => criti
 
 function isOf({ hashAlgorithm, issuerNameHash, issuerKeyHash, serialNumber }, certificate, issuer) {
   const hash = ID_HASHES.get(hashAlgorithm.algorithmId);
-  return hash !== undefined && sameNumber(octetsOf(serialNumber), certificate.serial) &&
-    sameBytes(octetsOf(issuerNameHash), digest(hash, issuer.subject)) && sameBytes(octetsOf(issuerKeyHash), digest(hash, issuer.keyBits));
+  return (
+    hash !== undefined &&
+    sameNumber(octetsOf(serialNumber), certificate.serial) &&
+    sameBytes(octetsOf(issuerNameHash), digest(hash, issuer.subject)) &&
+    sameBytes(octetsOf(issuerKeyHash), digest(hash, issuer.keyBits))
+  );
 }
 
 function statusOf({ certStatus }, { at }) {
@@ -65,14 +76,15 @@ function statusOf({ certStatus }, { at }) {
   return revokedAt.toDate() > at ? "good" : "revoked";
 }
 
-/** A request for one certificate's status (4.1.1), DER. */
+/** A request for one certificate's status (4.1.1), DER as an ArrayBuffer. */
 export function ocspRequest(certificate, issuer) {
   const sequence = (...value) => new Sequence({ value });
   const octets = (bytes) => new OctetString({ valueHex: Uint8Array.from(bytes).buffer });
   const id = sequence(
     sequence(new ObjectIdentifier({ value: SHA1 }), new Null()),
-    octets(digest("sha1", issuer.subject)), octets(digest("sha1", issuer.keyBits)),
+    octets(digest("sha1", issuer.subject)),
+    octets(digest("sha1", issuer.keyBits)),
     new Integer({ valueHex: Uint8Array.from(certificate.serial).buffer }),
   );
-  return new Uint8Array(sequence(sequence(sequence(sequence(id)))).toBER());
+  return sequence(sequence(sequence(sequence(id)))).toBER();
 }

@@ -46,12 +46,14 @@ function signatureAt(bytes, at) {
   const byteRange = RANGE.exec(text)?.slice(1).map(Number);
   if (!byteRange) throw malformed("A signature does not say what it is over.");
   const [first, gap, behind, rest] = byteRange;
-  if (first !== 0 || gap >= behind || behind - gap > MAX_HOLE || behind + rest > bytes.length) throw malformed("A signature is over something else than the file.");
+  if (first !== 0 || gap >= behind || behind - gap > MAX_HOLE || behind + rest > bytes.length)
+    throw malformed("A signature is over something else than the file.");
   const isCovered = at < gap || (at > behind && at < behind + rest);
   const before = bytes.toString("latin1", Math.max(0, gap - MAX_RANGE_LENGTH), gap);
   const hole = bytes.toString("latin1", gap, behind);
   const hex = hole.slice(1, -1);
   const isSignature = isCovered && /\/Contents\s*$/.test(before) && hole.startsWith("<") && hole.endsWith(">");
-  if (!isSignature || NOT_HEX.test(hex) || hex.length % 2 !== 0) throw malformed("A signature leaves out something else than itself.");
+  if (!isSignature || NOT_HEX.test(hex) || hex.length % 2 !== 0)
+    throw malformed("A signature leaves out something else than itself.");
   return { byteRange, der: new Uint8Array(Buffer.from(hex, "hex")) };
 }

@@ -25,7 +25,11 @@ export const verifyPdf = guarded(async ({ pdf, allowAppended = false, ...options
     const signed = new SignedData(der, { padded: true });
     const [first, gap, behind, rest] = byteRange;
     const digest = signed.digestOf(file.subarray(first, gap), file.subarray(behind, behind + rest));
-    signatures.push({ ...(await verdictOnDigest(signed, digest, settings)), byteRange, coversWholeFile: behind + rest === file.length });
+    signatures.push({
+      ...(await verdictOnDigest(signed, digest, settings)),
+      byteRange,
+      coversWholeFile: behind + rest === file.length,
+    });
   }
   if (!allowAppended && !signatures.at(-1).coversWholeFile) throw new VerificationError("CONTENT_APPENDED");
   return { signatures };
@@ -36,13 +40,16 @@ export const verifyPdfHash = guarded(async ({ pkcs7, hash, hashAlgorithm, ...opt
   const settings = settingsOf(options);
   const signed = new SignedData(bytesOf(pkcs7, "pkcs7", MAX_SIGNATURE_BYTES));
   const digest = bytesOf(hash, "hash", MAX_HASH_BYTES);
-  if (hashAlgorithm !== undefined && hashNamed(hashAlgorithm) !== signed.hash) throw new VerificationError("CONTENT_MISMATCH", "It is by another hash algorithm.");
-  if (digest.length !== HASH_LENGTHS[signed.hash]) throw new VerificationError("CONTENT_MISMATCH", "The digest has another length.");
+  if (hashAlgorithm !== undefined && hashNamed(hashAlgorithm) !== signed.hash)
+    throw new VerificationError("CONTENT_MISMATCH", "It is by another hash algorithm.");
+  if (digest.length !== HASH_LENGTHS[signed.hash])
+    throw new VerificationError("CONTENT_MISMATCH", "The digest has another length.");
   return verdictOnDigest(signed, digest, settings);
 });
 
 async function verdictOnDigest(signed, digest, settings) {
-  if (signed.content !== null || !signed.hasSignedAttributes) throw new VerificationError("MALFORMED", "It is the signature of something else.");
+  if (signed.content !== null || !signed.hasSignedAttributes)
+    throw new VerificationError("MALFORMED", "It is the signature of something else.");
   signed.checkOverDigest(digest);
   const stamp = await timeStampOf(signed, settings);
   // With a time that can be trusted, the certificate has to hold then, and not today.
@@ -51,5 +58,9 @@ async function verdictOnDigest(signed, digest, settings) {
   return { ...verdict, hashAlgorithm: nameOfHash(signed.hash), timestamp: stamp && described(stamp) };
 }
 
-const described = ({ time, isTrusted, authority, chain }) =>
-  ({ time, trusted: isTrusted, authority: authority.describe(), chain: chain.map((each) => each.describe()) });
+const described = ({ time, isTrusted, authority, chain }) => ({
+  time,
+  trusted: isTrusted,
+  authority: authority.describe(),
+  chain: chain.map((each) => each.describe()),
+});

@@ -50,9 +50,14 @@ function questions(certificate, issuer) {
   const isHttp = (address) => /^http:\/\//i.test(address);
   const headers = { "content-type": "application/ocsp-request" };
   return [
-    ...ocsp.filter(isHttp).slice(0, MAX_ADDRESSES)
+    ...ocsp
+      .filter(isHttp)
+      .slice(0, MAX_ADDRESSES)
       .map((url) => ({ url, statusIn: statusInOcsp, init: { method: "POST", headers, body: ocspRequest(certificate, issuer) } })),
-    ...crl.filter(isHttp).slice(0, MAX_ADDRESSES).map((url) => ({ url, statusIn: statusInCrl, init: { method: "GET" } })),
+    ...crl
+      .filter(isHttp)
+      .slice(0, MAX_ADDRESSES)
+      .map((url) => ({ url, statusIn: statusInCrl, init: { method: "GET" } })),
   ];
 }
 

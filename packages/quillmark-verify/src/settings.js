@@ -54,7 +54,9 @@ const listOf = (value) => (value === undefined ? [] : Array.isArray(value) ? val
 function certificatesOf(value, name) {
   return listOf(value).flatMap((each) => {
     const isPem = typeof each === "string" && each.includes("-----BEGIN");
-    const ders = isPem ? (each.match(PEM_CERTIFICATE) ?? []).map((pem) => new X509Certificate(pem).raw) : [bytesOf(each, name, Infinity)];
+    const ders = isPem
+      ? (each.match(PEM_CERTIFICATE) ?? []).map((pem) => new X509Certificate(pem).raw)
+      : [bytesOf(each, name, Infinity)];
     return ders.map((der) => new Certificate(der));
   });
 }
@@ -69,7 +71,15 @@ function certificates(value, name) {
 
 /** The options that all functions have. */
 export function settingsOf({
-  roots, intermediates, timestampRoots, at, revocation = "require", crls, ocspResponses, fetch, extendedKeyUsages = SIGNING_PURPOSES,
+  roots,
+  intermediates,
+  timestampRoots,
+  at,
+  revocation = "require",
+  crls,
+  ocspResponses,
+  fetch,
+  extendedKeyUsages = SIGNING_PURPOSES,
 }) {
   const now = new Date();
   const settings = {

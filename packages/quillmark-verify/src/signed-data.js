@@ -10,8 +10,11 @@ import { octetsOf, parsed, rawOf, sameBytes } from "./der.js";
 import { VerificationError } from "./error.js";
 
 const ID = {
-  data: "1.2.840.113549.1.7.1", signedData: "1.2.840.113549.1.7.2", contentType: "1.2.840.113549.1.9.3",
-  messageDigest: "1.2.840.113549.1.9.4", signingCertificate: "1.2.840.113549.1.9.16.2.12",
+  data: "1.2.840.113549.1.7.1",
+  signedData: "1.2.840.113549.1.7.2",
+  contentType: "1.2.840.113549.1.9.3",
+  messageDigest: "1.2.840.113549.1.9.4",
+  signingCertificate: "1.2.840.113549.1.9.16.2.12",
   signingCertificateV2: "1.2.840.113549.1.9.16.2.47",
 };
 
@@ -38,7 +41,8 @@ export class SignedData {
     const data = new pkijs.SignedData({ schema: info.content });
     const { encapContentInfo, signerInfos, digestAlgorithms } = data;
     if (signerInfos.length !== 1) throw malformed(`It has ${signerInfos.length} signers, not one.`);
-    if (!VERSIONS.includes(data.version) || encapContentInfo.eContentType !== contentType) throw malformed("It is over another kind of content.");
+    if (!VERSIONS.includes(data.version) || encapContentInfo.eContentType !== contentType)
+      throw malformed("It is over another kind of content.");
     [this.#signer] = signerInfos;
     this.contentType = contentType;
     /** The bytes in it; null when the signature is detached. */
@@ -86,7 +90,8 @@ export class SignedData {
   #checkSignature(signed) {
     checkKey(this.certificate.publicKey);
     const algorithm = signatureOfSigner(this.#signer.signatureAlgorithm, this.hash);
-    if (!this.#algorithms.includes(this.hash)) throw new VerificationError("SIGNATURE_INVALID", "It names two different hash algorithms.");
+    if (!this.#algorithms.includes(this.hash))
+      throw new VerificationError("SIGNATURE_INVALID", "It names two different hash algorithms.");
     if (!isSigned(algorithm, signed, this.certificate.publicKey, this.signature)) throw new VerificationError("SIGNATURE_INVALID");
   }
 
@@ -95,7 +100,8 @@ export class SignedData {
     if (!(sid instanceof pkijs.IssuerAndSerialNumber)) throw malformed("It names its signer in another way.");
     const [issuer, serial] = [rawOf(sid.issuer), octetsOf(sid.serialNumber)];
     const own = this.certificates.filter((each) => sameBytes(each.issuer, issuer) && sameBytes(each.serial, serial));
-    if (own.length === 0 || !own.every((each) => each.isSame(own[0]))) throw malformed("It has no certificate of its signer, or two.");
+    if (own.length === 0 || !own.every((each) => each.isSame(own[0])))
+      throw malformed("It has no certificate of its signer, or two.");
     return own[0];
   }
 
@@ -103,13 +109,17 @@ export class SignedData {
   #signedAttribute(type) {
     const attributes = this.#signer.signedAttrs?.attributes ?? [];
     const [found, ...more] = attributes.filter((each) => each.type === type);
-    if (more.length > 0 || (found && found.values.length !== 1)) throw malformed(`The signed attribute ${type} stands there twice.`);
+    if (more.length > 0 || (found && found.values.length !== 1))
+      throw malformed(`The signed attribute ${type} stands there twice.`);
     return found?.values[0];
   }
 
   /** Where the signed attributes name the certificate by its hash (RFC 5035), it is this one. */
   #checkSigningCertificate() {
-    for (const [type, usual] of [[ID.signingCertificate, "sha1"], [ID.signingCertificateV2, "sha256"]]) {
+    for (const [type, usual] of [
+      [ID.signingCertificate, "sha1"],
+      [ID.signingCertificateV2, "sha256"],
+    ]) {
       const value = this.#signedAttribute(type);
       if (!value) continue;
       const [first] = value.valueBlock.value[0].valueBlock.value; // of the certificates the signer's

@@ -11,6 +11,7 @@ import { doctorPageTests } from "../uses/doctor-pages.mjs";
 import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
 import { languageTests } from "../uses/languages.mjs";
+import { loginTests } from "../uses/login.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
 import { signingTests } from "../uses/signing.mjs";
@@ -72,7 +73,7 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, loginTests, pdfTests, doctorPageTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   doctorTests(suite);
   registrationTests(suite);
