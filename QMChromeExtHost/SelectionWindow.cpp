@@ -4,12 +4,21 @@
 #include "QMHostShared.h"
 
 #include <wx/app.h>
+#include <wx/evtloop.h>
 #include <wx/frame.h>
-#include <wx/utils.h>
+
+#include <chrono>
+
+void Pause() {
+    using namespace std::chrono;
+    const auto end = steady_clock::now() + 250ms;
+    for (auto left = 250ms; left > 0ms; left = ceil<milliseconds>(end - steady_clock::now()))
+        wxEventLoopBase::GetActive()->DispatchTimeout(static_cast<unsigned long>(left.count()));
+}
 
 void YieldPauseYield() {
     wxYield();
-    wxMilliSleep(kPauseMilliseconds);
+    Pause();
     wxYield();
 }
 
@@ -25,7 +34,7 @@ void BringWindowBack() {
 }
 
 void ShowLoadingRow() {
-    htmlLstCert->Append(kLoadingRow);
+    CardsOf(htmlLstCert).SetLoading();
     YieldPauseYield();
     htmlLstCert->Update(); // paints at once
 }

@@ -2,8 +2,10 @@
 
 // What the selection flow does to the window.
 
-/// How long the wait for the user sleeps between two looks, and how long a fresh window gets to be drawn.
-inline constexpr unsigned long kPauseMilliseconds = 250;
+/// Lets 250 milliseconds go by: between two looks at the user's answer, and for a fresh window to be drawn.
+/// What comes meanwhile is served at once, for a screen reader asks a hundred questions before it says a
+/// word.
+void Pause();
 
 void YieldPauseYield();
 

@@ -9,7 +9,7 @@
 
 packages_build=(
   build-essential cmake ninja-build pkg-config
-  libwxgtk3.2-dev nlohmann-json3-dev libpugixml-dev libssl-dev libp11-kit-dev
+  libwxgtk3.2-dev libgtk-3-dev nlohmann-json3-dev libpugixml-dev libssl-dev libp11-kit-dev
   libgtest-dev libgmock-dev
 )
 # A display without a screen, a soft token, and the judges of what was signed.

@@ -95,7 +95,7 @@ export function treeLines(node, indent = "") {
 /** What is to be heard of an event. */
 function wordsOf(event) {
   const type = event.event;
-  if (type === "window:activate") return [`window ${named(event)}`, ...(event.texts ?? []).map((text) => `  text "${text}"`)];
+  if (type === "window:activate") return [`window ${named(event)}`, ...(event.texts ?? []).map((text) => `  text "${text.replace(/\s+/g, " ")}"`)];
   if (type === "object:active-descendant-changed") return [`focus ${named(event)}`];
   if (type === "object:state-changed:focused") return event.detail ? [`focus ${named(event)}`] : [];
   if (/^object:state-changed:(checked|expanded)$/.test(type)) return [`change ${named(event)}`];
