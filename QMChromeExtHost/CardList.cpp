@@ -1,5 +1,7 @@
 #include "CardList.h"
 
+#include <wx/dc.h>
+
 #include <string>
 #include <utility>
 
@@ -70,6 +72,15 @@ void CardList::OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const {
     wxSimpleHtmlListBox::OnDrawItem(dc, place, n);
     if (!shown_.empty()) // no "Loading..."
         OkButton()->Enable();
+}
+
+void CardList::OnDrawBackground(wxDC& dc, const wxRect& place, std::size_t n) const {
+    wxSimpleHtmlListBox::OnDrawBackground(dc, place, n);
+    if (!IsSelected(n) || !HasFocus())
+        return;
+    const wxDCPenChanger pen(dc, wxPen(wxColour(0x1B, 0x4F, 0x9C), 4)); // half of it is outside
+    const wxDCBrushChanger brush(dc, *wxTRANSPARENT_BRUSH);
+    dc.DrawRectangle(place);
 }
 
 wxString CardList::OnGetItemMarkup(std::size_t n) const {

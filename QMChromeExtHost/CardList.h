@@ -30,6 +30,7 @@ public:
 private:
     wxWindow* OkButton() const { return GetParent()->FindWindow(wxID_OK); }
     void OnDrawItem(wxDC& dc, const wxRect& place, std::size_t n) const override;
+    void OnDrawBackground(wxDC& dc, const wxRect& place, std::size_t n) const override;
     wxString OnGetItemMarkup(std::size_t n) const override;
     void DoClear() override;
     wxColour GetSelectedTextColour(const wxColour& cardColour) const override { return cardColour; }

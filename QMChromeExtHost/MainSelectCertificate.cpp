@@ -189,6 +189,7 @@ wxSizer* MyFrame::CreateButtonRow() {
     row->AddButton(StdDialogButtonSizerCancel);
     StdDialogButtonSizerOK->SetDefault();
     row->Realize();
+    row->SetOrientation(wxHORIZONTAL); // on small screens, wx puts one above the other
     row->SetMinSize(80, 30);
     return row;
 }

@@ -6,8 +6,34 @@
 #include <wx/app.h>
 #include <wx/evtloop.h>
 #include <wx/frame.h>
+#include <wx/gdicmn.h>
+#include <wx/sizer.h>
 
 #include <chrono>
+#include <cstddef>
+
+namespace {
+
+/// What a window manager draws around a window.
+const wxSize kAround(10, 40);
+
+/// Lower windows have no room for a heading, a card and the buttons.
+constexpr int kRoomForHeading = 240;
+
+/// Gives the list what the other parts leave of a smaller window, so that the buttons are within reach.
+void FitParts(int height) {
+    wxSizer& parts = *SelCertFrame->GetSizer();
+    htmlLstCert->SetMinSize(wxSize(1, 1));
+    for (wxSizerItem* const part : parts.GetChildren())
+        part->SetProportion(0);
+    wxSizerItem& list = *parts.GetItem(htmlLstCert);
+    list.SetProportion(1);
+    list.SetFlag(wxALL | wxEXPAND);
+    if (height < kRoomForHeading)
+        parts.Show(std::size_t{0}, false); // the title says the same
+}
+
+} // namespace
 
 void Pause() {
     using namespace std::chrono;
@@ -23,7 +49,12 @@ void YieldPauseYield() {
 }
 
 void PlaceWindow() {
-    SelCertFrame->SetSize(kWindowWidth, kWindowHeight);
+    const wxSize usual(kWindowWidth, kWindowHeight);
+    wxSize size = wxGetClientDisplayRect().GetSize() - kAround;
+    size.DecTo(usual);
+    if (size != usual)
+        FitParts(size.y);
+    SelCertFrame->SetSize(size);
     SelCertFrame->Centre(wxBOTH);
 }
 

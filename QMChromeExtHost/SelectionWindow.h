@@ -9,7 +9,7 @@ void Pause();
 
 void YieldPauseYield();
 
-/// Gives the window its size and its place. Hidden at start-up before the window manager had placed it, it
+/// Gives the window its size, or what of it the screen has room for, and its place. Hidden at start-up before the window manager had placed it, it
 /// may have come back in a corner, and wx may take it to be one pixel high.
 void PlaceWindow();
 

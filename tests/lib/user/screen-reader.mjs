@@ -78,7 +78,7 @@ export class ScreenReader {
     }
   }
 
-  /** What is in the window of that title: { role, name, states, description?, children }. Null where there is none. */
+  /** What is in the window of that title: { role, name, states, description?, place, children }. Null where there is none. */
   async tree(title) {
     const count = this.#trees.length;
     this.#child.stdin.write(`${JSON.stringify({ tree: title })}\n`);

@@ -110,8 +110,15 @@ def on_event(event):
         say({"event": event.type, "gone": error.message})
 
 
+def place_of(node):
+    """Where it is, in the units of its window."""
+    box = node.get_extents(Atspi.CoordType.WINDOW)
+    return {"x": box.x, "y": box.y, "width": box.width, "height": box.height}
+
+
 def tree_of(node):
-    return {**description_of(node), "children": [tree_of(child) for child in children_of(node)]}
+    place = place_of(node) if node.get_component_iface() else None
+    return {**description_of(node), "place": place, "children": [tree_of(child) for child in children_of(node)]}
 
 
 def windows():
