@@ -73,9 +73,12 @@ AtkStateSet* StatesOfRow(AtkObject* object) {
         atk_state_set_add_state(states, ATK_STATE_DEFUNCT);
         return states;
     }
-    for (const AtkStateType state : {ATK_STATE_ENABLED, ATK_STATE_SENSITIVE, ATK_STATE_VISIBLE,
-                                     ATK_STATE_FOCUSABLE, ATK_STATE_SELECTABLE})
+    for (const AtkStateType state :
+         {ATK_STATE_ENABLED, ATK_STATE_SENSITIVE, ATK_STATE_VISIBLE, ATK_STATE_FOCUSABLE})
         atk_state_set_add_state(states, state);
+    // "Loading..." is not for choosing, and is not to be called "not selected".
+    if (row.owner->selected != wxNOT_FOUND)
+        atk_state_set_add_state(states, ATK_STATE_SELECTABLE);
     if (row.owner->list.IsShownOnScreen() && row.owner->list.IsVisible(static_cast<std::size_t>(row.index)))
         atk_state_set_add_state(states, ATK_STATE_SHOWING);
     if (row.index == row.owner->selected)

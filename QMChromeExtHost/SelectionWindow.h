@@ -9,8 +9,9 @@ void Pause();
 
 void YieldPauseYield();
 
-/// Gives the window its size, or what of it the screen has room for, and its place. Hidden at start-up before the window manager had placed it, it
-/// may have come back in a corner, and wx may take it to be one pixel high.
+/// Gives the window its size, or what of it the screen has room for, and its place. Hidden at start-up before
+/// the window manager had placed it, it may have come back in a corner, and wx may take it to be one pixel
+/// high.
 void PlaceWindow();
 
 /// A window manager that was only then done with the hiding at start-up has withdrawn the window again, and
