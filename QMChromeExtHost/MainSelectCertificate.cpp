@@ -5,6 +5,7 @@
 #include "TokenManager.h"
 #include "ck/CkJsonObject.h"
 
+#include <wx/accel.h>
 #include <wx/bitmap.h>
 #include <wx/button.h>
 #include <wx/evtloop.h>
@@ -157,6 +158,8 @@ MyFrame::MyFrame(const wxString& title)
     mainSizer->Add(htmlLstCert, 0, wxALL, 5);
     mainSizer->Add(CreateButtonRow(), 1, wxALIGN_CENTER_HORIZONTAL, 5);
     SetSizer(mainSizer);
+    const wxAcceleratorEntry escape(wxACCEL_NORMAL, WXK_ESCAPE, wxID_CANCEL);
+    SetAcceleratorTable(wxAcceleratorTable(1, &escape));
 
     LogTextToFile("Trying to Create Status Bar", DEBUG);
     CreateStatusBar(2, wxSTB_DEFAULT_STYLE, 0);
@@ -186,6 +189,7 @@ wxSizer* MyFrame::CreateButtonRow() {
     row->AddButton(StdDialogButtonSizerCancel);
     StdDialogButtonSizerOK->SetDefault();
     row->Realize();
+    row->SetOrientation(wxHORIZONTAL); // on small screens, wx puts one above the other
     row->SetMinSize(80, 30);
     return row;
 }

@@ -1,18 +1,24 @@
 #include "PinDialog.h"
 
+#include "CardListAccessible.h"
 #include "QMHostShared.h"
 #include "ck/CkSecureErase.h"
 
 #include <wx/frame.h>
 #include <wx/icon.h>
+#include <wx/stattext.h>
 #include <wx/textdlg.h>
 
 void AskTokenPin(std::string& pin) {
-    wxTextEntryDialog dialog(SelCertFrame, "Please Enter Token PIN", "Quillmark", "",
+    constexpr char question[] = "Please Enter Token PIN";
+    wxTextEntryDialog dialog(SelCertFrame, question, "Quillmark", "",
                              wxOK | wxCANCEL | wxTE_PASSWORD | wxSTAY_ON_TOP, wxDefaultPosition);
     // wx keeps the styles of the text field and drops the one of the window.
     dialog.SetWindowStyleFlag(dialog.GetWindowStyleFlag() | wxSTAY_ON_TOP);
     dialog.SetIcon(frameIcon);
+    const auto* const text = wxDynamicCast(wxWindow::FindWindowByLabel(question, &dialog), wxStaticText);
+    if (const wxWindow* const field = text == nullptr ? nullptr : text->GetNextSibling())
+        NameDialogField(dialog, *field, *text);
     dialog.ShowModal();
 
     wxString entered = dialog.GetValue();

@@ -198,6 +198,7 @@ OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
         LogTextToFile("Opening Select Certificate Dialog", INFO);
         SelCertFrame->Show();
         CardsOf(htmlLstCert).ForgetSeen();
+        htmlLstCert->SetFocus();
         // Once: afterwards the window stays where the user moves it.
         static bool isFirstShow = true;
         const bool isFirst = std::exchange(isFirstShow, false);
@@ -215,7 +216,7 @@ OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
         }
         do {
             wxYield();
-            wxMilliSleep(kPauseMilliseconds);
+            Pause();
         } while (bSelCertUIOpen);
     } catch (...) {
         htmlLstCert->Clear();

@@ -40,8 +40,15 @@ constexpr Range kBlanks[] = {
     {"\uFEFF", "\uFEFF"}, {"\uFFA0", "\uFFA0"}, {"\uFFF9", "\uFFFC"}, {"\U000E0000", "\U000E0FFF"},
 };
 
-bool IsBlank(std::string_view character) {
-    return std::any_of(std::begin(kBlanks), std::end(kBlanks), [&](const Range& range) {
+/// Letters of scripts that are written from right to left.
+constexpr Range kRightToLeft[] = {
+    {"\u0590", "\u08FF"},         {"\uFB1D", "\uFDFF"},         {"\uFE70", "\uFEFC"},
+    {"\U00010800", "\U00010FFF"}, {"\U0001E800", "\U0001EFFF"},
+};
+
+template <std::size_t N>
+bool IsIn(const Range (&ranges)[N], std::string_view character) {
+    return std::any_of(std::begin(ranges), std::end(ranges), [&](const Range& range) {
         return range.first <= character && character <= range.last;
     });
 }
@@ -67,42 +74,92 @@ std::vector<std::string_view> Characters(std::string_view text) {
     return characters;
 }
 
-/// What a certificate says, as a text in HTML that can be nothing else.
-std::string Harmless(std::string text) {
+/// What a certificate says, as a text that can be nothing else: no blank follows another.
+std::string Harmless(const std::string& text) {
     const std::vector<std::string_view> characters = Characters(text);
     if (characters.size() > kMaxShownCharacters)
         return "[" + std::to_string(characters.size()) + " characters]";
-    std::string shown;
-    std::size_t word = 0; // characters since the last blank
+    std::string harmless;
     for (const std::string_view character : characters) {
-        const bool isBlank = IsBlank(character);
-        if (isBlank ? word > 0 : word == kMaxWord) {
-            shown += ' ';
-            word = 0;
-        }
-        if (isBlank)
-            continue;
-        shown += Escaped(character);
-        ++word;
+        if (!IsIn(kBlanks, character))
+            harmless += character;
+        else if (!harmless.empty() && harmless.back() != ' ')
+            harmless += ' ';
     }
-    return shown;
+    if (harmless.ends_with(' '))
+        harmless.pop_back();
+    return harmless;
 }
 
-std::string AsItIs(std::string text) { return text; }
+struct Word {
+    std::string html;
+    std::size_t length = 0; ///< in characters
+};
 
-/// The card of a certificate, with what the certificate says made of it by `text`.
-std::string Card(const CkCert& cert, std::string (*text)(std::string)) {
+/// The words of a harmless text, long ones in several parts.
+std::vector<Word> Words(const std::string& harmless) {
+    std::vector<Word> words;
+    bool isNew = true;
+    for (const std::string_view character : Characters(harmless)) {
+        const bool isBlank = character == " ";
+        if (!isBlank && (isNew || words.back().length == kMaxWord))
+            words.emplace_back();
+        isNew = isBlank;
+        if (isBlank)
+            continue;
+        words.back().html += Escaped(character);
+        ++words.back().length;
+    }
+    return words;
+}
+
+/// A harmless text in HTML. The list draws word by word from left to right; so where some are written from
+/// right to left, those of a line are made one, for the text's own direction to count.
+std::string Drawn(const std::string& text) {
+    const std::string harmless = Harmless(text);
+    const std::vector<std::string_view> characters = Characters(harmless);
+    const bool turns = std::any_of(characters.begin(), characters.end(),
+                                   [](std::string_view character) { return IsIn(kRightToLeft, character); });
+    std::string drawn;
+    std::size_t line = 0; // characters in it
+    for (const Word& word : Words(harmless)) {
+        const bool fits = line + 1 + word.length <= kMaxWord;
+        if (!drawn.empty())
+            drawn += !turns ? " " : fits ? "&nbsp;" : "<br>";
+        line = (fits ? line + 1 : 0) + word.length;
+        drawn += word.html;
+    }
+    return drawn;
+}
+
+std::string AsItIs(const std::string& text) { return text; }
+
+bool IsOver(const CkCert& cert) {
     CkDateTime validTo;
     validTo.SetFromRfc822(cert.validToStr());
-    const char* validity = validTo.OlderThan(1, "seconds")
-                               ? "<span style='font-size:80%;color:red'><b>Expired: "
-                               : "<span style='font-size:80%;'><b>Valid upto: ";
+    return validTo.OlderThan(1, "seconds");
+}
+
+/// The card of a certificate, with what the certificate says made of it by `text`.
+std::string Card(const CkCert& cert, std::string (*text)(const std::string&)) {
+    const char* validity = IsOver(cert) ? "<span style='font-size:80%;color:red'><b>Expired: "
+                                        : "<span style='font-size:80%;'><b>Valid upto: ";
     std::ostringstream card;
     card << "<div style='font-family:verdana;'><span style='color:blue;'><b>" << text(cert.subjectCN())
          << "</b>&nbsp;(" << text(cert.rfc822Name()) << ")</span><br>" << text(cert.subjectO()) << " <br>"
          << validity << cert.validToStr() << "</b></span></div>"
          << "<hr>";
     return card.str();
+}
+
+/// The card as it is said.
+std::string Spoken(const CkCert& cert) {
+    std::string spoken;
+    for (const std::string& text : {cert.subjectCN(), cert.rfc822Name(), cert.subjectO()}) {
+        if (const std::string harmless = Harmless(text); !harmless.empty())
+            spoken += harmless + ", ";
+    }
+    return spoken + (IsOver(cert) ? "Expired: " : "Valid upto: ") + cert.validToStr();
 }
 
 } // namespace
@@ -151,9 +208,11 @@ std::string QMX509Decoder::GetX509CertHTML(const char* der, std::size_t length) 
     return Card(cert, AsItIs);
 }
 
-std::string QMX509Decoder::GetX509CertShown(const char* der, std::size_t length) {
+ShownCard QMX509Decoder::GetX509CertShown(const char* der, std::size_t length) {
     CkCert cert;
-    if (!cert.LoadFromBinary2(der, length))
-        return Harmless("QMHostError: " + cert.lastErrorText());
-    return Card(cert, Harmless);
+    if (!cert.LoadFromBinary2(der, length)) {
+        const std::string error = "QMHostError: " + cert.lastErrorText();
+        return {Drawn(error), Harmless(error)};
+    }
+    return {Card(cert, Drawn), Spoken(cert)};
 }

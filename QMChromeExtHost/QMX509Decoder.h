@@ -5,6 +5,12 @@
 
 class CkJsonObject;
 
+/// A certificate's row as the user gets to know it.
+struct ShownCard {
+    std::string drawn;  ///< HTML
+    std::string spoken; ///< for a screen reader
+};
+
 /// Turns the DER of an X.509 certificate into what the browser and the user get to see. Stateless, never
 /// throws on account of the bytes.
 class QMX509Decoder {
@@ -18,8 +24,8 @@ public:
     /// signing certificate; "QMHostError: " and the reason for bytes that are no certificate.
     std::string GetX509CertHTML(const char* der, std::size_t length);
 
-    /// The same row as the window draws it: each text out of the certificate is made harmless by itself
-    /// before it comes into the markup, so that no name can be more than a name. For certificates that have a
-    /// row.
-    std::string GetX509CertShown(const char* der, std::size_t length);
+    /// The same row as the window shows it: each text out of the certificate is made harmless by itself
+    /// before it comes among the others, so that no name can be more than a name. For certificates that have
+    /// a row.
+    ShownCard GetX509CertShown(const char* der, std::size_t length);
 };

@@ -2,13 +2,16 @@
 
 // What the selection flow does to the window.
 
-/// How long the wait for the user sleeps between two looks, and how long a fresh window gets to be drawn.
-inline constexpr unsigned long kPauseMilliseconds = 250;
+/// Lets 250 milliseconds go by: between two looks at the user's answer, and for a fresh window to be drawn.
+/// What comes meanwhile is served at once, for a screen reader asks a hundred questions before it says a
+/// word.
+void Pause();
 
 void YieldPauseYield();
 
-/// Gives the window its size and its place. Hidden at start-up before the window manager had placed it, it
-/// may have come back in a corner, and wx may take it to be one pixel high.
+/// Gives the window its size, or what of it the screen has room for, and its place. Hidden at start-up before
+/// the window manager had placed it, it may have come back in a corner, and wx may take it to be one pixel
+/// high.
 void PlaceWindow();
 
 /// A window manager that was only then done with the hiding at start-up has withdrawn the window again, and

@@ -2,7 +2,6 @@
 
 #include "PinDialog.h"
 #include "Pkcs11Call.h"
-#include "QMX509Decoder.h"
 #include "ck/CkBinData.h"
 #include "ck/CkJsonObject.h"
 #include "ck/CkSecureErase.h"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QMHostShared.h"
+#include "QMX509Decoder.h"
 #include "ck/CkJsonArray.h"
 
 #include <p11-kit/pkcs11.h>
@@ -43,8 +44,8 @@ public:
     CkJsonArray TokenCertList;
     /// The PIN of the last successful login, empty before. In locked memory.
     std::string TokenUserPin;
-    /// For each card that BuildTokenCertList has returned, how the window draws it.
-    std::vector<std::string> ShownCards;
+    /// For each card that BuildTokenCertList has returned, how the window shows it.
+    std::vector<ShownCard> ShownCards;
 
     /// Loads the module at TokenDriverFullPath and resolves its entry points; one that is missing is noticed
     /// when it is first called. True with a report, or false with a text for the user.

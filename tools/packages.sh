@@ -9,7 +9,7 @@
 
 packages_build=(
   build-essential cmake ninja-build pkg-config
-  libwxgtk3.2-dev nlohmann-json3-dev libpugixml-dev libssl-dev libp11-kit-dev
+  libwxgtk3.2-dev libgtk-3-dev nlohmann-json3-dev libpugixml-dev libssl-dev libp11-kit-dev
   libgtest-dev libgmock-dev
 )
 # A display without a screen, a soft token, and the judges of what was signed.
@@ -21,6 +21,7 @@ packages_run=(
 # the soft token of openCryptoki.
 packages_test=(
   valgrind locales faketime strace sway grim wtype pinentry-gtk2
+  at-spi2-core dbus-daemon gir1.2-atspi-2.0 python3-gi
   libnss3 libtpm2-pkcs11-1 libtss2-tcti-swtpm0 swtpm pcscd vsmartcard-vpcd libcacard0 python3 opencryptoki
 )
 packages_bench=(libengine-pkcs11-openssl)

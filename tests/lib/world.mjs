@@ -42,9 +42,9 @@ export class World {
     this.judges = new Judges(this.folder, this.authority.certificate);
   }
 
-  /** One more display, until the file ends. */
-  addDesktop() {
-    return Desktop.start(this.#cleanup);
+  /** One more display, until the file ends; `options` as of Desktop.start. */
+  addDesktop(options) {
+    return Desktop.start(this.#cleanup, options);
   }
 
   /** The certificate of that name, issued when first asked for; `options` as of Authority.issue. */

@@ -7,7 +7,7 @@ import { join } from "node:path";
 import { test } from "node:test";
 
 import { AS_NOBODY, NOBODY, run, runUnchecked, SOFTHSM } from "../lib/kit.mjs";
-import { forAllUsers, forOneUser, installed } from "./lib/launching.mjs";
+import { forAllUsers, forOneUser, installed, running } from "./lib/launching.mjs";
 
 const started = (folder, computer) => computer.read(join(folder, "started"));
 
@@ -28,6 +28,15 @@ test("The launcher needs no argument", installed(forOneUser, async ({ computer, 
   await start();
   assert.deepEqual((await started(folder, computer)).arguments, []);
 }));
+
+test("The host's scroll bars are always to be seen, unless the user wishes otherwise", async (t) => {
+  const { computer, folder, start } = await running(t, 'echo "${GTK_OVERLAY_SCROLLING-unset}" >scrolling');
+  for (const [wish, seen] of [[undefined, "0"], ["1", "1"], ["", ""]]) {
+    computer.env.GTK_OVERLAY_SCROLLING = wish;
+    await start();
+    assert.equal(await readFile(join(folder, "scrolling"), "utf8"), `${seen}\n`);
+  }
+});
 
 test("Installed for all users, the launcher gives each user a folder with logo and driver in reach", async (t) => {
   const { computer, start, folder } = await forAllUsers(t);

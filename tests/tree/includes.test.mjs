@@ -8,6 +8,7 @@ import { filesOfTree, includesOf, ownHeadersIn, read } from "./lib/tree.mjs";
 
 // Code that we did not write. What is in none of these, has no slash and does not end in ".h" is the C++ library.
 const wx = /^<wx\//;
+const gtk = /^<gtk\/gtk(-a11y)?\.h>$/;
 const openssl = /^<openssl\//;
 const json = /^<nlohmann\//;
 const pugixml = /^<pugixml\.hpp>$/;
@@ -27,13 +28,15 @@ const host = {
   "QMTools.cpp": [],
   "QMX509Decoder.h": [],
   "QMX509Decoder.cpp": ["QMHostShared", ck],
-  "CardList.h": [wx],
+  "CardListAccessible.h": [],
+  "CardListAccessible.cpp": [gtk, wx],
+  "CardList.h": ["CardListAccessible", "QMX509Decoder", wx],
   "CardList.cpp": [wx],
   "PinDialog.h": [],
-  "PinDialog.cpp": ["QMHostShared", ck, wx],
+  "PinDialog.cpp": ["CardListAccessible", "QMHostShared", ck, wx],
   "Pkcs11Call.h": [pkcs11],
-  "TokenManager.h": ["QMHostShared", ck, pkcs11],
-  "TokenManager.cpp": ["Pkcs11Call", "PinDialog", "QMX509Decoder", "QMHostShared", ck, posix],
+  "TokenManager.h": ["QMX509Decoder", "QMHostShared", ck, pkcs11],
+  "TokenManager.cpp": ["Pkcs11Call", "PinDialog", "QMHostShared", ck, posix],
   "Frames.h": [],
   "Frames.cpp": [posix],
   "InMessage.h": [ck],

@@ -5,8 +5,7 @@ import { once } from "node:events";
 
 import { Cleanup } from "../cleanup.mjs";
 import { run, runUnchecked, sleep, waitFor } from "../process.mjs";
-
-const SCREEN_SIZE = "1024x768x24";
+import { startAccessibility } from "./accessibility.mjs";
 
 export class Desktop {
   #cleanup;
@@ -19,16 +18,20 @@ export class Desktop {
       NO_AT_BRIDGE: "1" };
   }
 
-  /** Starts the display and the window manager. Both end with `cleanup`. */
-  static async start(cleanup = new Cleanup()) {
+  /**
+   * Starts the display and the window manager, which end with `cleanup`. Where it is `accessible`, programs there tell screen
+   * readers what they show (ScreenReader).
+   */
+  static async start(cleanup = new Cleanup(), { accessible = false, size = "1024x768" } = {}) {
     // The kernel ends it with us, however we end; what runs on the display goes with it.
-    const command = ["Xvfb", "-displayfd", "3", "-screen", "0", SCREEN_SIZE, "-nolisten", "tcp", "-noreset"];
+    const command = ["Xvfb", "-displayfd", "3", "-screen", "0", `${size}x24`, "-nolisten", "tcp", "-noreset"];
     const xvfb = spawn("setpriv", ["--pdeathsig", "KILL", ...command], { stdio: ["ignore", "ignore", "ignore", "pipe"] });
     await started(xvfb, "Xvfb");
     cleanup.addChild(xvfb);
     const display = `:${await firstLine(xvfb.stdio[3], "Xvfb")}`;
     const desktop = new Desktop(display, cleanup);
 
+    if (accessible) Object.assign(desktop.env, await startAccessibility(desktop.env, cleanup));
     await desktop.#startWindowManager(cleanup);
     return desktop;
   }

@@ -16,7 +16,7 @@ using testing::Not;
 std::string CardOf(const std::string& der) { return QMX509Decoder().GetX509CertHTML(der.data(), der.size()); }
 
 std::string ShownOf(const std::string& der) {
-    return QMX509Decoder().GetX509CertShown(der.data(), der.size());
+    return QMX509Decoder().GetX509CertShown(der.data(), der.size()).drawn;
 }
 
 /// How a common name is drawn: what stands in the place of its card.
@@ -58,18 +58,42 @@ TEST(ShownCard, ACardInsideOfANameIsText) {
 
 TEST(ShownCard, ManyBlanksAreOne) {
     EXPECT_EQ(Shown("Asha" + std::string(50, ' ') + "Rao"), "Asha Rao");
-    EXPECT_EQ(Shown("  Asha  "), "Asha ");
+    EXPECT_EQ(Shown("  Asha  "), "Asha");
     EXPECT_EQ(Shown("Asha\u00a0\u2003\u3000\u200b\n\tRao"), "Asha Rao");
     EXPECT_EQ(Shown("\u2800\u3164\uffa0"), "");
 }
 
 TEST(ShownCard, MarksThatTurnTheDirectionAreLeftOut) {
-    EXPECT_EQ(Shown("\u202eoaR ahsA\u202c\u2066\u2069\u200f"), "oaR ahsA ");
+    EXPECT_EQ(Shown("\u202eoaR ahsA\u202c\u2066\u2069\u200f"), "oaR ahsA");
 }
 
 TEST(ShownCard, LettersOfAllScriptsAreAsTheyAre) {
     for (const char* name : {"आशा राव", "க்ஷ\u200dமா", "عائشة", "李", "😀", "Zoë"})
         EXPECT_EQ(Shown(name), name);
+}
+
+TEST(ShownCard, WordsFromRightToLeftAreOneWhereverOneLineHoldsThem) {
+    EXPECT_EQ(Shown("عائشة خان"), "عائشة&nbsp;خان");
+    EXPECT_EQ(Shown("آفتاب احمد Khan & Sons"), "آفتاب&nbsp;احمد&nbsp;Khan&nbsp;&amp;&nbsp;Sons");
+    EXPECT_EQ(Shown("محمد عبد الرحمن بن عبد العزيز"), "محمد&nbsp;عبد&nbsp;الرحمن&nbsp;بن&nbsp;عبد<br>العزيز");
+    EXPECT_EQ(Shown("\u202eعائشة\u2067 <b>"), "عائشة&nbsp;&lt;b&gt;");
+}
+
+TEST(ShownCard, IsReadOutAsAPersonWouldSayIt) {
+    const auto spokenOf = [](const CertificateOrder& certificate) {
+        const std::string der = certificate.der();
+        const std::string spoken = QMX509Decoder().GetX509CertShown(der.data(), der.size()).spoken;
+        return spoken.substr(0, spoken.find(':') + 1);
+    };
+    EXPECT_EQ(spokenOf({.extensions = ForSigning("asha@example.in")}),
+              "Asha Rao, asha@example.in, Example, Valid upto:");
+    EXPECT_EQ(spokenOf({.notAfter = "231231235959Z", .extensions = ForSigning()}),
+              "Asha Rao, Example, Expired:");
+    EXPECT_EQ(spokenOf({.subject = {{"CN", "<b>  \u202eعائشة\nخان"}}, .extensions = ForSigning()}),
+              "<b> عائشة خان, Valid upto:");
+    EXPECT_EQ(spokenOf({.subject = {{"CN", std::string(40, 'w')}}, .extensions = ForSigning()}),
+              std::string(40, 'w') + ", Valid upto:");
+    EXPECT_EQ(QMX509Decoder().GetX509CertShown("x", 1).spoken, CardOf("x"));
 }
 
 TEST(ShownCard, NoPartOfALongNameIsShown) {

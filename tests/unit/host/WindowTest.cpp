@@ -33,7 +33,7 @@ protected:
         selCKA_ID.clear();
         frame_->Show();
         CardsOf(htmlLstCert).ForgetSeen();
-        CardsOf(htmlLstCert).SetCards({"stored"}, {"drawn"});
+        CardsOf(htmlLstCert).SetCards({"stored"}, {{"drawn", "spoken"}});
         htmlLstCert->SetSelection(0);
     }
 
@@ -84,7 +84,7 @@ TEST_F(Window, OnTimerDoesNothing) {
 }
 
 TEST_F(Window, ARowIsStoredAsItIsAndDrawnAsItIsHarmless) {
-    CardsOf(htmlLstCert).SetCards({"<b>stored</b>"}, {"&lt;drawn&gt;"});
+    CardsOf(htmlLstCert).SetCards({"<b>stored</b>"}, {{"&lt;drawn&gt;", "spoken"}});
     EXPECT_EQ(htmlLstCert->GetString(0), "<b>stored</b>");
 }
 
