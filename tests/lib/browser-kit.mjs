@@ -10,3 +10,4 @@ export * from "./browser/policies.mjs";
 export * from "./browser/rig.mjs";
 export * from "./browser/site.mjs";
 export * from "./browser/user.mjs";
+export * from "./browser/workplace.mjs";

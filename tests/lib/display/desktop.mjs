@@ -57,7 +57,18 @@ export class Desktop {
 
   /** The ids of the visible windows with exactly this title. */
   async windows(title) {
-    const pattern = `^${title.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}$`;
+    return this.#search(`^${title.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}$`);
+  }
+
+  /** The visible windows whose titles this extended regular expression is found in: [{ id, title }]. */
+  async titled(pattern) {
+    const ids = await this.#search(pattern);
+    // One that goes meanwhile has no title, and counts as gone.
+    const titles = await Promise.all(ids.map(async (id) => (await this.#try("xdotool", "getwindowname", id)).stdout.toString().trim()));
+    return ids.map((id, i) => ({ id, title: titles[i] })).filter(({ title }) => title !== "");
+  }
+
+  async #search(pattern) {
     const { stdout } = await this.#try("xdotool", "search", "--onlyvisible", "--name", pattern);
     return stdout.toString().split("\n").filter(Boolean);
   }
