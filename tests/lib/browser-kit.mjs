@@ -3,6 +3,7 @@
 export * from "./kit.mjs";
 
 // browser: a browser with the extension, sites, and the user in front of both.
+export * from "./browser/attentive-user.mjs";
 export * from "./browser/browser.mjs";
 export * from "./browser/extension-pages.mjs";
 export * from "./browser/page.mjs";

@@ -4,14 +4,14 @@ import { join } from "node:path";
 
 import { InstalledProgram } from "../program/installed.mjs";
 import { SoftToken } from "../token/soft-token.mjs";
-import { launchOptions, startBrowser } from "./browser.mjs";
+import { connectTo, launchOptions, startBrowser } from "./browser.mjs";
 import { ExtensionPages } from "./extension-pages.mjs";
 import { serve } from "./site.mjs";
 import { BrowserUser } from "./user.mjs";
 
 export class Workplace {
   #product;
-  #desktop;
+  #foreign;
 
   /**
    * `name` is "chromium" or "firefox". `product`: as of InstalledProgram, and { extension, screenshots }: extension.make(folder)
@@ -28,7 +28,7 @@ export class Workplace {
    * SoftToken.addPair.
    */
   async furnish({ desktop, pairs, pin, cleanup }) {
-    this.#desktop = desktop;
+    this.desktop = desktop;
     this.home = await cleanup.folder(`home-${this.name}`);
     this.token = await SoftToken.create(this.home, { pin });
     for (const pair of pairs) await this.token.addPair(...pair);
@@ -38,12 +38,12 @@ export class Workplace {
     this.extensions = await cleanup.folder("extension");
     await this.#product.extension.make(this.extensions);
     this.user = new BrowserUser(desktop, this.name);
-    cleanup.add(() => this.browser?.close());
+    cleanup.add(() => (this.browser ?? this.#foreign)?.close());
   }
 
   get #surroundings() {
     const extension = join(this.extensions, this.name);
-    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.#desktop.env, ...this.token.env } };
+    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.desktop.env, ...this.token.env } };
   }
 
   async startBrowser() {
@@ -54,6 +54,13 @@ export class Workplace {
   /** What somebody else starts Chromium with instead. */
   get launchOptions() {
     return launchOptions(this.#surroundings);
+  }
+
+  /** Sees the extension's own pages also in a browser that somebody else has started. */
+  async seeExtension() {
+    if (this.browser || this.#foreign?.connected) return;
+    this.#foreign = await connectTo(this.#surroundings);
+    this.user.extension = this.#foreign && new ExtensionPages(this.name, this.#foreign);
   }
 
   /** The extension's own pages. */

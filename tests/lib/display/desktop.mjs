@@ -139,8 +139,12 @@ export class Desktop {
 
   /** The different colours (such as "ffffff") in a part of the window as it is on the screen; none when it is gone. */
   async colours(id, { x, y, width, height }) {
-    const crop = `${width}x${height}+${x}+${y}`;
-    const { stdout } = await this.#try("import", "-window", id, "-crop", crop, "-depth", "8", "rgb:-");
+    const { stdout: words } = await this.#try("xwininfo", "-id", id);
+    const place = /Absolute upper-left X: +(-?\d+)\n +Absolute upper-left Y: +(-?\d+)\n[^]*Map State: IsViewable/.exec(words);
+    if (!place) return [];
+    // Of the whole screen: for a window that has just gone, import has somebody choose one with the mouse.
+    const crop = `${width}x${height}+${Number(place[1]) + x}+${Number(place[2]) + y}`;
+    const { stdout } = await this.#try("import", "-window", "root", "-crop", crop, "-depth", "8", "rgb:-");
     return [...new Set(stdout.toString("hex").match(/.{6}/g))];
   }
 

@@ -81,9 +81,14 @@ export class User {
 
   /** Types the PIN into the dialog and presses Return. */
   async enterPin(pin, options) {
+    await this.desktop.key(await this.writePin(pin, options), "Return");
+  }
+
+  /** Types the PIN into the dialog, and gives that. */
+  async writePin(pin, options) {
     const dialog = await this.pinWindow(options);
     await this.desktop.type(dialog, pin);
-    await this.desktop.key(dialog, "Return");
+    return dialog;
   }
 
   /** Leaves the PIN dialog with Escape. */
