@@ -87,13 +87,26 @@ export class AttentiveUser {
   }
 
   async #act(window, id, origin) {
+    if (window === "waiting") return this.#bringForward(id);
     const entry = { window };
     if (origin) {
       await this.#onExtension();
       Object.assign(entry, { origin, operation: await this.#user.extension[window](OPERATION) });
     }
-    await this.#acts[window](this.#answers[window], id, origin);
-    if (window !== "waiting") this.asked.push(entry);
+    // Before the answer: a page that has its own by then finds it here.
+    this.asked.push(entry);
+    try {
+      await this.#acts[window](this.#answers[window], id, origin);
+    } catch (error) {
+      this.asked.splice(this.asked.indexOf(entry), 1); // it is tried anew, or has gone
+      throw error;
+    }
+  }
+
+  async #bringForward(id) {
+    await this.#user.desktop.focus(id);
+    const waits = ({ id: each, title }) => each === id && WAITING.test(title);
+    await waitFor("the question", async () => !(await this.#user.desktop.titled("Quillmark")).some(waits), { timeout: 4_000 });
   }
 
   #acts = {
@@ -114,11 +127,6 @@ export class AttentiveUser {
     documents: async (answer, id, origin) => {
       await this.#user.answerDocuments(origin, answer, PATIENCE);
       this.#done.add(id); // it stays until all is signed
-    },
-    waiting: async (answer, id) => {
-      await this.#user.desktop.focus(id);
-      const waits = ({ id: each, title }) => each === id && WAITING.test(title);
-      await waitFor("the question", async () => !(await this.#user.desktop.titled("Quillmark")).some(waits), { timeout: 4_000 });
     },
   };
 }
