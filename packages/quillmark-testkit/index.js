@@ -26,17 +26,7 @@ const SIGNALS = { SIGINT: 2, SIGTERM: 15, SIGHUP: 1 };
 /** The extension hears from the browser that the signing program has ended; a request before that would be its last one's. */
 const HEARING_MS = 300;
 
-/** Starts all of it. Rejects, with nothing left running, when something is missing on this computer. */
-export async function startKit(options = {}) {
-  const kit = new Kit();
-  try {
-    await kit.start(options);
-  } catch (error) {
-    await kit.stop().catch(() => {});
-    throw error;
-  }
-  return kit;
-}
+export const startKit = (options) => Kit.start(options);
 
 class Kit {
   #cleanup = new Cleanup();
@@ -44,7 +34,18 @@ class Kit {
   #mend = null;
   #stopping;
 
-  async start({ browser = "chromium", certificates = [{}], pin = "1234", product, display, launch = true }) {
+  static async start(options = {}) {
+    const kit = new Kit();
+    try {
+      await kit.#start(options);
+    } catch (error) {
+      await kit.stop().catch(() => {});
+      throw error;
+    }
+    return kit;
+  }
+
+  async #start({ browser = "chromium", certificates = [{}], pin = "1234", product, display, launch = true }) {
     check(BROWSERS.includes(browser), `browser has to be one of ${BROWSERS.join(", ")}`);
     check(launch || browser === "chromium", "Only Chromium can be started by somebody else");
     check(/^[ -~]{4,32}$/.test(pin), "pin has to be 4 to 32 characters of ASCII");
@@ -67,6 +68,7 @@ class Kit {
     if (launch) await workplace.startBrowser();
     else this.launchOptions = workplace.launchOptions;
     this.browser = workplace.browser;
+    this.#endWithProcess();
   }
 
   async page(url) {
@@ -128,12 +130,15 @@ class Kit {
   }
 
   #onExit = () => this.#cleanup.removeFolders();
-  #onSignal = (signal) => process.exit(128 + SIGNALS[signal]);
+  #onSignal = (signal) => {
+    this.#endWithProcess();
+    process.exit(128 + SIGNALS[signal]);
+  };
 
-  // The display and the browser are killed with this process; what is left then is folders.
+  // The kernel ends the display with this process, and puppeteer the browser. The folders go after it: hence the last in the row.
   #endWithProcess() {
-    process.once("exit", this.#onExit);
-    for (const signal of Object.keys(SIGNALS)) process.once(signal, this.#onSignal);
+    process.off("exit", this.#onExit).once("exit", this.#onExit);
+    for (const signal of Object.keys(SIGNALS)) process.off(signal, this.#onSignal).once(signal, this.#onSignal);
   }
 }
 

@@ -31,9 +31,15 @@ export class Cleanup {
     });
   }
 
-  /** Removes the folders at once: for a process that exits, and whose children are killed with it. */
+  /** Removes the folders at once, as far as nobody goes on writing there: for a process that exits, and its children with it. */
   removeFolders() {
-    for (const path of this.#folders) rmSync(path, { recursive: true, force: true, maxRetries: 20 });
+    for (const path of this.#folders) {
+      try {
+        rmSync(path, { recursive: true, force: true, maxRetries: 10 });
+      } catch {
+        // There is no time left to wait.
+      }
+    }
   }
 
   async run() {

@@ -70,7 +70,7 @@ test("A kit whose process is interrupted leaves nothing behind", async () => {
   const script = join(folder, "interrupted.mjs");
   await writeFile(script, `import { startKit } from "quillmark-testkit";
     import { product } from "./page.mjs";
-    console.log((await startKit({ product, launch: false })).display);
+    console.log((await startKit({ product })).display);
     setInterval(() => {}, 1000);`);
   const child = spawn(process.execPath, [script], { cwd: folder, env: { ...process.env, ...QUILLMARK, TMPDIR: temporary }, stdio: ["ignore", "pipe", "inherit"] });
   cleanup.addChild(child);
