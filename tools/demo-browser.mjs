@@ -55,8 +55,8 @@ async function main() {
 async function makeToken(folder, home) {
   const token = await SoftToken.create(home, { pin: PIN, label: "Quillmark demo" });
   const authority = await Authority.create(folder, { subject: "/C=IN/O=Quillmark Demo/CN=Quillmark Demo CA" });
-  const subject = `/C=IN/O=Quillmark Demo/CN=${OWNER}`;
-  await token.addPair(await authority.issue("user", { subject, email: "asha@example.in" }), BINARY_ID);
+  const owner = { cn: OWNER, organisation: "Quillmark Demo", email: "asha@example.in" };
+  await token.addPair(await authority.issue("user", owner), BINARY_ID);
   step(`A token is made, with a certificate of ${OWNER}; its PIN is ${PIN}`);
   return { token, judges: new Judges(folder, authority.certificate) };
 }

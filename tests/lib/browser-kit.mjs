@@ -3,6 +3,7 @@
 export * from "./kit.mjs";
 
 // browser: a browser with the extension, sites, and the user in front of both.
+export * from "./browser/attentive-user.mjs";
 export * from "./browser/browser.mjs";
 export * from "./browser/extension-pages.mjs";
 export * from "./browser/page.mjs";
@@ -10,3 +11,4 @@ export * from "./browser/policies.mjs";
 export * from "./browser/rig.mjs";
 export * from "./browser/site.mjs";
 export * from "./browser/user.mjs";
+export * from "./browser/workplace.mjs";

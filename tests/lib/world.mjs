@@ -11,11 +11,8 @@ import { Host } from "./program/host.mjs";
 import { ERROR_TITLE } from "./program/texts.mjs";
 import { Authority } from "./token/certificates.mjs";
 import { FakeToken } from "./token/fake-token.mjs";
-import { SoftToken } from "./token/soft-token.mjs";
+import { BINARY_ID, SoftToken } from "./token/soft-token.mjs";
 import { User } from "./user/user.mjs";
-
-/** A binary identifier as cards have it, the size of a SHA-1: with zero bytes, and no UTF-8. */
-export const BINARY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
 
 export class World {
   #product;

@@ -11,6 +11,7 @@ import { manifest } from "../../extension/make.mjs";
 import { GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
+import { runStrangersTest, strangersFolder } from "../packages/lib/stranger.mjs";
 import { forcedVersion, signatureIn } from "./lib/installed-browser.mjs";
 
 const world = World.forThisFile(product);
@@ -39,8 +40,13 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual([...new Set(states)], ["registered"]);
 
   await signsForUser(t, commands[0]);
+  const stranger = await strangersFolder(world.cleanupOf(t));
   for (const browser of ["chromium", "firefox"]) {
     await t.test(`${browser} has the extension and signs`, async (t) => assert.equal(await signatureIn(browser, t, world), GST_TEXT));
+    await t.test(`the test kit finds the package, and signs in ${browser}`, async () => {
+      const { code, output } = await runStrangersTest(stranger, "signs.test.mjs", { QUILLMARK_BROWSER: browser });
+      assert.equal(code, 0, output);
+    });
   }
 
   await run("dpkg", ["--purge", "quillmark"]);

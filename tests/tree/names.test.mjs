@@ -52,7 +52,7 @@ test("Texts for users say \"signing program\"", () => {
 
 /** What those read who do not build Quillmark: they use it, put it into their pages, or install it for others. */
 function forUsers(file) {
-  return !file.endsWith(".md") || /^(README|NEWS|SECURITY)\.md$|^docs\/(accessibility|errors|settings|troubleshooting|tokens)\.md$/.test(file);
+  return !file.endsWith(".md") || /^(README|NEWS|SECURITY)\.md$|^docs\/(accessibility|errors|settings|troubleshooting|tokens)\.md$|^packages\//.test(file);
 }
 
 /** A source file; that of quillmark-tokens without the texts that it writes for users. */

@@ -1,8 +1,6 @@
 // What goes wrong between the page and the token, and the code that the page gets for it.
 
 import assert from "node:assert/strict";
-import { rename } from "node:fs/promises";
-import { join } from "node:path";
 
 import { ask, askWithoutGesture, bytesOf, CK, codeOf, DIGEST, sleep, waitFor, withdraw } from "../../lib/browser-kit.mjs";
 
@@ -30,9 +28,8 @@ export function failureTests({ name, rig, browserTest, check, allowedPage }) {
 
   browserTest("no token is TOKEN_MISSING, and the token is found once it is there", async (t) => {
     const page = await allowedPage(t);
-    const tokens = join(rig.home, "tokens");
-    await rename(tokens, `${tokens}-away`);
-    const missing = await ask(page, "selectCertificate").finally(() => rename(`${tokens}-away`, tokens));
+    await rig.token.pull();
+    const missing = await ask(page, "selectCertificate").finally(() => rig.token.plugIn());
     assert.equal(codeOf(missing), "TOKEN_MISSING");
     await page.close();
     await rig.program.gone();

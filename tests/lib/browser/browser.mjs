@@ -1,5 +1,6 @@
 // A real browser with the extension, in a home of its own.
 
+import { readFile } from "node:fs/promises";
 import { join } from "node:path";
 
 import puppeteer from "puppeteer-core";
@@ -42,23 +43,52 @@ const WITH_INSTALLED_EXTENSION = {
   }),
 };
 
+const ENGLISH = "en-US";
+
+/** The environment in which a browser finds registrations and settings in `home`, and what is in `env`. */
+const environment = (home, env, language = ENGLISH) => ({
+  ...process.env, ...env, HOME: home, LANGUAGE: language.replace("-", "_"),
+  XDG_CONFIG_HOME: join(home, ".config"), XDG_CACHE_HOME: join(home, ".cache"), XDG_DATA_HOME: join(home, ".local/share"),
+});
+
+const extensionUrl = (name, ids) => (name === "firefox" ? `moz-extension://${FIREFOX_ADDRESS}` : `chrome-extension://${ids.chromium}`);
+
 /**
  * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`; without one, it is installed
  * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. The browser speaks `language`,
  * whatever the machine does. Gives puppeteer's browser, with `extensionUrl` for the extension's own pages.
  */
-export async function startBrowser(name, { home, extension = null, ids, env, language = "en-US" }) {
+export async function startBrowser(name, { home, extension = null, ids, env, language = ENGLISH }) {
   const options = BROWSERS[name]({ home, firefoxId: ids.firefox, language });
   const browser = await puppeteer.launch({
     ...options,
     ...(extension ? {} : WITH_INSTALLED_EXTENSION[name](options)),
     headless: false,
     defaultViewport: null,
-    env: {
-      ...process.env, ...env, LANGUAGE: language.replace("-", "_"), HOME: home, XDG_CONFIG_HOME: join(home, ".config"), XDG_CACHE_HOME: join(home, ".cache"),
-    },
+    env: environment(home, env, language),
   });
   if (extension) await browser.installExtension(extension);
-  browser.extensionUrl = name === "firefox" ? `moz-extension://${FIREFOX_ADDRESS}` : `chrome-extension://${ids.chromium}`;
-  return browser;
+  return Object.assign(browser, { extensionUrl: extensionUrl(name, ids) });
+}
+
+/**
+ * What somebody else's puppeteer or Playwright starts Chromium with, for the same as startBrowser's. No pipe shows the extension's
+ * own pages to us then: they are seen by a port of Chromium's own (connectTo).
+ */
+export function launchOptions({ home, extension, env }) {
+  const { executablePath, userDataDir, args, ignoreDefaultArgs } = BROWSERS.chromium({ home, language: ENGLISH });
+  return {
+    executablePath, userDataDir, headless: false, viewport: null, defaultViewport: null, env: environment(home, env),
+    args: [...args, `--load-extension=${extension}`, "--remote-debugging-port=0"],
+    ignoreDefaultArgs: [...ignoreDefaultArgs, "--disable-extensions"],
+  };
+}
+
+/** Puppeteer's browser for the Chromium of this home that was started with launchOptions; undefined while there is none. */
+export async function connectTo({ home, ids }) {
+  const file = join(BROWSERS.chromium({ home, language: ENGLISH }).userDataDir, "DevToolsActivePort");
+  const [port, path] = (await readFile(file, "utf8").catch(() => "")).split("\n");
+  if (!path) return undefined;
+  const browser = await puppeteer.connect({ browserWSEndpoint: `ws://127.0.0.1:${port}${path}`, defaultViewport: null });
+  return Object.assign(browser, { extensionUrl: extensionUrl("chromium", ids) });
 }

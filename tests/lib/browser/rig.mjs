@@ -1,5 +1,4 @@
-// Everything between a web page and a token: a browser with the extension, the installed signing program, a soft token,
-// sites, and a user.
+// A workplace for the tests of a file: with sites, and pages that end with the test.
 
 import { mkdir } from "node:fs/promises";
 import { join } from "node:path";
@@ -7,30 +6,21 @@ import { after, before } from "node:test";
 
 import { Cleanup } from "../cleanup.mjs";
 import { waitFor } from "../process.mjs";
-import { InstalledProgram } from "../program/installed.mjs";
-import { SoftToken } from "../token/soft-token.mjs";
-import { BINARY_ID, World } from "../world.mjs";
-import { startBrowser } from "./browser.mjs";
-import { ExtensionPages } from "./extension-pages.mjs";
+import { BINARY_ID } from "../token/soft-token.mjs";
+import { World } from "../world.mjs";
 import { framing, PAGE, ready } from "./page.mjs";
 import { canSetPolicies, setPolicy } from "./policies.mjs";
-import { serve } from "./site.mjs";
-import { BrowserUser } from "./user.mjs";
+import { Workplace } from "./workplace.mjs";
 
-export class Rig {
+export class Rig extends Workplace {
   #product;
   #cleanup = new Cleanup();
   #begun = new WeakSet();
   #pages = { "/": PAGE };
 
-  /**
-   * Call it once in a file, outside of the tests, with "chromium" or "firefox". `product`: as of World and InstalledProgram,
-   * and { extension, screenshots }: extension.make(folder) makes the folders `chromium`, `firefox` and `example` in it,
-   * extension.ids are { chromium, firefox }; screenshots is the folder for pictures.
-   */
+  /** Call it once in a file, outside of the tests, with "chromium" or "firefox". `product`: as of World and Workplace. */
   static forThisFile(name, product) {
-    const rig = new Rig();
-    rig.name = name;
+    const rig = new Rig(name, product);
     rig.#product = product;
     // In this order: the display is there before the browser, and goes after it.
     after(() => rig.#cleanup.run());
@@ -42,15 +32,9 @@ export class Rig {
   async #create() {
     // Node may begin all hooks of a file at once.
     await waitFor("the display and the authority", () => this.world.judges);
-    this.home = await this.#cleanup.folder(`home-${this.name}`);
     this.certificate = await this.world.certificate();
-    this.token = await SoftToken.create(this.home);
-    await this.token.addPair(this.certificate, BINARY_ID);
-    this.program = new InstalledProgram(this.#product, { home: this.home, env: this.token.env });
-    await this.program.install();
-
-    this.extensions = await this.#cleanup.folder("extension");
-    await this.#product.extension.make(this.extensions);
+    const pairs = [[this.certificate, BINARY_ID]];
+    await this.furnish({ desktop: this.world.desktop, pairs, cleanup: this.#cleanup });
     // One server, two origins; and an address at which the extension is not present.
     const port = await this.#serve();
     this.origin = `http://localhost:${port}`;
@@ -61,15 +45,11 @@ export class Rig {
     this.deniedOrigin = `http://127.0.0.1:${await this.#serve()}`;
     if (canSetPolicies(this.name)) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
     await mkdir(this.#product.screenshots, { recursive: true });
-    this.user = new BrowserUser(this.world.desktop, this.name);
-    this.#cleanup.add(() => this.browser.close());
     await this.startBrowser();
   }
 
-  async #serve(address, cleanup = this.#cleanup) {
-    const site = await serve(join(this.extensions, "example"), { pages: this.#pages, address });
-    cleanup.add(site.close);
-    return site.port;
+  #serve(address, cleanup = this.#cleanup) {
+    return this.serve({ pages: this.#pages, address, cleanup });
   }
 
   /** Puts a page on all sites: the usual page with more of HTML, or only the HTML when it is a document of its own. */
@@ -85,22 +65,6 @@ export class Rig {
   /** Sets what an administrator sets, until all ends. The browser reads it when it starts. */
   setPolicy(data) {
     return setPolicy(this.name, { ids: this.#product.extension.ids, home: this.home, data, cleanup: this.#cleanup });
-  }
-
-  async startBrowser({ language } = {}) {
-    this.browser = await startBrowser(this.name, {
-      language,
-      home: this.home,
-      extension: join(this.extensions, this.name),
-      ids: this.#product.extension.ids,
-      env: { ...this.world.desktop.env, ...this.token.env },
-    });
-    this.user.extension = new ExtensionPages(this.name, this.browser);
-  }
-
-  /** The extension's own pages. */
-  get extension() {
-    return this.user.extension;
   }
 
   /** Ends the browser and starts it anew, in this language or English, with the profile that it has in Chromium, and a new one in Firefox. */

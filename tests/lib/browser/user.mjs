@@ -58,13 +58,13 @@ export class BrowserUser extends User {
   }
 
   /** Answers "once", "page", "always" or "deny" by the keyboard; the second step of "always" by the mouse. */
-  async consent(origin, answer) {
+  async consent(origin, answer, options) {
     const id = await this.question(origin);
-    await this.#inFront(id, (options) => this.consentWindow(origin, options));
+    await this.#inFront(id, (soon) => this.consentWindow(origin, soon));
     for (let i = 0; i < TABS[answer]; i++) await this.desktop.key(id, "Tab");
     // A key that does not answer has the window wait once more.
     await sleep(200);
-    await this.consentWindow(origin);
+    await this.consentWindow(origin, options);
     await this.desktop.key(id, "Return");
     if (answer === "always") await this.#clickAnswer(id, origin, "#confirm-always");
     await this.gone(id);
@@ -120,13 +120,13 @@ export class BrowserUser extends User {
   }
 
   /** Answers "sign", "deny" or "stop" in the window that shows documents, by the keyboard. */
-  async answerDocuments(origin, answer) {
+  async answerDocuments(origin, answer, options) {
     const id = await this.documentsSoon(origin);
-    await this.#inFront(id, (options) => this.documentsWindow(origin, options));
+    await this.#inFront(id, (soon) => this.documentsWindow(origin, soon));
     const hasFocus = () => this.extension.documents((wanted) => document.activeElement.id === wanted, answer);
     for (let i = 0; i < 20 && !(await hasFocus()); i++) await this.desktop.key(id, "Tab");
     await sleep(200);
-    await this.documentsWindow(origin);
+    await this.documentsWindow(origin, options);
     await this.desktop.key(id, "Return");
     return id;
   }
@@ -213,10 +213,10 @@ export class BrowserUser extends User {
 
   /** Waits until this window is closed. */
   async gone(id) {
-    await waitFor("the window to close", async () => !(await this.#isVisible(id)));
+    await waitFor("the window to close", async () => !(await this.isVisible(id)));
   }
 
-  async #isVisible(id) {
+  async isVisible(id) {
     return (await this.desktop.property(id, "WM_STATE").catch(() => "")).includes("Normal");
   }
 }

@@ -60,7 +60,18 @@ export class Desktop {
 
   /** The ids of the visible windows with exactly this title. */
   async windows(title) {
-    const pattern = `^${title.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}$`;
+    return this.#search(`^${title.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}$`);
+  }
+
+  /** The visible windows whose titles this extended regular expression is found in: [{ id, title }]. */
+  async titled(pattern) {
+    const ids = await this.#search(pattern);
+    // One that goes meanwhile has no title, and counts as gone.
+    const titles = await Promise.all(ids.map(async (id) => (await this.#try("xdotool", "getwindowname", id)).stdout.toString().trim()));
+    return ids.map((id, i) => ({ id, title: titles[i] })).filter(({ title }) => title !== "");
+  }
+
+  async #search(pattern) {
     const { stdout } = await this.#try("xdotool", "search", "--onlyvisible", "--name", pattern);
     return stdout.toString().split("\n").filter(Boolean);
   }
@@ -131,8 +142,12 @@ export class Desktop {
 
   /** The different colours (such as "ffffff") in a part of the window as it is on the screen; none when it is gone. */
   async colours(id, { x, y, width, height }) {
-    const crop = `${width}x${height}+${x}+${y}`;
-    const { stdout } = await this.#try("import", "-window", id, "-crop", crop, "-depth", "8", "rgb:-");
+    const { stdout: words } = await this.#try("xwininfo", "-id", id);
+    const place = /Absolute upper-left X: +(-?\d+)\n +Absolute upper-left Y: +(-?\d+)\n[^]*Map State: IsViewable/.exec(words);
+    if (!place) return [];
+    // Of the whole screen: for a window that has just gone, import has somebody choose one with the mouse.
+    const crop = `${width}x${height}+${Number(place[1]) + x}+${Number(place[2]) + y}`;
+    const { stdout } = await this.#try("import", "-window", "root", "-crop", crop, "-depth", "8", "rgb:-");
     return [...new Set(stdout.toString("hex").match(/.{6}/g))];
   }
 

@@ -26,7 +26,10 @@ export class InstalledProgram {
   #product;
   #env;
 
-  /** `product`: the files { program, driver }, the script { install } with { folder }, the files' folder, and the { name }. */
+  /**
+   * `product`: the files { program, driver }, the script { install } with { folder }, the files' folder, and the { name }. A
+   * product that is installed for all users has no such script: its programs find this home by themselves.
+   */
   constructor(product, { home, env }) {
     this.#product = product;
     this.#env = { ...process.env, ...env };
@@ -35,8 +38,8 @@ export class InstalledProgram {
   }
 
   /** Runs the install script for this home. */
-  install(...options) {
-    return run(this.#product.install, ["--from", this.#product.folder, ...options], { env: this.#env });
+  async install(...options) {
+    if (this.#product.install) await run(this.#product.install, ["--from", this.#product.folder, ...options], { env: this.#env });
   }
 
   manifest(browser) {
@@ -72,10 +75,22 @@ export class InstalledProgram {
     const found = [];
     for (const pid of await readdir("/proc")) {
       if (!/^\d+$/.test(pid)) continue;
-      const program = await readlink(`/proc/${pid}/exe`).catch(() => "");
-      if (program.startsWith(this.home) && program.includes(basename(this.#product.program))) found.push(Number(pid));
+      // One that is installed for all users belongs to the home in which it works.
+      const [program, folder] = await Promise.all(["exe", "cwd"].map((link) => readlink(`/proc/${pid}/${link}`).catch(() => "")));
+      if (basename(program).startsWith(basename(this.#product.program)) && folder.startsWith(this.folder)) found.push(Number(pid));
     }
     return found;
+  }
+
+  /** Sends a signal to all of them. */
+  async signal(name) {
+    for (const pid of await this.running()) {
+      try {
+        process.kill(pid, name);
+      } catch {
+        // It has ended meanwhile.
+      }
+    }
   }
 
   /** Waits until no program of this home runs. */

@@ -5,6 +5,8 @@ import { join } from "node:path";
 
 import { run } from "../process.mjs";
 
+const ORGANISATION = "Quillmark Test";
+
 const DEFAULT_USAGE = "critical,digitalSignature,nonRepudiation";
 
 /**
@@ -22,7 +24,7 @@ export class Authority {
     this.certificate = certificate;
   }
 
-  static async create(folder, { subject = "/C=IN/O=Quillmark Test/CN=Quillmark Test CA" } = {}) {
+  static async create(folder, { subject = subjectOf("Quillmark Test CA") } = {}) {
     const authority = new Authority(folder, join(folder, "ca.key"), join(folder, "ca.pem"));
     await makeKey(authority.key);
     const config = await authority.#file("ca.cnf", [
@@ -38,10 +40,11 @@ export class Authority {
 
   /**
    * Issues a certificate for a new RSA key. Gives the files { key, pem, der }, the DER bytes { bytes } and { thumbprint }.
-   * `usage` and `email` null leave these out; `from` and `to` as openssl ca takes them; `serial` is hex.
+   * `name` is that of the files, and the common name unless `cn` says otherwise. `usage` and `email` null leave these out;
+   * `from` and `to` as openssl ca takes them; `serial` is hex.
    */
-  async issue(name, { subject = `/C=IN/O=Quillmark Test/CN=${name}`, email = "user@example.com", usage = DEFAULT_USAGE,
-    from = "20221115000000Z", to = "20491231235959Z", bits = 2048, serial = null } = {}) {
+  async issue(name, { cn = name, organisation = ORGANISATION, subject = subjectOf(cn, organisation), email = "user@example.com",
+    usage = DEFAULT_USAGE, from = "20221115000000Z", to = "20491231235959Z", bits = 2048, serial = null } = {}) {
     const file = (suffix) => join(this.folder, `${name}.${suffix}`);
     const certificate = { key: file("key"), pem: file("pem"), der: file("der") };
     const config = await this.#file(`${name}.cnf`, [
@@ -83,7 +86,7 @@ export class Authority {
       `keyUsage = ${DEFAULT_USAGE}`]);
     const pemKey = join(this.folder, `${name}.public`);
     await run("openssl", ["pkey", "-pubin", "-inform", "DER", "-in", publicKey, "-out", pemKey]);
-    await run("openssl", ["x509", "-new", "-force_pubkey", pemKey, "-subj", `/C=IN/O=Quillmark Test/CN=${name}`, "-days", "30",
+    await run("openssl", ["x509", "-new", "-force_pubkey", pemKey, "-subj", subjectOf(name), "-days", "30",
       "-CA", this.certificate, "-CAkey", this.key, "-extfile", extensions, "-out", certificate.pem]);
     return described(certificate);
   }
@@ -93,6 +96,12 @@ export class Authority {
     await writeFile(path, lines.join("\n"));
     return path;
   }
+}
+
+/** The subject as openssl takes it, where a slash begins a part and a plus joins two. */
+function subjectOf(cn, organisation = ORGANISATION) {
+  const [o, name] = [organisation, cn].map((part) => part.replaceAll(/[\\/+]/g, "\\$&"));
+  return `/C=IN/O=${o}/CN=${name}`;
 }
 
 /** Adds to a certificate, of which there is the PEM file, the DER file, its bytes and its SHA-1 in upper-case hex digits. */

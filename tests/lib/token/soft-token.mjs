@@ -1,6 +1,7 @@
 // A real PKCS#11 token without hardware: SoftHSM in a folder of its own, seen by nobody else.
 
-import { mkdir, writeFile } from "node:fs/promises";
+import { randomUUID } from "node:crypto";
+import { mkdir, rename, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
 import { run } from "../process.mjs";
@@ -9,16 +10,24 @@ import { p11KitHome } from "./p11-kit.mjs";
 /** Where Debian's package puts the module. */
 export const SOFTHSM = "/usr/lib/softhsm/libsofthsm2.so";
 
+/** A binary identifier as cards have it, the size of a SHA-1: with zero bytes, and no UTF-8. */
+export const BINARY_ID = "00ff80c3280a00d1e2f3a4b5c6d7e8f901234567";
+
 export class SoftToken {
+  #slot;
+  #away;
+
   /**
    * An initialised token in `folder`. A program that runs with its `env` sees it, and no other token of this machine.
    */
   static async create(folder, { pin = "1234", label = "Quillmark" } = {}) {
     const token = new SoftToken();
     Object.assign(token, { pin, label });
-    await mkdir(join(folder, "tokens"), { recursive: true });
+    token.#slot = join(folder, "tokens");
+    token.#away = join(folder, `pulled-${randomUUID()}`);
+    await mkdir(token.#slot, { recursive: true });
     const config = join(folder, "softhsm2.conf");
-    await writeFile(config, `directories.tokendir = ${join(folder, "tokens")}\nlog.level = ERROR\n`);
+    await writeFile(config, `directories.tokendir = ${token.#slot}\nlog.level = ERROR\n`);
     token.env = { SOFTHSM2_CONF: config, ...(await p11KitHome(folder, [`module: ${SOFTHSM}`])) };
     await token.#run("softhsm2-util", "--init-token", "--free", "--label", label, "--so-pin", "00000000", "--pin", pin);
     return token;
@@ -35,6 +44,16 @@ export class SoftToken {
   async addCertificate(file, id) {
     await this.#run("pkcs11-tool", "--module", SOFTHSM, "--token-label", this.label, "--login", "--pin", this.pin,
       "--write-object", file, "--type", "cert", "--id", id);
+  }
+
+  /** Pulls it. Another one may be made in its folder until it is back. */
+  pull() {
+    return rename(this.#slot, this.#away);
+  }
+
+  /** Plugs it in again. */
+  plugIn() {
+    return rename(this.#away, this.#slot);
   }
 
   #run(command, ...args) {

@@ -61,6 +61,14 @@ export class User {
     await this.desktop.click(await this.window(), 60, LIST_TOP + (row + 0.5) * CARD_HEIGHT, times);
   }
 
+  /** Chooses the certificate of a row (the first is 0), however tall the cards are, and presses OK. */
+  async chooseRow(row, options) {
+    const id = await this.window(options);
+    await this.desktop.click(id, 60, LIST_TOP + 10); // the list has the keyboard now
+    for (const key of ["Home", ...Array(row).fill("Down")]) await this.desktop.key(id, key);
+    await this.desktop.click(id, ...OK_BUTTON);
+  }
+
   /** The colours of the text of a card of three lines. */
   async cardColours(row) {
     const text = { x: 10, y: LIST_TOP + row * CARD_HEIGHT + 8, width: 560, height: 52 };
@@ -73,9 +81,14 @@ export class User {
 
   /** Types the PIN into the dialog and presses Return. */
   async enterPin(pin, options) {
+    await this.desktop.key(await this.writePin(pin, options), "Return");
+  }
+
+  /** Types the PIN into the dialog, and gives that. */
+  async writePin(pin, options) {
     const dialog = await this.pinWindow(options);
     await this.desktop.type(dialog, pin);
-    await this.desktop.key(dialog, "Return");
+    return dialog;
   }
 
   /** Leaves the PIN dialog with Escape. */

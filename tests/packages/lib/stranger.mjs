@@ -1,0 +1,31 @@
+// A stranger's folder, in which there is nothing but the test kit, installed from its tarball.
+
+import { cp, mkdir, readdir, writeFile } from "node:fs/promises";
+import { join } from "node:path";
+
+import { run, runUnchecked } from "../../lib/kit.mjs";
+import { root } from "../../lib/quillmark.mjs";
+
+const FILES = join(root, "tests/packages/stranger");
+
+/** Packs the kit and installs it into a new folder beside the stranger's files. Gives the folder; it goes with `cleanup`. */
+export async function strangersFolder(cleanup) {
+  const folder = await cleanup.folder("stranger");
+  await run("npm", ["pack", "--silent", "--pack-destination", folder], { cwd: join(root, "packages/quillmark-testkit") });
+  const [tarball] = await readdir(folder);
+  await writeFile(join(folder, "package.json"), JSON.stringify({ name: "stranger", private: true, type: "module" }));
+  const quietly = ["--prefer-offline", "--no-audit", "--no-fund", "--no-package-lock"];
+  await run("npm", ["install", ...quietly, "--install-links", `./${tarball}`, join(root, "node_modules/playwright-core")], { cwd: folder, timeout: 180_000 });
+  await cp(FILES, folder, { recursive: true });
+  return folder;
+}
+
+/** Runs one of the stranger's files, as somebody does, as { code, output }, and what it has left behind in the folder for temporary files. */
+export async function runStrangersTest(folder, file, env = {}) {
+  const temporary = join(folder, `tmp-${file}`);
+  await mkdir(temporary, { recursive: true });
+  const { NODE_TEST_CONTEXT, ...own } = process.env; // of the test that runs this
+  const options = { cwd: folder, timeout: 300_000, env: { ...own, TMPDIR: temporary, ...env } };
+  const { code, stdout } = await runUnchecked(process.execPath, ["--test", "--test-reporter=tap", file], options);
+  return { code, output: stdout.toString(), left: await readdir(temporary) };
+}
