@@ -31,7 +31,8 @@ packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
   qpdf texlive-latex-base weasyprint
 )
-packages_browser=(chromium firefox-esr qpdf x11-xserver-utils)
+# The fonts are for the pictures that the tests leave behind.
+packages_browser=(chromium firefox-esr qpdf x11-xserver-utils fonts-lohit-deva fonts-lohit-taml)
 packages_fuzz=(clang libclang-rt-14-dev llvm-14)
 packages_coverage=(gcovr)
 # Left out when a Node.js that is new enough is installed in another way.

@@ -12,6 +12,7 @@ import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
+import { sightTests } from "../uses/sight.mjs";
 import { signingTests } from "../uses/signing.mjs";
 
 const ATTACKS = [
@@ -71,7 +72,7 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests, sightTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   doctorTests(suite);
   registrationTests(suite);
