@@ -22,7 +22,7 @@ export function wordsForCertificate({ offered, canSign, first, needsLogin, reaso
     standing,
     first && "the first in the window",
     canSign && needsLogin && "as far as can be seen without the PIN",
-    notAfter && `valid until ${new Date(notAfter).toLocaleDateString()}`,
+    notAfter && `valid until ${new Date(notAfter).toLocaleDateString().replaceAll(/\p{Cf}/gu, "")}`,
   ].filter(Boolean).join(", ");
 }
 

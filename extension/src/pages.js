@@ -1,5 +1,7 @@
 /** What the extension's own pages have in common. */
 
+import { draw } from "../consent/characters.js";
+
 const api = globalThis.browser ?? globalThis.chrome;
 
 export const element = (id) => document.getElementById(id);
@@ -11,18 +13,33 @@ export async function tellBackground(type, values = {}) {
   return answer;
 }
 
+/** Says whether a button can be pressed. One that cannot keeps the keyboard, and those who do not see it can find it. */
+export function setUsable(id, isUsable) {
+  element(id).ariaDisabled = String(!isUsable);
+}
+
+export const isUsable = (id) => element(id).ariaDisabled !== "true";
+
+/** Calls `act` when a button is pressed that can be. */
+export function onPress(id, act) {
+  element(id).addEventListener("click", () => isUsable(id) && act());
+}
+
+/** A time in the user's own words, without the characters for layout that browsers put into it. */
+export const wordsForTime = (time) => new Date(time).toLocaleString().replaceAll(/\p{Cf}/gu, "").replaceAll(/\p{Z}/gu, " ");
+
 /** A row of a list: an origin or a name, what is said of it, and perhaps a button. */
 export function row(name, words = "", button) {
   const item = document.createElement("li");
   const text = document.createElement("div");
   const title = document.createElement("span");
   title.className = "origin";
-  title.textContent = name;
+  draw(title, name);
   text.append(title);
   if (words) {
     const more = document.createElement("div");
     more.className = "quiet";
-    more.textContent = words;
+    draw(more, words);
     text.append(more);
   }
   item.append(text, ...(button ? [button] : []));
@@ -53,6 +70,6 @@ export function describe({ time, origin, operation, algorithm, digest, subject, 
   const became = outcome === "signed" ? `signed with ${who}` : `not signed: ${outcome}`;
   return {
     title: origin ?? "A site in a private window",
-    words: `${new Date(time).toLocaleString()} – ${OPERATIONS[operation] ?? operation}, ${became}. ${algorithm} ${digest}`,
+    words: `${wordsForTime(time)} – ${OPERATIONS[operation] ?? operation}, ${became}. ${algorithm} ${digest}`,
   };
 }

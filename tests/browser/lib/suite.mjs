@@ -18,7 +18,7 @@ import { signingTests } from "../uses/signing.mjs";
 const ATTACKS = [
   "double-click", "full-screen", "picture-in-picture", "stolen-focus", "typed-ahead", "drag-and-drop", "beforeunload",
   "gestures", "two-windows", "navigation", "frames", "status", "odd-types", "open-ids", "document-open",
-  "what-is-shown", "flood", "revocation", "extension-reload", "signs-of-life",
+  "what-is-shown", "order-of-text", "flood", "revocation", "extension-reload", "signs-of-life",
   "pdf-documents",
 ];
 const attacksOf = async (file) => (await import(`../attacks/${file}.mjs`)).default;
