@@ -1,6 +1,6 @@
 /** The part of a page that shows what the doctor finds. */
 
-import { element, row } from "../src/pages.js";
+import { element, isUsable, onPress, row, setUsable } from "../src/pages.js";
 import { plain } from "../src/plain-error.js";
 import { examine } from "./doctor.js";
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
@@ -14,7 +14,7 @@ const VERDICTS = {
 const api = globalThis.browser ?? globalThis.chrome;
 let diagnosis;
 
-element("examine").addEventListener("click", () => findOut());
+onPress("examine", () => findOut());
 element("copy-report").addEventListener("click", async () => {
   const { version } = api.runtime.getManifest();
   try {
@@ -27,10 +27,10 @@ element("copy-report").addEventListener("click", async () => {
 
 /** Has the doctor look, and shows what it finds. `why`: the words of the failure that is looked into, if there is one. */
 export async function findOut(why = "") {
-  if (element("examine").disabled) return; // it looks already
+  if (!isUsable("examine")) return; // it looks already
   element("why").textContent = why;
   element("why").hidden = why === "";
-  element("examine").disabled = true;
+  setUsable("examine", false);
   element("copy-report").hidden = true;
   say("The doctor looks. This may take a minute.");
   showRows("findings", []);
@@ -41,7 +41,7 @@ export async function findOut(why = "") {
   } catch (error) {
     say(plain(error).message);
   } finally {
-    element("examine").disabled = false;
+    setUsable("examine", true);
   }
 }
 

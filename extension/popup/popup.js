@@ -2,15 +2,15 @@
 
 import { findOut } from "../doctor/section.js";
 import { ERRORS } from "../quillmark.js";
-import { describe, element, row, rowButton, tellBackground } from "../src/pages.js";
+import { describe, element, onPress, row, rowButton, setUsable, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
-element("forget").addEventListener("click", async () => {
+onPress("forget", async () => {
   await tellBackground("stopHost");
   await announce("The signing program was ended. It has forgotten your PIN.");
 });
-element("reread").addEventListener("click", async () => {
+onPress("reread", async () => {
   const isDone = await tellBackground("readTokensAgain");
   await announce(
     isDone
@@ -36,7 +36,7 @@ async function showState() {
   const { hostRuns, sites } = await tellBackground("state");
   element("runs").hidden = !hostRuns;
   element("rests").hidden = hostRuns;
-  element("forget").disabled = element("reread").disabled = !hostRuns;
+  for (const button of ["forget", "reread"]) setUsable(button, hostRuns);
   list("waiting", sites.waiting.map((origin) => row(origin)));
   list("allowed", sites.allowed.map((origin) => row(origin, "", takeBackButton(origin))));
 }
@@ -50,6 +50,7 @@ function takeBackButton(origin) {
   return rowButton("Take back", `Take back the permission of ${origin}`, async () => {
     await tellBackground("revoke", { origin });
     await showState();
+    (document.querySelector("#allowed button") ?? element("settings")).focus();
   });
 }
 

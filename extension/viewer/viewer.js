@@ -3,6 +3,7 @@
 
 import { Arming } from "../consent/arming.js";
 import { draw } from "../consent/characters.js";
+import { showReadiness } from "../consent/readiness.js";
 import { QuillmarkError } from "../quillmark.js";
 import { fromBase64 } from "../src/base64.js";
 import { operationOf } from "../src/operations.js";
@@ -15,6 +16,7 @@ import { numbered, showAbout, summaryOf } from "./about.js";
 import { Background } from "./calls.js";
 import { checkDrawable } from "./drawing.js";
 import { PagesView } from "./pages-view.js";
+import { letPlaceByKeys } from "./placing-by-keys.js";
 import { letPlace } from "./placing.js";
 import { signAll, withField } from "./signing.js";
 
@@ -145,6 +147,7 @@ async function open(i, { keepsPlace = false } = {}) {
   if (!keepsPlace) showAbout(document);
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
+  element("place").hidden = document.visible !== true;
   await view.show(drawn, { keepsPlace, onBroken: (page) => void refuseOpened(i, page).catch(fail) });
   if (document.error) return;
   document.isSeen = true;
@@ -152,7 +155,10 @@ async function open(i, { keepsPlace = false } = {}) {
   showSign();
   element("loading").hidden = true;
   setOpen(true);
-  for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
+  for (const [at, item] of [...element("list").children].entries()) {
+    item.classList.toggle("open", at === i);
+    item.firstChild.ariaCurrent = at === i ? "true" : null;
+  }
 }
 
 function setOpen(value) {
@@ -208,27 +214,35 @@ function showList() {
   element("list").hidden = false;
 }
 
-element("next").addEventListener("click", () => void openInTurn(nextUnseen(shown)));
+element("next").addEventListener("click", async () => {
+  await openInTurn(nextUnseen(shown));
+  if (element("next").hidden) element("pages").focus();
+});
 element("smaller").addEventListener("click", () => showZoom(view.zoom(-1)));
 element("larger").addEventListener("click", () => showZoom(view.zoom(1)));
 const showZoom = (zoom) => (element("zoom").textContent = `${zoom * 100} %`);
 showZoom(1);
 
-letPlace(element("pages"), view, (place) => {
+letPlace(element("pages"), view, showPlaced);
+letPlaceByKeys(element("place"), view, () => (isOpen ? documents[shown].place : undefined), showPlaced);
+
+function showPlaced(place) {
   if (documents[shown].visible !== true) return;
   documents[shown].place = place;
+  const [left, bottom, right, top] = place.rectangle.map(Math.round);
+  element("placed").textContent =
+    `On page ${place.page + 1}: ${right - left} points wide, ${top - bottom} high, ${left} from the left, ${bottom} from below.`;
   void openInTurn(shown, { keepsPlace: true });
-});
+}
 
 // ---- the answer, under the rules that hold for every question
 
 function arm() {
   const waiting = document.title;
-  const buttons = [...document.querySelectorAll("footer button")];
+  const show = showReadiness([...document.querySelectorAll("footer button")]);
   arming = new Arming((isArmed) => {
     document.title = isArmed && shown !== undefined ? `Quillmark - Sign for ${question.origin}?` : waiting;
-    document.documentElement.classList.toggle("waits", !isArmed);
-    for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
+    show(isArmed);
   });
   element("deny").focus();
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
@@ -250,8 +264,9 @@ async function sign() {
   isSigning = true;
   background.answer("sign");
   element("answers").hidden = true;
-  element("working").hidden = element("progress").hidden = false;
+  element("working").hidden = false;
   element("progress").textContent = "Choose your certificate and type your PIN in Quillmark's own window.";
+  element("progress").focus();
   element("list").inert = element("document").inert = true;
   await signAll(background, documents, question, (i) => {
     element("progress").textContent = `Signing ${i + 1} of ${documents.length}…`;

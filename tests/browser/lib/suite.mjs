@@ -10,6 +10,8 @@ import { consentTests } from "../uses/consent.mjs";
 import { doctorPageTests } from "../uses/doctor-pages.mjs";
 import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
+import { hearingTests } from "../uses/hearing.mjs";
+import { keysTests } from "../uses/keys.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
 import { sightTests } from "../uses/sight.mjs";
@@ -72,7 +74,7 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests, sightTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, pdfTests, doctorPageTests, sightTests, keysTests, hearingTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   doctorTests(suite);
   registrationTests(suite);
