@@ -151,6 +151,19 @@ export function sightTests({ name, rig, browserTest }) {
     }
   });
 
+  sightTest("the example page, with what came of a document", async (t) => {
+    const page = await rig.page(t, { path: "/index.html" });
+    await page.evaluate(AXE);
+    await page.evaluate(() => {
+      document.getElementById("outcomes").append(Object.assign(document.createElement("li"), { textContent: "a.pdf: signed" }));
+      document.getElementById("sign").ariaDisabled = "true";
+    });
+    for (const width of [1000, 320]) {
+      await page.setViewport({ width, height: 600 });
+      assert.deepEqual([...(await page.evaluate(axeFindings, RULES)), ...(await page.evaluate(misplaced))], []);
+    }
+  });
+
   sightTest("one document, with notices, and several, of which one cannot be signed", async (t) => {
     const made = await PDFDocument.load(Buffer.from(await documentOf(2), "base64"));
     await made.attach(Buffer.from("attached"), "attached.txt");
