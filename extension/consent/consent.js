@@ -7,6 +7,7 @@ import { operationOf } from "../src/operations.js";
 import { element, showSurroundings } from "../src/pages.js";
 import { Arming } from "./arming.js";
 import { draw } from "./characters.js";
+import { showReadiness } from "./readiness.js";
 import { showText } from "./text-section.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
@@ -74,15 +75,19 @@ function showFacts(facts) {
   element("facts").hidden = rows.length === 0;
 }
 
-// The buttons stay where the keyboard finds them, and say by their look that they wait.
+// The buttons stay where the keyboard finds them. The first that has it is one that gives nothing; with its name the question is
+// read to those who do not see it.
 function armWith(title) {
   const waitingTitle = document.title;
+  const show = showReadiness(buttons);
   const arming = new Arming((isArmed) => {
     document.title = isArmed ? title : waitingTitle;
-    document.documentElement.classList.toggle("waits", !isArmed);
-    for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
+    show(isArmed);
   });
   const first = question.kind === "question" ? element("deny") : element("stop");
+  const isHidden = (part) => element(part).closest("[hidden]");
+  const described = ["title", "origin", "history", "framed", "asks", "consequence", "facts", "size", "readiness"];
+  first.setAttribute("aria-describedby", described.filter((part) => !isHidden(part)).join(" "));
   first.focus();
 
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());

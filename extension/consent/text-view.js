@@ -1,6 +1,6 @@
 /** A text of any length in a scrolling element: drawn in parts as they come into sight, searchable as a whole. */
 
-import { markOf, piecesOf } from "./characters.js";
+import { draw } from "./characters.js";
 
 const PART_CHARACTERS = 16 * 1024;
 /** So many parts are drawn at once; of longer texts those near to what is in sight. */
@@ -72,15 +72,8 @@ export class TextView {
 
   #draw(part) {
     const ranges = [...this.#ranges, ...(this.#match ? [this.#match] : [])].filter((range) => overlaps(range, part));
-    const inside = (at) => at > part.start && at < part.end;
-    const cuts = [...new Set([part.start, ...ranges.flatMap(({ start, end }) => [start, end]).filter(inside), part.end])];
-    cuts.sort((one, other) => one - other);
-    const nodes = cuts.slice(1).flatMap((end, i) => {
-      const segment = { start: cuts[i], end };
-      const classes = ranges.filter((range) => overlaps(range, segment)).map(({ className }) => className);
-      return drawn(this.#text.slice(segment.start, end), classes);
-    });
-    part.element.replaceChildren(...nodes);
+    const inPart = ranges.map(({ start, end, className }) => ({ start: start - part.start, end: end - part.start, className }));
+    draw(part.element, this.#text.slice(part.start, part.end), inPart);
     part.element.style.height = "";
     part.isDrawn = true;
   }
@@ -94,15 +87,6 @@ export class TextView {
 }
 
 const overlaps = (one, other) => one.start < other.end && one.end > other.start;
-
-function drawn(text, classes) {
-  const nodes = piecesOf(text).map((piece) => (piece.mark ? markOf(piece) : document.createTextNode(piece.text)));
-  if (classes.length === 0) return nodes;
-  const element = document.createElement("mark");
-  element.className = classes.join(" ");
-  element.append(...nodes);
-  return [element];
-}
 
 // Cut behind the end of a line where there is one, and never within a character.
 function partsOf(text) {

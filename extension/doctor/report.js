@@ -1,7 +1,7 @@
 /** What the doctor has found, in rows for the user and as a report for others. */
 
-import { locale, message, messageAround } from "../src/messages.js";
-import { english } from "../src/pages.js";
+import { message, messageAround } from "../src/messages.js";
+import { english, wordsForDate } from "../src/pages.js";
 
 // A module of p11-kit's own that knows certificates and no token.
 const TRUST_MODULE = "p11-kit-trust";
@@ -29,7 +29,7 @@ export function wordsForCertificate({ offered, canSign, first, needsLogin, reaso
     canSign ? message("certificate_can_sign") : messageAround(key, english(reasons.join(", "))),
     first && message("certificate_first"),
     canSign && needsLogin && message("certificate_needs_login"),
-    notAfter && message("certificate_valid", new Date(notAfter).toLocaleDateString(locale())),
+    notAfter && message("certificate_valid", wordsForDate(notAfter)),
   );
 }
 

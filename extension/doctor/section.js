@@ -1,7 +1,7 @@
 /** The part of a page that shows what the doctor finds. */
 
 import { counted, message, messageAround } from "../src/messages.js";
-import { element, english, nodesOf, row } from "../src/pages.js";
+import { element, english, isUsable, nodesOf, onPress, row, setUsable } from "../src/pages.js";
 import { examine } from "./doctor.js";
 import { reportOf, tokensOf, wordsForCertificate, wordsForToken } from "./report.js";
 
@@ -14,7 +14,7 @@ const VERDICTS = {
 const api = globalThis.browser ?? globalThis.chrome;
 let diagnosis;
 
-element("examine").addEventListener("click", () => findOut());
+onPress("examine", () => findOut());
 element("copy-report").addEventListener("click", async () => {
   const { version } = api.runtime.getManifest();
   try {
@@ -27,10 +27,10 @@ element("copy-report").addEventListener("click", async () => {
 
 /** Has the doctor look, and shows what it finds. `why`: the words of the failure that is looked into, if there is one. */
 export async function findOut(why = "") {
-  if (element("examine").disabled) return; // it looks already
+  if (!isUsable("examine")) return; // it looks already
   element("why").textContent = why;
   element("why").hidden = why === "";
-  element("examine").disabled = true;
+  setUsable("examine", false);
   element("copy-report").hidden = true;
   say(message("doctor_looks"));
   showRows("findings", []);
@@ -42,7 +42,7 @@ export async function findOut(why = "") {
     const { code, message: words, detail } = error;
     say(code === "BAD_REPLY" && detail ? messageAround("doctor_problem", english(detail)) : words);
   } finally {
-    element("examine").disabled = false;
+    setUsable("examine", true);
   }
 }
 

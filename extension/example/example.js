@@ -7,6 +7,7 @@ let withdrawal;
 
 element("documents").addEventListener("submit", async (event) => {
   event.preventDefault();
+  if (isBusy()) return;
   const [files, reason] = [[...element("files").files], element("reason").value];
   const visible = element("visible").checked; // or a place of yours: {page, x, y, width, height}
   withdrawal = new AbortController();
@@ -48,7 +49,13 @@ function linkTo(signed, name) {
 const wordsFor = (error) =>
   error instanceof QuillmarkError ? `${error.message} (${[error.code, error.ckr, error.detail].filter(Boolean).join(", ")})` : String(error);
 
-const setBusy = (isBusy) => ([element("working").hidden, element("sign").disabled] = [!isBusy, isBusy]);
+// The button keeps the keyboard, so that the user is where he was when all windows have closed.
+const isBusy = () => element("sign").ariaDisabled === "true";
+function setBusy(value) {
+  if (!value && element("working").contains(document.activeElement)) element("sign").focus();
+  element("working").hidden = !value;
+  element("sign").ariaDisabled = String(value);
+}
 
 const { extension, permission } = await status();
 element("status").textContent =

@@ -21,8 +21,10 @@ await show();
 
 async function show() {
   const { hostRuns, sites, pinLife, policy } = await tellBackground("state");
+  const hadKeyboard = element("sites").contains(document.activeElement);
   element("sites").replaceChildren(...sites.always.map((origin) => row(english(origin), "", removeButton(origin))));
   element("no-sites").hidden = sites.always.length > 0;
+  if (hadKeyboard) (document.querySelector("#sites button") ?? element("sites-title")).focus();
   showPolicy(policy);
   element("runs").hidden = element("stop").hidden = !hostRuns;
   element("rests").hidden = hostRuns;

@@ -3,15 +3,15 @@
 import { findOut } from "../doctor/section.js";
 import { messageOf } from "../quillmark.js";
 import { locale, message } from "../src/messages.js";
-import { describe, element, english, row, rowButton, tellBackground } from "../src/pages.js";
+import { describe, element, english, onPress, row, rowButton, setUsable, tellBackground } from "../src/pages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
-element("forget").addEventListener("click", async () => {
+onPress("forget", async () => {
   await tellBackground("stopHost");
   await announce(message("popup_forgotten"));
 });
-element("reread").addEventListener("click", async () => {
+onPress("reread", async () => {
   const isDone = await tellBackground("readTokensAgain");
   await announce(message(isDone ? "popup_reads_again" : "popup_under_way"));
 });
@@ -33,7 +33,7 @@ async function showState() {
   const { hostRuns, sites } = await tellBackground("state");
   element("runs").hidden = !hostRuns;
   element("rests").hidden = hostRuns;
-  element("forget").disabled = element("reread").disabled = !hostRuns;
+  for (const button of ["forget", "reread"]) setUsable(button, hostRuns);
   list("waiting", sites.waiting.map((origin) => row(english(origin))));
   list("allowed", sites.allowed.map((origin) => row(english(origin), "", takeBackButton(origin))));
 }
@@ -47,6 +47,7 @@ function takeBackButton(origin) {
   return rowButton(message("popup_take_back"), message("popup_take_back_site", origin), async () => {
     await tellBackground("revoke", { origin });
     await showState();
+    (document.querySelector("#allowed button") ?? element("settings")).focus();
   });
 }
 

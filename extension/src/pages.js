@@ -1,5 +1,6 @@
 /** What the extension's own pages have in common. */
 
+import { nodesOf as nodesOfText } from "../consent/characters.js";
 import { locale, message } from "./messages.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
@@ -13,18 +14,35 @@ export async function tellBackground(type, values = {}) {
   return answer;
 }
 
+/** Says whether a button can be pressed. One that cannot keeps the keyboard, and those who do not see it can find it. */
+export function setUsable(id, isUsable) {
+  element(id).ariaDisabled = String(!isUsable);
+}
+
+export const isUsable = (id) => element(id).ariaDisabled !== "true";
+
+/** Calls `act` when a button is pressed that can be. */
+export function onPress(id, act) {
+  element(id).addEventListener("click", () => isUsable(id) && act());
+}
+
+/** A time in the words of the language, without the characters for layout that browsers put into it. */
+export const wordsForTime = (time) => plainly(new Date(time).toLocaleString(locale()));
+export const wordsForDate = (time) => plainly(new Date(time).toLocaleDateString(locale()));
+const plainly = (words) => words.replaceAll(/\p{Cf}/gu, "").replaceAll(/\p{Z}/gu, " ");
+
 /** A row of a list: an origin or a name, what is said of it, both as of `nodesOf`, and perhaps a button. */
 export function row(name, words = "", button) {
   const item = document.createElement("li");
   const text = document.createElement("div");
   const title = document.createElement("span");
   title.className = "origin";
-  title.append(...nodesOf(name));
+  write(title, name);
   text.append(title);
   if (words.length > 0) {
     const more = document.createElement("div");
     more.className = "quiet";
-    more.append(...nodesOf(words));
+    write(more, words);
     text.append(more);
   }
   item.append(text, ...(button ? [button] : []));
@@ -44,10 +62,17 @@ export function showSurroundings(origin) {
 export const english = (text) => ({ english: text });
 
 /** What can be put into an element of words: a text, or a list of texts and those of `english`. */
-export const nodesOf = (words) => [words].flat().map((piece) => {
-  if (typeof piece === "string") return piece;
-  return Object.assign(document.createElement("span"), { lang: "en", textContent: piece.english });
+export const nodesOf = (words) => [words].flat().flatMap((piece) => {
+  if (typeof piece === "string") return nodesOfText(piece);
+  const span = Object.assign(document.createElement("span"), { lang: "en" });
+  span.append(...nodesOfText(piece.english));
+  return [span];
 });
+
+function write(target, words) {
+  target.classList.add("as-written");
+  target.append(...nodesOf(words));
+}
 
 /** A button with a word on it, and a longer name for those who do not see the row. */
 export function rowButton(word, name, onClick) {
@@ -78,6 +103,6 @@ export function describe({ time, origin, operation, algorithm, digest, subject, 
   const by = outcome === "signed" ? (subject ?? certificate ?? "") : outcome;
   return {
     title: origin ? english(origin) : message("journal_private"),
-    words: message(key, new Date(time).toLocaleString(locale()), what, `${algorithm} ${digest}`, by),
+    words: message(key, wordsForTime(time), what, `${algorithm} ${digest}`, by),
   };
 }

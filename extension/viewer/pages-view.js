@@ -3,6 +3,7 @@
 import { AnnotationMode } from "../libraries/pdfjs.js";
 import { message } from "../src/messages.js";
 import { checkComplete, load } from "./drawing.js";
+import { wordsOf } from "./words.js";
 
 /** Above this many dots a page is drawn coarser than the screen is. */
 const MAX_DOTS = 16_000_000;
@@ -89,9 +90,24 @@ export class PagesView {
     return page?.viewport && { page: page.index, viewport: page.viewport, box: element.getBoundingClientRect() };
   }
 
+  /** How many pages there are. */
+  get count() {
+    return this.#pages.length;
+  }
+
+  /** Scrolls to a page (from 0) when nothing of it is in sight; resolves to {element, viewport} when it is drawn. */
+  async bringIntoSight(index) {
+    const page = this.#pages[index];
+    if (!this.#inSight().includes(page)) page.element.scrollIntoView();
+    await this.#draw(page);
+    return { element: page.element, viewport: page.viewport };
+  }
+
   #makePage(index, { width, height }) {
     const element = document.createElement("div");
     element.className = "page";
+    element.role = "group";
+    element.ariaLabel = message("documents_page_label", index + 1);
     element.dataset.page = String(index + 1);
     return { index, element, width, height };
   }
@@ -140,6 +156,7 @@ export class PagesView {
       if (width !== page.width || height !== page.height) this.#fit(Object.assign(page, { width, height }));
       await checkComplete(document, proxy);
       if (page.drawing !== dots) return;
+      page.words ??= await wordsOf(proxy);
       const scale = Math.min(dots / width, Math.sqrt(MAX_DOTS / (width * height)), MAX_SIDE / Math.max(width, height));
       const viewport = proxy.getViewport({ scale });
       const canvas = globalThis.document.createElement("canvas");
@@ -148,8 +165,9 @@ export class PagesView {
       page.task = proxy.render({ canvas, viewport, annotationMode: AnnotationMode.ENABLE });
       await page.task.promise;
       if (page.drawing !== dots) return;
+      canvas.ariaHidden = "true"; // its words are there
       page.canvas = canvas;
-      page.element.replaceChildren(canvas);
+      page.element.replaceChildren(canvas, page.words);
       this.#tellSight();
     } catch (error) {
       // A document that was closed meanwhile is broken by that.
@@ -162,7 +180,7 @@ export class PagesView {
 
   #forget(page) {
     page.task?.cancel();
-    Object.assign(page, { drawing: undefined, canvas: undefined, task: undefined });
+    Object.assign(page, { drawing: undefined, canvas: undefined, task: undefined, words: undefined });
     page.element.replaceChildren();
   }
 

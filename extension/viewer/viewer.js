@@ -3,6 +3,7 @@
 
 import { Arming } from "../consent/arming.js";
 import { draw } from "../consent/characters.js";
+import { showReadiness } from "../consent/readiness.js";
 import { QuillmarkError } from "../quillmark.js";
 import { fromBase64 } from "../src/base64.js";
 import { counted, locale, message } from "../src/messages.js";
@@ -16,6 +17,7 @@ import { showAbout, summaryOf } from "./about.js";
 import { Background } from "./calls.js";
 import { checkDrawable } from "./drawing.js";
 import { PagesView } from "./pages-view.js";
+import { letPlaceByKeys } from "./placing-by-keys.js";
 import { letPlace } from "./placing.js";
 import { signAll, withField } from "./signing.js";
 
@@ -85,6 +87,7 @@ function showSite() {
   element("history").hidden = isPrivate;
   element("history").textContent = date ? message("documents_first_allowed", date) : message("site_never_allowed");
   element("framed").hidden = !isFramed;
+  if (isFramed) element("deny").setAttribute("aria-describedby", "asks origin framed readiness");
   showSurroundings(surroundings);
 }
 
@@ -147,6 +150,7 @@ async function open(i, { keepsPlace = false } = {}) {
   if (!keepsPlace) showAbout(document);
   element("document").hidden = false;
   element("pages").classList.toggle("places", document.visible === true);
+  element("place").hidden = document.visible !== true;
   await view.show(drawn, { keepsPlace, onBroken: (page) => void refuseOpened(i, page).catch(fail) });
   if (document.error) return;
   document.isSeen = true;
@@ -154,7 +158,10 @@ async function open(i, { keepsPlace = false } = {}) {
   showSign();
   element("loading").hidden = true;
   setOpen(true);
-  for (const [at, item] of [...element("list").children].entries()) item.classList.toggle("open", at === i);
+  for (const [at, item] of [...element("list").children].entries()) {
+    item.classList.toggle("open", at === i);
+    item.firstChild.ariaCurrent = at === i ? "true" : null;
+  }
 }
 
 function setOpen(value) {
@@ -212,27 +219,34 @@ function showList() {
   element("list").hidden = false;
 }
 
-element("next").addEventListener("click", () => void openInTurn(nextUnseen(shown)));
+element("next").addEventListener("click", async () => {
+  await openInTurn(nextUnseen(shown));
+  if (element("next").hidden) element("pages").focus();
+});
 element("smaller").addEventListener("click", () => showZoom(view.zoom(-1)));
 element("larger").addEventListener("click", () => showZoom(view.zoom(1)));
 const showZoom = (zoom) => (element("zoom").textContent = message("documents_zoom", zoom * 100));
 showZoom(1);
 
-letPlace(element("pages"), view, (place) => {
+letPlace(element("pages"), view, showPlaced);
+letPlaceByKeys(element("place"), view, () => (isOpen ? documents[shown].place : undefined), showPlaced);
+
+function showPlaced(place) {
   if (documents[shown].visible !== true) return;
   documents[shown].place = place;
+  const [left, bottom, right, top] = place.rectangle.map(Math.round);
+  element("placed").textContent = message("documents_placed", place.page + 1, right - left, top - bottom, left, bottom);
   void openInTurn(shown, { keepsPlace: true });
-});
+}
 
 // ---- the answer, under the rules that hold for every question
 
 function arm() {
   const waiting = document.title;
-  const buttons = [...document.querySelectorAll("footer button")];
+  const show = showReadiness([...document.querySelectorAll("footer button")]);
   arming = new Arming((isArmed) => {
     document.title = isArmed && shown !== undefined ? message("documents_title_ready", question.origin) : waiting;
-    document.documentElement.classList.toggle("waits", !isArmed);
-    for (const button of buttons) button.setAttribute("aria-disabled", String(!isArmed));
+    show(isArmed);
   });
   element("deny").focus();
   const on = (button, act) => element(button).addEventListener("click", (event) => arming.takes(event) && act());
@@ -254,8 +268,9 @@ async function sign() {
   isSigning = true;
   background.answer("sign");
   element("answers").hidden = true;
-  element("working").hidden = element("progress").hidden = false;
+  element("working").hidden = false;
   element("progress").textContent = message("documents_choose");
+  element("progress").focus();
   element("list").inert = element("document").inert = true;
   await signAll(background, documents, question, (i) => {
     element("progress").textContent = message("documents_signing", i + 1, documents.length);

@@ -16,7 +16,7 @@ const LANGUAGES = readdirSync(join(EXTENSION, "_locales")).sort();
 const TRANSLATED = LANGUAGES.filter((each) => each !== "en");
 
 /** Words in Latin letters that languages with other letters have too. */
-const LATIN = /^(Quillmark|quillmark-(doctor|tokens)|PIN|OK|PDF|GST|JSON|XFA|MiB|ID|SHA-\d+|https?|localhost|example|org|origin|true|false|detail)$/;
+const LATIN = /^(Quillmark|quillmark-(doctor|tokens)|PIN|OK|PDF|GST|JSON|XFA|MiB|ID|SHA-\d+|https?|localhost|example|org|origin|true|false|detail|Shift|Page|Up|Down)$/;
 
 /** Names that are the same in each language. */
 const NAMES = /Quillmark|PDF|JSON|MiB|\$\d/g;

@@ -10,16 +10,19 @@ import { consentTests } from "../uses/consent.mjs";
 import { doctorPageTests } from "../uses/doctor-pages.mjs";
 import { doctorTests } from "../uses/doctor.mjs";
 import { failureTests } from "../uses/failures.mjs";
+import { hearingTests } from "../uses/hearing.mjs";
+import { keysTests } from "../uses/keys.mjs";
 import { languageTests } from "../uses/languages.mjs";
 import { loginTests } from "../uses/login.mjs";
 import { pdfTests } from "../uses/pdf.mjs";
 import { registrationTests } from "../uses/registration.mjs";
+import { sightTests } from "../uses/sight.mjs";
 import { signingTests } from "../uses/signing.mjs";
 
 const ATTACKS = [
   "double-click", "full-screen", "picture-in-picture", "stolen-focus", "typed-ahead", "drag-and-drop", "beforeunload",
   "gestures", "two-windows", "navigation", "frames", "status", "odd-types", "open-ids", "document-open",
-  "what-is-shown", "flood", "revocation", "extension-reload", "signs-of-life",
+  "what-is-shown", "order-of-text", "flood", "revocation", "extension-reload", "signs-of-life",
   "pdf-documents",
 ];
 const attacksOf = async (file) => (await import(`../attacks/${file}.mjs`)).default;
@@ -73,7 +76,7 @@ export function browserTests(name) {
 
   const suite = { name, rig, browserTest, check, pdfIsValid, allowedPage };
   before(() => rig.addPage("/cover", COVER));
-  for (const tests of [consentTests, signingTests, failureTests, loginTests, pdfTests, doctorPageTests]) tests(suite);
+  for (const tests of [consentTests, signingTests, failureTests, loginTests, pdfTests, doctorPageTests, sightTests, keysTests, hearingTests]) tests(suite);
   for (const define of attacks) define({ name, rig, attack: browserTest });
   doctorTests(suite);
   registrationTests(suite);

@@ -365,6 +365,7 @@ export function pdfTests({ name, rig, browserTest, check, allowedPage }) {
     await page.click("#sign");
     await rig.user.answerDocuments(rig.origin, "deny");
     await page.waitForFunction(() => document.querySelector("#outcomes").textContent.includes("USER_CANCELLED"));
+    assert.equal(await page.evaluate(() => document.activeElement.id), "sign", "the button has the keyboard again");
   });
 }
 

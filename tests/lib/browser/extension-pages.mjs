@@ -7,6 +7,11 @@ const DOCUMENTS = "/viewer/viewer.html";
 const OPTIONS = "/options/options.html";
 const POPUP = "/popup/popup.html";
 
+/** What a user may have set in the browser: text of a size (2 is 200 %), a window of a width and height. */
+const SETTINGS = { isDark: false, hasForcedColours: false, hasReducedMotion: false, text: 1, width: 0, height: 0 };
+const USUAL_TEXT = 16;
+const USUAL_FIXED_TEXT = 13;
+
 export class ExtensionPages {
   #pages;
   #options;
@@ -32,6 +37,49 @@ export class ExtensionPages {
     return this.#pages.find(DOCUMENTS);
   }
 
+  /** Calls a function in the page of this path that the user sees; throws when there is none, or it throws. */
+  async at(path, body, ...args) {
+    return this.#pages.evaluate(await this.#inSight(path), called(body, args));
+  }
+
+  /** Shows that page as `settings` of its user have it: see `SETTINGS`. Undo it with {}. */
+  async see(path, settings) {
+    const page = await this.#inSight(path);
+    await this.#pages.see(page, { ...SETTINGS, ...settings });
+    const { isDark, hasForcedColours, text } = { ...SETTINGS, ...settings };
+    const isSo = (dark, forced, size) =>
+      matchMedia("(prefers-color-scheme: dark)").matches === dark &&
+      matchMedia("(forced-colors: active)").matches === forced &&
+      Math.abs(parseFloat(getComputedStyle(document.documentElement).fontSize) / size - 1) < 0.2;
+    await waitFor("the page to look as it is set", () => this.#pages.evaluate(page, called(isSo, [isDark, hasForcedColours, text * USUAL_TEXT])));
+  }
+
+  /** A picture of that page, as PNG. */
+  async picture(path) {
+    return this.#pages.picture(await this.#inSight(path));
+  }
+
+  /** What a screen reader is given of that page, as Chromium's protocol has it. */
+  async accessibilityTree(path) {
+    const session = await (await this.#inSight(path)).createCDPSession();
+    const { nodes } = await session.send("Accessibility.getFullAXTree");
+    await session.detach();
+    return nodes;
+  }
+
+  async #inSight(path) {
+    for (const page of await this.#pages.findAll(path)) {
+      if (await this.#pages.evaluate(page, "document.visibilityState === 'visible'")) return page;
+    }
+    throw new Error(`The user sees no page ${path}`);
+  }
+
+  /** Opens an own page in a tab in front; gives what closes it. */
+  async openInFront(path) {
+    const page = await this.#pages.open(path, { background: false });
+    return () => this.#pages.close(page);
+  }
+
   /** How many consent pages are open. */
   async consentPages() {
     return this.#pages.count(CONSENT);
@@ -46,11 +94,8 @@ export class ExtensionPages {
   }
 
   /** Calls a function in the settings page that the user sees. */
-  async settings(body, ...args) {
-    for (const page of await this.#pages.findAll(OPTIONS)) {
-      if (await this.#pages.evaluate(page, "document.visibilityState === 'visible'")) return this.#pages.evaluate(page, called(body, args));
-    }
-    throw new Error("The user sees no settings page");
+  settings(body, ...args) {
+    return this.at(OPTIONS, body, ...args);
   }
 
   /** Opens the toolbar's popup in a tab, as openTab does. */
@@ -68,7 +113,7 @@ export class ExtensionPages {
   /** Clicks a button of the popup when it can be clicked; gives what is said then. */
   async clickInPopup(button) {
     const popup = await this.openPopup();
-    await waitFor("the popup's button", () => popup.evaluate((id) => document.getElementById(id)?.disabled === false, button));
+    await waitFor("the popup's button", () => popup.evaluate((id) => document.getElementById(id)?.ariaDisabled === "false", button));
     await popup.evaluate((id) => document.getElementById(id).click(), button);
     const words = await waitFor("the popup's answer", () => popup.evaluate(() => document.getElementById("announcement").textContent));
     await popup.close();
@@ -93,6 +138,7 @@ const called = (body, args) => `(${body})(...${JSON.stringify(args)})`;
 
 class ChromiumPages {
   #browser;
+  #sessions = new WeakMap();
 
   constructor(browser) {
     this.#browser = browser;
@@ -114,8 +160,8 @@ class ChromiumPages {
     return Promise.all(this.#targets(path).map((target) => target.asPage()));
   }
 
-  async open(path) {
-    const page = await this.#browser.newPage({ background: true });
+  async open(path, { background = true } = {}) {
+    const page = await this.#browser.newPage({ background });
     await page.goto(this.#browser.extensionUrl + path).catch(async (error) => {
       await page.close();
       throw error;
@@ -133,6 +179,23 @@ class ChromiumPages {
 
   close(page) {
     return page.close();
+  }
+
+  async see(page, { isDark, hasForcedColours, hasReducedMotion, text, width, height }) {
+    // What it has set ends with it.
+    if (!this.#sessions.has(page)) this.#sessions.set(page, await page.createCDPSession());
+    const session = this.#sessions.get(page);
+    await session.send("Emulation.setEmulatedMedia", { features: [
+      { name: "prefers-color-scheme", value: isDark ? "dark" : "light" },
+      { name: "forced-colors", value: hasForcedColours ? "active" : "none" },
+      { name: "prefers-reduced-motion", value: hasReducedMotion ? "reduce" : "no-preference" },
+    ] });
+    await session.send("Page.setFontSizes", { fontSizes: { standard: USUAL_TEXT * text, fixed: USUAL_FIXED_TEXT * text } });
+    await page.setViewport(width ? { width, height } : null);
+  }
+
+  picture(page) {
+    return page.screenshot();
   }
 
   async stopBackground() {
@@ -171,8 +234,8 @@ class FirefoxPages {
     return this.#contexts(path);
   }
 
-  async open(path) {
-    const { context } = await this.#send("browsingContext.create", { type: "tab", background: true });
+  async open(path, { background = true } = {}) {
+    const { context } = await this.#send("browsingContext.create", { type: "tab", background });
     await this.#send("browsingContext.navigate", { context, url: this.#browser.extensionUrl + path, wait: "none" });
     return context;
   }
@@ -194,10 +257,32 @@ class FirefoxPages {
     return this.#send("browsingContext.close", { context });
   }
 
+  async see(context, { isDark, hasForcedColours, hasReducedMotion, text, width, height }) {
+    const settings = {
+      prefersColorSchemeOverride: isDark ? "dark" : "light",
+      forcedColorsOverride: hasForcedColours ? "active" : "none",
+      prefersReducedMotionOverride: hasReducedMotion ? "reduce" : "no-preference",
+      textZoom: text,
+    };
+    await this.#inBrowser(`[...Services.wm.getEnumerator("navigator:browser")].flatMap(({ gBrowser }) => gBrowser.browsers)
+      .filter(({ currentURI }) => currentURI.spec.startsWith(${JSON.stringify(this.#browser.extensionUrl)}))
+      .forEach(({ browsingContext }) => Object.assign(browsingContext, ${JSON.stringify(settings)}))`);
+    await this.#send("browsingContext.setViewport", { context, viewport: width ? { width, height } : null });
+  }
+
+  async picture(context) {
+    return Buffer.from((await this.#send("browsingContext.captureScreenshot", { context })).data, "base64");
+  }
+
   async stopBackground() {
-    const { contexts } = await this.#send("browsingContext.getTree", { "moz:scope": "chrome", maxDepth: 0 });
     const stop = `WebExtensionPolicy.getByHostname(${JSON.stringify(new URL(this.#browser.extensionUrl).hostname)})
       .extension.terminateBackground({ ignoreDevToolsAttached: true })`;
-    await this.evaluate(contexts[0].context, `${stop}.then(() => true)`);
+    await this.#inBrowser(`${stop}.then(() => true)`);
+  }
+
+  /** Evaluates in the browser's own window. */
+  async #inBrowser(expression) {
+    const { contexts } = await this.#send("browsingContext.getTree", { "moz:scope": "chrome", maxDepth: 0 });
+    return this.evaluate(contexts[0].context, expression);
   }
 }
