@@ -123,9 +123,17 @@ test("A signature that is moved to other byte ranges does not hold there", async
 });
 
 test("A second range over the same bytes is refused", async () => {
-  const [{ byteRange }] = await signaturesOf(signed);
-  const pdf = signedPdf(asha, { text: `%PDF-1.7\n% /ByteRange [${byteRange.join(" ")}]\n` });
-  assert.equal(await ofPdf(pdf), "MALFORMED");
+  const withComment = (range) => signedPdf(asha, { text: `%PDF-1.7\n% ${range.padEnd(60)}\n` });
+  const [{ byteRange }] = await signaturesOf(withComment(""));
+  assert.equal(await ofPdf(withComment(`/ByteRange [${byteRange.join(" ")}]`)), "MALFORMED");
+});
+
+test("A range that the signature is not over is refused: its signer has not said it", async () => {
+  const [front, tail] = [Buffer.from("%PDF-1.7\n/Contents "), Buffer.from("\n%%EOF\n")];
+  const hole = `<${pdfSignature(asha, digestOf(Buffer.concat([front, tail]))).toString("hex")}>`;
+  const range = `/ByteRange [0 ${front.length} ${front.length + hole.length} ${tail.length}]`;
+  const pdf = Buffer.concat([front, Buffer.from(hole), tail, Buffer.from(range)]);
+  assert.equal(await ofPdf(pdf, { allowAppended: true }), "MALFORMED");
 });
 
 test("In the hole is nothing but the signature and zeros", async () => {
@@ -153,7 +161,8 @@ test("In the hole is nothing but the signature and zeros", async () => {
 
 test("The hole is the value of a signature's Contents", async () => {
   assert.equal(await ofPdf(signedPdf(asha, { entry: "/Contents\n" })), "accepted");
-  for (const entry of ["/Cert ", "/Contents %\n", "/Contents 1 "]) assert.equal(await ofPdf(signedPdf(asha, { entry })), "MALFORMED");
+  for (const entry of ["/Cert ", "/Contents %\n", "/Contents 1 "])
+    assert.equal(await ofPdf(signedPdf(asha, { entry })), "MALFORMED");
 });
 
 test("A signature that is no detached one over a digest is refused", async () => {

@@ -195,6 +195,8 @@ test("A version, content type or structure of another kind is not accepted", asy
   assert.equal(await ofReturn(gstReturn(asha, "a text", { type: "1.2.840.113549.1.7.5" })), "MALFORMED");
   const whole = gstReturn(asha, "a text");
   assert.equal(await ofReturn(Buffer.concat([whole, Buffer.from([0])])), "MALFORMED");
+  const withLongerHead = Buffer.concat([Buffer.from([0x30, 0x84, 0, 0]), whole.subarray(2)]); // the length in two bytes more
+  assert.equal(await ofReturn(withLongerHead), "MALFORMED");
   assert.equal(await ofReturn(asha.der), "MALFORMED");
   assert.equal(await ofReturn(Buffer.alloc(0)), "MALFORMED");
   assert.equal(await ofReturn("no Base64!"), "MALFORMED");
