@@ -123,7 +123,11 @@ export class AttentiveUser {
       const isNext = async () => !(await this.#user.isVisible(id)) || (await this.#user.desktop.windows(PIN_TITLE)).length > 0;
       await waitFor("the choice to be taken", isNext, SOON);
     },
-    consent: (answer, id, origin) => this.#user.consent(origin, answer, PATIENCE),
+    consent: async (answer, id, origin) => {
+      // From the first button on, also after a try that came to nothing.
+      await this.#user.extension.consent(() => document.getElementById("deny").focus());
+      await this.#user.consent(origin, answer, PATIENCE);
+    },
     documents: async (answer, id, origin) => {
       await this.#user.answerDocuments(origin, answer, PATIENCE);
       this.#done.add(id); // it stays until all is signed
