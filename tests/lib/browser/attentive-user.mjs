@@ -117,8 +117,8 @@ export class AttentiveUser {
       await this.#user.gone(id);
     },
     certificate: async (answer, id) => {
-      if (answer === "cancel") return this.#user.clickCancel(SOON);
-      await this.#user.chooseRow(answer, SOON);
+      if (answer === "cancel") await this.#user.desktop.click(id, ...this.#user.cancelButton);
+      else await this.#user.chooseRow(answer, SOON);
       // A click that went astray is made once more.
       const isNext = async () => !(await this.#user.isVisible(id)) || (await this.#user.desktop.windows(PIN_TITLE)).length > 0;
       await waitFor("the choice to be taken", isNext, SOON);

@@ -1,6 +1,6 @@
 import assert from "node:assert/strict";
 import { X509Certificate } from "node:crypto";
-import { after, before, test } from "node:test";
+import { after, before, beforeEach, test } from "node:test";
 
 import { startKit } from "quillmark-testkit";
 
@@ -10,9 +10,9 @@ let kit;
 let page;
 before(async () => {
   kit = await startKit({ browser, product, certificates: [{ cn: "Asha Rao" }, { cn: "R/D + Söhne", organisation: "A, B", email: null }] });
-  await kit.whenAsked({ consent: "always" });
   page = await kit.page(await kit.serve({ "/": PAGE }));
 });
+beforeEach(() => kit.whenAsked({ consent: "always" }));
 after(() => kit?.stop());
 
 const sign = (options) => ask(page, "signAuthToken", ["a token"], options);
@@ -27,7 +27,6 @@ test("A certificate is chosen by its row, and a cancelled choice is USER_CANCELL
   }
   await kit.whenAsked({ certificate: "cancel" });
   assert.equal((await choose()).code, "USER_CANCELLED");
-  await kit.whenAsked();
 });
 
 test("A PIN that is cancelled is LOGIN_FAILED", async () => {
