@@ -3,10 +3,10 @@
  * windows: for tests of web pages that sign. index.d.ts describes each member, README.md is the way in.
  */
 
+import { randomBytes } from "node:crypto";
+import { readFile } from "node:fs/promises";
 import { homedir } from "node:os";
 import { join } from "node:path";
-import { readFile } from "node:fs/promises";
-import { randomBytes } from "node:crypto";
 
 import { AttentiveUser } from "./lib/browser/attentive-user.mjs";
 import { Workplace } from "./lib/browser/workplace.mjs";
@@ -26,6 +26,7 @@ const SIGNALS = { SIGINT: 2, SIGTERM: 15, SIGHUP: 1 };
 /** The extension hears from the browser that the signing program has ended; a request before that would be its last one's. */
 const HEARING_MS = 300;
 
+/** Starts all of it. Rejects, with nothing left running, when something is missing on this computer. */
 export const startKit = (options) => Kit.start(options);
 
 class Kit {

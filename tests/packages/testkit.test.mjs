@@ -43,7 +43,8 @@ test("On a display that is there already, the kit brings none", async () => {
 async function says(options, env) {
   const script = `import { startKit } from "quillmark-testkit";
     await startKit(${options}).then((kit) => kit.stop(), ({ name, message }) => console.log(name, message));`;
-  const { stdout } = await runUnchecked(process.execPath, ["--input-type=module", "-e", script], { cwd: folder, env: { ...process.env, ...env } });
+  const surroundings = { cwd: folder, env: { ...process.env, ...env } };
+  const { stdout } = await runUnchecked(process.execPath, ["--input-type=module", "-e", script], surroundings);
   return stdout.toString().trim();
 }
 
@@ -72,7 +73,8 @@ test("A kit whose process is interrupted leaves nothing behind", async () => {
     import { product } from "./page.mjs";
     console.log((await startKit({ product })).display);
     setInterval(() => {}, 1000);`);
-  const child = spawn(process.execPath, [script], { cwd: folder, env: { ...process.env, ...QUILLMARK, TMPDIR: temporary }, stdio: ["ignore", "pipe", "inherit"] });
+  const env = { ...process.env, ...QUILLMARK, TMPDIR: temporary };
+  const child = spawn(process.execPath, [script], { cwd: folder, env, stdio: ["ignore", "pipe", "inherit"] });
   cleanup.addChild(child);
   const ended = new Promise((resolve) => child.once("exit", resolve));
   const [display] = await new Promise((resolve) => child.stdout.once("data", (line) => resolve(line.toString().split("\n"))));

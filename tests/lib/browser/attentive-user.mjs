@@ -117,13 +117,17 @@ export class AttentiveUser {
       await this.#user.gone(id);
     },
     certificate: async (answer, id) => {
-      if (answer === "cancel") return this.#user.clickCancel(SOON);
-      await this.#user.chooseRow(answer, SOON);
+      if (answer === "cancel") await this.#user.desktop.click(id, ...this.#user.cancelButton);
+      else await this.#user.chooseRow(answer, SOON);
       // A click that went astray is made once more.
       const isNext = async () => !(await this.#user.isVisible(id)) || (await this.#user.desktop.windows(PIN_TITLE)).length > 0;
       await waitFor("the choice to be taken", isNext, SOON);
     },
-    consent: (answer, id, origin) => this.#user.consent(origin, answer, PATIENCE),
+    consent: async (answer, id, origin) => {
+      // From the first button on, also after a try that came to nothing.
+      await this.#user.extension.consent(() => document.getElementById("deny").focus());
+      await this.#user.consent(origin, answer, PATIENCE);
+    },
     documents: async (answer, id, origin) => {
       await this.#user.answerDocuments(origin, answer, PATIENCE);
       this.#done.add(id); // it stays until all is signed

@@ -14,13 +14,14 @@ export async function strangersFolder(cleanup) {
   await run("npm", ["pack", "--silent", "--pack-destination", folder], { cwd: join(root, "packages/quillmark-testkit") });
   const [tarball] = await readdir(folder);
   await writeFile(join(folder, "package.json"), JSON.stringify({ name: "stranger", private: true, type: "module" }));
-  const quietly = ["--prefer-offline", "--no-audit", "--no-fund", "--no-package-lock"];
-  await run("npm", ["install", ...quietly, "--install-links", `./${tarball}`, join(root, "node_modules/playwright-core")], { cwd: folder, timeout: 180_000 });
+  const options = ["--prefer-offline", "--no-audit", "--no-fund", "--no-package-lock", "--install-links"];
+  const packages = [`./${tarball}`, join(root, "node_modules/playwright-core")];
+  await run("npm", ["install", ...options, ...packages], { cwd: folder, timeout: 180_000 });
   await cp(FILES, folder, { recursive: true });
   return folder;
 }
 
-/** Runs one of the stranger's files, as somebody does, as { code, output }, and what it has left behind in the folder for temporary files. */
+/** Runs one of the stranger's files, as somebody does: { code, output }, and what is left then of its temporary files. */
 export async function runStrangersTest(folder, file, env = {}) {
   const temporary = join(folder, `tmp-${file}`);
   await mkdir(temporary, { recursive: true });

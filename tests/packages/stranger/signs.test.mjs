@@ -14,7 +14,7 @@ test("My page signs", async (t) => {
   await kit.whenAsked({ consent: "once", certificate: 0, pin: "1234" });
   const page = await kit.page(await kit.serve({ "/": PAGE }));
   await page.click("button");
-  await page.waitForFunction(() => document.querySelector("output").textContent !== "Nothing yet");
+  await page.waitForFunction(() => document.querySelector("output").textContent !== "Nothing yet", { timeout: 120_000 });
   const signature = await page.$eval("output", (output) => output.textContent);
   assert.ok(verify("sha256", Buffer.from("a token"), kit.certificates[0], Buffer.from(signature, "base64")));
 
