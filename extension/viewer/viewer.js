@@ -86,6 +86,7 @@ function showSite() {
   element("history").hidden = isPrivate;
   element("history").textContent = date ? `First allowed on ${date}.` : "You have never allowed this site before.";
   element("framed").hidden = !isFramed;
+  if (isFramed) element("deny").setAttribute("aria-describedby", "asks origin framed readiness");
   element("surroundings").textContent = surroundings ?? "a page whose address Quillmark does not know";
 }
 
