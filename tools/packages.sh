@@ -32,6 +32,9 @@ packages_extension=(
   ghostscript groff img2pdf imagemagick librsvg2-bin libnss3-tools mupdf-tools openssl poppler-utils python3-cairo python3-reportlab
   qpdf texlive-latex-base weasyprint
 )
+# Others who verify.
+packages_docs=(default-jdk-headless python3-cryptography python3-jwt)
+packages_packages=(xmlsec1)
 # With the languages of the extension, and their letters.
 packages_browser=(
   chromium chromium-l10n firefox-esr firefox-esr-l10n-de firefox-esr-l10n-hi-in firefox-esr-l10n-ta
