@@ -11,6 +11,7 @@ import { BrowserUser } from "./user.mjs";
 
 export class Workplace {
   #product;
+  #env;
   #foreign;
 
   /**
@@ -25,9 +26,10 @@ export class Workplace {
 
   /**
    * Makes all but the browser, which startBrowser starts; all of it ends with `cleanup`. `pairs`: what is on the token, as of
-   * SoftToken.addPair.
+   * SoftToken.addPair. `env`: what else the browser has in its environment.
    */
-  async furnish({ desktop, pairs, pin, cleanup }) {
+  async furnish({ desktop, pairs, pin, env = {}, cleanup }) {
+    this.#env = env;
     this.desktop = desktop;
     this.home = await cleanup.folder(`home-${this.name}`);
     this.token = await SoftToken.create(this.home, { pin });
@@ -43,7 +45,8 @@ export class Workplace {
 
   get #surroundings() {
     const extension = join(this.extensions, this.name);
-    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.desktop.env, ...this.token.env } };
+    const env = { ...this.desktop.env, ...this.token.env, ...this.#env };
+    return { home: this.home, extension, ids: this.#product.extension.ids, env };
   }
 
   /** In this language, or English. */
