@@ -2,16 +2,28 @@
 
 import assert from "node:assert/strict";
 
-import { gesture, sleep, statusOf, waitFor } from "../../lib/browser-kit.mjs";
+import { gesture, sleep, waitFor } from "../../lib/browser-kit.mjs";
 import { openRawChannel } from "../lib/attacker.mjs";
 
 const FLOOD = 6_000;
 
+/** What another page may wait for its status, in milliseconds; and as often as long as without the flood, on a machine that is busy. */
+const SOON = 1_000;
+const SOON_TIMES = 50;
+
 export default function ({ rig, attack }) {
-  attack(`while ${FLOOD} requests of a page come, another page has its status within a second`, async (t) => {
+  attack(`while ${FLOOD} requests of a page come, another page has its status soon`, async (t) => {
     const [flooding, quiet] = [await rig.freshOrigin(t), await rig.freshOrigin(t)];
     const other = await rig.page(t, { origin: quiet });
-    await statusOf(other);
+    const measure = () => other.evaluate(async () => {
+      const start = performance.now();
+      const { status } = await import("./quillmark.js");
+      await Promise.race([status(), new Promise((resolve) => setTimeout(resolve, 10_000))]);
+      return Math.round(performance.now() - start);
+    });
+    await measure();
+    const limit = Math.max(SOON, SOON_TIMES * (await measure()));
+    const times = [];
     const page = await rig.page(t, { origin: flooding });
     await openRawChannel(page);
     await gesture(page);
@@ -21,24 +33,17 @@ export default function ({ rig, attack }) {
         window.raw.port.postMessage({ type: "request", id, operation: "selectCertificate", values: {}, timeout: 60_000 });
       }
     }, FLOOD);
-    const times = [];
-    const measure = async () => times.push(await other.evaluate(async () => {
-        const start = performance.now();
-        const { status } = await import("./quillmark.js");
-        await Promise.race([status(), new Promise((resolve) => setTimeout(resolve, 10_000))]);
-        return Math.round(performance.now() - start);
-      }));
-    for (let i = 0; i < 3; i++) await measure();
+    for (let i = 0; i < 3; i++) times.push(await measure());
     // Each that goes must not cost a word to each that stays.
     await page.evaluate((count) => {
       for (let id = 1; id <= count; id++) window.raw.port.postMessage({ type: "abort", id });
     }, FLOOD);
     for (let i = 0; i < 4; i++) {
       await sleep(400);
-      await measure();
+      times.push(await measure());
     }
     t.diagnostic(`status took ${times.join(", ")} ms`);
-    assert.ok(Math.max(...times) < 1_000, `status took ${times.join(", ")} ms`);
+    assert.ok(Math.max(...times) < limit, `status took ${times.join(", ")} ms of ${limit}`);
     const counts = () => page.evaluate(() => {
       const codes = {};
       for (const { type, error } of window.raw.answers) codes[error?.code ?? type] = (codes[error?.code ?? type] ?? 0) + 1;
