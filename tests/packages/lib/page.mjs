@@ -4,6 +4,7 @@
 import assert from "node:assert/strict";
 import { createRequire } from "node:module";
 import { join } from "node:path";
+import { after } from "node:test";
 import { pathToFileURL } from "node:url";
 
 import { operationOf } from "../../../extension/src/operations.js";
@@ -80,8 +81,12 @@ export class Page {
 /** In a buffer of their own, as browsers have them. */
 const octetsOf = (base64) => new Uint8Array(bytesOf(base64));
 
+// The library's end of an open channel would keep the tests' process alive.
+const ports = new Set();
+after(() => ports.forEach((port) => port.close()));
+
 function attend(port) {
-  port.unref();
+  ports.add(port);
   const asked = new Map();
   port.onmessage = async ({ data: { type, id, operation, values, number, text } }) => {
     if (type === "reply") return asked.get(number)(text);
