@@ -7,10 +7,10 @@ import { dirname, join } from "node:path";
 import { after, before, test } from "node:test";
 
 import { Cleanup, Desktop, runUnchecked, waitFor } from "../lib/kit.mjs";
-import { root } from "../lib/quillmark.mjs";
+import { bin, root } from "../lib/quillmark.mjs";
 import { runStrangersTest, strangersFolder } from "./lib/stranger.mjs";
 
-const QUILLMARK = { QUILLMARK_PRODUCT: join(root, "tests/lib/quillmark.mjs") };
+const QUILLMARK = { QUILLMARK_PRODUCT: join(root, "tests/lib/quillmark.mjs"), QM_BIN: bin };
 
 const cleanup = new Cleanup();
 let folder;
