@@ -52,10 +52,10 @@ const extensionUrl = (name, ids) => (name === "firefox" ? `moz-extension://${FIR
 
 /**
  * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`; without one, it is installed
- * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. Gives puppeteer's browser,
- * with `extensionUrl` for the extension's own pages.
+ * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. `more`: of puppeteer's
+ * options. Gives puppeteer's browser, with `extensionUrl` for the extension's own pages.
  */
-export async function startBrowser(name, { home, extension = null, ids, env }) {
+export async function startBrowser(name, { home, extension = null, ids, env, more = {} }) {
   const options = BROWSERS[name]({ home, firefoxId: ids.firefox });
   const browser = await puppeteer.launch({
     ...options,
@@ -63,6 +63,7 @@ export async function startBrowser(name, { home, extension = null, ids, env }) {
     headless: false,
     defaultViewport: null,
     env: environment(home, env),
+    ...more,
   });
   if (extension) await browser.installExtension(extension);
   return Object.assign(browser, { extensionUrl: extensionUrl(name, ids) });

@@ -46,8 +46,9 @@ export class Workplace {
     return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.desktop.env, ...this.token.env } };
   }
 
-  async startBrowser() {
-    this.browser = await startBrowser(this.name, this.#surroundings);
+  /** `more`: as of startBrowser. */
+  async startBrowser(more) {
+    this.browser = await startBrowser(this.name, { ...this.#surroundings, more });
     this.user.extension = new ExtensionPages(this.name, this.browser);
   }
 
