@@ -22,6 +22,7 @@ const BROWSERS = ["chromium", "firefox"];
 const CONSENTS = ["once", "page", "always", "deny"];
 
 const SIGNALS = { SIGINT: 2, SIGTERM: 15, SIGHUP: 1 };
+const LEFT_TO_THE_KIT = { handleSIGINT: false, handleSIGTERM: false, handleSIGHUP: false };
 
 /** The extension hears from the browser that the signing program has ended; a request before that would be its last one's. */
 const HEARING_MS = 300;
@@ -67,7 +68,7 @@ class Kit {
     this.authority = await readFile(authority.certificate, "utf8");
     this.certificates = await Promise.all(issued.map(({ pem }) => readFile(pem, "utf8")));
     this.display = desktop.display;
-    if (launch) await workplace.startBrowser();
+    if (launch) await workplace.startBrowser({ more: LEFT_TO_THE_KIT });
     else this.launchOptions = workplace.launchOptions;
     this.browser = workplace.browser;
     this.#endWithProcess();
@@ -132,12 +133,10 @@ class Kit {
   }
 
   #onExit = () => this.#cleanup.removeFolders();
-  #onSignal = (signal) => {
-    this.#endWithProcess();
-    process.exit(128 + SIGNALS[signal]);
-  };
+  #onSignal = (signal) => this.stop().catch(() => {}).finally(() => process.exit(128 + SIGNALS[signal]));
 
-  // The kernel ends the display with this process, and puppeteer the browser. The folders go after it: hence the last in the row.
+  // Where nobody has stopped the kit, the kernel ends the display with this process, and puppeteer the browser. The folders go after
+  // that: hence the last in the row.
   #endWithProcess() {
     process.off("exit", this.#onExit).once("exit", this.#onExit);
     for (const signal of Object.keys(SIGNALS)) process.off(signal, this.#onSignal).once(signal, this.#onSignal);

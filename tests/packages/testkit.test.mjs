@@ -77,7 +77,8 @@ test("A kit whose process is interrupted leaves nothing behind", async () => {
   const child = spawn(process.execPath, [script], { cwd: folder, env, stdio: ["ignore", "pipe", "inherit"] });
   cleanup.addChild(child);
   const ended = new Promise((resolve) => child.once("exit", resolve));
-  const [display] = await new Promise((resolve) => child.stdout.once("data", (line) => resolve(line.toString().split("\n"))));
+  const started = new Promise((resolve) => child.stdout.once("data", (line) => resolve(line.toString().trim())));
+  const display = await Promise.race([started, ended.then((code) => assert.fail(`It ended with ${code}`))]);
   assert.equal((await runUnchecked("xprop", ["-root", "-display", display])).code, 0);
   child.kill("SIGINT");
   assert.equal(await ended, 130);

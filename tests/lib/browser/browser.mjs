@@ -56,9 +56,10 @@ const extensionUrl = (name, ids) => (name === "firefox" ? `moz-extension://${FIR
 /**
  * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`; without one, it is installed
  * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. The browser speaks `language`,
- * whatever the machine does. Gives puppeteer's browser, with `extensionUrl` for the extension's own pages.
+ * whatever the machine does. `more`: of puppeteer's options. Gives puppeteer's browser, with `extensionUrl` for the extension's own
+ * pages.
  */
-export async function startBrowser(name, { home, extension = null, ids, env, language = ENGLISH }) {
+export async function startBrowser(name, { home, extension = null, ids, env, language = ENGLISH, more = {} }) {
   const options = BROWSERS[name]({ home, firefoxId: ids.firefox, language });
   const browser = await puppeteer.launch({
     ...options,
@@ -66,6 +67,7 @@ export async function startBrowser(name, { home, extension = null, ids, env, lan
     headless: false,
     defaultViewport: null,
     env: environment(home, env, language),
+    ...more,
   });
   if (extension) await browser.installExtension(extension);
   return Object.assign(browser, { extensionUrl: extensionUrl(name, ids) });

@@ -49,9 +49,9 @@ export class Workplace {
     return { home: this.home, extension, ids: this.#product.extension.ids, env };
   }
 
-  /** In this language, or English. */
-  async startBrowser({ language } = {}) {
-    this.browser = await startBrowser(this.name, { ...this.#surroundings, language });
+  /** In this `language`, or English; `more`: as of startBrowser. */
+  async startBrowser({ language, more } = {}) {
+    this.browser = await startBrowser(this.name, { ...this.#surroundings, language, more });
     this.user.extension = new ExtensionPages(this.name, this.browser);
   }
 
