@@ -196,9 +196,9 @@ OperationResult QMNativeMessagingHost::ShowSelectCertDialog() {
     try {
         bSelCertUIOpen = true;
         LogTextToFile("Opening Select Certificate Dialog", INFO);
+        htmlLstCert->SetFocus();
         SelCertFrame->Show();
         CardsOf(htmlLstCert).ForgetSeen();
-        htmlLstCert->SetFocus();
         // Once: afterwards the window stays where the user moves it.
         static bool isFirstShow = true;
         const bool isFirst = std::exchange(isFirstShow, false);
