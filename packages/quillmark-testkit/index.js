@@ -60,8 +60,7 @@ class Kit {
     const issued = await Promise.all(orders.map((order, i) => authority.issue(`certificate-${i}`, order)));
     const pairs = issued.map((certificate) => [certificate, randomBytes(20).toString("hex")]);
     const workplace = new Workplace(browser, found);
-    const env = { TMPDIR: await this.#cleanup.folder("tmp") }; // a browser that is killed leaves something there
-    await workplace.furnish({ desktop, pairs, pin, env, cleanup: this.#cleanup });
+    await workplace.furnish({ desktop, pairs, pin, cleanup: this.#cleanup });
     const watcher = new AttentiveUser(workplace.user, { onExtension: () => workplace.seeExtension() });
     this.#parts = { workplace, watcher, authority, pin, orders };
 

@@ -26,10 +26,11 @@ const WINDOWS = [
 
 /** The operation that a question of the extension is about; called in its window. */
 const OPERATION = async () => {
-  const [library, { operationOf }] = await Promise.all([import("/quillmark.js"), import("/src/operations.js")]);
+  const files = ["/quillmark.js", "/src/operations.js", "/src/messages.js"];
+  const [library, { operationOf }, { message }] = await Promise.all(files.map((file) => import(file)));
   const isAsked = (name) => {
     try {
-      return operationOf(name).asks === document.getElementById("asks").textContent;
+      return message(operationOf(name).asks) === document.getElementById("asks").textContent;
     } catch {
       return false; // it is no operation
     }

@@ -11,7 +11,6 @@ import { BrowserUser } from "./user.mjs";
 
 export class Workplace {
   #product;
-  #env;
   #foreign;
 
   /**
@@ -26,10 +25,9 @@ export class Workplace {
 
   /**
    * Makes all but the browser, which startBrowser starts; all of it ends with `cleanup`. `pairs`: what is on the token, as of
-   * SoftToken.addPair. `env`: what else the browser has in its environment.
+   * SoftToken.addPair.
    */
-  async furnish({ desktop, pairs, pin, env = {}, cleanup }) {
-    this.#env = env;
+  async furnish({ desktop, pairs, pin, cleanup }) {
     this.desktop = desktop;
     this.home = await cleanup.folder(`home-${this.name}`);
     this.token = await SoftToken.create(this.home, { pin });
@@ -45,8 +43,7 @@ export class Workplace {
 
   get #surroundings() {
     const extension = join(this.extensions, this.name);
-    const env = { ...this.desktop.env, ...this.token.env, ...this.#env };
-    return { home: this.home, extension, ids: this.#product.extension.ids, env };
+    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.desktop.env, ...this.token.env } };
   }
 
   /** In this `language`, or English; `more`: as of startBrowser. */
