@@ -30,10 +30,9 @@ test("The launcher needs no argument", installed(forOneUser, async ({ computer, 
 }));
 
 test("The host's scroll bars are always to be seen, unless the user wishes otherwise", async (t) => {
-  const { computer, folder, start } = await running(t, 'echo "${GTK_OVERLAY_SCROLLING-unset}" >scrolling');
-  for (const [wish, seen] of [[undefined, "0"], ["1", "1"], ["", ""]]) {
-    computer.env.GTK_OVERLAY_SCROLLING = wish;
-    await start();
+  const { folder, start } = await running(t, 'echo "${GTK_OVERLAY_SCROLLING-unset}" >scrolling');
+  for (const [wishes, seen] of [[["-u", "GTK_OVERLAY_SCROLLING"], "0"], [["GTK_OVERLAY_SCROLLING=1"], "1"], [["GTK_OVERLAY_SCROLLING="], ""]]) {
+    await start.as("env", ...wishes);
     assert.equal(await readFile(join(folder, "scrolling"), "utf8"), `${seen}\n`);
   }
 });
