@@ -28,6 +28,11 @@ endforeach()
 
 file(GLOB documents CONFIGURE_DEPENDS *.md)
 install(FILES ${documents} DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+file(GLOB readmes RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS packages/*/README.md)
+foreach(readme IN LISTS readmes)
+  cmake_path(GET readme PARENT_PATH folder)
+  install(FILES "${readme}" DESTINATION "${CMAKE_INSTALL_DOCDIR}/${folder}")
+endforeach()
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
 
 set(data_dir "${CMAKE_INSTALL_DATADIR}/quillmark")
