@@ -2,13 +2,13 @@
 
 #include "CardList.h"
 #include "QMNativeMessagingHost.h"
+#include "SelectionWindow.h"
 #include "TokenManager.h"
 #include "ck/CkJsonObject.h"
 
 #include <wx/accel.h>
 #include <wx/bitmap.h>
 #include <wx/button.h>
-#include <wx/evtloop.h>
 #include <wx/icon.h>
 #include <wx/image.h>
 #include <wx/log.h>
@@ -222,9 +222,7 @@ void MyFrame::OnIdle(wxIdleEvent&) {
     readStdinLoopStarted = true;
     Hide();
     serving_ = true;
-    // Sends the hiding to the display before the loop waits for input. No input of the user is of this
-    // category, so that none is served.
-    wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_CLIPBOARD);
+    SendToDisplay();
     ServeRequests();
     serving_ = false;
     if (destroyWhenServed_) {

@@ -35,14 +35,17 @@ void FitParts(int height) {
 
 } // namespace
 
+void SendToDisplay() {
+    // No input of the user is of this category.
+    wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_CLIPBOARD);
+}
+
 void Pause() {
     using namespace std::chrono;
     const auto end = steady_clock::now() + 250ms;
     for (auto left = 250ms; left > 0ms; left = ceil<milliseconds>(end - steady_clock::now()))
         wxEventLoopBase::GetActive()->DispatchTimeout(static_cast<unsigned long>(left.count()));
-    // What the last of these events has brought about, such as the hiding of the window, is sent to the
-    // display. No input of the user is of this category, so that none is served.
-    wxEventLoopBase::GetActive()->YieldFor(wxEVT_CATEGORY_CLIPBOARD);
+    SendToDisplay(); // the last of these events may have hidden the window
 }
 
 void YieldPauseYield() {

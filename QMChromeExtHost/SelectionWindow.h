@@ -2,6 +2,10 @@
 
 // What the selection flow does to the window.
 
+/// Sends what was changed, such as the hiding of the window, to the display before the host waits for
+/// something else. Serves no input of the user.
+void SendToDisplay();
+
 /// Lets 250 milliseconds go by: between two looks at the user's answer, and for a fresh window to be drawn.
 /// What comes meanwhile is served at once, for a screen reader asks a hundred questions before it says a
 /// word.

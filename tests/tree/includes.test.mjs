@@ -49,7 +49,7 @@ const host = {
   "QMNativeMessagingHost.cpp":
     ["CardList", "Frames", "InMessage", "SelectionWindow", "SignedDataXml", "TokenManager", "QMTools", "QMHostShared", ck, wx],
   "MainSelectCertificate.h": [wx],
-  "MainSelectCertificate.cpp": ["QMNativeMessagingHost", "CardList", "TokenManager", "QMHostShared", ck, wx],
+  "MainSelectCertificate.cpp": ["QMNativeMessagingHost", "SelectionWindow", "CardList", "TokenManager", "QMHostShared", ck, wx],
   "main.cpp": ["MainSelectCertificate", "Frames"],
 };
 
