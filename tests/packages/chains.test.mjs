@@ -1,9 +1,6 @@
 // Which chains lead from a signer to a root, and which do not. What openssl says of the same certificates stands beside it.
 
 import assert from "node:assert/strict";
-import { mkdtemp, rm, writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
 import { after, test } from "node:test";
 
 import { verifyGstReturn } from "quillmark-verify";
@@ -24,12 +21,12 @@ import {
   sequence,
   usage,
 } from "./lib/issuing.mjs";
+import { scratch } from "./lib/scratch.mjs";
 import { der, gstReturn, people } from "./lib/signing.mjs";
 import { secondsOf, verdictOf } from "./lib/verdicts.mjs";
 
 const { root, issuing, asha } = people();
-const folder = await mkdtemp(join(tmpdir(), "quillmark-chains-"));
-after(() => rm(folder, { recursive: true }));
+const { file } = await scratch({ after });
 
 /** The verdict on a return by this signer. */
 const ofSigner = (signer, { roots = [root.der], intermediates = [issuing.der], ...more } = {}) =>
@@ -37,18 +34,15 @@ const ofSigner = (signer, { roots = [root.der], intermediates = [issuing.der], .
 
 /** Whether openssl takes the chain. */
 async function opensslTakes(signer, { roots = [root], between = [issuing] } = {}) {
-  const file = async (name, certificates) => {
-    await writeFile(join(folder, name), certificates.map(({ pem }) => pem).join(""));
-    return join(folder, name);
-  };
+  const pems = (name, certificates) => file(name, certificates.map(({ pem }) => pem).join(""));
   const { code } = await runUnchecked("openssl", [
     "verify",
     "-auth_level",
     "2",
     "-CAfile",
-    await file("roots", roots),
-    ...(between.length > 0 ? ["-untrusted", await file("between", between)] : []),
-    await file("signer", [signer]),
+    await pems("roots", roots),
+    ...(between.length > 0 ? ["-untrusted", await pems("between", between)] : []),
+    await pems("signer", [signer]),
   ]);
   return code === 0;
 }

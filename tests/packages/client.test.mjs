@@ -60,7 +60,8 @@ test("A signature with its certificate verifies with that certificate's key", as
 
 test("Another certificate chosen for the signature than before is told as such, and gives no signature", async (t) => {
   await Page.open(t, world, { rows: [0, 1] });
-  await assert.rejects(library.signAuthTokenWithCertificate("log me in"), { code: "CERTIFICATE_NOT_FOUND" });
+  const request = library.signAuthTokenWithCertificate("log me in", { lang: "de" });
+  await assert.rejects(request, { code: "CERTIFICATE_NOT_FOUND", message: library.messageOf("CERTIFICATE_NOT_FOUND", "de") });
 });
 
 test("A JWS verifies with the certificate in its header, whose thumbprint it names", async (t) => {
@@ -79,8 +80,9 @@ test("A JWS verifies with the certificate in its header, whose thumbprint it nam
 
 test("A hash algorithm that JWS has no name for here is refused before the user is asked", async () => {
   Page.close();
-  await assert.rejects(jws.signJws("text", { hashAlgorithm: "SHA-1" }), { code: "UNSUPPORTED_HASH" });
-  await assert.rejects(xml.signXml("<a/>", { hashAlgorithm: "SHA-1" }), { code: "UNSUPPORTED_HASH" });
+  const refusal = { code: "UNSUPPORTED_HASH", message: library.messageOf("UNSUPPORTED_HASH", "de") };
+  await assert.rejects(jws.signJws("text", { hashAlgorithm: "SHA-1", lang: "de" }), refusal);
+  await assert.rejects(xml.signXml("<a/>", { hashAlgorithm: "SHA-1", lang: "de" }), refusal);
 });
 
 test("xmlsec1 finds a signed XML document valid, and one with a changed amount, time or certificate not", async (t) => {

@@ -1,9 +1,7 @@
 // What other verifiers say of the same: the table of docs/verifying.md, made anew.
 
 import assert from "node:assert/strict";
-import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
+import { readFile } from "node:fs/promises";
 import { after, test } from "node:test";
 
 import { verifyGstReturn, verifyPdf, verifyPdfHash } from "quillmark-verify";
@@ -23,16 +21,12 @@ import {
   usage,
   withRsa,
 } from "./lib/issuing.mjs";
+import { scratch } from "./lib/scratch.mjs";
 import { contentType, digestOf, gstReturn, messageDigest, pdfSignature } from "./lib/signing.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
 const TEXT = "a text";
-const folder = await mkdtemp(join(tmpdir(), "quillmark-judges-"));
-after(() => rm(folder, { recursive: true }));
-const file = async (name, bytes) => {
-  await writeFile(join(folder, name), bytes);
-  return join(folder, name);
-};
+const { folder, file } = await scratch({ after });
 
 // pdfsig's library wants an address of a list in the certificate, and asks it nothing.
 const more = addresses({ crl: ["http://crl.example/ca.crl"] });

@@ -1,8 +1,7 @@
 // The package as others get it: packed, installed into an empty folder, with its types and the examples of its README.
 
 import assert from "node:assert/strict";
-import { mkdir, mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
+import { mkdir, readFile, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 import { after, before, test } from "node:test";
 
@@ -12,24 +11,22 @@ import { blocksOf } from "../docs/lib/blocks.mjs";
 import { run } from "../lib/kit.mjs";
 import { root as tree } from "../lib/quillmark.mjs";
 import { addresses, authority, certificate, crl, personal } from "./lib/issuing.mjs";
+import { pack } from "./lib/packed.mjs";
+import { scratch } from "./lib/scratch.mjs";
 import { gstReturn, signedPdf } from "./lib/signing.mjs";
 
 const README = "packages/quillmark-verify/README.md";
-let folder;
+const { folder } = await scratch({ after });
 
 before(async () => {
-  folder = await mkdtemp(join(tmpdir(), "quillmark-packed-"));
-  const [{ filename }] = JSON.parse(
-    (await run("npm", ["pack", "--json", "--pack-destination", folder, "--workspace", "quillmark-verify"], { cwd: tree })).stdout,
-  );
+  const tarball = await pack("quillmark-verify", folder);
   await mkdir(join(folder, "app"));
   await writeFile(join(folder, "app/package.json"), '{ "type": "module" }');
-  await run("npm", ["install", "--prefer-offline", "--no-audit", "--no-fund", join(folder, filename)], {
+  await run("npm", ["install", "--prefer-offline", "--no-audit", "--no-fund", tarball], {
     cwd: join(folder, "app"),
     timeout: 120_000,
   });
 });
-after(() => rm(folder, { recursive: true }));
 
 const inApp = (...parts) => join(folder, "app", ...parts);
 

@@ -1,9 +1,6 @@
 // Who was revoked, by lists and by OCSP, given and fetched.
 
 import assert from "node:assert/strict";
-import { mkdtemp, rm, writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
 import { test } from "node:test";
 
 import { verifyGstReturn } from "quillmark-verify";
@@ -19,11 +16,13 @@ import {
   inDays,
   integer,
   ocsp,
+  pemOf,
   personal,
   purposes,
   sequence,
   usage,
 } from "./lib/issuing.mjs";
+import { scratch } from "./lib/scratch.mjs";
 import { der, gstReturn, people } from "./lib/signing.mjs";
 import { secondsOf, verdictOf } from "./lib/verdicts.mjs";
 
@@ -198,12 +197,7 @@ test("Bits that are flipped in what says that a certificate was revoked never ma
 });
 
 test("Openssl reads these lists and responses as we do", async (t) => {
-  const folder = await mkdtemp(join(tmpdir(), "quillmark-revocation-"));
-  t.after(() => rm(folder, { recursive: true }));
-  const file = async (name, bytes) => {
-    await writeFile(join(folder, name), bytes);
-    return join(folder, name);
-  };
+  const { file } = await scratch(t);
   const [rootPem, issuingPem, ashaPem] = [
     await file("root", root.pem),
     await file("issuing", issuing.pem),
@@ -255,7 +249,7 @@ test("Openssl reads these lists and responses as we do", async (t) => {
   }
 });
 
-const pem = (bytes) => `-----BEGIN X509 CRL-----\n${bytes.toString("base64").replace(/.{64}/g, "$&\n")}\n-----END X509 CRL-----\n`;
+const pem = (bytes) => pemOf(bytes, "X509 CRL");
 
 // What is fetched.
 
@@ -286,10 +280,9 @@ test("Lists and responses are fetched from the addresses in the certificate, the
   assert.deepEqual(good.urls(), ["http://crl.example/root.crl", OCSP_ADDRESS]);
   const [, asked] = good.asked;
   assert.deepEqual([asked.method, asked.redirect, asked.headers["content-type"]], ["POST", "error", "application/ocsp-request"]);
-  const folder = await mkdtemp(join(tmpdir(), "quillmark-revocation-"));
-  t.after(() => rm(folder, { recursive: true }));
-  await writeFile(join(folder, "request"), Buffer.from(asked.body));
-  const { stdout } = await runUnchecked("openssl", ["ocsp", "-reqin", join(folder, "request"), "-req_text"]);
+  const { file } = await scratch(t);
+  const request = await file("request", Buffer.from(asked.body));
+  const { stdout } = await runUnchecked("openssl", ["ocsp", "-reqin", request, "-req_text"]);
   assert.match(stdout.toString(), new RegExp(`Serial Number: ${Buffer.from(signer.serial).toString("hex")}`, "i"));
 
   const bad = web({ [CRL_ADDRESS]: crl(online, [[signer, inDays(-5)]]) });

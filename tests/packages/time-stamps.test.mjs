@@ -2,9 +2,6 @@
 
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
-import { mkdtemp, rm, writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
 import { test } from "node:test";
 
 import { verifyPdfHash } from "quillmark-verify";
@@ -27,6 +24,7 @@ import {
   purposes,
   sequence,
 } from "./lib/issuing.mjs";
+import { scratch } from "./lib/scratch.mjs";
 import { attribute, contentType, der, digestOf, messageDigest, pdfSignature, people, signedData } from "./lib/signing.mjs";
 import { verdictOf } from "./lib/verdicts.mjs";
 
@@ -79,12 +77,7 @@ test("A time stamp says its time and its authority, which is trusted where a roo
 });
 
 test("A token that openssl has made is read, and holds", async (t) => {
-  const folder = await mkdtemp(join(tmpdir(), "quillmark-stamps-"));
-  t.after(() => rm(folder, { recursive: true }));
-  const file = async (name, bytes) => {
-    await writeFile(join(folder, name), bytes);
-    return join(folder, name);
-  };
+  const { folder, file } = await scratch(t);
   const certifying = await Authority.create(folder);
   const stamps = await TimeStampAuthority.create({ folder, file, authority: certifying });
   const bare = pdfSignature(asha, digest);

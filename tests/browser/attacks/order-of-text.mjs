@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 
-import { ask, waitFor } from "../../lib/browser-kit.mjs";
+import { waitFor } from "../../lib/browser-kit.mjs";
 import { openQuestion } from "../lib/attacker.mjs";
 import { askToSign, documentOf, pdfPage } from "../uses/pdf.mjs";
 

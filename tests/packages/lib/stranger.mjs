@@ -5,17 +5,17 @@ import { join } from "node:path";
 
 import { run, runUnchecked } from "../../lib/kit.mjs";
 import { root } from "../../lib/quillmark.mjs";
+import { pack } from "./packed.mjs";
 
 const FILES = join(root, "tests/packages/stranger");
 
 /** Packs the kit and installs it into a new folder beside the stranger's files. Gives the folder; it goes with `cleanup`. */
 export async function strangersFolder(cleanup) {
   const folder = await cleanup.folder("stranger");
-  await run("npm", ["pack", "--silent", "--pack-destination", folder], { cwd: join(root, "packages/quillmark-testkit") });
-  const [tarball] = await readdir(folder);
+  const tarball = await pack("quillmark-testkit", folder);
   await writeFile(join(folder, "package.json"), JSON.stringify({ name: "stranger", private: true, type: "module" }));
   const options = ["--prefer-offline", "--no-audit", "--no-fund", "--no-package-lock", "--install-links"];
-  const packages = [`./${tarball}`, join(root, "node_modules/playwright-core")];
+  const packages = [tarball, join(root, "node_modules/playwright-core")];
   await run("npm", ["install", ...options, ...packages], { cwd: folder, timeout: 180_000 });
   await cp(FILES, folder, { recursive: true });
   return folder;
