@@ -295,7 +295,8 @@ export function signAuthToken(token, options) {
 export async function signAuthTokenWithCertificate(token, { certificate, ...options } = {}) {
   const signer = certificate ?? (await selectCertificate(options));
   const signature = await signAuthToken(token, options);
-  if (!(await hasSigned(signer, token, signature, options.hashAlgorithm))) throw new QuillmarkError("CERTIFICATE_NOT_FOUND");
+  const { hashAlgorithm, lang } = options;
+  if (!(await hasSigned(signer, token, signature, hashAlgorithm))) throw new QuillmarkError("CERTIFICATE_NOT_FOUND", { lang });
   return { signature, certificate: signer };
 }
 

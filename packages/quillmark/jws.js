@@ -5,7 +5,7 @@ import { QuillmarkError, selectCertificate, signAuthTokenWithCertificate } from 
 const ALGORITHMS = { "SHA-256": "RS256", "SHA-384": "RS384", "SHA-512": "RS512" };
 
 export async function signJws(payload, { hashAlgorithm = "SHA-256", header = {}, certificate, ...options } = {}) {
-  if (!Object.hasOwn(ALGORITHMS, hashAlgorithm)) throw new QuillmarkError("UNSUPPORTED_HASH");
+  if (!Object.hasOwn(ALGORITHMS, hashAlgorithm)) throw new QuillmarkError("UNSUPPORTED_HASH", { lang: options.lang });
   const signer = certificate ?? (await selectCertificate(options));
   const own = { alg: ALGORITHMS[hashAlgorithm], x5c: [signer.Cert], "x5t#S256": toBase64Url(await thumbprintOf(signer)) };
   const input = `${toBase64Url(utf8(JSON.stringify({ ...header, ...own })))}.${toBase64Url(octetsOf(payload))}`;

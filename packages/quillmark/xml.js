@@ -7,8 +7,8 @@ const EXCLUSIVE = "http://www.w3.org/2001/10/xml-exc-c14n#";
 const HASHES = ["SHA-256", "SHA-384", "SHA-512"];
 
 export async function signXml(text, { hashAlgorithm = "SHA-256", certificate, ...options } = {}) {
-  if (!HASHES.includes(hashAlgorithm)) throw new QuillmarkError("UNSUPPORTED_HASH");
-  const document = parsed(text);
+  if (!HASHES.includes(hashAlgorithm)) throw new QuillmarkError("UNSUPPORTED_HASH", { lang: options.lang });
+  const document = parsed(text, options.lang);
   const signer = certificate ?? (await selectCertificate(options));
   const signed = await prepared(document, signer, hashAlgorithm);
   const signedInfo = signed.TransformSignedInfo(document);
@@ -19,11 +19,11 @@ export async function signXml(text, { hashAlgorithm = "SHA-256", certificate, ..
 }
 
 // A document type can give attributes and entities to what is signed that the reader of the signature does not see.
-function parsed(text) {
+function parsed(text, lang) {
   const document = new DOMParser().parseFromString(text, "application/xml");
-  if (document.doctype) throw invalid("The XML document has a document type, and is not signed with one.");
+  if (document.doctype) throw invalid("The XML document has a document type, and is not signed with one.", lang);
   const [error] = document.getElementsByTagName("parsererror");
-  if (error) throw invalid(`The text is no XML document: ${error.textContent}`);
+  if (error) throw invalid(`The text is no XML document: ${error.textContent}`, lang);
   return document;
 }
 
@@ -48,4 +48,4 @@ async function prepared(document, { Cert }, hashAlgorithm) {
   return signed;
 }
 
-const invalid = (detail) => new QuillmarkError("INVALID_ARGUMENT", { detail });
+const invalid = (detail, lang) => new QuillmarkError("INVALID_ARGUMENT", { detail, lang });
