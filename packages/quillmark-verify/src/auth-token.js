@@ -3,7 +3,7 @@
 import { randomBytes } from "node:crypto";
 
 import { checkKey, hashNamed, isSigned, nameOfHash } from "./algorithms.js";
-import { Certificate } from "./certificate.js";
+import { Certificate, MAX_CERTIFICATE_BYTES } from "./certificate.js";
 import { guarded, translated, VerificationError } from "./error.js";
 import { MAX_SKEW_MS } from "./revocation-time.js";
 import { bytesOf, settingsOf, textOf } from "./settings.js";
@@ -17,7 +17,6 @@ const RANDOM_BYTES = 32;
 
 const DEFAULT_MAX_AGE_MS = 5 * 60_000;
 const MAX_SIGNATURE_BYTES = 1024;
-const MAX_CERTIFICATE_BYTES = 64 * 1024;
 
 /** A text for `signAuthToken`, of which the user sees every word. */
 export function newChallenge(options) {

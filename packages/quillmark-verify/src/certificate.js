@@ -26,6 +26,12 @@ const ID = {
 /** The extensions that may be critical: these are understood here. No policy is asked for, so those named do not matter. */
 const UNDERSTOOD = [ID.keyUsage, ID.subjectAltName, ID.basicConstraints, ID.distributionPoints, ID.policies, ID.extendedKeyUsage];
 
+/** The largest are some KiB. */
+export const MAX_CERTIFICATE_BYTES = 64 * 1024;
+
+/** So many may come with a signature: the signer's, and a chain. */
+export const MAX_CERTIFICATES = 20;
+
 const RFC822_NAME = 1;
 const URI = 6;
 const VERSION_3 = 2;

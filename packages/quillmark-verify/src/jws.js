@@ -5,7 +5,7 @@ import { createHash } from "node:crypto";
 import { compactVerify, decodeProtectedHeader } from "jose";
 
 import { checkKey } from "./algorithms.js";
-import { Certificate } from "./certificate.js";
+import { Certificate, MAX_CERTIFICATE_BYTES, MAX_CERTIFICATES } from "./certificate.js";
 import { guarded, translated, VerificationError } from "./error.js";
 import { bytesOf, settingsOf, textOf } from "./settings.js";
 import { verdictOn } from "./verdict.js";
@@ -19,8 +19,6 @@ const HASHES = new Map([
 const COMPACT = /^[\w-]+\.[\w-]*\.[\w-]*$/;
 
 const MAX_LENGTH = 1024 * 1024;
-const MAX_CERTIFICATE_BYTES = 64 * 1024;
-const MAX_CERTIFICATES = 20;
 
 const malformed = (detail) => new VerificationError("MALFORMED", detail);
 

@@ -5,7 +5,7 @@ import { createHash } from "node:crypto";
 import * as pkijs from "pkijs";
 
 import { checkKey, hashOf, isSigned, signatureOfSigner } from "./algorithms.js";
-import { Certificate } from "./certificate.js";
+import { Certificate, MAX_CERTIFICATES } from "./certificate.js";
 import { octetsOf, parsed, rawOf, sameBytes } from "./der.js";
 import { VerificationError } from "./error.js";
 
@@ -17,9 +17,6 @@ const ID = {
   signingCertificate: "1.2.840.113549.1.9.16.2.12",
   signingCertificateV2: "1.2.840.113549.1.9.16.2.47",
 };
-
-/** The signer's, and a chain. */
-const MAX_CERTIFICATES = 20;
 
 /** RFC 5652, section 5.1: version 1, and 3 for what is not data. */
 const VERSIONS = [1, 3];
