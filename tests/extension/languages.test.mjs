@@ -59,6 +59,7 @@ for (const name of LANGUAGES) {
 
   test(`${name}: no message is missing, none is left over, and a number has each plural form of the language`, () => {
     const wanted = [...textsOf("en").keys()].map((key) => splitKey(key)[0]);
+    assert.deepEqual(matches(read(`_locales/${name}/messages.json`), /^ +"(\w+)": \{/gm), [...texts.keys()], "a key stands twice");
     isEqualSet(texts.keys(), wanted.flatMap((key) => (counts.has(key) ? categoriesOf(name).map((each) => `${key}_${each}`) : key)));
     for (const [key, text] of texts) assert.ok(text.trim() === text && text !== "", key);
     assert.equal(texts.get("page_language"), name);
