@@ -28,6 +28,7 @@ function runFile(file) {
   const counts = { passed: 0, failed: 0, skipped: 0 };
   const title = ({ name, details }) =>
     `${basename(file, ".test.mjs")}: ${name} (${Math.round(details?.duration_ms ?? 0)} ms)`;
+  const start = performance.now();
   return new Promise((resolve) => {
     run({ files: [file], timeout: FILE_TIMEOUT })
       .on("test:pass", (test) => {
@@ -43,7 +44,10 @@ function runFile(file) {
         console.log(`FAIL ${title(test)}\n${error?.cause?.stack ?? error?.stack ?? error}`);
       })
       .on("test:stderr", ({ message }) => process.stderr.write(message))
-      .on("end", () => resolve(counts))
+      .on("end", () => {
+        console.log(`${basename(file)} took ${Math.round((performance.now() - start) / 1000)} s`);
+        resolve(counts);
+      })
       .resume();
   });
 }

@@ -1,4 +1,4 @@
-// Registration, and the browser's end. These tests change what the others need, so they come last.
+// Registration, and the browser's end.
 
 import assert from "node:assert/strict";
 import { readFile, rename, rm, writeFile } from "node:fs/promises";
@@ -53,6 +53,7 @@ export function registrationTests({ name, rig, browserTest, allowedPage }) {
 
   browserTest("without a registration the host is HOST_MISSING, also after an uninstall", async (t) => {
     const page = await allowedPage(t);
+    t.after(() => rig.program.install());
     await rm(rig.program.manifest(name));
     assert.equal(codeOf(await ask(page, "selectCertificate")), "HOST_MISSING");
     assert.equal(codeOf(await askWithoutGesture(page, "status", [], { checkHost: true })), "HOST_MISSING");

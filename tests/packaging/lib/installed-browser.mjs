@@ -22,7 +22,6 @@ export async function signatureIn(name, t, world) {
   cleanup.add(site.close);
   const origin = `http://localhost:${site.port}`;
 
-  if (name === "chromium") await rm(CHROMIUM_POLICY, { force: true }); // of a run that was killed
   const env = { ...world.desktop.env, ...token.env, XDG_DATA_HOME: "" };
   const browser = await startBrowser(name, { home, ids: product.extension.ids, env });
   cleanup.add(() => browser.close());
