@@ -3,12 +3,12 @@
 
 import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
-import { readdir, readFile, stat } from "node:fs/promises";
+import { readdir, readFile, rm, stat } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
 import { manifest } from "../../extension/make.mjs";
-import { GST_TEXT } from "../lib/browser-kit.mjs";
+import { CHROMIUM_POLICY, GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
 import { runStrangersTest, strangersFolder } from "../packages/lib/stranger.mjs";
@@ -22,6 +22,7 @@ const manifests = ["/etc/chromium/native-messaging-hosts", "/etc/opt/chrome/nati
   "/etc/opt/edge/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts"].flatMap((folder) => ["host", "doctor"].map((name) => `${folder}/quillmark.${name}.json`));
 
 test("The package installs, signs for a user, and is purged without a trace", { skip: await reasonToSkip() }, async (t) => {
+  await rm(CHROMIUM_POLICY, { force: true }); // of a run that was killed
   const before = await traces();
   const deb = await usualPackage();
   t.after(() => runUnchecked("dpkg", ["--purge", "quillmark"])); // after a failure
@@ -41,13 +42,15 @@ test("The package installs, signs for a user, and is purged without a trace", { 
 
   await signsForUser(t, commands[0]);
   const stranger = await strangersFolder(world.cleanupOf(t));
+  const passes = async (file, browser) => {
+    const { code, output } = await runStrangersTest(stranger, file, { QUILLMARK_BROWSER: browser, HOME: stranger }, { asNobody: true });
+    assert.equal(code, 0, output);
+  };
   for (const browser of ["chromium", "firefox"]) {
     await t.test(`${browser} has the extension and signs`, async (t) => assert.equal(await signatureIn(browser, t, world), GST_TEXT));
-    await t.test(`the test kit finds the package, and signs in ${browser}`, async () => {
-      const { code, output } = await runStrangersTest(stranger, "signs.test.mjs", { QUILLMARK_BROWSER: browser });
-      assert.equal(code, 0, output);
-    });
+    await t.test(`the test kit of an ordinary user finds the package, and signs in ${browser}`, () => passes("signs.test.mjs", browser));
   }
+  await t.test("the test kit of an ordinary user brings the faults about", () => passes("faults.test.mjs", "chromium"));
 
   await run("dpkg", ["--purge", "quillmark"]);
   assert.deepEqual(files.filter((file) => file.includes("quillmark") && existsSync(file)), []);

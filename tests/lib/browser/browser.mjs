@@ -1,6 +1,6 @@
 // A real browser with the extension, in a home of its own.
 
-import { readFile } from "node:fs/promises";
+import { readFile, readlink } from "node:fs/promises";
 import { join } from "node:path";
 
 import puppeteer from "puppeteer-core";
@@ -86,11 +86,15 @@ export function launchOptions({ home, extension, env }) {
   };
 }
 
-/** Puppeteer's browser for the Chromium of this home that was started with launchOptions; undefined while there is none. */
+/**
+ * Puppeteer's browser for the Chromium of this home that was started with launchOptions, with its process's `pid`; undefined while
+ * there is none.
+ */
 export async function connectTo({ home, ids }) {
-  const file = join(BROWSERS.chromium({ home, language: ENGLISH }).userDataDir, "DevToolsActivePort");
-  const [port, path] = (await readFile(file, "utf8").catch(() => "")).split("\n");
+  const { userDataDir } = BROWSERS.chromium({ home, language: ENGLISH });
+  const [port, path] = (await readFile(join(userDataDir, "DevToolsActivePort"), "utf8").catch(() => "")).split("\n");
   if (!path) return undefined;
   const browser = await puppeteer.connect({ browserWSEndpoint: `ws://127.0.0.1:${port}${path}`, defaultViewport: null });
-  return Object.assign(browser, { extensionUrl: extensionUrl("chromium", ids) });
+  const lock = await readlink(join(userDataDir, "SingletonLock")); // "computer-pid"
+  return Object.assign(browser, { extensionUrl: extensionUrl("chromium", ids), pid: Number(lock.split("-").at(-1)) });
 }

@@ -49,6 +49,7 @@ export class Workplace {
   /** In this `language`, or English; `more`: as of startBrowser. */
   async startBrowser({ language, more } = {}) {
     this.browser = await startBrowser(this.name, { ...this.#surroundings, language, more });
+    await this.program.follow(this.browser.process().pid);
     this.user.extension = new ExtensionPages(this.name, this.browser);
   }
 
@@ -61,7 +62,9 @@ export class Workplace {
   async seeExtension() {
     if (this.browser || this.#foreign?.connected) return;
     this.#foreign = await connectTo(this.#surroundings);
-    this.user.extension = this.#foreign && new ExtensionPages(this.name, this.#foreign);
+    if (!this.#foreign) return;
+    await this.program.follow(this.#foreign.pid);
+    this.user.extension = new ExtensionPages(this.name, this.#foreign);
   }
 
   /** The extension's own pages. */

@@ -1,6 +1,6 @@
 // The host as it is installed in a home, where browsers find and start it.
 
-import { copyFile, readdir, readlink, rm, symlink, writeFile } from "node:fs/promises";
+import { copyFile, readdir, readFile, rm, symlink, writeFile } from "node:fs/promises";
 import { basename, join } from "node:path";
 
 import { run, waitFor } from "../process.mjs";
@@ -22,9 +22,22 @@ export function manifestOf(browser, name) {
   return join(folder, `${name}.json`);
 }
 
+/** Of a process's name the kernel keeps that many characters. */
+const LONGEST_NAME = 15;
+
+/**
+ * What the kernel tells everybody of a process: { name, state, session }. Who keeps a PIN hides all else, and from its own user too.
+ */
+async function statusOf(pid) {
+  const line = await readFile(`/proc/${pid}/stat`, "latin1").catch(() => ""); // it has ended
+  const [, name, state, session] = /\((.*)\) (\S) \d+ \d+ (\d+) /s.exec(line) ?? [];
+  return { name, state, session };
+}
+
 export class InstalledProgram {
   #product;
   #env;
+  #sessions = new Set();
 
   /**
    * `product`: the files { program, driver }, the script { install } with { folder }, the files' folder, and the { name }. A
@@ -70,16 +83,17 @@ export class InstalledProgram {
     });
   }
 
+  /** Counts the programs in the session of that process, a browser's, as this home's: its own, and those that the browser starts. */
+  async follow(browser) {
+    this.#sessions.add((await statusOf(browser)).session);
+  }
+
   /** The ids of this home's programs that run. */
   async running() {
-    const found = [];
-    for (const pid of await readdir("/proc")) {
-      if (!/^\d+$/.test(pid)) continue;
-      // One that is installed for all users belongs to the home in which it works.
-      const [program, folder] = await Promise.all(["exe", "cwd"].map((link) => readlink(`/proc/${pid}/${link}`).catch(() => "")));
-      if (basename(program).startsWith(basename(this.#product.program)) && folder.startsWith(this.folder)) found.push(Number(pid));
-    }
-    return found;
+    const pids = (await readdir("/proc")).filter((name) => /^\d+$/.test(name)).map(Number);
+    const statuses = await Promise.all(pids.map(statusOf));
+    const name = basename(this.#product.program).slice(0, LONGEST_NAME);
+    return pids.filter((_, i) => statuses[i].name === name && statuses[i].state !== "Z" && this.#sessions.has(statuses[i].session));
   }
 
   /** Sends a signal to all of them. */

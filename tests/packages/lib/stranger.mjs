@@ -3,7 +3,7 @@
 import { cp, mkdir, readdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
 
-import { run, runUnchecked } from "../../lib/kit.mjs";
+import { AS_NOBODY, NOBODY, run, runUnchecked } from "../../lib/kit.mjs";
 import { root } from "../../lib/quillmark.mjs";
 import { pack } from "./packed.mjs";
 
@@ -21,12 +21,17 @@ export async function strangersFolder(cleanup) {
   return folder;
 }
 
-/** Runs one of the stranger's files, as somebody does: { code, output }, and what is left then of its temporary files. */
-export async function runStrangersTest(folder, file, env = {}) {
+/**
+ * Runs one of the stranger's files, as somebody does, and `asNobody` as an ordinary user: { code, output }, and what is `left` then of
+ * its temporary files.
+ */
+export async function runStrangersTest(folder, file, env = {}, { asNobody = false } = {}) {
   const temporary = join(folder, `tmp-${file}`);
   await mkdir(temporary, { recursive: true });
   const { NODE_TEST_CONTEXT, ...own } = process.env; // of the test that runs this
   const options = { cwd: folder, timeout: 300_000, env: { ...own, TMPDIR: temporary, ...env } };
-  const { code, stdout } = await runUnchecked(process.execPath, ["--test", "--test-reporter=tap", file], options);
+  if (asNobody) await run("chown", ["-R", `${NOBODY}:${NOBODY}`, folder]);
+  const [command, ...args] = [...(asNobody ? AS_NOBODY : []), process.execPath, "--test", "--test-reporter=tap", file];
+  const { code, stdout } = await runUnchecked(command, args, options);
   return { code, output: stdout.toString(), left: await readdir(temporary) };
 }
