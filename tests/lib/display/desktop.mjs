@@ -13,9 +13,12 @@ export class Desktop {
   constructor(display, cleanup) {
     this.display = display;
     this.#cleanup = cleanup;
-    /** What a program needs in its environment to appear here, and nowhere else. */
-    this.env = { DISPLAY: display, WAYLAND_DISPLAY: "", GDK_BACKEND: "x11", GTK_THEME: "Adwaita",
-      NO_AT_BRIDGE: "1" };
+    /**
+     * What a program needs in its environment to appear here, and nowhere else. In the locale C, a container's, Firefox would have
+     * no titles, and xdotool no letters.
+     */
+    this.env = { DISPLAY: display, WAYLAND_DISPLAY: "", GDK_BACKEND: "x11", GTK_THEME: "Adwaita", NO_AT_BRIDGE: "1",
+      LC_ALL: "C.UTF-8" };
   }
 
   /**
