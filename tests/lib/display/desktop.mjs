@@ -16,6 +16,7 @@ export class Desktop {
     /** What a program needs in its environment to appear here, and nowhere else. */
     this.env = { DISPLAY: display, WAYLAND_DISPLAY: "", GDK_BACKEND: "x11", GTK_THEME: "Adwaita",
       NO_AT_BRIDGE: "1" };
+    this.isAccessible = false;
   }
 
   /**
@@ -31,6 +32,7 @@ export class Desktop {
     const display = `:${await firstLine(xvfb.stdio[3], "Xvfb")}`;
     const desktop = new Desktop(display, cleanup);
 
+    desktop.isAccessible = accessible;
     if (accessible) Object.assign(desktop.env, await startAccessibility(desktop.env, cleanup));
     await desktop.#startWindowManager(cleanup);
     return desktop;
