@@ -111,7 +111,7 @@ function wordsOf(event) {
   if (type === "object:state-changed:focused") return event.detail ? [`focus ${named(event)}`] : [];
   if (/^object:state-changed:(checked|expanded)$/.test(type)) return [`change ${named(event)}`];
   if (type === "object:announcement") return [`say "${event.text ?? event.name}"`];
-  if (type.startsWith("object:text-changed:insert")) return event.live === "off" ? [] : [`say "${event.text}"`];
+  if (type.startsWith("object:text-changed:insert")) return event.live === "off" || !event.text ? [] : [`say "${event.text}"`];
   return [];
 }
 

@@ -109,7 +109,7 @@ def heard(event):
         **description_of(node),
     }
     if isinstance(event.any_data, str):
-        found["text"] = event.any_data
+        found["text"] = event.any_data.replace(EMBEDDED, "")
     if event.type.startswith("object:text-changed"):
         found["live"] = node.get_attributes().get("container-live", "off")
     if event.type == "window:activate" and node.get_role_name() in ("dialog", "alert"):
