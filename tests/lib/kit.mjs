@@ -22,6 +22,7 @@ export * from "./token/soft-token.mjs";
 
 // user: who answers the windows.
 export * from "./user/answers.mjs";
+export * from "./user/ears.mjs";
 export * from "./user/screen-reader.mjs";
 export * from "./user/user.mjs";
 

@@ -16,24 +16,26 @@ import { User } from "./user/user.mjs";
 
 export class World {
   #product;
+  #onDesktop;
   #cleanup = new Cleanup();
   #certificates = new Map();
   #tests = new WeakMap();
 
   /**
    * Call it once in a file, outside of the tests. `product`: what is tested, as files { program, driver, logo }, and
-   * { fakeModule(without) }, which gives the scripted module with or without an entry point.
+   * { fakeModule(without) }, which gives the scripted module with or without an entry point. `onDesktop`: as of Desktop.start.
    */
-  static forThisFile(product) {
+  static forThisFile(product, onDesktop = {}) {
     const world = new World();
     world.#product = product;
+    world.#onDesktop = onDesktop;
     before(() => world.#create());
     after(() => world.#cleanup.run());
     return world;
   }
 
   async #create() {
-    this.desktop = await this.addDesktop();
+    this.desktop = await this.addDesktop(this.#onDesktop);
     this.folder = await this.#cleanup.folder("tests");
     this.authority = await Authority.create(this.folder);
     this.judges = new Judges(this.folder, this.authority.certificate);

@@ -1,18 +1,15 @@
 // What a user hears who cannot see the screen, and does with keys alone. A transcript holds what is to be heard, line by line.
 
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
 import { before, test } from "node:test";
 
 import {
-  CANCEL_TEXT, CHOOSE, FAILURE_PREFIX, PIN_TITLE, ScreenReader, waitFor, WINDOW_TITLE,
+  CANCEL_TEXT, CHOOSE, Ears, expectTranscript, FAILURE_PREFIX, LOADING, PIN_TITLE, ScreenReader, waitFor, WINDOW_TITLE,
 } from "../lib/kit.mjs";
 import { world } from "./lib/world.mjs";
 
 const SIGN = { action: "GSTReturnSign", hash: "to be signed" };
 const LIST = 'focus list box "Certificates"';
-const LOADING = 'focus list item "Loading..."';
-const LOADING_LINE = /^focus list item "Loading/;
 const OK = 'focus push button "OK"';
 const CANCEL = 'focus push button "Cancel"';
 const PIN = 'focus password text "Please Enter Token PIN"';
@@ -33,7 +30,7 @@ function threeCertificates() {
 
 /** A host on the accessible desktop, and a user who has heard nothing yet. */
 async function listenTo(t, { token = undefined, certificates = undefined, ...script } = {}) {
-  const reader = await ScreenReader.start(desktop, world.cleanupOf(t), { application: /^QMChromeExtHost$/ });
+  const reader = await ScreenReader.start(desktop, world.cleanupOf(t), { program: /^QMChromeExtHost$/ });
   const host = token === null ? await world.host(t, { desktop, token })
     : (await world.hostWithFake(t, { certificates: certificates ?? await threeCertificates(), ...script }, { desktop })).host;
   if (token !== null) {
@@ -42,50 +39,12 @@ async function listenTo(t, { token = undefined, certificates = undefined, ...scr
     await reader.silence();
     reader.forget();
   }
-  return { host, ears: new Ears(reader) };
+  return { host, ears: new Ears(reader, desktop) };
 }
 
-/** A user who presses the next key when the effect of the last one was to be heard. */
-class Ears {
-  #heard = 0;
-
-  constructor(reader) {
-    this.reader = reader;
-  }
-
-  /** Waits for these lines, one after the other, behind what was waited for before. */
-  async hear(...lines) {
-    for (const line of lines) this.#heard = await this.reader.hears(line, { after: this.#heard }) + 1;
-  }
-
-  /** Presses a key in the window of that title, and waits for what is then to be heard. */
-  async press(key, line, title = WINDOW_TITLE) {
-    await desktop.key(await desktop.window(title), key);
-    if (line) await this.hear(line);
-  }
-
-  /** Types a PIN into the dialog, once it was heard of. */
-  async enterPin(pin) {
-    await this.hear(PIN);
-    const dialog = await desktop.window(PIN_TITLE);
-    if (pin) await desktop.type(dialog, pin);
-    await desktop.key(dialog, "Return");
-  }
-
-  /**
-   * All that was heard must be the transcript of that name. It begins with the window that was the last to come before the
-   * first line that is `first`, or the last of all: what is heard of the window at the host's start, and when, is up to chance. So is on a busy
-   * machine whether "Loading..." is still there when the window has the keyboard: one test is about that.
-   */
-  async expect(name, first = /^focus list item .*selected$/) {
-    await this.reader.silence();
-    const lines = this.reader.lines().filter((line) => first === LOADING_LINE || line !== LOADING)
-      .filter((line, i, all) => line !== all[i - 1]);
-    const end = first === null ? lines.length : lines.findIndex((line) => first.test(line));
-    const start = lines.slice(0, end).findLastIndex((line) => line.startsWith("window "));
-    const heard = lines.slice(start).map((line) => `${line}\n`).join("");
-    assert.equal(heard, await readFile(new URL(`transcripts/${name}.txt`, import.meta.url), "utf8"), name);
-  }
+/** All that was heard since the line `first` (as of Ears) must be the transcript of that name. */
+async function expectHeard(ears, name, first) {
+  await expectTranscript(await ears.heardFrom(first), new URL(`transcripts/${name}.txt`, import.meta.url));
 }
 
 const item = (start) => new RegExp(`^focus list item "${start}.*selected$`);
@@ -101,7 +60,7 @@ test("A certificate is chosen with the arrow keys, and the PIN is asked for by i
   await ears.press("Return");
   await ears.enterPin("1234");
   assert.equal((await host.reply()).status_cd, 1);
-  await ears.expect("choose-and-sign");
+  await expectHeard(ears, "choose-and-sign");
 });
 
 test("Tab goes from the list to the buttons and back, and Space presses the one that has the keyboard", async (t) => {
@@ -115,7 +74,7 @@ test("Tab goes from the list to the buttons and back, and Space presses the one 
   await ears.press("shift+Tab", CANCEL);
   await ears.press("space");
   assert.equal((await host.reply()).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
-  await ears.expect("tab-and-cancel");
+  await expectHeard(ears, "tab-and-cancel");
 });
 
 test("The keyboard is in the list at each request, and Escape is the key of Cancel", async (t) => {
@@ -130,7 +89,7 @@ test("The keyboard is in the list at each request, and Escape is the key of Canc
   await ears.press("Down", item("Ravi"));
   await ears.press("Return");
   assert.equal(JSON.parse((await host.reply()).result).CKA_ID, "ravi");
-  await ears.expect("second-request");
+  await expectHeard(ears, "second-request");
 });
 
 test("A click on a card is heard", async (t) => {
@@ -141,7 +100,7 @@ test("A click on a card is heard", async (t) => {
   await ears.hear(item("Ravi"));
   await ears.press("Escape");
   await host.reply();
-  await ears.expect("click");
+  await expectHeard(ears, "click");
 });
 
 test("After a wrong PIN and after an empty one the next request asks again", async (t) => {
@@ -156,7 +115,7 @@ test("After a wrong PIN and after an empty one the next request asks again", asy
   await ears.press("Return");
   await ears.enterPin("");
   assert.deepEqual(await host.reply(), { status_cd: 0, result: FAILURE_PREFIX, nonce: "" });
-  await ears.expect("wrong-and-empty-pin");
+  await expectHeard(ears, "wrong-and-empty-pin");
 });
 
 test("In the dialog for the PIN Tab goes on to the buttons, and Escape gives none", async (t) => {
@@ -170,7 +129,7 @@ test("In the dialog for the PIN Tab goes on to the buttons, and Escape gives non
   await ears.press("Tab", PIN, PIN_TITLE);
   await ears.press("Escape", null, PIN_TITLE);
   assert.deepEqual(await host.reply(), { status_cd: 0, result: FAILURE_PREFIX, nonce: "" });
-  await ears.expect("pin-dialog");
+  await expectHeard(ears, "pin-dialog");
 });
 
 test("Without a token the loading is heard, and the window goes", async (t) => {
@@ -181,7 +140,7 @@ test("Without a token the loading is heard, and the window goes", async (t) => {
     await ears.reader.silence();
     return ears.reader.lines().includes(LOADING);
   });
-  await ears.expect("no-token", LOADING_LINE);
+  await expectHeard(ears, "no-token", /^focus list item "Loading/);
 });
 
 test("A token without certificates leaves a list of that name, and Cancel", async (t) => {
@@ -191,7 +150,7 @@ test("A token without certificates leaves a list of that name, and Cancel", asyn
   await ears.reader.silence();
   await ears.press("Escape");
   assert.equal((await host.reply()).result, `${FAILURE_PREFIX}${CANCEL_TEXT}`);
-  await ears.expect("no-certificates", null);
+  await expectHeard(ears, "no-certificates", null);
 });
 
 test("That a certificate has expired is heard", async (t) => {
@@ -200,7 +159,7 @@ test("That a certificate has expired is heard", async (t) => {
   await ears.hear(LIST, item("Meena"));
   await ears.press("Return");
   await host.reply();
-  await ears.expect("expired");
+  await expectHeard(ears, "expired");
 });
 
 test("The box about a driver that is missing is read out", async (t) => {
@@ -208,5 +167,5 @@ test("The box about a driver that is missing is read out", async (t) => {
   await ears.hear(/^window alert/, OK);
   await desktop.key(await desktop.window("Exiting Quillmark - Error Loading Token Driver"), "Return");
   assert.deepEqual(await host.exit(), { code: 1, signal: null });
-  await ears.expect("no-driver", /^focus push button "OK"/);
+  await expectHeard(ears, "no-driver", /^focus push button "OK"/);
 });

@@ -6,67 +6,19 @@ import { readFile } from "node:fs/promises";
 
 import { PDFDocument, PDFName } from "pdf-lib";
 
-import { ask, bytesOf, GST_TEXT, sleep, waitFor } from "../../lib/browser-kit.mjs";
+import { ask, bytesOf, GST_TEXT, waitFor } from "../../lib/browser-kit.mjs";
+import { focusIn, keyboard } from "../lib/keyboard.mjs";
 import { documentOf, textsIn } from "./pdf.mjs";
-
-/** A page like the users' own: a button, and what came of it. */
-const KEYS_PAGE = `<button id="go">Sign</button><p id="outcome" role="status"></p><script>
-  const go = document.getElementById("go");
-  go.onclick = async () => {
-    const outcome = await window.act();
-    document.getElementById("outcome").textContent = JSON.stringify(outcome);
-  };
-</script>`;
 
 const CONSENT = "/consent/consent.html";
 const VIEWER = "/viewer/viewer.html";
 const OPTIONS = "/options/options.html";
 const POPUP = "/popup/popup.html";
 
-/** What has the keyboard, and whether it is seen; the browser's own ring is of a style "auto". */
-const focusIn = () => {
-  const { activeElement: element } = document;
-  const { outlineStyle, outlineWidth } = getComputedStyle(element);
-  const isSeen = outlineStyle === "auto" || (outlineStyle === "solid" && parseFloat(outlineWidth) >= 2);
-  return { id: element.id, name: element.ariaLabel ?? element.textContent.trim(), isSeen, hasFocus: document.hasFocus() };
-};
-
 export function keysTests({ rig, browserTest, check }) {
-  rig.addPage("/keys", KEYS_PAGE);
   const keysTest = (what, body) => browserTest(`keys: ${what}`, body);
 
-  /** Presses Tab, or another key, until the wanted element has the keyboard; all on the way are seen. */
-  async function tabTo(window, focus, wanted, key = "Tab") {
-    for (let i = 0; i < 30; i++) {
-      const now = await focus();
-      if (now.id === wanted || now.name === wanted) {
-        assert.ok(now.isSeen, `the ring around ${wanted}`);
-        return;
-      }
-      await rig.user.press(window, key);
-    }
-    assert.fail(`${wanted} is not reached by ${key}`);
-  }
-
-  /** Presses Return when the window takes it: a key that is no answer has it wait once more. */
-  async function answer(id, whenLive) {
-    await sleep(300);
-    await whenLive();
-    await rig.user.press(id, "Return");
-  }
-
-  const inPage = (page) => () => page.evaluate(focusIn);
-  const inOwn = (path) => () => rig.extension.at(path, focusIn);
-
-  async function keysPage(t, act, ...args) {
-    const origin = await rig.freshOrigin(t);
-    const page = await rig.page(t, { origin, path: "/keys" });
-    await page.evaluate(act, ...args);
-    await page.bringToFront();
-    const window = await rig.user.browserWindow("Test page");
-    await tabTo(window, inPage(page), "go");
-    return { origin, page, window };
-  }
+  const { tabTo, answer, inOwn, keysPage } = keyboard(rig);
 
   /** The host's windows: its first card by Return, then the PIN. */
   async function chooseAndLogIn() {

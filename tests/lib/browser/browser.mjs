@@ -9,14 +9,16 @@ import puppeteer from "puppeteer-core";
 const FIREFOX_ADDRESS = "5bb1ddc5-9efb-4a4f-9b09-7d44f1e3a001";
 
 const BROWSERS = {
-  chromium: ({ home, language }) => ({
+  chromium: ({ home, language, isAccessible }) => ({
     browser: "chrome",
     executablePath: "/usr/bin/chromium",
     userDataDir: join(home, ".config/chromium"),
     pipe: true,
     enableExtensions: true,
     // Chromium refuses to run as root inside its sandbox.
-    args: ["--no-first-run", `--lang=${language}`, ...(process.getuid() === 0 ? ["--no-sandbox"] : [])],
+    args: ["--no-first-run", `--lang=${language}`, ...(process.getuid() === 0 ? ["--no-sandbox"] : []),
+      // Of itself it tells a screen reader's bus of its windows, but not of what is in them. Firefox needs no word.
+      ...(isAccessible ? ["--force-renderer-accessibility"] : [])],
     // Its notice would cover a part of every window; and a page that one comes back to is what users have.
     ignoreDefaultArgs: ["--enable-automation", "--disable-back-forward-cache"],
   }),
@@ -56,11 +58,11 @@ const extensionUrl = (name, ids) => (name === "firefox" ? `moz-extension://${FIR
 /**
  * Starts "chromium" or "firefox" with windows and installs the extension of the folder `extension`; without one, it is installed
  * for all users. Its `ids` are { chromium, firefox }. From `home` come registrations and settings. The browser speaks `language`,
- * whatever the machine does. `more`: of puppeteer's options. Gives puppeteer's browser, with `extensionUrl` for the extension's own
+ * whatever the machine does; it `isAccessible` where screen readers are told what is in it. `more`: of puppeteer's options. Gives puppeteer's browser, with `extensionUrl` for the extension's own
  * pages.
  */
-export async function startBrowser(name, { home, extension = null, ids, env, language = ENGLISH, more = {} }) {
-  const options = BROWSERS[name]({ home, firefoxId: ids.firefox, language });
+export async function startBrowser(name, { home, extension = null, ids, env, language = ENGLISH, isAccessible = false, more = {} }) {
+  const options = BROWSERS[name]({ home, firefoxId: ids.firefox, language, isAccessible });
   const browser = await puppeteer.launch({
     ...options,
     ...(extension ? {} : WITH_INSTALLED_EXTENSION[name](options)),
@@ -77,8 +79,8 @@ export async function startBrowser(name, { home, extension = null, ids, env, lan
  * What somebody else's puppeteer or Playwright starts Chromium with, for the same as startBrowser's. No pipe shows the extension's
  * own pages to us then: they are seen by a port of Chromium's own (connectTo).
  */
-export function launchOptions({ home, extension, env }) {
-  const { executablePath, userDataDir, args, ignoreDefaultArgs } = BROWSERS.chromium({ home, language: ENGLISH });
+export function launchOptions({ home, extension, env, isAccessible = false }) {
+  const { executablePath, userDataDir, args, ignoreDefaultArgs } = BROWSERS.chromium({ home, language: ENGLISH, isAccessible });
   return {
     executablePath, userDataDir, headless: false, viewport: null, defaultViewport: null, env: environment(home, env),
     args: [...args, `--load-extension=${extension}`, "--remote-debugging-port=0"],

@@ -14,17 +14,23 @@ import { Workplace } from "./workplace.mjs";
 
 export class Rig extends Workplace {
   #product;
+  #isAccessible;
   #cleanup = new Cleanup();
   #begun = new WeakSet();
   #pages = { "/": PAGE };
 
-  /** Call it once in a file, outside of the tests, with "chromium" or "firefox". `product`: as of World and Workplace. */
-  static forThisFile(name, product) {
+  /**
+   * Call it once in a file, or once in a suite of it, outside of the tests, with "chromium" or "firefox". `product`: as of World and
+   * Workplace. An `accessible` one tells screen readers what it shows, and has no administrator: Chromium's settings are all users',
+   * and those of another file's rig.
+   */
+  static forThisFile(name, product, { accessible = false } = {}) {
     const rig = new Rig(name, product);
     rig.#product = product;
+    rig.#isAccessible = accessible;
     // In this order: the display is there before the browser, and goes after it.
     after(() => rig.#cleanup.run());
-    rig.world = World.forThisFile(product);
+    rig.world = World.forThisFile(product, { accessible });
     before(() => rig.#create());
     return rig;
   }
@@ -43,7 +49,7 @@ export class Rig extends Workplace {
     this.outsideOrigin = `http://127.0.0.2:${await this.#serve("127.0.0.2")}`;
 
     this.deniedOrigin = `http://127.0.0.1:${await this.#serve()}`;
-    if (canSetPolicies(this.name)) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
+    if (canSetPolicies(this.name) && !this.#isAccessible) await this.setPolicy({ deniedOrigins: [this.deniedOrigin] });
     await mkdir(this.#product.screenshots, { recursive: true });
     await this.startBrowser();
   }

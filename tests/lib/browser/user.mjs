@@ -36,14 +36,14 @@ export class BrowserUser extends User {
 
   /** The window of the extension that asks about this origin, once its buttons take clicks. */
   async consentWindow(origin, options) {
-    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Allow ${origin}?`), options);
+    const id = await this.desktop.window(this.extensionTitle(`Quillmark - Allow ${origin}?`), options);
     this.questionsSeen.add(id);
     return id;
   }
 
   /** The extension's windows that ask about this origin or, not ready yet, about one that they do not name. */
   async questions(origin) {
-    const [waiting, ready] = [WAITING_TITLE, `Quillmark - Allow ${origin}?`].map((title) => this.#extensionTitle(title));
+    const [waiting, ready] = [WAITING_TITLE, `Quillmark - Allow ${origin}?`].map((title) => this.extensionTitle(title));
     // The title may change between two looks.
     const titles = [waiting, ready, waiting];
     const found = [];
@@ -106,14 +106,14 @@ export class BrowserUser extends User {
 
   /** The window of the extension that shows documents of this origin, once its buttons take clicks. */
   async documentsWindow(origin, options) {
-    const id = await this.desktop.window(this.#extensionTitle(`Quillmark - Sign for ${origin}?`), options);
+    const id = await this.desktop.window(this.extensionTitle(`Quillmark - Sign for ${origin}?`), options);
     this.questionsSeen.add(id);
     return id;
   }
 
   /** The same window as soon as it is there. */
   async documentsSoon(origin) {
-    const titles = [DOCUMENTS_TITLE, `Quillmark - Sign for ${origin}?`].map((title) => this.#extensionTitle(title));
+    const titles = [DOCUMENTS_TITLE, `Quillmark - Sign for ${origin}?`].map((title) => this.extensionTitle(title));
     const id = await waitFor("the documents", async () => (await Promise.all(titles.map((each) => this.desktop.windows(each)))).flat()[0]);
     this.questionsSeen.add(id);
     return id;
@@ -131,13 +131,18 @@ export class BrowserUser extends User {
     return id;
   }
 
-  #extensionTitle(title) {
+  /** The title of a window of the extension's own. */
+  extensionTitle(title) {
     return this.#browser === "firefox" ? `Extension: (Quillmark) - ${title} — Mozilla Firefox` : title;
   }
 
-  /** The browser's window while it shows the page of this title. */
+  /** The title of the browser's window while it shows the page of this title. */
+  browserTitle(title) {
+    return `${title}${BROWSER_TITLE[this.#browser]}`;
+  }
+
   browserWindow(title) {
-    return this.desktop.window(`${title}${BROWSER_TITLE[this.#browser]}`);
+    return this.desktop.window(this.browserTitle(title));
   }
 
   bringToFront(id) {

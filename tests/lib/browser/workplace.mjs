@@ -43,7 +43,8 @@ export class Workplace {
 
   get #surroundings() {
     const extension = join(this.extensions, this.name);
-    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...this.desktop.env, ...this.token.env } };
+    const { env, isAccessible } = this.desktop;
+    return { home: this.home, extension, ids: this.#product.extension.ids, env: { ...env, ...this.token.env }, isAccessible };
   }
 
   /** In this `language`, or English; `more`: as of startBrowser. */

@@ -19,6 +19,7 @@ export class Desktop {
      */
     this.env = { DISPLAY: display, WAYLAND_DISPLAY: "", GDK_BACKEND: "x11", GTK_THEME: "Adwaita", NO_AT_BRIDGE: "1",
       LC_ALL: "C.UTF-8" };
+    this.isAccessible = false;
   }
 
   /**
@@ -34,6 +35,7 @@ export class Desktop {
     const display = `:${await firstLine(xvfb.stdio[3], "Xvfb")}`;
     const desktop = new Desktop(display, cleanup);
 
+    desktop.isAccessible = accessible;
     if (accessible) Object.assign(desktop.env, await startAccessibility(desktop.env, cleanup));
     await desktop.#startWindowManager(cleanup);
     return desktop;

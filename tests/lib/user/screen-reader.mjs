@@ -11,20 +11,18 @@ const CLIENT = fileURLToPath(new URL("screen-reader.py", import.meta.url));
 
 export class ScreenReader {
   #child;
-  #isOurs;
   #trees = [];
   /** All that was told, in order, as screen-reader.py writes it down. */
   events = [];
   errors = "";
 
   /**
-   * Listens on an accessible desktop until `cleanup`. `application` and `window`, where given, are regular expressions: what
-   * others tell is left out of the transcript.
+   * Listens on an accessible desktop until `cleanup`. `program`, where given, is a regular expression (Python's, too) for the
+   * names of the processes that are listened to.
    */
-  static async start(desktop, cleanup, { application = /./, window = /^/ } = {}) {
+  static async start(desktop, cleanup, { program = /^/ } = {}) {
     const reader = new ScreenReader();
-    reader.#isOurs = (event) => application.test(event.application) && window.test(event.window);
-    const child = spawn("setpriv", ["--pdeathsig", "KILL", "/usr/bin/python3", CLIENT], {
+    const child = spawn("setpriv", ["--pdeathsig", "KILL", "/usr/bin/python3", CLIENT, program.source], {
       stdio: "pipe", env: { ...process.env, ...desktop.env, PYTHONDONTWRITEBYTECODE: "1" },
     });
     reader.#child = child;
@@ -52,7 +50,7 @@ export class ScreenReader {
 
   /** What was to be heard since `forget`, line by line. */
   lines() {
-    const lines = this.events.filter((event) => !event.gone && this.#isOurs(event)).flatMap(wordsOf);
+    const lines = this.events.filter((event) => !event.gone).flatMap(wordsOf);
     return lines.filter((line, i) => line !== lines[i - 1]);
   }
 
@@ -78,18 +76,31 @@ export class ScreenReader {
     }
   }
 
-  /** What is in the window of that title: { role, name, states, description?, place, children }. Null where there is none. */
+  /** What is in the window of that title: { role, name, states, focused, description?, text, place, children }. Null where there is none. */
   async tree(title) {
     const count = this.#trees.length;
     this.#child.stdin.write(`${JSON.stringify({ tree: title })}\n`);
     await waitFor(`the tree of "${title}"`, () => this.#trees.length > count);
     return this.#trees[count];
   }
+
+  /** A browser's window of that title, as of `tree`, with nothing in it but the document of that other title. */
+  async page(windowTitle, title) {
+    const window = await this.tree(windowTitle);
+    const find = (node) => (node.role === "document web" && node.name === title ? [node] : node.children.flatMap(find));
+    const documents = window ? find(window) : [];
+    if (documents.length !== 1) throw new Error(`${documents.length} documents "${title}" in the window "${windowTitle}"`);
+    return { ...window, children: documents };
+  }
 }
 
 /** A tree of ScreenReader.tree as lines, indented by two blanks for each level. */
 export function treeLines(node, indent = "") {
-  return [`${indent}${named(node)}`, ...node.children.flatMap((child) => treeLines(child, `${indent}  `))];
+  const { name, text, focused, children } = node;
+  const line = [indent, named(node), focused ? " focused" : "", text && text !== name ? `: ${text}` : ""].join("");
+  // Chromium tells of each text once more as a child.
+  const isNew = (child) => child.role !== "static" || !child.name || ![name, text].some((each) => each.includes(child.name.trim()));
+  return [line, ...children.filter(isNew).flatMap((child) => treeLines(child, `${indent}  `))];
 }
 
 /** What is to be heard of an event. */
@@ -100,6 +111,7 @@ function wordsOf(event) {
   if (type === "object:state-changed:focused") return event.detail ? [`focus ${named(event)}`] : [];
   if (/^object:state-changed:(checked|expanded)$/.test(type)) return [`change ${named(event)}`];
   if (type === "object:announcement") return [`say "${event.text ?? event.name}"`];
+  if (type.startsWith("object:text-changed:insert")) return event.live === "off" || !event.text ? [] : [`say "${event.text}"`];
   return [];
 }
 
