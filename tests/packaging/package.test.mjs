@@ -3,11 +3,12 @@
 
 import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
-import { readdir, readFile, rm, stat } from "node:fs/promises";
+import { readdir, readFile, rm, stat, writeFile } from "node:fs/promises";
 import { dirname, join } from "node:path";
 import { test } from "node:test";
 
 import { manifest } from "../../extension/make.mjs";
+import { blocksOf } from "../docs/lib/blocks.mjs";
 import { CHROMIUM_POLICY, GST_TEXT } from "../lib/browser-kit.mjs";
 import { AS_NOBODY, chooseAndLogIn, NOBODY, NORMAL_END, run, runUnchecked, SoftToken, World } from "../lib/kit.mjs";
 import { product, root } from "../lib/quillmark.mjs";
@@ -41,9 +42,10 @@ test("The package installs, signs for a user, and is purged without a trace", { 
   assert.deepEqual([...new Set(states)], ["registered"]);
 
   await signsForUser(t, commands[0]);
-  const stranger = await strangersFolder(world.cleanupOf(t));
+  const stranger = await strangersFolder(world.cleanupOf(t), { others: ["quillmark", "quillmark-verify"] });
+  await takeFirstSteps(stranger);
   const passes = async (file, browser) => {
-    const env = { QUILLMARK_BROWSER: browser, HOME: stranger, LC_ALL: "C" };
+    const env = { QUILLMARK_BROWSER: browser, BROWSER: browser, HOME: stranger, LC_ALL: "C" };
     const { code, output } = await runStrangersTest(stranger, file, env, { asNobody: true });
     assert.equal(code, 0, output);
   };
@@ -51,6 +53,7 @@ test("The package installs, signs for a user, and is purged without a trace", { 
     await t.test(`${browser} has the extension and signs`, async (t) => assert.equal(await signatureIn(browser, t, world), GST_TEXT));
     await t.test(`the test kit of an ordinary user finds the package, and signs in ${browser}, in the locale C`, () => passes("signs.test.mjs", browser));
   }
+  await t.test("the first steps of the recipes lead to a login in Firefox", () => passes("login.test.mjs", "firefox"));
   await t.test("the test kit of an ordinary user brings the faults about", () => passes("faults.test.mjs", "chromium"));
 
   await run("dpkg", ["--purge", "quillmark"]);
@@ -130,6 +133,14 @@ async function traces() {
   const { stdout } = await run("find", ["/etc", "/opt", "/usr", "/var/lib/dpkg/info", "-path", root, "-prune", "-o", "(", "-path", "*quillmark*", "-o",
     "-path", "/etc/opt*", "-o", "-path", "*native-messaging-hosts*", ")", "-print"]);
   return stdout.toString().split("\n").sort();
+}
+
+/** Does what the recipes say to do in an empty folder, but for installing what is installed. */
+async function takeFirstSteps(folder) {
+  const blocks = (await blocksOf("docs/recipes/README.md")).filter(({ info }) => info.endsWith(" first-steps"));
+  const [steps, login] = blocks.map(({ content }) => content);
+  await run("bash", ["-e", "-c", steps.replaceAll(/^npm install .*/gm, "")], { cwd: folder });
+  await writeFile(join(folder, "login.test.mjs"), login);
 }
 
 /** One signature through the installed launcher, started as a browser does, by a user who has nothing of ours yet. */

@@ -1,4 +1,4 @@
-// A stranger's folder, in which there is nothing but the test kit, installed from its tarball.
+// A stranger's folder, in which there is nothing but packages of ours, installed from their tarballs.
 
 import { cp, mkdir, readdir, writeFile } from "node:fs/promises";
 import { join } from "node:path";
@@ -9,13 +9,16 @@ import { pack } from "./packed.mjs";
 
 const FILES = join(root, "tests/packages/stranger");
 
-/** Packs the kit and installs it into a new folder beside the stranger's files. Gives the folder; it goes with `cleanup`. */
-export async function strangersFolder(cleanup) {
+/**
+ * Packs the test kit, and `others`, and installs them into a new folder beside the stranger's files. Gives the folder; it goes with
+ * `cleanup`.
+ */
+export async function strangersFolder(cleanup, { others = [] } = {}) {
   const folder = await cleanup.folder("stranger");
-  const tarball = await pack("quillmark-testkit", folder);
+  const tarballs = await Promise.all(["quillmark-testkit", ...others].map((name) => pack(name, folder)));
   await writeFile(join(folder, "package.json"), JSON.stringify({ name: "stranger", private: true, type: "module" }));
   const options = ["--prefer-offline", "--no-audit", "--no-fund", "--no-package-lock", "--install-links"];
-  const packages = [tarball, join(root, "node_modules/playwright-core")];
+  const packages = [...tarballs, join(root, "node_modules/playwright-core")];
   await run("npm", ["install", ...options, ...packages], { cwd: folder, timeout: 180_000 });
   await cp(FILES, folder, { recursive: true });
   return folder;
