@@ -1,10 +1,11 @@
 """Whether browsers find the host: their registrations, and policies that forbid programs."""
 
 import os
+from pathlib import Path
 
 import quillmark_policy_files as policies
 from quillmark_machine import HOST_NAME, REGISTRATION, is_executable, list_of, quoted, read_json
-from quillmark_report import FAILURE, OK
+from quillmark_report import FAILURE, OK, WARNING
 
 
 def check_registration(report, machine, row):
@@ -24,6 +25,32 @@ def check_registration(report, machine, row):
     manifest = effective(row)
     report.add("browsers", OK, f"{title}: registered, in {manifest['manifest']}", browser=title)
     return (machine.program(manifest["path"]), arguments(manifest))
+
+
+def check_running(report, machine, row):
+    """A Chromium that was started with --user-data-dir looks into that folder for its user's programs."""
+    if row["family"] != "chromium" or effective(row) is not row["user"]:
+        return
+    usual = Path(row["user"]["manifest"])
+    for folder in folders_of_running(machine, row["browser"]):
+        hosts = folder / usual.parent.name
+        if not (hosts / usual.name).exists():
+            text = f"{row['title']} runs with --user-data-dir={folder}, and finds no signing program there"
+            manifests = sorted(usual.parent.glob("quillmark.*.json"))
+            report.add("browsers", WARNING, text, command=f"mkdir -p {quoted(hosts)} && cp {quoted(*manifests, hosts)}")
+
+
+def folders_of_running(machine, browser):
+    """What the user's running browsers of this name were given as --user-data-dir."""
+    folders = set()
+    for file in machine.path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            words = os.fsdecode(file.read_bytes()).split("\0") if file.stat().st_uid == os.getuid() else [""]
+        except OSError:
+            continue  # it has ended
+        if Path(words[0]).name.endswith(browser):
+            folders.update(Path(word.removeprefix("--user-data-dir=")) for word in words if word.startswith("--user-data-dir=/"))
+    return sorted(folders)
 
 
 def effective(row):
