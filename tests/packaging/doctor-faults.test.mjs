@@ -9,7 +9,7 @@ import { test } from "node:test";
 import { registration } from "../lib/quillmark.mjs";
 import { SOFTHSM } from "../lib/kit.mjs";
 import { GOOD_TOKENS } from "./lib/computer.mjs";
-import { CHROMIUM_PROFILE, examine, FIREFOX_PROFILE, healthy, inChromium, inFirefox } from "./lib/health.mjs";
+import { CHROMIUM_PROFILE, examine, FIREFOX_PROFILE, healthy, inChromium, inFirefox, runs } from "./lib/health.mjs";
 import { follow } from "./lib/remedies.mjs";
 
 const [chromiumId] = registration.chromiumExtensions;
@@ -37,6 +37,10 @@ const FAULTS = {
   "Firefox's registration names a program that is gone": {
     fault: (computer) => computer.changeManifest("firefox", { path: "/gone/quillmark-host" }),
     words: /^Firefox: .* names \/gone\/quillmark-host, which is not there$/,
+  },
+  "a Chromium was started with a folder of its own": {
+    fault: (computer) => runs(computer, "chromium"),
+    words: /^Chromium runs with --user-data-dir=.*, and finds no signing program there$/,
   },
   "the launcher may not be executed": {
     fault: (computer) => chmod(join(computer.installed, "quillmark-host"), 0o644),

@@ -42,6 +42,10 @@ export function onHealthy(...args) {
   return async (t) => body(await healthy(t, ...args), t);
 }
 
+/** From now on a program of this name runs there, with a folder of its own. */
+export const runs = (computer, name) =>
+  computer.write(join(computer.root, "proc/77/cmdline"), `/usr/lib/${name}\0--user-data-dir=${computer.folder}/own folder\0`);
+
 const STATUS = { can: 0, cannot: 1, unknown: 3 };
 
 /** { verdict, browsers: verdicts by title, findings, problems }; `options` go to the doctor. */
