@@ -94,13 +94,18 @@ export class ScreenReader {
   }
 }
 
+/** Groups that a browser makes, and that nobody hears of where they have no name: another version may make others. */
+const GROUPS = new Set(["section", "header", "footer", "static"]);
+
 /** A tree of ScreenReader.tree as lines, indented by two blanks for each level. */
 export function treeLines(node, indent = "") {
   const { name, text, focused, children } = node;
   const line = [indent, named(node), focused ? " focused" : "", text && text !== name ? `: ${text}` : ""].join("");
   // Chromium tells of each text once more as a child.
   const isNew = (child) => child.role !== "static" || !child.name || ![name, text].some((each) => each.includes(child.name.trim()));
-  return [line, ...children.filter(isNew).flatMap((child) => treeLines(child, `${indent}  `))];
+  const isSilent = GROUPS.has(node.role) && !name && !text && !focused;
+  const inner = children.filter(isNew).flatMap((child) => treeLines(child, isSilent ? indent : `${indent}  `));
+  return isSilent ? inner : [line, ...inner];
 }
 
 /** What is to be heard of an event. */
