@@ -69,7 +69,8 @@ TokenManager::TokenManager() {
     // One place for good, which is not swapped out. Where it may not be locked (RLIMIT_MEMLOCK) it is kept
     // all the same.
     TokenUserPin.reserve(kLongestPin);
-    mlock(TokenUserPin.data(), TokenUserPin.capacity());
+    // mlock2 with no flags is mlock, but for the sanitizers, which make that one do nothing.
+    mlock2(TokenUserPin.data(), TokenUserPin.capacity(), 0);
 }
 
 TokenManager::~TokenManager() { CkSecureErase(TokenUserPin); }

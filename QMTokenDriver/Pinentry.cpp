@@ -18,7 +18,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <optional>
-#include <sstream>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,8 +53,9 @@ std::string_view Environment(const char* variable) {
 bool IsSet(const char* variable) { return !Environment(variable).empty(); }
 
 std::string PathOfPinentry() {
-    std::istringstream folders(IsSet("PATH") ? std::string(Environment("PATH")) : "/usr/bin:/bin");
-    for (std::string folder; std::getline(folders, folder, ':');) {
+    const std::string_view folders = IsSet("PATH") ? Environment("PATH") : "/usr/bin:/bin";
+    for (const auto each : std::views::split(folders, ':')) {
+        const std::string folder(each.begin(), each.end());
         std::string path = folder + "/pinentry";
         if (folder.starts_with('/') && faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0)
             return path;

@@ -46,5 +46,14 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
+// The sanitizer has one of its own, which operator delete here could not give back.
+void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
