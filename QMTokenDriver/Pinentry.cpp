@@ -18,7 +18,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <optional>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,9 +52,10 @@ std::string_view Environment(const char* variable) {
 bool IsSet(const char* variable) { return !Environment(variable).empty(); }
 
 std::string PathOfPinentry() {
-    const std::string_view folders = IsSet("PATH") ? Environment("PATH") : "/usr/bin:/bin";
-    for (const auto each : std::views::split(folders, ':')) {
-        const std::string folder(each.begin(), each.end());
+    std::string_view folders = IsSet("PATH") ? Environment("PATH") : "/usr/bin:/bin";
+    while (!folders.empty()) {
+        const std::string folder(folders.substr(0, folders.find(':')));
+        folders.remove_prefix(std::min(folder.size() + 1, folders.size()));
         std::string path = folder + "/pinentry";
         if (folder.starts_with('/') && faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0)
             return path;
