@@ -4,6 +4,7 @@
 #include "HostFolder.h"
 #include "QMX509Decoder.h"
 #include "Require.h"
+#include "ck/CkAsn.h"
 #include "ck/CkJsonObject.h"
 #include "support/Bytes.h"
 #include "support/OpenSsl.h"
@@ -29,11 +30,20 @@ std::string PublicKey(const X509& certificate) {
     return Encoded(i2d_X509_PUBKEY, key);
 }
 
+/// Whether a SignedData can hold `der`, four levels down: it is DER throughout, also in values into which
+/// libcrypto does not look.
+bool FitsSignedData(std::string_view der) {
+    std::string around(der);
+    for (int level = 0; level < 4; ++level)
+        around = DerValue(V_ASN1_SEQUENCE | V_ASN1_CONSTRUCTED, around);
+    return CkAsn().LoadEncoded(ToBase64(around), "Base64");
+}
+
 /// `certificate` is libcrypto's view of `der`, null when it has none. Certificates with odd strings in their
 /// names load all the same, which libcrypto leaves.
 void CheckRecord(X509* certificate, std::string_view der, const nlohmann::ordered_json& record) {
     if (!record.contains("SelCertSubject")) {
-        Require(!certificate, "what libcrypto loads is a certificate");
+        Require(!certificate || !FitsSignedData(der), "what libcrypto loads, and is DER, is a certificate");
         Require(record.size() == 1 && !record.at("ErrMsg").get<std::string>().empty(),
                 "what is no certificate has a reason and nothing else");
         return;

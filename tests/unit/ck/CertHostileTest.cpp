@@ -90,6 +90,15 @@ TEST(CkCertHostile, ACertificateInBerThatIsNoDer_IsRefused) {
     EXPECT_EQ(ErrorOf("\x30\x80"s + der.substr(4) + "\0\0"s), "the certificate is not in DER");
 }
 
+TEST(CkCertHostile, WhatIsNoDerWithinAName_IsRefusedThoughLibcryptoDoesNotLookThere) {
+    std::string der = CertificateOrder{.subject = {{"CN", "ab"}}}.der();
+    const std::string name = FromHex("0C 02") + "ab", endOfContents = FromHex("30 02 00 00");
+    for (std::size_t at = der.find(name); at != std::string::npos; at = der.find(name))
+        der.replace(at, name.size(), endOfContents);
+    EXPECT_TRUE(Decoded(d2i_X509, der));
+    EXPECT_EQ(ErrorOf(der), "the certificate is not in DER");
+}
+
 TEST(CkCertHostile, WhatLoads_IsAStructureToTheBuilders) {
     std::vector<std::string> all = OddCertificates();
     for (std::size_t i = all.size(); i-- > 0;) {
