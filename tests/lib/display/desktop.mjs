@@ -164,7 +164,11 @@ export class Desktop {
 
   /** Gives the window the keyboard. */
   async focus(id) {
-    await this.run("xdotool", ["windowactivate", "--sync", id], { timeout: 10_000 });
+    // Another window may take it at the same moment: then xdotool would wait for ever.
+    const options = { env: { ...process.env, ...this.env }, timeout: 2_000 };
+    const activate = () => runUnchecked("xdotool", ["windowactivate", "--sync", id], options).catch(() => null);
+    const { code, stderr } = await waitFor(`the window ${id} to have the keyboard`, activate, { timeout: 10_000 });
+    if (code !== 0) throw new Error(`xdotool windowactivate failed: ${stderr.trim()}`);
     await sleep(50);
   }
 
