@@ -25,7 +25,7 @@ const SIGNALS = { SIGINT: 2, SIGTERM: 15, SIGHUP: 1 };
 const LEFT_TO_THE_KIT = { handleSIGINT: false, handleSIGTERM: false, handleSIGHUP: false };
 
 /** The extension hears from the browser that the signing program has ended; a request before that would be its last one's. */
-const HEARING_MS = 300;
+const HEARING_MS = 1_500;
 
 /** Starts all of it. Rejects, with nothing left running, when something is missing on this computer. */
 export const startKit = (options) => Kit.start(options);
