@@ -7,39 +7,38 @@
 import { execFileSync, spawn } from "node:child_process";
 import { once } from "node:events";
 import { readFile, writeFile } from "node:fs/promises";
-import { cpus } from "node:os";
 import { join } from "node:path";
 
 import { mutantsOf } from "./mutants.mjs";
 
-const BUILD = "cmake --build --preset debug --target";
+const built = (targets) => () => `cmake --build --preset debug --target ${targets}`;
 const PROGRAM = "QM_BIN=build/debug/bin node tests/run.mjs tests/program ''";
 const UNITS = "build/debug/tests";
 
 /**
- * What is mutated, and how its tests are run, the quickest first: `build` fails for a mutant that is none, and one of `tests` should
- * fail for all others. Tests in browsers take too long for each of hundreds of mutants.
+ * What is mutated, and how its tests are run, the quickest first: `build`, of the mutated file, fails for a mutant that is none, and
+ * one of `tests` should fail for all others. Tests in browsers take too long for each of hundreds of mutants.
  */
 const SUBJECTS = {
   host: {
-    files: "QMChromeExtHost/*.cpp",
-    build: `${BUILD} QMChromeExtHost host_tests window_tests`,
+    files: ["QMChromeExtHost/*.cpp"],
+    build: built("QMChromeExtHost host_tests window_tests"),
     tests: [`${UNITS}/host_tests`, `${PROGRAM} actions cms dispatch framing pkcs7 replies selection session settings signing closing window`],
   },
   ck: {
-    files: "ck/*.cpp",
-    build: `${BUILD} ck_tests host_tests QMChromeExtHost`,
+    files: ["ck/*.cpp"],
+    build: built("ck_tests host_tests QMChromeExtHost"),
     tests: [`${UNITS}/ck_tests`, `${UNITS}/host_tests`, `${PROGRAM} actions certificates cms`],
   },
-  driver: { files: "QMTokenDriver/*.cpp", build: `${BUILD} driver_tests`, tests: ["build/debug/tests/unit/driver/driver_tests"] },
+  driver: { files: ["QMTokenDriver/*.cpp"], build: built("driver_tests"), tests: [`${UNITS}/unit/driver/driver_tests`] },
   extension: {
-    files: "extension/src/*.js extension/quillmark.js",
-    build: "node --check",
+    files: ["extension/src/*.js", "extension/quillmark.js"],
+    build: (file) => `node --check ${file}`,
     tests: ["node --test $(ls tests/extension/*.test.mjs | grep -v pdf-corpus)"],
   },
   packaging: {
-    files: "packaging/quillmark*",
-    build: "python3 -m py_compile",
+    files: ["packaging/*.py", "packaging/quillmark-browsers", "packaging/quillmark-doctor", "packaging/quillmark-doctor-host"],
+    build: (file) => `python3 -m ast ${file}`,
     tests: ["QM_BIN=build/debug/bin node tests/run.mjs tests/packaging '' browsers doctor policies"],
   },
 };
@@ -61,8 +60,7 @@ async function fateOf({ file, text }, copy, { build, tests }, limits) {
   const original = await readFile(path, "utf8");
   await writeFile(path, text);
   try {
-    const isFile = build.endsWith("--check") || build.endsWith("py_compile");
-    if (!(await runIn(copy, isFile ? `${build} ${file}` : build)).isGood) return "not viable";
+    if (!(await runIn(copy, build(file))).isGood) return "not viable";
     for (const [i, command] of tests.entries()) if (!(await runIn(copy, command, limits[i])).isGood) return "noticed";
     return "survived";
   } finally {
@@ -72,13 +70,13 @@ async function fateOf({ file, text }, copy, { build, tests }, limits) {
 
 async function mutate(name, copies, number, first) {
   const subject = SUBJECTS[name];
-  const files = execFileSync("bash", ["-c", `git ls-files ${subject.files}`], { cwd: copies[0] }).toString().trim().split("\n");
+  const files = execFileSync("git", ["ls-files", ...subject.files], { cwd: copies[0] }).toString().trim().split("\n");
   const all = (await Promise.all(files.map(async (file) => mutantsOf(file, await readFile(join(copies[0], file), "utf8"))))).flat();
   const waiting = all.sort((one, other) => (one.order < other.order ? -1 : 1)).slice(first);
 
   const limits = [];
   for (const copy of copies) {
-    if (!/check|compile$/.test(subject.build)) await runIn(copy, subject.build);
+    await runIn(copy, subject.build(files[0]));
     for (const [i, command] of subject.tests.entries()) {
       const { isGood, seconds } = await runIn(copy, command);
       if (!isGood) throw new Error(`${command} fails without a mutant, in ${copy}`);
