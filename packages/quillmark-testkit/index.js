@@ -12,7 +12,6 @@ import { AttentiveUser } from "./lib/browser/attentive-user.mjs";
 import { Workplace } from "./lib/browser/workplace.mjs";
 import { Cleanup } from "./lib/cleanup.mjs";
 import { Desktop } from "./lib/display/desktop.mjs";
-import { sleep } from "./lib/process.mjs";
 import { Authority } from "./lib/token/certificates.mjs";
 import { orderOf } from "./certificates.js";
 import { lookAtComputer } from "./computer.js";
@@ -23,9 +22,6 @@ const CONSENTS = ["once", "page", "always", "deny"];
 
 const SIGNALS = { SIGINT: 2, SIGTERM: 15, SIGHUP: 1 };
 const LEFT_TO_THE_KIT = { handleSIGINT: false, handleSIGTERM: false, handleSIGHUP: false };
-
-/** The extension hears from the browser that the signing program has ended; a request before that would be its last one's. */
-const HEARING_MS = 1_500;
 
 /** Starts all of it. Rejects, with nothing left running, when something is missing on this computer. */
 export const startKit = (options) => Kit.start(options);
@@ -100,7 +96,7 @@ class Kit {
     check(Object.hasOwn(FAULTS, name), `There is no fault ${name}; there are ${Object.keys(FAULTS).join(", ")}`);
     await this.mend();
     this.#mend = await FAULTS[name](this.#parts, options);
-    await this.#endProgram();
+    await this.#parts.workplace.endProgram();
   }
 
   async mend() {
@@ -108,19 +104,11 @@ class Kit {
     this.#mend = null;
     if (!mend) return;
     await mend();
-    await this.#endProgram();
+    await this.#parts.workplace.endProgram();
   }
 
   stop() {
     return (this.#stopping ??= this.#stop());
-  }
-
-  // The program keeps the PIN, and the list of certificates, for as long as it runs.
-  async #endProgram() {
-    const { program } = this.#parts.workplace;
-    await program.signal("SIGKILL");
-    await program.gone();
-    await sleep(HEARING_MS);
   }
 
   async #stop() {

@@ -2,6 +2,7 @@
 
 import { join } from "node:path";
 
+import { waitFor } from "../process.mjs";
 import { InstalledProgram } from "../program/installed.mjs";
 import { SoftToken } from "../token/soft-token.mjs";
 import { connectTo, launchOptions, startBrowser } from "./browser.mjs";
@@ -71,6 +72,20 @@ export class Workplace {
   /** The extension's own pages. */
   get extension() {
     return this.user.extension;
+  }
+
+  /**
+   * Ends the signing program, which keeps the PIN and the list of certificates for as long as it runs, and waits until the extension
+   * has heard of that from the browser: a request before that would be that program's.
+   */
+  async endProgram() {
+    await this.program.signal("SIGKILL");
+    await this.program.gone();
+    if (!(this.browser ?? this.#foreign)?.connected) return;
+    const popup = await this.extension.openPopup();
+    const hostRuns = async () => (await (globalThis.browser ?? globalThis.chrome).runtime.sendMessage({ type: "state" })).hostRuns;
+    await waitFor("the extension to hear that the program has ended", async () => (await popup.evaluate(hostRuns)) === false);
+    await popup.close();
   }
 
   /** Serves these pages, and those of the example, until `cleanup`. Gives the port. */
